@@ -1,0 +1,72 @@
+#include "ChromeLauncher.hpp"
+
+#include <algorithm>
+#include <exception>
+#include <utility>
+
+namespace lumaret {
+namespace {
+
+std::string lowerCasedScheme(const URL& url) {
+  std::string scheme = url.scheme.value_or("");
+  // A scheme is ASCII: no locale has a say.
+  std::transform(scheme.begin(), scheme.end(), scheme.begin(), [](char letter) {
+    return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
+  });
+  return scheme;
+}
+
+}  // namespace
+
+ChromeProcessError::ChromeProcessError(std::int32_t status)
+    : std::runtime_error("Google Chrome exited with status " + std::to_string(status) + "."),
+      status_(status) {}
+
+ChromeProcessError ChromeProcessError::unsuccessfulExit(std::int32_t status) {
+  return ChromeProcessError(status);
+}
+
+ChromeLauncher::ChromeLauncher()
+    : ChromeLauncher(defaultExecutableURL(), std::make_shared<SystemChromeLaunchEnvironment>()) {}
+
+ChromeLauncher::ChromeLauncher(std::filesystem::path executableURL,
+                               std::shared_ptr<const ChromeLaunchEnvironment> environment)
+    : executableURL_(std::move(executableURL)), environment_(std::move(environment)) {}
+
+bool ChromeLauncher::isChromeInstalled() const {
+  return environment_->isExecutableFile(executableURL_);
+}
+
+void ChromeLauncher::open() const { open(std::nullopt); }
+
+void ChromeLauncher::open(const std::optional<URL>& destination) const {
+  if (!isChromeInstalled()) {
+    throw CertificateSelectorError::chromeNotInstalled();
+  }
+  try {
+    refreshAndOpenWindow(destination);
+  } catch (const CertificateSelectorError&) {
+    throw;
+  } catch (const std::exception& error) {
+    throw CertificateSelectorError::chromeLaunchFailed(error.what());
+  }
+}
+
+void ChromeLauncher::refreshAndOpenWindow(const std::optional<URL>& destination) const {
+  if (environment_->isApplicationRunning("com.google.Chrome")) {
+    environment_->run(executableURL_, {"--refresh-platform-policy"}, /*waitUntilExit=*/true);
+  }
+
+  std::vector<std::string> arguments = {"--new-window"};
+  if (destination) {
+    const std::string scheme = lowerCasedScheme(*destination);
+    if (scheme != "http" && scheme != "https") {
+      throw CertificateSelectorError::chromeLaunchFailed(
+          "Only HTTP and HTTPS destinations are supported.");
+    }
+    arguments.push_back(destination->absoluteString);
+  }
+  environment_->run(executableURL_, arguments, /*waitUntilExit=*/false);
+}
+
+}  // namespace lumaret

@@ -1,0 +1,17 @@
+#include "Fingerprint.hpp"
+
+#include <string_view>
+
+namespace lumaret {
+
+std::string fingerprint(std::span<const std::uint8_t> certificate) {
+  constexpr std::string_view digits = "0123456789abcdef";
+  std::string text;
+  for (const std::uint8_t byte : sha256(certificate)) {
+    text += digits[byte >> 4];
+    text += digits[byte & 0x0f];
+  }
+  return text;
+}
+
+}  // namespace lumaret

@@ -1,0 +1,205 @@
+#pragma once
+
+#include <concepts>
+#include <cstddef>
+#include <cstdint>
+#include <exception>
+#include <functional>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "Contracts.hpp"
+#include "Fingerprint.hpp"
+
+namespace lumaret {
+
+/// When the Keychain asks for its passphrase before a key is used (`SecKeychainPromptSelector`).
+using KeychainPromptSelector = std::uint16_t;
+
+/// What one entry of a private key's access list says.
+template <typename TrustedApplication>
+struct ChromeKeychainACLContents {
+  /// The applications that may use the key without confirmation. Absent: any application may.
+  /// Empty: none.
+  std::optional<std::vector<TrustedApplication>> trustedApplications;
+  std::string description;
+  KeychainPromptSelector promptSelector = 0;
+
+  bool operator==(
+      const ChromeKeychainACLContents&) const requires std::equality_comparable<TrustedApplication>
+  = default;
+};
+
+/// Why a backend failed.
+class KeychainAuthorizationBackendError : public std::exception {
+ public:
+  /// A call failed with this status, or answered with nothing or with an object of another type.
+  static KeychainAuthorizationBackendError status(KeychainStatus status) {
+    return KeychainAuthorizationBackendError(status);
+  }
+  /// The key's kind has no access list that can be read or changed.
+  static KeychainAuthorizationBackendError unsupported() {
+    return KeychainAuthorizationBackendError(std::nullopt);
+  }
+
+  /// Nothing for `unsupported`.
+  [[nodiscard]] std::optional<KeychainStatus> statusCode() const noexcept { return status_; }
+  [[nodiscard]] const char* what() const noexcept override {
+    return "Keychain authorization backend failed";
+  }
+
+  bool operator==(const KeychainAuthorizationBackendError& other) const {
+    return status_ == other.status_;
+  }
+
+ private:
+  explicit KeychainAuthorizationBackendError(std::optional<KeychainStatus> status)
+      : status_(status) {}
+
+  std::optional<KeychainStatus> status_;
+};
+
+/// A Keychain with access lists. Handles are shared references: copying one is cheap, and the last
+/// copy releases it. Every operation may throw; a backend of this system throws
+/// KeychainAuthorizationBackendError.
+template <typename Backend>
+concept ChromeKeychainAuthorizationBackend =
+    requires(const Backend& backend, const typename Backend::Identity& identity,
+             const typename Backend::PrivateKey& privateKey, const typename Backend::Access& access,
+             const typename Backend::ACL& acl,
+             const ChromeKeychainACLContents<typename Backend::TrustedApplication>& contents,
+             const typename Backend::TrustedApplication& application) {
+  // In the Keychain's order; an empty Keychain is an empty list.
+  { backend.copyIdentities() } -> std::same_as<std::vector<typename Backend::Identity>>;
+  // The certificate's DER bytes.
+  { backend.certificateData(identity) } -> std::same_as<Bytes>;
+  // Nothing when the identity has no private key.
+  { backend.copyPrivateKey(identity) } -> std::same_as<std::optional<typename Backend::PrivateKey>>;
+  { backend.copyAccess(privateKey) } -> std::same_as<typename Backend::Access>;
+  // The entries that authorize signing or any operation, in the access list's order.
+  { backend.copySigningACLs(access) } -> std::same_as<std::vector<typename Backend::ACL>>;
+  {
+    backend.copyContents(acl)
+    } -> std::same_as<ChromeKeychainACLContents<typename Backend::TrustedApplication>>;
+  // Edits the access object in memory.
+  { backend.setContents(contents, acl) } -> std::same_as<void>;
+  // Stores the access object on the key.
+  { backend.setAccess(access, privateKey) } -> std::same_as<void>;
+  { backend.chromeTrustedApplication() } -> std::same_as<typename Backend::TrustedApplication>;
+  // The bytes that tell one application from another.
+  { backend.identityData(application) } -> std::same_as<Bytes>;
+};
+
+/// Adds Google Chrome to the signing entries of one private key's access list.
+template <ChromeKeychainAuthorizationBackend Backend>
+class ChromeKeychainAuthorizationWorkflow {
+ public:
+  explicit ChromeKeychainAuthorizationWorkflow(Backend backend) : backend_(std::move(backend)) {}
+
+  /// Writes nothing when Chrome, or every application, may already sign; otherwise stores the
+  /// access list once, as the last step, so that a failure leaves the key as it was. Throws
+  /// CertificateSelectorError (not found, ambiguous, no private key, unsupported) or what the
+  /// backend throws.
+  void authorize(const std::string& fingerprint) const;
+
+ private:
+  using Contents = ChromeKeychainACLContents<typename Backend::TrustedApplication>;
+
+  [[nodiscard]] typename Backend::Identity matchingIdentity(const std::string& fingerprint) const;
+  [[nodiscard]] bool trusts(const std::vector<Contents>& contents, const Bytes& application) const;
+
+  Backend backend_;
+};
+
+class KeychainChromePrivateKeyAuthorizer final : public ChromePrivateKeyAuthorizing {
+ public:
+  /// Takes a fingerprint; returns when Chrome may sign with that identity's key.
+  using AuthorizeOperation = std::function<void(const std::string&)>;
+
+  /// Over the platform's Keychain.
+  KeychainChromePrivateKeyAuthorizer();
+  explicit KeychainChromePrivateKeyAuthorizer(AuthorizeOperation authorizeOperation)
+      : authorizeOperation_(std::move(authorizeOperation)) {}
+  template <ChromeKeychainAuthorizationBackend Backend>
+  explicit KeychainChromePrivateKeyAuthorizer(const Backend& backend)
+      : authorizeOperation_([backend](const std::string& fingerprint) {
+          ChromeKeychainAuthorizationWorkflow<Backend>(backend).authorize(fingerprint);
+        }) {}
+
+  void authorize(const ClientIdentity& identity) const override;
+
+ private:
+  static CertificateSelectorError publicError(const KeychainAuthorizationBackendError& error);
+
+  AuthorizeOperation authorizeOperation_;
+};
+
+template <ChromeKeychainAuthorizationBackend Backend>
+void ChromeKeychainAuthorizationWorkflow<Backend>::authorize(const std::string& fingerprint) const {
+  const auto identity = matchingIdentity(fingerprint);
+  const auto privateKey = backend_.copyPrivateKey(identity);
+  if (!privateKey) {
+    throw CertificateSelectorError::selectedIdentityHasNoPrivateKey();
+  }
+  const auto access = backend_.copyAccess(*privateKey);
+  const auto entries = backend_.copySigningACLs(access);
+  if (entries.empty()) {
+    throw CertificateSelectorError::chromeKeyAuthorizationUnsupported();
+  }
+
+  std::vector<Contents> contents;
+  for (const auto& entry : entries) {
+    contents.push_back(backend_.copyContents(entry));
+    if (!contents.back().trustedApplications) {
+      return;  // Any application may sign, Chrome included.
+    }
+  }
+
+  const auto chrome = backend_.chromeTrustedApplication();
+  if (trusts(contents, backend_.identityData(chrome))) {
+    return;  // One signing entry is enough; the user's other entries stay as they are.
+  }
+
+  for (std::size_t index = 0; index < entries.size(); ++index) {
+    contents[index].trustedApplications->push_back(chrome);
+    backend_.setContents(contents[index], entries[index]);
+  }
+  backend_.setAccess(access, *privateKey);
+}
+
+template <ChromeKeychainAuthorizationBackend Backend>
+typename Backend::Identity ChromeKeychainAuthorizationWorkflow<Backend>::matchingIdentity(
+    const std::string& fingerprint) const {
+  std::vector<typename Backend::Identity> matches;
+  for (const auto& identity : backend_.copyIdentities()) {
+    if (lumaret::fingerprint(backend_.certificateData(identity)) == fingerprint) {
+      matches.push_back(identity);
+    }
+  }
+  if (matches.empty()) {
+    throw CertificateSelectorError::selectedIdentityNotFound();
+  }
+  // An identity that the Keychain holds twice has two access lists, and nothing tells which one
+  // Chrome will meet.
+  if (matches.size() > 1) {
+    throw CertificateSelectorError::selectedIdentityAmbiguous();
+  }
+  return matches.front();
+}
+
+template <ChromeKeychainAuthorizationBackend Backend>
+bool ChromeKeychainAuthorizationWorkflow<Backend>::trusts(const std::vector<Contents>& contents,
+                                                          const Bytes& application) const {
+  for (const auto& entry : contents) {
+    for (const auto& trusted : *entry.trustedApplications) {
+      if (backend_.identityData(trusted) == application) {
+        return true;
+      }
+    }
+  }
+  return false;
+}
+
+}  // namespace lumaret

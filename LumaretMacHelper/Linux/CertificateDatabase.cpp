@@ -1,0 +1,181 @@
+#include "CertificateDatabase.hpp"
+
+#include <nss.h>
+#include <pk11pub.h>
+#include <prerror.h>
+#include <secerr.h>
+#include <secmod.h>
+
+#include <algorithm>
+#include <array>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <set>
+#include <string>
+#include <system_error>
+#include <utility>
+
+#include "UserFolders.hpp"
+
+namespace lumaret {
+namespace {
+
+struct SlotListDeleter {
+  void operator()(PK11SlotList* slots) const { PK11_FreeSlotList(slots); }
+};
+struct ObjectsDeleter {
+  void operator()(PK11GenericObject* objects) const { PK11_DestroyGenericObjects(objects); }
+};
+using Objects = std::unique_ptr<PK11GenericObject, ObjectsDeleter>;
+
+/// Not being allowed to look is not the same as nothing being there.
+bool mayExist(const std::filesystem::path& path) {
+  std::error_code error;
+  return std::filesystem::symlink_status(path, error).type() !=
+         std::filesystem::file_type::not_found;
+}
+
+/// The folder that Chrome for Linux takes: the old place where it exists.
+std::filesystem::path databaseFolder() {
+  const auto folder = homeFolder() / ".pki/nssdb";
+  return mayExist(folder) ? folder : dataHomeFolder() / "pki/nssdb";
+}
+
+/// NSS says "bad database" alike for one that is missing and one that is damaged.
+bool isMissing(const std::filesystem::path& folder) {
+  std::error_code ignored;
+  if (mayExist(folder) && !std::filesystem::is_directory(folder, ignored)) {
+    return false;
+  }
+  const auto files = {"cert9.db", "key4.db", "pkcs11.txt"};
+  return std::none_of(files.begin(), files.end(),
+                      [&](const char* file) { return mayExist(folder / file); });
+}
+
+/// A file of SQLite is a whole number of pages, whose size stands in its header; it would read what
+/// is missing of the last one as zeros.
+bool isCutShort(const std::filesystem::path& file) {
+  std::array<unsigned char, 18> header{};
+  std::ifstream stream(file, std::ios::binary);
+  if (!stream.read(reinterpret_cast<char*>(header.data()), header.size())) {
+    return false;  // NSS tells what is wrong with it.
+  }
+  const unsigned pageSize = header[16] * 256U + header[17];
+  std::error_code error;
+  const auto size = std::filesystem::file_size(file, error);
+  return !error && size % (pageSize == 1 ? 65536 : std::max(pageSize, 1U)) != 0;
+}
+
+/// Answers every request for a password with none.
+char* noPassword(PK11SlotInfo* /*slot*/, PRBool /*retry*/, void* /*context*/) { return nullptr; }
+
+/// NSS over one database, opened for reading.
+class Session {
+ public:
+  explicit Session(const std::filesystem::path& folder) {
+    PK11_SetPasswordFunc(noPassword);
+    // The built-in root certificates are a module of their own that holds no keys.
+    if (NSS_Initialize(("sql:" + folder.string()).c_str(), "", "", SECMOD_DB,
+                       NSS_INIT_READONLY | NSS_INIT_NOROOTINIT) != SECSuccess) {
+      throw CertificateDatabaseError{PR_GetError()};
+    }
+  }
+  Session(const Session&) = delete;
+  Session& operator=(const Session&) = delete;
+  ~Session() { NSS_Shutdown(); }
+};
+
+Objects findObjects(PK11SlotInfo* slot, CK_OBJECT_CLASS objectClass) {
+  PR_SetError(0, 0);
+  Objects objects(PK11_FindGenericObjects(slot, objectClass));
+  if (!objects && PR_GetError() != 0) {
+    throw CertificateDatabaseError{PR_GetError()};
+  }
+  return objects;
+}
+
+/// The attribute's bytes; empty when the object has no such attribute.
+std::string attribute(PK11GenericObject* object, CK_ATTRIBUTE_TYPE type) {
+  SECItem item = {siBuffer, nullptr, 0};
+  if (PK11_ReadRawAttribute(PK11_TypeGeneric, object, type, &item) != SECSuccess) {
+    // NSS's word for CKR_ATTRIBUTE_TYPE_INVALID; any other is a failure of the token.
+    if (PR_GetError() == SEC_ERROR_BAD_DATA) {
+      return {};
+    }
+    throw CertificateDatabaseError{PR_GetError()};
+  }
+  std::string bytes(item.data, item.data + item.len);
+  SECITEM_FreeItem(&item, PR_FALSE);
+  return bytes;
+}
+
+void collectIdentifiers(PK11SlotInfo* slot, CK_OBJECT_CLASS keyClass, std::set<std::string>& ids) {
+  const Objects keys = findObjects(slot, keyClass);
+  for (auto* key = keys.get(); key != nullptr; key = PK11_GetNextGenericObject(key)) {
+    ids.insert(attribute(key, CKA_ID));
+  }
+}
+
+/// The identifiers that tie a token's certificates to its private keys. A token hides its private
+/// keys until someone logs in; there, a public key tells that its private half is near.
+std::set<std::string> privateKeyIdentifiers(PK11SlotInfo* slot) {
+  std::set<std::string> ids;
+  collectIdentifiers(slot, CKO_PRIVATE_KEY, ids);
+  if (PK11_NeedLogin(slot) != PR_FALSE && PK11_IsLoggedIn(slot, nullptr) == PR_FALSE) {
+    collectIdentifiers(slot, CKO_PUBLIC_KEY, ids);
+  }
+  ids.erase("");
+  return ids;
+}
+
+void appendIdentities(PK11SlotInfo* slot, std::vector<StoredIdentity>& identities) {
+  const std::set<std::string> keys = privateKeyIdentifiers(slot);
+  if (keys.empty()) {
+    return;
+  }
+  const bool unguarded =
+      PK11_IsInternalKeySlot(slot) != PR_FALSE && PK11_NeedLogin(slot) == PR_FALSE;
+  const Objects certificates = findObjects(slot, CKO_CERTIFICATE);
+  for (auto* certificate = certificates.get(); certificate != nullptr;
+       certificate = PK11_GetNextGenericObject(certificate)) {
+    if (keys.contains(attribute(certificate, CKA_ID))) {
+      const std::string der = attribute(certificate, CKA_VALUE);
+      identities.push_back({{der.begin(), der.end()}, unguarded});
+    }
+  }
+}
+
+}  // namespace
+
+std::vector<StoredIdentity> readStoredIdentities() {
+  const auto folder = databaseFolder();
+  if (isMissing(folder)) {
+    return {};
+  }
+  if (isCutShort(folder / "cert9.db") || isCutShort(folder / "key4.db")) {
+    throw CertificateDatabaseError{SEC_ERROR_BAD_DATABASE};
+  }
+  const Session session(folder);
+  const std::unique_ptr<PK11SlotList, SlotListDeleter> slots(
+      PK11_GetAllTokens(CKM_INVALID_MECHANISM, PR_FALSE, PR_FALSE, nullptr));
+  if (!slots) {
+    throw CertificateDatabaseError{PR_GetError()};
+  }
+
+  std::vector<StoredIdentity> identities;
+  for (auto* element = PK11_GetFirstSafe(slots.get()); element != nullptr;
+       element = PK11_GetNextSafe(slots.get(), element, PR_FALSE)) {
+    try {
+      appendIdentities(element->slot, identities);
+    } catch (const CertificateDatabaseError&) {
+      if (PK11_IsInternal(element->slot) != PR_FALSE) {
+        PK11_FreeSlotListElement(slots.get(), element);
+        throw;
+      }
+    }
+  }
+  return identities;
+}
+
+}  // namespace lumaret

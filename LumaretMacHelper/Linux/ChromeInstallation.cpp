@@ -1,0 +1,41 @@
+#include "ChromeInstallation.hpp"
+
+#include <cstdlib>
+
+#include "ChromeLauncher.hpp"
+#include "Process.hpp"
+#include "UserFolders.hpp"
+
+namespace lumaret {
+namespace {
+
+/// As Chrome finds it: a folder given whole, else a product folder in a configuration folder.
+std::filesystem::path chosenUserDataFolder(const char* product) {
+  if (const char* folder = std::getenv("CHROME_USER_DATA_DIR");
+      folder != nullptr && *folder != '\0') {
+    return folder;
+  }
+  if (const char* folder = std::getenv("CHROME_CONFIG_HOME");
+      folder != nullptr && *folder != '\0') {
+    return std::filesystem::path(folder) / product;
+  }
+  return configHomeFolder() / product;
+}
+
+}  // namespace
+
+ChromeInstallation ChromeInstallation::current() {
+  const std::filesystem::path googleChrome = "/opt/google/chrome/google-chrome";
+  const std::filesystem::path chromium = "/usr/bin/chromium";
+  if (!isExecutableFile(googleChrome) && isExecutableFile(chromium)) {
+    return {chromium, "/etc/chromium/policies/managed", chosenUserDataFolder("chromium")};
+  }
+  return {googleChrome, "/etc/opt/chrome/policies/managed", chosenUserDataFolder("google-chrome")};
+}
+
+const std::filesystem::path& ChromeLauncher::defaultExecutableURL() {
+  static const std::filesystem::path executable = ChromeInstallation::current().executable;
+  return executable;
+}
+
+}  // namespace lumaret

@@ -1,0 +1,52 @@
+#include <utility>
+
+#include "CertificateDatabase.hpp"
+#include "CertificateDecoder.hpp"
+#include "KeychainIdentityLoader.hpp"
+
+namespace lumaret {
+namespace {
+
+class StoredCertificate final : public KeychainCertificate {
+ public:
+  explicit StoredCertificate(Bytes certificate) : certificate_(std::move(certificate)) {}
+
+  [[nodiscard]] std::optional<CertificateValues> copyValues() const override {
+    return decodeCertificate(certificate_);
+  }
+  [[nodiscard]] Bytes data() const override { return certificate_; }
+
+ private:
+  Bytes certificate_;
+};
+
+/// The store lists a certificate as an identity only where its key is there.
+class StoredKeychainIdentity final : public KeychainIdentity {
+ public:
+  explicit StoredKeychainIdentity(Bytes certificate) : certificate_(std::move(certificate)) {}
+
+  [[nodiscard]] bool hasPrivateKey() const override { return true; }
+  [[nodiscard]] std::unique_ptr<KeychainCertificate> copyCertificate() const override {
+    return std::make_unique<StoredCertificate>(certificate_);
+  }
+
+ private:
+  Bytes certificate_;
+};
+
+}  // namespace
+
+std::vector<std::unique_ptr<KeychainIdentity>> SystemKeychainIdentityQuery::copyIdentities() const {
+  std::vector<std::unique_ptr<KeychainIdentity>> identities;
+  try {
+    for (StoredIdentity& identity : readStoredIdentities()) {
+      identities.push_back(
+          std::make_unique<StoredKeychainIdentity>(std::move(identity.certificate)));
+    }
+  } catch (const CertificateDatabaseError& error) {
+    throw CertificateSelectorError::keychainFailure(error.status);
+  }
+  return identities;
+}
+
+}  // namespace lumaret

@@ -1,0 +1,131 @@
+#include "LumaretMacHelper.hpp"
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <nlohmann/json.hpp>
+#include <utility>
+
+#include "ChromeCertificatePolicyService.hpp"
+#include "ChromeLauncher.hpp"
+#include "Contracts.hpp"
+#include "KeychainChromePrivateKeyAuthorizer.hpp"
+#include "KeychainIdentityLoader.hpp"
+#include "StandardStreams.hpp"
+#include "URL.hpp"
+
+namespace lumaret {
+namespace {
+
+using nlohmann::json;
+
+/// Compact, keys sorted, slashes as they are, then a line feed in a write of its own.
+void printResult(const json& result) {
+  writeStandardOutput(result.dump());
+  writeStandardOutput("\n");
+}
+
+json textOrNull(const std::optional<std::string>& text) {
+  return text ? json(*text) : json(nullptr);
+}
+
+json principalObject(const CertificatePrincipal& principal) {
+  return {{"commonName", textOrNull(principal.commonName)},
+          {"organization", textOrNull(principal.organization)},
+          {"organizationalUnit", textOrNull(principal.organizationalUnit)},
+          {"locality", textOrNull(principal.locality)}};
+}
+
+/// ISO 8601 internet date-time in UTC, to the second.
+std::string internetDateTime(Date date) {
+  const auto day = std::chrono::floor<std::chrono::days>(date);
+  const std::chrono::year_month_day calendar(day);
+  const std::chrono::hh_mm_ss time(std::chrono::floor<std::chrono::seconds>(date - day));
+  std::array<char, 48> text{};
+  const int length = std::snprintf(
+      text.data(), text.size(), "%04d-%02u-%02uT%02d:%02d:%02dZ", static_cast<int>(calendar.year()),
+      static_cast<unsigned>(calendar.month()), static_cast<unsigned>(calendar.day()),
+      static_cast<int>(time.hours().count()), static_cast<int>(time.minutes().count()),
+      static_cast<int>(time.seconds().count()));
+  return {text.data(), static_cast<std::size_t>(length)};
+}
+
+}  // namespace
+
+CommandError::CommandError()
+    : std::runtime_error(
+          "Uso: lumaret-macos-helper list | activate --fingerprint <sha256> [--url <https-url>]") {}
+
+void LumaretMacHelper::main(int argumentCount, const char* const* processArguments) {
+  prepareStandardStreams();
+  try {
+    // A process may be started without even its own path.
+    const int first = std::min(1, argumentCount);
+    run({processArguments + first, processArguments + argumentCount});
+  } catch (const std::exception& error) {
+    writeStandardError(std::string(error.what()) + "\n");
+    std::exit(EXIT_FAILURE);
+  }
+}
+
+void LumaretMacHelper::run(const std::vector<std::string>& arguments) {
+  if (arguments.empty()) {
+    throw CommandError::usage();
+  }
+  if (arguments.front() == "list") {
+    listIdentities();
+  } else if (arguments.front() == "activate") {
+    activate({arguments.begin() + 1, arguments.end()});
+  } else {
+    throw CommandError::usage();
+  }
+}
+
+std::optional<std::string> LumaretMacHelper::value(std::string_view flag,
+                                                   const std::vector<std::string>& arguments) {
+  const auto found = std::find(arguments.begin(), arguments.end(), flag);
+  if (found == arguments.end() || found + 1 == arguments.end()) {
+    return std::nullopt;
+  }
+  return *(found + 1);
+}
+
+void LumaretMacHelper::listIdentities() {
+  json identities = json::array();
+  for (const ClientIdentity& identity : KeychainIdentityLoader().loadIdentities()) {
+    identities.push_back({{"id", identity.id},
+                          {"subject", principalObject(identity.subject)},
+                          {"issuer", principalObject(identity.issuer)},
+                          {"expiresAt", internetDateTime(identity.expiresAt)}});
+  }
+  printResult(identities);
+}
+
+void LumaretMacHelper::activate(const std::vector<std::string>& arguments) {
+  const auto fingerprint = value("--fingerprint", arguments);
+  if (!fingerprint || fingerprint->empty()) {
+    throw CommandError::usage();
+  }
+
+  std::vector<ClientIdentity> identities = KeychainIdentityLoader().loadIdentities();
+  std::erase_if(identities,
+                [&](const ClientIdentity& identity) { return identity.id != *fingerprint; });
+  if (identities.size() != 1) {
+    throw CertificateSelectorError::selectedIdentityNotFound();
+  }
+  const ClientIdentity& selected = identities.front();
+
+  // The key first: while Chrome may not sign with it, no rule must name it.
+  KeychainChromePrivateKeyAuthorizer().authorize(selected);
+  ChromeCertificatePolicyService().apply(selected);
+
+  const auto address = value("--url", arguments);
+  ChromeLauncher().open(address ? URL::parse(*address) : std::nullopt);
+
+  printResult({{"ok", true}});
+}
+
+}  // namespace lumaret

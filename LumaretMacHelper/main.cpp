@@ -1,0 +1,5 @@
+#include "LumaretMacHelper.hpp"
+
+int main(int argumentCount, char** arguments) {
+  lumaret::LumaretMacHelper::main(argumentCount, arguments);
+}

@@ -1,0 +1,70 @@
+#include "CertificateStore.hpp"
+
+#include <array>
+#include <cstdio>
+#include <stdexcept>
+
+namespace lumaret {
+
+std::string shell(const std::string& command) {
+  std::FILE* pipe = ::popen(("exec 2>&1 </dev/null; " + command).c_str(), "r");
+  std::string output;
+  std::array<char, 4096> buffer{};
+  while (const std::size_t count = std::fread(buffer.data(), 1, buffer.size(), pipe)) {
+    output.append(buffer.data(), count);
+  }
+  if (::pclose(pipe) != 0) {
+    throw std::runtime_error(command + ": " + output);
+  }
+  return output;
+}
+
+FreshIdentity makeIdentity(const TemporaryFolder& folder, const std::string& subject,
+                           KeyType keyType) {
+  static int count = 0;
+  const std::string stem = (folder / ("identity" + std::to_string(++count))).string();
+  FreshIdentity identity{stem + ".key", stem + ".crt", stem + ".p12", {}};
+  shell("openssl req -x509 -days 3650 -nodes -utf8 -subj '" + subject + "' -newkey " +
+        (keyType == KeyType::ec ? "ec -pkeyopt ec_paramgen_curve:P-256" : "rsa:2048") +
+        " -keyout " + stem + ".key -out " + stem + ".crt");
+  shell("openssl x509 -outform der -in " + stem + ".crt -out " + stem + ".der");
+  shell("openssl pkcs12 -export -passout pass: -name " + stem.substr(stem.rfind('/') + 1) +
+        " -inkey " + stem + ".key -in " + stem + ".crt -out " + stem + ".p12");
+  const std::string der = readFile(stem + ".der");
+  identity.der.assign(der.begin(), der.end());
+  return identity;
+}
+
+CertificateStore::CertificateStore(const std::filesystem::path& folder, const std::string& password)
+    : folder_(folder), password_(folder.string() + ".password") {
+  std::filesystem::create_directories(folder);
+  writeFile(password_, password + "\n");
+  shell("certutil -N -d sql:" + folder_.string() + " -f " + password_);
+}
+
+void CertificateStore::addIdentity(const FreshIdentity& identity, const std::string& token,
+                                   const std::string& tokenPassword) const {
+  const std::string access =
+      token.empty() ? "-k " + password_ : "-h " + token + " -K " + tokenPassword;
+  shell("pk12util -i " + identity.bundle.string() + " -W '' -d sql:" + folder_.string() + " " +
+        access);
+}
+
+void CertificateStore::addCertificate(const FreshIdentity& identity) const {
+  shell("certutil -A -n alone -t ,, -i " + identity.certificate.string() +
+        " -d sql:" + folder_.string() + " -f " + password_);
+}
+
+void CertificateStore::addModule(const std::string& library) const {
+  std::ofstream(folder_ / "pkcs11.txt", std::ios::app)
+      << "library=" << library << "\nname=card\n\n";
+}
+
+void makeSoftwareToken(const TemporaryFolder& folder, const std::string& pin) {
+  std::filesystem::create_directories(folder / "tokens");
+  writeFile(folder / "softhsm2.conf", "directories.tokendir = " + (folder / "tokens").string());
+  ::setenv("SOFTHSM2_CONF", (folder / "softhsm2.conf").c_str(), 1);
+  shell("softhsm2-util --init-token --free --label card --so-pin 12345678 --pin " + pin);
+}
+
+}  // namespace lumaret

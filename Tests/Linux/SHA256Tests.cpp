@@ -1,0 +1,35 @@
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "Fingerprint.hpp"
+
+namespace lumaret {
+namespace {
+
+std::string fingerprintOf(const std::string& text) {
+  return fingerprint({reinterpret_cast<const std::uint8_t*>(text.data()), text.size()});
+}
+
+// The examples of FIPS 180-4 and its predecessors.
+TEST(SHA256, OfNothing) {
+  EXPECT_EQ(fingerprintOf(""), "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
+}
+
+TEST(SHA256, OfOneBlock) {
+  EXPECT_EQ(fingerprintOf("abc"),
+            "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
+}
+
+TEST(SHA256, OfTwoBlocks) {
+  EXPECT_EQ(fingerprintOf("abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq"),
+            "248d6a61d20638b8e5c026930c3e6039a33ce45964ff2167f6ecedd419db06c1");
+}
+
+TEST(SHA256, OfAMillionBytes) {
+  EXPECT_EQ(fingerprintOf(std::string(1'000'000, 'a')),
+            "cdc76e5c9914fb9281a1c7e284d73e67f1809a48a497200e046d39ccc7112cd0");
+}
+
+}  // namespace
+}  // namespace lumaret
