@@ -1,0 +1,249 @@
+"""A machine of a test's own, made of Linux namespaces.
+
+Inside it the folders where browsers and their policies live are empty, the home folder is new, the
+network is a loopback of its own, and no process outlives the test. Nothing of the real machine changes.
+"""
+
+import fcntl
+import os
+import shutil
+import signal
+import socket
+import stat
+import struct
+import subprocess
+import sys
+import tempfile
+import time
+from dataclasses import dataclass
+from pathlib import Path
+from typing import NamedTuple
+
+ENTERED = "LUMARET_PRIVATE_MACHINE"
+PRIVATE_FOLDER = Path("/opt")
+HIDDEN_FOLDERS = (Path("/etc/chromium"), Path("/etc/chromium.d"), Path("/etc/opt"), PRIVATE_FOLDER)
+
+
+@dataclass(frozen=True)
+class Browser:
+    executable: Path
+    policies: Path
+    profile: str  # below the home folder
+
+
+CHROMIUM = Browser(
+    executable=Path("/usr/bin/chromium"),
+    policies=Path("/etc/chromium/policies/managed"),
+    profile=".config/chromium",
+)
+GOOGLE_CHROME = Browser(
+    executable=Path("/opt/google/chrome/google-chrome"),
+    policies=Path("/etc/opt/chrome/policies/managed"),
+    profile=".config/google-chrome",
+)
+
+
+def enter() -> None:
+    """Returns inside new namespaces, where it has started this very command line again."""
+    if ENTERED not in os.environ:
+        os.environ |= {ENTERED: "1", "PYTHONUTF8": "1"}
+        os.umask(0o022)
+        unshare = ["unshare", "--mount", "--propagation=private", "--net", "--pid", "--fork",
+                   "--mount-proc", "--kill-child"]
+        command = [*unshare, sys.executable, *sys.orig_argv[1:]]
+        if os.geteuid() != 0:
+            command = _as_somebody_who_may(command)
+        os.execvp(command[0], command)
+    if os.getpid() == 1:
+        _leave_a_child_to_do_the_work()
+        _bring_loopback_up()
+
+
+def _as_somebody_who_may(unshare: list[str]) -> list[str]:
+    """The root of a user namespace of one's own, or where the kernel allows none, of the machine."""
+    probe = subprocess.run(["unshare", "--map-root-user", "true"], stderr=subprocess.DEVNULL)
+    if probe.returncode == 0:
+        return [unshare[0], "--map-root-user", *unshare[1:]]
+    return ["sudo", "--preserve-env", *unshare]
+
+
+def _leave_a_child_to_do_the_work() -> None:
+    """The first process of a PID namespace inherits every orphan, so it does nothing but reap."""
+    worker = os.fork()
+    if worker == 0:
+        return
+    signal.signal(signal.SIGINT, signal.SIG_IGN)  # a terminal interrupts the worker too, which tidies up
+    while True:
+        process, status = os.wait()
+        if process == worker:
+            code = os.waitstatus_to_exitcode(status)
+            os._exit(code if code >= 0 else 128 - code)
+
+
+def _bring_loopback_up() -> None:
+    set_interface_flags, up = 0x8914, 0x1
+    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as any_socket:
+        fcntl.ioctl(any_socket, set_interface_flags, struct.pack("16sH22x", b"lo", up))
+
+
+def await_until(condition, what: str, seconds: float = 60):
+    """Polls until `condition()` is true and returns its value; fails naming `what` after `seconds`."""
+    deadline = time.monotonic() + seconds
+    while not (value := condition()):
+        if time.monotonic() > deadline:
+            raise TimeoutError(f"waited {seconds:g} seconds for {what}")
+        time.sleep(0.02)
+    return value
+
+
+def other_processes() -> list[int]:
+    """Every live process of the private machine but its first one and this one."""
+    found = []
+    for entry in os.listdir("/proc"):
+        if not entry.isdigit() or int(entry) in (1, os.getpid()):
+            continue
+        try:
+            state = Path("/proc", entry, "stat").read_text(errors="replace").rpartition(")")[2].split()[0]
+        except (FileNotFoundError, ProcessLookupError):
+            continue
+        if state != "Z":
+            found.append(int(entry))
+    return found
+
+
+class Outcome(NamedTuple):
+    """How a program ended and every byte that it wrote."""
+
+    status: int
+    stdout: bytes
+    stderr: bytes
+
+
+def contents(folder: Path) -> dict[str, tuple]:
+    """What a folder holds, byte for byte: kind, permissions and content of every path below it."""
+    found = {}
+    for path in sorted([folder, *folder.rglob("*")]):
+        status = path.lstat()
+        content = b""
+        if stat.S_ISREG(status.st_mode):
+            content = path.read_bytes()
+        elif stat.S_ISLNK(status.st_mode):
+            content = os.fsencode(os.readlink(path))
+        found[str(path.relative_to(folder))] = (stat.filemode(status.st_mode), content)
+    return found
+
+
+class PrivateMachine:
+    """One fresh state of the private machine; `close` ends every process and undoes every mount."""
+
+    def __init__(self):
+        if ENTERED not in os.environ:
+            raise RuntimeError("call private_machine.enter() first")
+        self._mounts: list[Path] = []
+        for hidden in HIDDEN_FOLDERS:
+            self.mount_empty(hidden)
+        self.folder = PRIVATE_FOLDER / "private-machine"
+        self.folder.mkdir(mode=0o755)
+        self.home = self.folder / "home"
+        self.home.mkdir(mode=0o700)
+        temporary = self.folder / "tmp"
+        temporary.mkdir(mode=0o700)
+        self.environment = {
+            "HOME": str(self.home),
+            "PATH": "/usr/local/bin:/usr/bin:/bin:/usr/sbin:/sbin",
+            "TMPDIR": str(temporary),
+        }
+        self._launches = self.folder / "launches"
+
+    def close(self) -> None:
+        def all_ended():
+            for process in other_processes():
+                try:
+                    os.kill(process, signal.SIGKILL)
+                except ProcessLookupError:
+                    pass
+            return not other_processes()
+
+        await_until(all_ended, "the private machine's processes to end")
+        for place in reversed(self._mounts):
+            subprocess.run(["umount", "--lazy", place], check=True)
+
+    def run(self, *command: str | bytes, **settings) -> Outcome:
+        """Runs a program in this machine's environment; `settings` go to `subprocess.run`.
+
+        Output goes to files: a browser that the program starts keeps the streams open long after it has ended.
+        """
+        with tempfile.TemporaryFile() as stdout, tempfile.TemporaryFile() as stderr:
+            settings = {"env": self.environment, "stdin": subprocess.DEVNULL, "stdout": stdout, "stderr": stderr,
+                        "timeout": 60} | settings
+            status = subprocess.run(command, **settings).returncode
+            for stream in (stdout, stderr):
+                stream.seek(0)
+            return Outcome(status, stdout.read(), stderr.read())
+
+    # Mounts
+
+    def mount_empty(self, place: Path, options: str = "mode=0755") -> None:
+        self._mount("-t", "tmpfs", "-o", options, "none", place)
+
+    def mount_over(self, place: Path, replacement: Path) -> None:
+        self._mount("--bind", replacement, place)
+
+    def make_read_only(self, place: Path) -> None:
+        """Remounts what one of the two above put at `place`."""
+        subprocess.run(["mount", "-o", "remount,bind,ro", place], check=True)
+
+    def _mount(self, *arguments) -> None:
+        subprocess.run(["mount", *arguments], check=True)
+        self._mounts.append(Path(arguments[-1]))
+
+    # Browsers
+
+    def hide(self, browser: Browser) -> None:
+        """Leaves a file in the browser's place that nobody may execute."""
+        nothing = self.folder / "not-executable"
+        nothing.touch(mode=0o644)
+        self.mount_over(browser.executable, nothing)
+
+    def install_stand_in(self, browser: Browser, refresh_status: int = 0) -> None:
+        """Puts a script in the browser's place that only records how it was started."""
+        script = self.folder / f"stand-in-{browser.executable.name}"
+        script.write_text(
+            "#!/bin/sh\n"
+            f"printf '%s\\0' {browser.executable.name} $# \"$@\" >> '{self._launches}'\n"
+            f"case $1 in --refresh-platform-policy) exit {refresh_status};; esac\n"
+        )
+        script.chmod(0o755)
+        if browser.executable.exists():
+            self.mount_over(browser.executable, script)
+        else:
+            browser.executable.parent.mkdir(parents=True, exist_ok=True)
+            shutil.copy(script, browser.executable)
+
+    def launches(self) -> list[tuple[str, list[bytes]]]:
+        """Name and arguments of each start of a stand-in, in order, once all of them have ended."""
+        self.await_quiet()
+        if not self._launches.exists():
+            return []
+        words = iter(self._launches.read_bytes().split(b"\0")[:-1])
+        return [(name.decode(), [next(words) for _ in range(int(next(words)))]) for name in words]
+
+    def await_quiet(self) -> None:
+        """Waits until whatever a program left running has ended."""
+        await_until(lambda: not other_processes(), "the programs that are still running to end")
+
+    def profile(self, browser: Browser) -> Path:
+        profile = self.home / browser.profile
+        profile.mkdir(parents=True, exist_ok=True)
+        return profile
+
+    def mark_running(self, browser: Browser, host: str | None = None, process: int | None = None) -> None:
+        """Leaves in the profile what a running browser leaves there; by default this process is that browser."""
+        owner = f"{host or socket.gethostname()}-{process or os.getpid()}"
+        (self.profile(browser) / "SingletonLock").symlink_to(owner)
+
+    def write_policies(self, name: str, text: str | bytes, browser: Browser = CHROMIUM) -> Path:
+        browser.policies.mkdir(parents=True, exist_ok=True)
+        file = browser.policies / name
+        file.write_bytes(text.encode() if isinstance(text, str) else text)
+        return file
