@@ -16,6 +16,7 @@
 #include <system_error>
 #include <utility>
 
+#include "TokenSession.hpp"
 #include "UserFolders.hpp"
 
 namespace lumaret {
@@ -24,10 +25,6 @@ namespace {
 struct SlotListDeleter {
   void operator()(PK11SlotList* slots) const { PK11_FreeSlotList(slots); }
 };
-struct ObjectsDeleter {
-  void operator()(PK11GenericObject* objects) const { PK11_DestroyGenericObjects(objects); }
-};
-using Objects = std::unique_ptr<PK11GenericObject, ObjectsDeleter>;
 
 /// Not being allowed to look is not the same as nothing being there.
 bool mayExist(const std::filesystem::path& path) {
@@ -77,7 +74,8 @@ class Session {
     PK11_SetPasswordFunc(noPassword);
     // The built-in root certificates are a module of their own that holds no keys.
     if (NSS_Initialize(("sql:" + folder.string()).c_str(), "", "", SECMOD_DB,
-                       NSS_INIT_READONLY | NSS_INIT_NOROOTINIT) != SECSuccess) {
+                       NSS_INIT_READONLY | NSS_INIT_NOROOTINIT | NSS_INIT_OPTIMIZESPACE) !=
+        SECSuccess) {
       throw CertificateDatabaseError{PR_GetError()};
     }
   }
@@ -86,61 +84,36 @@ class Session {
   ~Session() { NSS_Shutdown(); }
 };
 
-Objects findObjects(PK11SlotInfo* slot, CK_OBJECT_CLASS objectClass) {
-  PR_SetError(0, 0);
-  Objects objects(PK11_FindGenericObjects(slot, objectClass));
-  if (!objects && PR_GetError() != 0) {
-    throw CertificateDatabaseError{PR_GetError()};
-  }
-  return objects;
-}
-
-/// The attribute's bytes; empty when the object has no such attribute.
-std::string attribute(PK11GenericObject* object, CK_ATTRIBUTE_TYPE type) {
-  SECItem item = {siBuffer, nullptr, 0};
-  if (PK11_ReadRawAttribute(PK11_TypeGeneric, object, type, &item) != SECSuccess) {
-    // NSS's word for CKR_ATTRIBUTE_TYPE_INVALID; any other is a failure of the token.
-    if (PR_GetError() == SEC_ERROR_BAD_DATA) {
-      return {};
-    }
-    throw CertificateDatabaseError{PR_GetError()};
-  }
-  std::string bytes(item.data, item.data + item.len);
-  SECITEM_FreeItem(&item, PR_FALSE);
-  return bytes;
-}
-
-void collectIdentifiers(PK11SlotInfo* slot, CK_OBJECT_CLASS keyClass, std::set<std::string>& ids) {
-  const Objects keys = findObjects(slot, keyClass);
-  for (auto* key = keys.get(); key != nullptr; key = PK11_GetNextGenericObject(key)) {
-    ids.insert(attribute(key, CKA_ID));
+void collectIdentifiers(const TokenSession& token, CK_OBJECT_CLASS keyClass,
+                        std::set<std::string>& ids) {
+  for (const CK_OBJECT_HANDLE key : token.objects(keyClass)) {
+    ids.insert(token.attribute(key, CKA_ID));
   }
 }
 
 /// The identifiers that tie a token's certificates to its private keys. A token hides its private
 /// keys until someone logs in; there, a public key tells that its private half is near.
-std::set<std::string> privateKeyIdentifiers(PK11SlotInfo* slot) {
+std::set<std::string> privateKeyIdentifiers(PK11SlotInfo* slot, const TokenSession& token) {
   std::set<std::string> ids;
-  collectIdentifiers(slot, CKO_PRIVATE_KEY, ids);
+  collectIdentifiers(token, CKO_PRIVATE_KEY, ids);
   if (PK11_NeedLogin(slot) != PR_FALSE && PK11_IsLoggedIn(slot, nullptr) == PR_FALSE) {
-    collectIdentifiers(slot, CKO_PUBLIC_KEY, ids);
+    collectIdentifiers(token, CKO_PUBLIC_KEY, ids);
   }
   ids.erase("");
   return ids;
 }
 
 void appendIdentities(PK11SlotInfo* slot, std::vector<StoredIdentity>& identities) {
-  const std::set<std::string> keys = privateKeyIdentifiers(slot);
+  const TokenSession token(slot);
+  const std::set<std::string> keys = privateKeyIdentifiers(slot, token);
   if (keys.empty()) {
     return;
   }
   const bool unguarded =
       PK11_IsInternalKeySlot(slot) != PR_FALSE && PK11_NeedLogin(slot) == PR_FALSE;
-  const Objects certificates = findObjects(slot, CKO_CERTIFICATE);
-  for (auto* certificate = certificates.get(); certificate != nullptr;
-       certificate = PK11_GetNextGenericObject(certificate)) {
-    if (keys.contains(attribute(certificate, CKA_ID))) {
-      const std::string der = attribute(certificate, CKA_VALUE);
+  for (const CK_OBJECT_HANDLE certificate : token.objects(CKO_CERTIFICATE)) {
+    if (keys.contains(token.attribute(certificate, CKA_ID))) {
+      const std::string der = token.attribute(certificate, CKA_VALUE);
       identities.push_back({{der.begin(), der.end()}, unguarded});
     }
   }

@@ -1,8 +1,9 @@
 find_package(ICU REQUIRED COMPONENTS i18n uc)
 find_package(PkgConfig REQUIRED)
 pkg_check_modules(NSS REQUIRED IMPORTED_TARGET nss)
-pkg_check_modules(NETTLE REQUIRED IMPORTED_TARGET nettle)
 pkg_check_modules(URIPARSER REQUIRED IMPORTED_TARGET liburiparser)
+# Of Nettle, SHA-256 alone is needed: the archive, where there is one, saves loading a library.
+find_library(NETTLE NAMES libnettle.a nettle REQUIRED)
 
 function(lumaret_add_Linux_sources target)
   target_sources(${target} PRIVATE
@@ -18,8 +19,9 @@ function(lumaret_add_Linux_sources target)
     ${CMAKE_CURRENT_FUNCTION_LIST_DIR}/SystemChromeKeychainAuthorizationBackend.cpp
     ${CMAKE_CURRENT_FUNCTION_LIST_DIR}/SystemChromeLaunchEnvironment.cpp
     ${CMAKE_CURRENT_FUNCTION_LIST_DIR}/SystemKeychainIdentityQuery.cpp
+    ${CMAKE_CURRENT_FUNCTION_LIST_DIR}/TokenSession.cpp
     ${CMAKE_CURRENT_FUNCTION_LIST_DIR}/URL.cpp
     ${CMAKE_CURRENT_FUNCTION_LIST_DIR}/UserFolders.cpp)
   target_link_libraries(${target} PRIVATE
-    ICU::i18n ICU::uc PkgConfig::NETTLE PkgConfig::NSS PkgConfig::URIPARSER)
+    ICU::i18n ICU::uc ${NETTLE} PkgConfig::NSS PkgConfig::URIPARSER)
 endfunction()

@@ -1,0 +1,71 @@
+#include "TokenSession.hpp"
+
+#include <pkcs11.h>
+#include <secerr.h>
+#include <secmod.h>
+
+#include <array>
+
+namespace lumaret {
+namespace {
+
+void check(CK_RV result) {
+  if (result != CKR_OK) {
+    throw CertificateDatabaseError{result == CKR_DEVICE_ERROR ? SEC_ERROR_PKCS11_DEVICE_ERROR
+                                                              : SEC_ERROR_PKCS11_GENERAL_ERROR};
+  }
+}
+
+bool meansNoAttribute(CK_RV result) {
+  return result == CKR_ATTRIBUTE_TYPE_INVALID || result == CKR_ATTRIBUTE_SENSITIVE ||
+         result == CKR_OBJECT_HANDLE_INVALID;
+}
+
+}  // namespace
+
+TokenSession::TokenSession(PK11SlotInfo* slot)
+    : functions_(static_cast<CK_FUNCTION_LIST*>(PK11_GetModule(slot)->functionList)) {
+  check(functions_->C_OpenSession(PK11_GetSlotID(slot), CKF_SERIAL_SESSION, nullptr, nullptr,
+                                  &session_));
+}
+
+TokenSession::~TokenSession() { functions_->C_CloseSession(session_); }
+
+std::vector<CK_OBJECT_HANDLE> TokenSession::objects(CK_OBJECT_CLASS objectClass) const {
+  CK_ATTRIBUTE wanted = {CKA_CLASS, &objectClass, sizeof objectClass};
+  check(functions_->C_FindObjectsInit(session_, &wanted, 1));
+  std::vector<CK_OBJECT_HANDLE> found;
+  std::array<CK_OBJECT_HANDLE, 256> batch{};
+  CK_ULONG count = 0;
+  CK_RV result = CKR_OK;
+  do {
+    result = functions_->C_FindObjects(session_, batch.data(), batch.size(), &count);
+    if (result == CKR_OK) {
+      found.insert(found.end(), batch.begin(), batch.begin() + count);
+    }
+  } while (result == CKR_OK && count > 0);
+  functions_->C_FindObjectsFinal(session_);
+  check(result);
+  return found;
+}
+
+std::string TokenSession::attribute(CK_OBJECT_HANDLE object, CK_ATTRIBUTE_TYPE type) const {
+  std::array<char, 4096> usual{};  // Enough for nearly every certificate.
+  CK_ATTRIBUTE wanted = {type, usual.data(), usual.size()};
+  CK_RV result = functions_->C_GetAttributeValue(session_, object, &wanted, 1);
+  std::string bytes;
+  if (result == CKR_BUFFER_TOO_SMALL) {
+    wanted = {type, nullptr, 0};
+    check(functions_->C_GetAttributeValue(session_, object, &wanted, 1));
+    bytes.resize(wanted.ulValueLen);
+    wanted.pValue = bytes.data();
+    result = functions_->C_GetAttributeValue(session_, object, &wanted, 1);
+  }
+  if (meansNoAttribute(result)) {
+    return {};
+  }
+  check(result);
+  return bytes.empty() ? std::string(usual.data(), wanted.ulValueLen) : bytes;
+}
+
+}  // namespace lumaret
