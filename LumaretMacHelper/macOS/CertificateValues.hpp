@@ -1,0 +1,16 @@
+#pragma once
+
+#include <Security/Security.h>
+
+#include <optional>
+
+#include "CertificateProperty.hpp"
+
+namespace lumaret {
+
+/// The certificate's subject, issuer and end of validity as the Security framework reads them;
+/// nothing when it cannot. A text without a UTF-8 form and a date that no Date can hold become
+/// values of a type that nothing reads.
+std::optional<CertificateValues> copyCertificateValues(SecCertificateRef certificate);
+
+}  // namespace lumaret

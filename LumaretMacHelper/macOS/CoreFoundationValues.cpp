@@ -1,0 +1,56 @@
+#include "CoreFoundationValues.hpp"
+
+#include <stdexcept>
+
+namespace lumaret {
+namespace {
+
+/// Texts are exchanged without a byte order mark.
+constexpr Boolean isExternalRepresentation = 0;
+
+}  // namespace
+
+std::optional<std::string> utf8Text(CFStringRef text) {
+  const CFRange all = CFRangeMake(0, ::CFStringGetLength(text));
+  constexpr UInt8 noReplacement = 0;
+  CFIndex size = 0;
+  ::CFStringGetBytes(text, all, kCFStringEncodingUTF8, noReplacement, isExternalRepresentation,
+                     nullptr, 0, &size);
+  // The size alone does not tell whether every character can be converted; writing them does.
+  std::string result(static_cast<std::size_t>(size), '\0');
+  const CFIndex converted =
+      ::CFStringGetBytes(text, all, kCFStringEncodingUTF8, noReplacement, isExternalRepresentation,
+                         reinterpret_cast<UInt8*>(result.data()), size, &size);
+  if (converted != all.length) {
+    return std::nullopt;
+  }
+  result.resize(static_cast<std::size_t>(size));
+  return result;
+}
+
+CoreFoundationReference<CFStringRef> coreFoundationText(const std::string& text) {
+  auto result = CoreFoundationReference<CFStringRef>::adopt(::CFStringCreateWithBytes(
+      kCFAllocatorDefault, reinterpret_cast<const UInt8*>(text.data()),
+      static_cast<CFIndex>(text.size()), kCFStringEncodingUTF8, isExternalRepresentation));
+  if (!result) {
+    throw std::invalid_argument("A text is not UTF-8.");
+  }
+  return result;
+}
+
+Bytes bytes(CFDataRef data) {
+  const UInt8* const first = ::CFDataGetBytePtr(data);
+  return {first, first + ::CFDataGetLength(data)};
+}
+
+std::vector<CFTypeRef> elements(CFArrayRef array) {
+  const CFIndex count = ::CFArrayGetCount(array);
+  std::vector<CFTypeRef> result;
+  result.reserve(static_cast<std::size_t>(count));
+  for (CFIndex index = 0; index < count; ++index) {
+    result.push_back(::CFArrayGetValueAtIndex(array, index));
+  }
+  return result;
+}
+
+}  // namespace lumaret

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <CoreFoundation/CoreFoundation.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Contracts.hpp"
+#include "CoreFoundationReference.hpp"
+
+namespace lumaret {
+
+/// The text in UTF-8; nothing when it has no such form, as a lone surrogate has none.
+std::optional<std::string> utf8Text(CFStringRef text);
+
+/// Throws std::invalid_argument when the text is not UTF-8.
+CoreFoundationReference<CFStringRef> coreFoundationText(const std::string& text);
+
+Bytes bytes(CFDataRef data);
+
+/// Borrowed: they live as long as the array.
+std::vector<CFTypeRef> elements(CFArrayRef array);
+
+/// The array owns a reference to each object.
+template <typename Object>
+CoreFoundationReference<CFArrayRef> coreFoundationArray(
+    const std::vector<CoreFoundationReference<Object>>& objects) {
+  std::vector<const void*> values;
+  values.reserve(objects.size());
+  for (const auto& object : objects) {
+    values.push_back(object.get());
+  }
+  return CoreFoundationReference<CFArrayRef>::adopt(
+      ::CFArrayCreate(kCFAllocatorDefault, values.data(), static_cast<CFIndex>(values.size()),
+                      &kCFTypeArrayCallBacks));
+}
+
+}  // namespace lumaret

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <Security/Security.h>
+
+#include "CoreFoundationReference.hpp"
+
+namespace lumaret {
+
+/// What the Keychain answered: a status, and after success an identity, an array, or nothing.
+struct MatchingIdentities {
+  OSStatus status = errSecSuccess;
+  CoreFoundationReference<CFTypeRef> result;
+};
+
+/// Asks for every identity of the current user, in every keychain that is searched by default.
+MatchingIdentities copyMatchingIdentities();
+
+}  // namespace lumaret

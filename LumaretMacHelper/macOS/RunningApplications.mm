@@ -1,0 +1,18 @@
+#include "RunningApplications.hpp"
+
+#import <AppKit/AppKit.h>
+
+#include "CoreFoundationValues.hpp"
+
+namespace lumaret {
+
+bool hasRunningApplication(const std::string& bundleIdentifier) {
+  @autoreleasepool {
+    const auto identifier = coreFoundationText(bundleIdentifier);
+    return [NSRunningApplication
+               runningApplicationsWithBundleIdentifier:(__bridge NSString*)identifier.get()]
+               .count > 0;
+  }
+}
+
+}  // namespace lumaret

@@ -1,0 +1,171 @@
+#include "SystemChromeKeychainAuthorizationBackend.hpp"
+
+#include <algorithm>
+#include <utility>
+
+#include "CoreFoundationValues.hpp"
+#include "IdentityMatching.hpp"
+
+// The access lists of the file-based Keychain have been deprecated since macOS 10.10, and nothing
+// has replaced them for keys that are there.
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+
+namespace lumaret {
+namespace {
+
+using Backend = SystemChromeKeychainAuthorizationBackend;
+
+/// The bundle: the Keychain finds the executable inside and knows it by its signature.
+constexpr const char* chromeApplication = "/Applications/Google Chrome.app";
+
+void requireSuccess(OSStatus status) {
+  if (status != errSecSuccess) {
+    throw KeychainAuthorizationBackendError::status(status);
+  }
+}
+
+void requireLegacyAccessSuccess(OSStatus status) {
+  if (status == errSecInvalidItemRef || status == errSecNoSuchClass) {
+    throw KeychainAuthorizationBackendError::unsupported();
+  }
+  requireSuccess(status);
+}
+
+/// Turns a null object away.
+template <typename Object>
+Object required(Object object) {
+  if (!object) {
+    throw KeychainAuthorizationBackendError::status(errSecInternalComponent);
+  }
+  return object;
+}
+
+/// The array's elements; any of another type turns the whole array away.
+template <typename Object>
+std::vector<CoreFoundationReference<Object>> retainedElements(CFArrayRef array, CFTypeID type) {
+  std::vector<CoreFoundationReference<Object>> retained;
+  for (const CFTypeRef element : elements(array)) {
+    retained.push_back(
+        CoreFoundationReference<Object>::retain(required(objectAs<Object>(element, type))));
+  }
+  return retained;
+}
+
+/// A key of the file-based Keychain is one of its items. Any other key is none, and the calls that
+/// take the item say so by their status.
+SecKeychainItemRef keychainItem(const Backend::PrivateKey& privateKey) {
+  return reinterpret_cast<SecKeychainItemRef>(privateKey.get());
+}
+
+bool authorizesSigning(SecACLRef acl) {
+  const auto tags =
+      required(CoreFoundationReference<CFArrayRef>::adopt(::SecACLCopyAuthorizations(acl)));
+  return std::ranges::any_of(elements(tags.get()), [](CFTypeRef tag) {
+    return ::CFEqual(tag, kSecACLAuthorizationSign) != 0 ||
+           ::CFEqual(tag, kSecACLAuthorizationAny) != 0;
+  });
+}
+
+}  // namespace
+
+std::vector<Backend::Identity> Backend::copyIdentities() const {
+  const MatchingIdentities answer = copyMatchingIdentities();
+  if (answer.status == errSecItemNotFound) {
+    return {};
+  }
+  requireSuccess(answer.status);
+  required(answer.result.get());
+
+  const CFTypeID identityType = ::SecIdentityGetTypeID();
+  if (auto* identity = objectAs<SecIdentityRef>(answer.result.get(), identityType)) {
+    return {Identity::retain(identity)};
+  }
+  const auto* array = required(objectAs<CFArrayRef>(answer.result.get(), ::CFArrayGetTypeID()));
+  return retainedElements<SecIdentityRef>(array, identityType);
+}
+
+Bytes Backend::certificateData(const Identity& identity) const {
+  CoreFoundationReference<SecCertificateRef> certificate;
+  requireSuccess(::SecIdentityCopyCertificate(identity.get(), certificate.receive()));
+  const auto data = CoreFoundationReference<CFDataRef>::adopt(
+      ::SecCertificateCopyData(required(certificate.get())));
+  return bytes(required(data.get()));
+}
+
+std::optional<Backend::PrivateKey> Backend::copyPrivateKey(const Identity& identity) const {
+  PrivateKey privateKey;
+  const OSStatus status = ::SecIdentityCopyPrivateKey(identity.get(), privateKey.receive());
+  if (status == errSecItemNotFound) {
+    return std::nullopt;
+  }
+  requireSuccess(status);
+  return privateKey ? std::optional(std::move(privateKey)) : std::nullopt;
+}
+
+Backend::Access Backend::copyAccess(const PrivateKey& privateKey) const {
+  Access access;
+  requireLegacyAccessSuccess(
+      ::SecKeychainItemCopyAccess(keychainItem(privateKey), access.receive()));
+  return required(std::move(access));
+}
+
+std::vector<Backend::ACL> Backend::copySigningACLs(const Access& access) const {
+  CoreFoundationReference<CFArrayRef> list;
+  requireLegacyAccessSuccess(::SecAccessCopyACLList(access.get(), list.receive()));
+
+  std::vector<ACL> signing;
+  for (const CFTypeRef element : elements(required(list.get()))) {
+    auto* acl = required(objectAs<SecACLRef>(element, ::SecACLGetTypeID()));
+    if (authorizesSigning(acl)) {
+      signing.push_back(ACL::retain(acl));
+    }
+  }
+  return signing;
+}
+
+ChromeKeychainACLContents<Backend::TrustedApplication> Backend::copyContents(const ACL& acl) const {
+  CoreFoundationReference<CFArrayRef> applications;
+  CoreFoundationReference<CFStringRef> description;
+  SecKeychainPromptSelector promptSelector = 0;
+  requireLegacyAccessSuccess(::SecACLCopyContents(acl.get(), applications.receive(),
+                                                  description.receive(), &promptSelector));
+
+  ChromeKeychainACLContents<TrustedApplication> contents;
+  // A description that cannot be carried could not be put back as it was: better not to touch it.
+  contents.description = *required(utf8Text(required(description.get())));
+  contents.promptSelector = promptSelector;
+  if (applications) {
+    contents.trustedApplications = retainedElements<SecTrustedApplicationRef>(
+        applications.get(), ::SecTrustedApplicationGetTypeID());
+  }
+  return contents;
+}
+
+void Backend::setContents(const ChromeKeychainACLContents<TrustedApplication>& contents,
+                          const ACL& acl) const {
+  CoreFoundationReference<CFArrayRef> applications;
+  if (contents.trustedApplications) {
+    applications = coreFoundationArray(*contents.trustedApplications);
+  }
+  requireLegacyAccessSuccess(::SecACLSetContents(acl.get(), applications.get(),
+                                                 coreFoundationText(contents.description).get(),
+                                                 contents.promptSelector));
+}
+
+void Backend::setAccess(const Access& access, const PrivateKey& privateKey) const {
+  requireLegacyAccessSuccess(::SecKeychainItemSetAccess(keychainItem(privateKey), access.get()));
+}
+
+Backend::TrustedApplication Backend::chromeTrustedApplication() const {
+  TrustedApplication chrome;
+  requireSuccess(::SecTrustedApplicationCreateFromPath(chromeApplication, chrome.receive()));
+  return required(std::move(chrome));
+}
+
+Bytes Backend::identityData(const TrustedApplication& application) const {
+  CoreFoundationReference<CFDataRef> data;
+  requireSuccess(::SecTrustedApplicationCopyData(application.get(), data.receive()));
+  return bytes(required(data.get()));
+}
+
+}  // namespace lumaret

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <Security/Security.h>
+
+#include <optional>
+#include <vector>
+
+#include "CoreFoundationReference.hpp"
+#include "KeychainChromePrivateKeyAuthorizer.hpp"
+
+namespace lumaret {
+
+/// The access lists of the file-based Keychain. A status of -25304 (`errSecInvalidItemRef`) or
+/// -25306 (`errSecNoSuchClass`) from one of its five access-list calls means a key that such a
+/// Keychain does not hold, as a smart card's, and is `unsupported`; from any other call it is a
+/// failure like every other. Success with nothing, or with an object of another type, is a failure
+/// with -2070 (`errSecInternalComponent`).
+class SystemChromeKeychainAuthorizationBackend {
+ public:
+  using Identity = CoreFoundationReference<SecIdentityRef>;
+  using PrivateKey = CoreFoundationReference<SecKeyRef>;
+  using Access = CoreFoundationReference<SecAccessRef>;
+  using ACL = CoreFoundationReference<SecACLRef>;
+  using TrustedApplication = CoreFoundationReference<SecTrustedApplicationRef>;
+
+  [[nodiscard]] std::vector<Identity> copyIdentities() const;
+  [[nodiscard]] Bytes certificateData(const Identity& identity) const;
+  [[nodiscard]] std::optional<PrivateKey> copyPrivateKey(const Identity& identity) const;
+  [[nodiscard]] Access copyAccess(const PrivateKey& privateKey) const;
+  [[nodiscard]] std::vector<ACL> copySigningACLs(const Access& access) const;
+  [[nodiscard]] ChromeKeychainACLContents<TrustedApplication> copyContents(const ACL& acl) const;
+  /// An absent application list opens the entry to any application.
+  void setContents(const ChromeKeychainACLContents<TrustedApplication>& contents,
+                   const ACL& acl) const;
+  void setAccess(const Access& access, const PrivateKey& privateKey) const;
+  [[nodiscard]] TrustedApplication chromeTrustedApplication() const;
+  [[nodiscard]] Bytes identityData(const TrustedApplication& application) const;
+};
+
+}  // namespace lumaret

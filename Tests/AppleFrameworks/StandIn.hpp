@@ -1,0 +1,125 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <utility>
+#include <variant>
+#include <vector>
+
+/// A Mac in memory behind Apple's frameworks. A test fills it, runs what calls the frameworks, and
+/// looks at what has become of it.
+///
+/// Wrong use ends the process with a message: an object that was released or that no framework
+/// made, one of the wrong type, null where a framework would crash, one release too many.
+namespace standin {
+
+using Bytes = std::vector<std::uint8_t>;
+/// As Core Foundation keeps texts: UTF-16, not necessarily well-formed.
+using Text = std::u16string;
+
+struct Value;
+using List = std::vector<Value>;
+using Dictionary = std::map<Text, Value>;
+
+/// Seconds since 2001-01-01 00:00:00 UTC.
+struct Date {
+  double seconds;
+};
+
+/// What a preference or a certificate's value may be.
+struct Value {
+  std::variant<Text, double, bool, Date, Bytes, List, Dictionary> content;
+};
+
+struct AccessListEntry {
+  /// Names of constants, such as "kSecACLAuthorizationSign".
+  std::vector<std::string> authorizations;
+  /// Paths. Absent: any application. Empty: none.
+  std::optional<std::vector<std::string>> applications;
+  std::optional<Text> description = Text();
+  std::uint16_t promptSelector = 0;
+
+  bool operator==(const AccessListEntry&) const = default;
+};
+
+using AccessList = std::vector<AccessListEntry>;
+
+struct PrivateKey {
+  /// As stored. Absent: the key is no item of a file-based keychain, as one on a token is not.
+  std::optional<AccessList> accessList;
+};
+
+struct Identity {
+  /// Names the identity and what belongs to it in the trace.
+  std::string name;
+  Bytes certificate;
+  std::optional<Dictionary> certificateValues;
+  std::shared_ptr<PrivateKey> privateKey;
+};
+
+/// What a function answers in place of its own answer.
+struct Answer {
+  enum class Kind : std::uint8_t { status, object, firstElement, foreignElement };
+
+  /// Fails. A function that returns no status returns false or nothing.
+  static Answer status(std::int32_t status) { return {.kind = Kind::status, .failure = status}; }
+  /// Succeeds with nothing.
+  static Answer nothing() { return {.kind = Kind::object}; }
+  /// Succeeds with this object.
+  static Answer object(Value value) { return {.kind = Kind::object, .value = std::move(value)}; }
+  /// Succeeds with the first element of its own array.
+  static Answer firstElement() { return {.kind = Kind::firstElement}; }
+  /// Succeeds with its own array, and in it a text before the element of this index.
+  static Answer foreignElement(std::size_t index) {
+    return {.kind = Kind::foreignElement, .elementIndex = index};
+  }
+
+  /// For one call of the function alone, counted from 1.
+  Answer onCall(std::size_t number) && {
+    call = number;
+    return std::move(*this);
+  }
+
+  Kind kind;
+  std::int32_t failure = 0;
+  std::optional<Value> value = std::nullopt;
+  std::size_t elementIndex = 0;
+  std::optional<std::size_t> call = std::nullopt;
+};
+
+struct Machine {
+  std::vector<Identity> identities;
+  /// What tells one application from another, by path; by default the path itself.
+  std::map<std::string, Bytes> applicationData;
+  /// Of the current user on any host, by application.
+  std::map<std::string, Dictionary> preferences;
+  /// Set in the same way, and not yet synchronized.
+  std::map<std::string, Dictionary> pendingPreferences;
+  /// Bundle identifiers.
+  std::set<std::string> runningApplications;
+  std::map<std::string, std::vector<Answer>> answers;
+
+  void answer(const std::string& function, Answer answer) {
+    answers[function].push_back(std::move(answer));
+  }
+};
+
+/// The one that the frameworks stand for.
+Machine& machine();
+
+/// Every call that reached the machine, in order, as "function(arguments)". Taking, releasing,
+/// making and reading Core Foundation's objects is not part of it.
+const std::vector<std::string>& trace();
+
+/// Objects that the frameworks have handed out and that were not released.
+std::size_t liveObjects();
+
+/// A new machine, with nothing in it, and no object of the old one.
+void startOver();
+
+}  // namespace standin

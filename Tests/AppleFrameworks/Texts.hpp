@@ -1,0 +1,21 @@
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace standin {
+
+/// Nothing when it is not UTF-8.
+std::optional<std::u16string> fromUTF8(std::string_view text);
+
+struct UTF8Conversion {
+  std::string text;
+  /// How many units of UTF-16 were converted: all, or those before the first lone surrogate.
+  std::size_t units;
+};
+
+UTF8Conversion toUTF8(std::u16string_view text);
+
+}  // namespace standin
