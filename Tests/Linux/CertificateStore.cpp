@@ -20,16 +20,27 @@ std::string shell(const std::string& command) {
 }
 
 FreshIdentity makeIdentity(const TemporaryFolder& folder, const std::string& subject,
-                           KeyType keyType) {
+                           KeyType keyType, const std::string& expiry) {
   static int count = 0;
-  const std::string stem = (folder / ("identity" + std::to_string(++count))).string();
+  const std::string number = std::to_string(++count);
+  const std::string stem = (folder / ("identity" + number)).string();
   FreshIdentity identity{stem + ".key", stem + ".crt", stem + ".p12", {}};
-  shell("openssl req -x509 -days 3650 -nodes -utf8 -subj '" + subject + "' -newkey " +
+  writeFile(folder / "authority.cnf",
+            "[ca]\ndefault_ca=self\n[self]\ndatabase=" + stem +
+                ".index\nnew_certs_dir=" + folder.path().string() +
+                "\nrand_serial=yes\ndefault_md=sha256\npolicy=any\npreserve=yes\n"
+                "[any]\ncountryName=optional\norganizationName=optional\n"
+                "organizationalUnitName=optional\nlocalityName=optional\ncommonName=optional\n");
+  writeFile(stem + ".index", "");
+  shell("openssl req -new -nodes -utf8 -subj '" + subject + "' -newkey " +
         (keyType == KeyType::ec ? "ec -pkeyopt ec_paramgen_curve:P-256" : "rsa:2048") +
-        " -keyout " + stem + ".key -out " + stem + ".crt");
+        " -keyout " + stem + ".key -out " + stem + ".csr");
+  shell("openssl ca -batch -notext -selfsign -config " + (folder / "authority.cnf").string() +
+        " -startdate 19600101000000Z -enddate " + expiry + " -keyfile " + stem + ".key -in " +
+        stem + ".csr -out " + stem + ".crt");
   shell("openssl x509 -outform der -in " + stem + ".crt -out " + stem + ".der");
-  shell("openssl pkcs12 -export -passout pass: -name " + stem.substr(stem.rfind('/') + 1) +
-        " -inkey " + stem + ".key -in " + stem + ".crt -out " + stem + ".p12");
+  shell("openssl pkcs12 -export -passout pass: -name identity" + number + " -inkey " + stem +
+        ".key -in " + stem + ".crt -out " + stem + ".p12");
   const std::string der = readFile(stem + ".der");
   identity.der.assign(der.begin(), der.end());
   return identity;

@@ -23,9 +23,10 @@ struct FreshIdentity {
 
 enum class KeyType { ec, rsa };
 
-/// The subject is in the form of openssl's -subj: "/CN=Anna/O=Example". Ten years of validity.
+/// The subject is in the form of openssl's -subj: "/CN=Anna/O=Example".
 FreshIdentity makeIdentity(const TemporaryFolder& folder, const std::string& subject,
-                           KeyType keyType = KeyType::ec);
+                           KeyType keyType = KeyType::ec,
+                           const std::string& expiry = "20991231235959Z");
 
 /// An NSS certificate database, as Chrome keeps it.
 class CertificateStore {
