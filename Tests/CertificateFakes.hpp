@@ -66,7 +66,7 @@ class FakeCertificate final : public KeychainCertificate {
 };
 
 /// What the fake Keychain holds for one identity; its log names it by its certificate's bytes.
-struct StoredIdentity {
+struct FakeKeychainEntry {
   std::string certificate;
   std::optional<CertificateValues> values;
   bool hasPrivateKey = true;
@@ -75,7 +75,7 @@ struct StoredIdentity {
 
 class FakeIdentity final : public KeychainIdentity {
  public:
-  FakeIdentity(StoredIdentity stored, std::shared_ptr<CallLog> log)
+  FakeIdentity(FakeKeychainEntry stored, std::shared_ptr<CallLog> log)
       : stored_(std::move(stored)), log_(std::move(log)) {}
 
   [[nodiscard]] bool hasPrivateKey() const override {
@@ -91,7 +91,7 @@ class FakeIdentity final : public KeychainIdentity {
   }
 
  private:
-  StoredIdentity stored_;
+  FakeKeychainEntry stored_;
   std::shared_ptr<CallLog> log_;
 };
 

@@ -27,7 +27,7 @@ constexpr Date now = std::chrono::sys_days(2026y / 6 / 1);
 
 class FakeQuery final : public KeychainIdentityQuerying {
  public:
-  FakeQuery(std::vector<StoredIdentity> stored, std::shared_ptr<CallLog> log)
+  FakeQuery(std::vector<FakeKeychainEntry> stored, std::shared_ptr<CallLog> log)
       : stored_(std::move(stored)), log_(std::move(log)) {}
 
   void failWith(CertificateSelectorError error) { error_ = std::move(error); }
@@ -38,14 +38,14 @@ class FakeQuery final : public KeychainIdentityQuerying {
       throw *error_;
     }
     std::vector<std::unique_ptr<KeychainIdentity>> identities;
-    for (const StoredIdentity& stored : stored_) {
+    for (const FakeKeychainEntry& stored : stored_) {
       identities.push_back(std::make_unique<FakeIdentity>(stored, log_));
     }
     return identities;
   }
 
  private:
-  std::vector<StoredIdentity> stored_;
+  std::vector<FakeKeychainEntry> stored_;
   std::shared_ptr<CallLog> log_;
   std::optional<CertificateSelectorError> error_;
 };
@@ -53,7 +53,7 @@ class FakeQuery final : public KeychainIdentityQuerying {
 /// A loader over a fake Keychain; log holds every call of either and of the clock.
 class LoaderOver {
  public:
-  explicit LoaderOver(std::vector<StoredIdentity> stored)
+  explicit LoaderOver(std::vector<FakeKeychainEntry> stored)
       : query_(std::make_shared<FakeQuery>(std::move(stored), log_)), loader_(query_, [log = log_] {
           log->push_back("now");
           return now;
@@ -82,8 +82,8 @@ CertificateValues valuesOf(const std::optional<std::string>& commonName, Date ex
           notAfter({expiresAt})};
 }
 
-StoredIdentity stored(const std::string& certificate, const std::optional<std::string>& commonName,
-                      Date expiresAt = now + 1h) {
+FakeKeychainEntry stored(const std::string& certificate,
+                         const std::optional<std::string>& commonName, Date expiresAt = now + 1h) {
   return {certificate, valuesOf(commonName, expiresAt)};
 }
 
@@ -137,15 +137,19 @@ TEST(Loader, ACancelledQueryFailsWithItsStatusAndNothingElseIsDone) {
 }
 
 TEST(Loader, DropsAnIdentityWithoutAPrivateKey) {
-  StoredIdentity keyless = stored("A", "Ana");
+  FakeKeychainEntry keyless = stored("A", "Ana");
   keyless.hasPrivateKey = false;
   const LoaderOver loader({keyless});
   EXPECT_THAT(loader.load(), IsEmpty());
   EXPECT_THAT(loader.log(), ElementsAre("copyIdentities", "now", "hasPrivateKey A"));
 }
 
+TEST(Loader, DropsAnIdentityWhoseCertificateHasNoBytes) {
+  EXPECT_THAT(LoaderOver({stored("", "Ana")}).load(), IsEmpty());
+}
+
 TEST(Loader, DropsAnIdentityWithoutACertificate) {
-  StoredIdentity bare = stored("A", "Ana");
+  FakeKeychainEntry bare = stored("A", "Ana");
   bare.hasCertificate = false;
   const LoaderOver loader({bare});
   EXPECT_THAT(loader.load(), IsEmpty());
@@ -185,9 +189,9 @@ TEST(Loader, KeepsACertificateThatExpiresAFractionOfASecondAfterTheReferenceInst
 }
 
 TEST(Loader, ADroppedIdentityDoesNotEndTheLoad) {
-  StoredIdentity keyless = stored("A", "Ana");
+  FakeKeychainEntry keyless = stored("A", "Ana");
   keyless.hasPrivateKey = false;
-  StoredIdentity bare = stored("B", "Bea");
+  FakeKeychainEntry bare = stored("B", "Bea");
   bare.hasCertificate = false;
   const LoaderOver loader(
       {keyless, bare, {"C", std::nullopt}, stored("D", "Dora", now), stored("E", "Eva")});
@@ -209,7 +213,7 @@ TEST(Loader, TheLaterOfTwoIdentitiesWithOneFingerprintStays) {
 }
 
 TEST(Loader, ADroppedDuplicateDoesNotReplaceAUsableOne) {
-  StoredIdentity keyless = stored("A", "Ana");
+  FakeKeychainEntry keyless = stored("A", "Ana");
   keyless.hasPrivateKey = false;
   EXPECT_THAT(LoaderOver({stored("A", "Ana"), keyless}).loadIds(), ElementsAre(idOf("A")));
 }
@@ -249,7 +253,7 @@ TEST(Loader, TheOrderDoesNotDependOnTheKeychains) {
   std::array<std::pair<std::string, std::string>, 4> people = {
       {{"A", "ana"}, {"B", "Bea"}, {"C", "carla"}, {"D", "Dora"}}};
   do {
-    std::vector<StoredIdentity> identities;
+    std::vector<FakeKeychainEntry> identities;
     for (const auto& [certificate, commonName] : people) {
       identities.push_back(stored(certificate, commonName));
     }

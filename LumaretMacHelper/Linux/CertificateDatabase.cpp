@@ -33,10 +33,14 @@ bool mayExist(const std::filesystem::path& path) {
          std::filesystem::file_type::not_found;
 }
 
-/// The folder that Chrome for Linux takes: the old place where it exists.
+/// The folder that Chrome for Linux takes: the old place where it exists. A link that leads nowhere
+/// does not, to Chrome either.
 std::filesystem::path databaseFolder() {
   const auto folder = homeFolder() / ".pki/nssdb";
-  return mayExist(folder) ? folder : dataHomeFolder() / "pki/nssdb";
+  std::error_code error;
+  const bool isMissing =
+      std::filesystem::status(folder, error).type() == std::filesystem::file_type::not_found;
+  return isMissing ? dataHomeFolder() / "pki/nssdb" : folder;
 }
 
 /// NSS says "bad database" alike for one that is missing and one that is damaged.

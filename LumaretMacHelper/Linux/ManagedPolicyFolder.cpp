@@ -15,13 +15,24 @@ using json = nlohmann::ordered_json;  // Keeps the other policies of the tool's 
 
 constexpr const char* policyName = "AutoSelectCertificateForUrls";
 
-/// Chrome allows comments in policies, and so do administrators. The parser takes a zero byte for
-/// the end of its input; Chrome does not.
+/// Chrome's reader refuses what nests deeper (measured with Chromium 156).
+constexpr int maximumDepth = 199;
+
+/// Chrome allows comments in policies, and so do administrators. Discarded where Chrome's reader
+/// finds nothing in force: the text is no JSON, nests too deep, or holds a zero byte, which the
+/// parser here would take for its end.
 json parsePolicies(const std::string& text) {
-  if (text.find('\0') != std::string::npos) {
-    return json::value_t::discarded;
+  bool isUnreadable = text.find('\0') != std::string::npos;
+  const auto watch = [&isUnreadable](int depth, json::parse_event_t event, const json&) {
+    isUnreadable |= depth >= maximumDepth && (event == json::parse_event_t::object_start ||
+                                              event == json::parse_event_t::array_start);
+    return !isUnreadable;
+  };
+  json policies = json::parse(text, watch, /*allow_exceptions=*/false, /*ignore_comments=*/true);
+  if (isUnreadable) {
+    policies = json::value_t::discarded;
   }
-  return json::parse(text, nullptr, /*allow_exceptions=*/false, /*ignore_comments=*/true);
+  return policies;
 }
 
 bool isBlank(const std::string& text) {
@@ -56,6 +67,12 @@ std::vector<std::string> texts(const json& value) {
   return value.get<std::vector<std::string>>();
 }
 
+/// A link without an end is no file; any other error leaves open what Chrome finds there.
+bool leadsNowhere(const std::error_code& error) {
+  return error == std::errc::no_such_file_or_directory || error == std::errc::not_a_directory ||
+         error == std::errc::too_many_symbolic_link_levels;
+}
+
 /// In the order in which Chrome lets a later file win: that of the names' bytes.
 std::vector<std::filesystem::path> regularFiles(const std::filesystem::path& folder) {
   std::vector<std::filesystem::path> files;
@@ -70,6 +87,8 @@ std::vector<std::filesystem::path> regularFiles(const std::filesystem::path& fol
   for (const auto& entry : entries) {
     if (entry.is_regular_file(error)) {
       files.push_back(entry.path());
+    } else if (error && !leadsNowhere(error)) {
+      throw std::system_error(error, entry.path().string());
     }
   }
   std::sort(files.begin(), files.end(),

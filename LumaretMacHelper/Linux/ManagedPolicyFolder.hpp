@@ -23,8 +23,10 @@ class ManagedPolicyFolder {
   [[nodiscard]] std::vector<std::string> readRules() const;
 
   /// Puts the rules into the tool's own file and keeps what else it holds. The file is replaced as
-  /// a whole; a user who may write only the file itself has it rewritten in place. Throws
-  /// std::system_error or ChromePreferencesError, and then the file is as it was.
+  /// a whole; a user who may write only the file itself has it rewritten in place, after waiting
+  /// for other runs at it, five seconds at most. A link in its place is not replaced. Throws
+  /// std::system_error or ChromePreferencesError; the file is then as it was, or, where rewriting
+  /// failed at its end, holds the new text.
   void writeRules(const std::vector<std::string>& rules) const;
 
   /// Makes the folder's entries permanent; false when that failed.

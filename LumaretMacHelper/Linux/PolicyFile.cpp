@@ -7,9 +7,12 @@
 
 #include <array>
 #include <cerrno>
+#include <chrono>
+#include <csignal>
 #include <cstdlib>
 #include <string_view>
 #include <system_error>
+#include <thread>
 #include <utility>
 
 #include "FileDescriptor.hpp"
@@ -39,16 +42,54 @@ void writeAll(const FileDescriptor& file, std::string_view bytes,
   }
 }
 
+/// The umask is put aside, not mended afterwards: a run that ended in between would leave a folder
+/// that no browser can enter, and the next one would find it made.
 void makeFolder(const std::filesystem::path& folder) {
-  if (::mkdir(folder.c_str(), 0755) == 0) {
-    check(::chmod(folder.c_str(), 0755), folder);  // The umask had its say.
-  } else if (errno == ENOENT && folder.has_relative_path()) {
+  const mode_t mask = ::umask(0);
+  const int result = ::mkdir(folder.c_str(), 0755);
+  ::umask(mask);
+  if (result != 0 && errno == ENOENT && folder.has_relative_path()) {
     makeFolder(folder.parent_path());
     makeFolder(folder);
-  } else if (errno != EEXIST) {
+  } else if (result != 0 && errno != EEXIST) {
     check(-1, folder);
   }
 }
+
+/// Keeps runs that would meet in one file apart until the descriptor is closed. A lock for writing
+/// takes a descriptor for writing, so that nobody else can keep readers out; a writer waits only so
+/// long, for whoever may read the file may hold a lock.
+void awaitLock(const FileDescriptor& file, short type, const std::filesystem::path& path) {
+  struct flock wholeFile {};
+  wholeFile.l_type = type;
+  wholeFile.l_whence = SEEK_SET;
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+  while (::fcntl(file.number(), F_OFD_SETLK, &wholeFile) != 0) {
+    if (errno != EAGAIN && errno != EACCES) {
+      return;  // The file system has no locks.
+    }
+    if (std::chrono::steady_clock::now() > deadline) {
+      throw std::system_error(std::make_error_code(std::errc::timed_out), path.string());
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+}
+
+/// Puts signals off: one that ends the process in the middle of a long write leaves half of it.
+class SignalsPutOff {
+ public:
+  SignalsPutOff() {
+    sigset_t all;
+    ::sigfillset(&all);
+    ::sigprocmask(SIG_BLOCK, &all, &before_);
+  }
+  SignalsPutOff(const SignalsPutOff&) = delete;
+  SignalsPutOff& operator=(const SignalsPutOff&) = delete;
+  ~SignalsPutOff() { ::sigprocmask(SIG_SETMASK, &before_, nullptr); }
+
+ private:
+  sigset_t before_{};
+};
 
 /// A file under a name of its own, which goes unless it is renamed.
 class StagedFile {
@@ -69,15 +110,22 @@ class StagedFile {
     check(::fsync(descriptor_.number()), path_);
   }
 
-  /// Owner, permissions and access-control list of the file that is to be replaced.
+  /// Owner, permissions and access-control list of the file that is to be replaced. A link is not:
+  /// whoever put it there wanted the file that it leads to.
   void takeAccessFrom(const std::filesystem::path& file) {
     struct stat status {};
-    if (::stat(file.c_str(), &status) != 0) {
+    if (::lstat(file.c_str(), &status) != 0) {
+      if (errno != ENOENT) {
+        check(-1, file);
+      }
       check(::fchmod(descriptor_.number(), readableByAll | S_IWUSR), path_);
       return;
     }
+    if (S_ISLNK(status.st_mode)) {
+      throw std::system_error(std::make_error_code(std::errc::too_many_symbolic_link_levels),
+                              file.string());
+    }
     check(::fchown(descriptor_.number(), status.st_uid, status.st_gid), path_);
-    check(::fchmod(descriptor_.number(), (status.st_mode & 0777) | readableByAll), path_);
     constexpr const char* accessList = "system.posix_acl_access";
     std::array<char, 4096> list{};
     const ssize_t size = ::getxattr(file.c_str(), accessList, list.data(), list.size());
@@ -85,7 +133,11 @@ class StagedFile {
       check(::fsetxattr(descriptor_.number(), accessList, list.data(),
                         static_cast<std::size_t>(size), 0),
             path_);
+    } else if (errno != ENODATA && errno != EOPNOTSUPP) {
+      check(size, file);
     }
+    // After the list, whose entry for all others it may have to open.
+    check(::fchmod(descriptor_.number(), (status.st_mode & 0777) | readableByAll), path_);
   }
 
   void renameTo(const std::filesystem::path& file) {
@@ -99,18 +151,21 @@ class StagedFile {
 };
 
 void replaceFile(const std::filesystem::path& file, std::string_view bytes) {
-  StagedFile staged(file.parent_path().parent_path());
+  // Where the folder is a link, beside the folder that it leads to: a file is renamed within one
+  // file system.
+  StagedFile staged(std::filesystem::canonical(file.parent_path()).parent_path());
   staged.write(bytes);
   staged.takeAccessFrom(file);
   staged.renameTo(file);
 }
 
 /// One write that covers the old text, blanks at its end where the new one is shorter, and only
-/// then the new length: the file is whole at any moment. Room is reserved first, so that a full
-/// disk is found before anything changes.
+/// then the new length: the file is whole at any moment, but for a kill in the middle of a long
+/// write. Room is reserved first, so that a full disk is found before anything changes.
 void rewriteInPlace(const std::filesystem::path& file, const std::string& bytes) {
   const FileDescriptor descriptor(
       check(::open(file.c_str(), O_WRONLY | O_NOFOLLOW | O_CLOEXEC), file));
+  awaitLock(descriptor, F_WRLCK, file);
   struct stat status {};
   check(::fstat(descriptor.number(), &status), file);
   const auto length = static_cast<off_t>(bytes.size());
@@ -122,6 +177,7 @@ void rewriteInPlace(const std::filesystem::path& file, const std::string& bytes)
   if (status.st_size > length) {
     padded.resize(static_cast<std::size_t>(status.st_size), '\n');
   }
+  const SignalsPutOff untilWritten;
   writeAll(descriptor, padded, file);
   check(::ftruncate(descriptor.number(), length), file);
   check(::fsync(descriptor.number()), file);
@@ -143,6 +199,7 @@ std::optional<std::string> readPolicyFile(const std::filesystem::path& file) {
   if (!S_ISREG(status.st_mode)) {
     throw std::system_error(std::make_error_code(std::errc::not_supported), file.string());
   }
+  awaitLock(descriptor, F_RDLCK, file);
   std::string bytes;
   std::array<char, 65536> buffer{};
   while (true) {

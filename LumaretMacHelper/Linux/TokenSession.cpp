@@ -33,11 +33,14 @@ TokenSession::~TokenSession() { functions_->C_CloseSession(session_); }
 
 std::vector<CK_OBJECT_HANDLE> TokenSession::objects(CK_OBJECT_CLASS objectClass) const {
   CK_ATTRIBUTE wanted = {CKA_CLASS, &objectClass, sizeof objectClass};
-  check(functions_->C_FindObjectsInit(session_, &wanted, 1));
+  CK_RV result = functions_->C_FindObjectsInit(session_, &wanted, 1);
+  if (result == CKR_USER_NOT_LOGGED_IN) {
+    return {};  // A token may refuse to be asked for what only a login would show.
+  }
+  check(result);
   std::vector<CK_OBJECT_HANDLE> found;
   std::array<CK_OBJECT_HANDLE, 256> batch{};
   CK_ULONG count = 0;
-  CK_RV result = CKR_OK;
   do {
     result = functions_->C_FindObjects(session_, batch.data(), batch.size(), &count);
     if (result == CKR_OK) {

@@ -46,6 +46,8 @@ GOOGLE_CHROME = Browser(
 def enter() -> None:
     """Returns inside new namespaces, where it has started this very command line again."""
     if ENTERED not in os.environ:
+        if any(Path(__file__).resolve().is_relative_to(folder) for folder in HIDDEN_FOLDERS):
+            raise SystemExit(f"Move this clone: a private machine has {', '.join(HIDDEN_FOLDERS)} empty.")
         os.environ |= {ENTERED: "1", "PYTHONUTF8": "1"}
         os.umask(0o022)
         unshare = ["unshare", "--mount", "--propagation=private", "--net", "--pid", "--fork",
@@ -205,13 +207,13 @@ class PrivateMachine:
         nothing.touch(mode=0o644)
         self.mount_over(browser.executable, nothing)
 
-    def install_stand_in(self, browser: Browser, refresh_status: int = 0) -> None:
+    def install_stand_in(self, browser: Browser, refresh_status: int = 0, window_status: int = 0) -> None:
         """Puts a script in the browser's place that only records how it was started."""
         script = self.folder / f"stand-in-{browser.executable.name}"
         script.write_text(
             "#!/bin/sh\n"
             f"printf '%s\\0' {browser.executable.name} $# \"$@\" >> '{self._launches}'\n"
-            f"case $1 in --refresh-platform-policy) exit {refresh_status};; esac\n"
+            f"case $1 in --refresh-platform-policy) exit {refresh_status};; *) exit {window_status};; esac\n"
         )
         script.chmod(0o755)
         if browser.executable.exists():

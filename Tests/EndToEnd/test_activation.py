@@ -44,6 +44,12 @@ class LaunchTests(ActivationTestCase):
         self.assert_started(REFRESH)
         self.assertEqual(self.stored_rules(), [self.rule_for(self.identity)])
 
+    def test_how_the_window_ends_does_not_matter(self):
+        self.machine.install_stand_in(CHROMIUM, window_status=3)
+        self.machine.mark_running(CHROMIUM)
+        self.assertEqual(self.activate(self.identity), ACTIVATED)
+        self.assert_started(REFRESH, NEW_WINDOW)
+
     def test_missing_browser_leaves_the_rule_and_says_so(self):
         self.machine.hide(CHROMIUM)
         self.assertEqual(self.activate(self.identity, "--url", "https://example.test/"), failed(NOT_INSTALLED))

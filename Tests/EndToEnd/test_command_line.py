@@ -86,6 +86,11 @@ class ArgumentTests(HelperTestCase):
     def test_the_word_after_fingerprint_is_its_value_even_if_it_is_an_option(self):
         self.assert_finds_nothing("--fingerprint", "--url", "https://example.test/")
 
+    def test_identities_are_listed_before_an_option_is_found_to_be_no_fingerprint(self):
+        (self.database.folder / "cert9.db").write_bytes(b"not a database" * 1000)
+        self.assertEqual(self.helper("activate", "--fingerprint", "--url", "https://example.test/"),
+                         failed("Keychain could not be read (error -8174)."))
+
     def test_an_unknown_fingerprint(self):
         self.assert_finds_nothing("--fingerprint", "0" * 64)
 

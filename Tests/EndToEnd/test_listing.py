@@ -1,11 +1,14 @@
 """What `list` makes of every state of the certificate database."""
 
+import contextlib
 import fcntl
 import json
 import os
+import private_machine
 import pty
 import select
 import shutil
+import sqlite3
 import termios
 import unittest
 from pathlib import Path
@@ -70,6 +73,23 @@ class ListingTests(HelperTestCase):
     def test_many_identities(self):
         identities = self.make_identities(*({"CN": f"Identity {number:02}"} for number in range(40)))
         self.assertEqual(self.helper("list"), printed(self.line_of(*identities)))
+
+    def test_an_issuer_of_a_common_name_alone(self):
+        self.make_authority({"CN": "Only"})
+        identity, = self.make_identities({"CN": "Ana"})
+        issuer = b'"issuer":{"commonName":"Only","locality":null,"organization":null,"organizationalUnit":null}'
+        outcome = self.helper("list")
+        self.assertEqual(outcome, printed(self.line_of(identity)))
+        self.assertIn(issuer, outcome.stdout)
+
+    def test_a_certificate_of_broken_encoding_hides_no_other(self):
+        broken, whole = self.make_identities({"CN": "Broken"}, {"CN": "Whole"})
+        certificate_value = "a11"  # NSS names the columns after the numbers of PKCS#11's attributes
+        with contextlib.closing(sqlite3.connect(self.database.folder / "cert9.db")) as store, store:
+            changed = store.execute(f"UPDATE nssPublic SET {certificate_value} = ? WHERE {certificate_value} = ?",
+                                    (b"\x30\x80broken", broken.der))
+            self.assertEqual(changed.rowcount, 1)
+        self.assertEqual(self.helper("list"), printed(self.line_of(whole)))
 
 
 class ListingOrderTests(HelperTestCase):

@@ -213,6 +213,16 @@ class PermissionTests(PolicyTestCase):
         self.write("full", "x" * 4096)
         self.assert_refused()
 
+    @needs_real_root
+    def test_a_full_disk_leaves_a_granted_file_whole(self):
+        self.machine.mount_empty(Path("/etc/chromium"), "mode=0755,size=8k")
+        own_file = self.write(OWN_FILE, policies("x" * 3_950))
+        self.write("full", "x" * 4096)
+        before = own_file.read_bytes()
+        self.assertEqual(self.activate_as_nobody(own_file), failed(NOT_SAVED))
+        self.assertEqual(own_file.read_bytes(), before)
+        self.assertEqual(self.machine.launches(), [])
+
     def activate_as_nobody(self, *policy_files):
         """Activates as an ordinary user who owns the home and these policy files, and nothing else."""
         launches = self.machine.folder / "launches"

@@ -109,6 +109,43 @@ TEST_F(CertificateDatabase, FindsGuardedIdentitiesOnALockedToken) {
   EXPECT_THAT(certificates(), UnorderedElementsAre(onToken.der, inDatabase.der));
 }
 
+TEST_F(CertificateDatabase, FindsGuardedIdentitiesInFIPSMode) {
+  const CertificateStore store(oldPlace(), "secret-1");
+  const auto identity = makeIdentity(material_, "/CN=Locked");
+  store.addIdentity(identity);
+  shell("modutil -force -fips true -dbdir sql:" + oldPlace().string());
+  EXPECT_THAT(certificates(), ElementsAre(identity.der));
+  EXPECT_THAT(unguarded(), ElementsAre(false));
+}
+
+TEST_F(CertificateDatabase, AMissingIdentifierTiesNoKeyToACertificate) {
+  const CertificateStore store(oldPlace());
+  makeSoftwareToken(material_, "1234");
+  store.addModule(softwareTokenModule);
+  const auto first = makeIdentity(material_, "/CN=First", KeyType::rsa);
+  const auto second = makeIdentity(material_, "/CN=Second", KeyType::rsa);
+  const std::string key = (material_ / "public.der").string();
+  shell("openssl rsa -in " + first.key.string() + " -pubout -outform der -out " + key);
+  const std::string tool = std::string("pkcs11-tool --module ") + softwareTokenModule +
+                           " --login --pin 1234 --write-object ";
+  shell(tool + key + " --type pubkey");
+  shell(tool + (second.certificate.parent_path() / second.certificate.stem()).string() +
+        ".der --type cert");
+  EXPECT_THAT(certificates(), IsEmpty());
+}
+
+TEST_F(CertificateDatabase, FindsALargeCertificate) {
+  std::string subject = "/CN=Large";
+  for (int unit = 0; unit < 120; ++unit) {
+    subject += "/OU=" + std::string(60, 'u');
+  }
+  const CertificateStore store(oldPlace());
+  const auto identity = makeIdentity(material_, subject);
+  ASSERT_GT(identity.der.size(), 8192U);
+  store.addIdentity(identity);
+  EXPECT_THAT(certificates(), ElementsAre(identity.der));
+}
+
 TEST_F(CertificateDatabase, FindsACertificateOnTwoTokensTwice) {
   const CertificateStore store(oldPlace());
   makeSoftwareToken(material_, "1234");
@@ -141,6 +178,23 @@ TEST_F(CertificateDatabase, TheDataHomeIsUsedWhereTheOldPlaceIsMissing) {
   const auto identity = makeIdentity(material_, "/CN=New");
   store.addIdentity(identity);
   EXPECT_THAT(certificates(), ElementsAre(identity.der));
+}
+
+TEST_F(CertificateDatabase, ALinkThatLeadsNowhereIsNoOldPlace) {
+  std::filesystem::create_directories(home_ / ".pki");
+  std::filesystem::create_symlink(home_ / "nowhere", oldPlace());
+  const CertificateStore store(home_ / ".local/share/pki/nssdb");
+  const auto identity = makeIdentity(material_, "/CN=New");
+  store.addIdentity(identity);
+  EXPECT_THAT(certificates(), ElementsAre(identity.der));
+}
+
+TEST_F(CertificateDatabase, LinksThatLeadNowhereAreNoEmptyDatabase) {
+  std::filesystem::create_directories(oldPlace());
+  for (const char* file : {"cert9.db", "key4.db", "pkcs11.txt"}) {
+    std::filesystem::create_symlink(home_ / "nowhere", oldPlace() / file);
+  }
+  EXPECT_EQ(refusal(), badDatabase);
 }
 
 TEST_F(CertificateDatabase, TheDataHomeMayBeElsewhere) {

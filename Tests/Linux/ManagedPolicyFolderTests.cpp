@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <nlohmann/json.hpp>
@@ -235,6 +236,55 @@ TEST_F(PolicyFolder, AnOwnFileKeepsItsPermissionsAndOwner) {
   EXPECT_EQ(after.st_uid, before.st_uid);
   EXPECT_EQ(after.st_gid, before.st_gid);
   EXPECT_EQ(after.st_mode, before.st_mode);
+}
+
+TEST_F(PolicyFolder, AnOwnFileKeepsItsAccessControlList) {
+  put(ManagedPolicyFolder::ownFileName, "{}");
+  // Version 2; then each entry's tag, permissions and identifier: the owner, user 65534, the owning
+  // group, the mask and all others, who may not read.
+  const std::string list(
+      "\x02\0\0\0"
+      "\x01\0\x06\0\xff\xff\xff\xff"
+      "\x02\0\x06\0\xfe\xff\0\0"
+      "\x04\0\x04\0\xff\xff\xff\xff"
+      "\x10\0\x06\0\xff\xff\xff\xff"
+      "\x20\0\0\0\xff\xff\xff\xff",
+      44);
+  constexpr const char* name = "system.posix_acl_access";
+  if (::setxattr(ownFile().c_str(), name, list.data(), list.size(), 0) != 0) {
+    GTEST_SKIP() << "no access-control lists here";
+  }
+  folder().writeRules({"rule"});
+  std::string kept(100, '\0');
+  const ssize_t size = ::getxattr(ownFile().c_str(), name, kept.data(), kept.size());
+  ASSERT_EQ(size, 44);
+  kept.resize(44);
+  std::string readableByAll = list;
+  readableByAll[38] = '\x04';
+  EXPECT_EQ(kept, readableByAll);
+}
+
+TEST_F(PolicyFolder, AFolderThatLeadsElsewhereIsWrittenThere) {
+  std::filesystem::create_directories(root_ / "elsewhere/real");
+  std::filesystem::create_directory_symlink(root_ / "elsewhere/real", root_ / "linked");
+  const ManagedPolicyFolder linked(root_ / "linked");
+  linked.writeRules({"rule"});
+  EXPECT_THAT(ManagedPolicyFolder(root_ / "elsewhere/real").readRules(), ElementsAre("rule"));
+}
+
+TEST_F(PolicyFolder, WhatNestsDeeperThanChromeReadsIsNoObject) {
+  const auto nested = [](std::size_t arrays) {
+    return R"({"Deep": )" + std::string(arrays, '[') + std::string(arrays, ']') + "}";
+  };
+  put(ManagedPolicyFolder::ownFileName, nested(198));
+  EXPECT_THAT(folder().readRules(), IsEmpty());
+  folder().writeRules({"rule"});
+  EXPECT_THAT(folder().readRules(), ElementsAre("rule"));
+  for (const std::size_t arrays : {199UL, 100'000UL}) {
+    put(ManagedPolicyFolder::ownFileName, nested(arrays));
+    EXPECT_THROW(static_cast<void>(folder().readRules()), ChromePreferencesError) << arrays;
+    EXPECT_THROW(folder().writeRules({"rule"}), ChromePreferencesError) << arrays;
+  }
 }
 
 TEST_F(PolicyFolder, TheFileIsReplacedAsAWhole) {

@@ -49,11 +49,14 @@ class PrivateMounts {
 
   static bool enter() {
     const std::string user = std::to_string(::geteuid());
+    const std::string group = std::to_string(::getegid());
     if (::geteuid() == 0) {
       check(::unshare(CLONE_NEWNS));
     } else {
       check(::unshare(CLONE_NEWUSER | CLONE_NEWNS));
       std::ofstream("/proc/self/uid_map") << "0 " << user << " 1";
+      std::ofstream("/proc/self/setgroups") << "deny";
+      std::ofstream("/proc/self/gid_map") << "0 " << group << " 1";
     }
     check(::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr));
     return true;

@@ -77,6 +77,11 @@ TEST_F(Process, DoesNotAwaitItsEndUnlessAsked) {
   EXPECT_EQ(awaitedOutput(), "done\n");
 }
 
+TEST_F(Process, NobodyLooksAtTheStatusOfOneThatIsNotAwaited) {
+  EXPECT_NO_THROW(runProcess(script("echo done >\"${0%/*}/output\"; exit 3"), {}, false));
+  EXPECT_EQ(awaitedOutput(), "done\n");
+}
+
 TEST_F(Process, ReportsAnotherStatusThanZero) {
   EXPECT_EQ(awaitedStatus(script("exit 3")), 3);
   EXPECT_EQ(awaitedStatus(script("exit 255")), 255);

@@ -1,4 +1,4 @@
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <sys/wait.h>
@@ -67,14 +67,19 @@ TEST_F(ProfileLock, AnotherUsersProcessDoesNotHoldIt) {
   }
   const pid_t other = ::fork();
   if (other == 0) {
-    ::setuid(65534);
-    ::pause();
-    ::_exit(0);
+    if (::setuid(65534) == 0) {
+      ::pause();
+    }
+    ::_exit(1);
   }
   const auto status = "/proc/" + std::to_string(other) + "/status";
-  while (readFile(status).find("\nUid:\t65534") == std::string::npos) {
+  for (int attempt = 0; attempt < 10'000; ++attempt) {
+    if (readFile(status).find("\nUid:\t65534") != std::string::npos) {
+      break;
+    }
     ::usleep(1000);
   }
+  ASSERT_THAT(readFile(status), ::testing::HasSubstr("\nUid:\t65534"));
   lockBy(other);
   EXPECT_FALSE(isLocked());
   ::kill(other, SIGKILL);

@@ -1,7 +1,6 @@
-"""Prints one line per test method of this folder, as `python3 -m unittest` names it."""
+"""Prints one line per test method of the working folder, as `python3 -m unittest` names it."""
 
 import unittest
-from pathlib import Path
 
 
 def methods(suite):
@@ -13,7 +12,7 @@ def methods(suite):
 
 
 loader = unittest.TestLoader()
-tests = sorted(methods(loader.discover(str(Path(__file__).parent))))
+tests = sorted(methods(loader.discover(".")))
 if loader.errors:
     raise SystemExit("\n".join(loader.errors))
 print("\n".join(tests))
