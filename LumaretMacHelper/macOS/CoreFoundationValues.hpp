@@ -2,6 +2,7 @@
 
 #include <CoreFoundation/CoreFoundation.h>
 
+#include <new>
 #include <optional>
 #include <string>
 #include <vector>
@@ -22,7 +23,8 @@ Bytes bytes(CFDataRef data);
 /// Borrowed: they live as long as the array.
 std::vector<CFTypeRef> elements(CFArrayRef array);
 
-/// The array owns a reference to each object.
+/// The array owns a reference to each object. Throws std::bad_alloc: no array would mean something
+/// else to whoever takes it.
 template <typename Object>
 CoreFoundationReference<CFArrayRef> coreFoundationArray(
     const std::vector<CoreFoundationReference<Object>>& objects) {
@@ -31,9 +33,13 @@ CoreFoundationReference<CFArrayRef> coreFoundationArray(
   for (const auto& object : objects) {
     values.push_back(object.get());
   }
-  return CoreFoundationReference<CFArrayRef>::adopt(
+  auto array = CoreFoundationReference<CFArrayRef>::adopt(
       ::CFArrayCreate(kCFAllocatorDefault, values.data(), static_cast<CFIndex>(values.size()),
                       &kCFTypeArrayCallBacks));
+  if (!array) {
+    throw std::bad_alloc();
+  }
+  return array;
 }
 
 }  // namespace lumaret

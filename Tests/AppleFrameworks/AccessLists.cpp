@@ -42,8 +42,8 @@ OSStatus SecKeychainItemCopyAccess(SecKeychainItemRef item, SecAccessRef* access
     return errSecNoSuchClass;
   }
   return call.leave(access, [&] {
-    return createAs<SecAccessRef>(
-        AccessObject{key.name, std::make_shared<AccessList>(*key.key->accessList)});
+    return createAs<SecAccessRef>(AccessObject{
+        key.name, std::make_shared<AccessList>(key.key->accessList.value_or(AccessList()))});
   });
 }
 
@@ -86,7 +86,8 @@ CFArrayRef SecACLCopyAuthorizations(SecACLRef acl) {
   });
 }
 
-// A scripted answer is for the application list; the rest is the entry's own.
+// A scripted answer is for the application list, and its second object the description; the rest is
+// the entry's own.
 OSStatus SecACLCopyContents(SecACLRef acl, CFArrayRef* applications, CFStringRef* description,
                             SecKeychainPromptSelector* promptSelector) {
   const AccessListEntry& entry = entryOf(acl, __func__);
@@ -96,8 +97,9 @@ OSStatus SecACLCopyContents(SecACLRef acl, CFArrayRef* applications, CFStringRef
                               : nullptr;
   });
   if (status == errSecSuccess) {
-    *description =
-        entry.description ? createAs<CFStringRef>(TextObject{*entry.description}) : nullptr;
+    *description = entry.description && !call.leavesOutSecond()
+                       ? createAs<CFStringRef>(TextObject{*entry.description})
+                       : nullptr;
     *promptSelector = entry.promptSelector;
   }
   return status;

@@ -45,14 +45,23 @@ CFTypeRef Call::instead(CFTypeRef own) const {
   if (answer_->kind == Answer::Kind::object) {
     return answer_->value ? create(*answer_->value) : nullptr;
   }
-  auto& elements = as<ArrayObject>(own, function_).elements;
-  if (answer_->kind == Answer::Kind::foreignElement) {
-    const auto place = elements.begin() + static_cast<std::ptrdiff_t>(answer_->elementIndex);
-    elements.insert(place, create(TextObject{u"foreign"}));
+  if (answer_->kind == Answer::Kind::withoutSecond) {
     return own;
   }
-  const CFTypeRef first = elements.at(0);
-  retain(first, function_);
+  if (own == nullptr) {
+    own = create(ArrayObject());
+  }
+  auto& elements = as<ArrayObject>(own, function_).elements;
+  if (answer_->kind == Answer::Kind::foreignElement) {
+    const std::size_t index = std::min(answer_->elementIndex, elements.size());
+    elements.insert(elements.begin() + static_cast<std::ptrdiff_t>(index),
+                    create(TextObject{u"foreign"}));
+    return own;
+  }
+  const CFTypeRef first = elements.empty() ? nullptr : elements.front();
+  if (first != nullptr) {
+    retain(first, function_);
+  }
   release(own, function_);
   return first;
 }

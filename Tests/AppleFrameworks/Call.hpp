@@ -22,6 +22,10 @@ class Call {
     return answer_ != nullptr && answer_->kind == Answer::Kind::status;
   }
 
+  [[nodiscard]] bool leavesOutSecond() const {
+    return answer_ != nullptr && answer_->kind == Answer::Kind::withoutSecond;
+  }
+
   /// For a function that returns an owned object. `own` makes the machine's own answer, null
   /// included.
   template <typename Reference, typename Own>
@@ -38,13 +42,16 @@ class Call {
   }
 
   /// For a function that returns a status and leaves an owned object. After a failure it leaves
-  /// what was there.
+  /// what was there, unless the test asked for an object too.
   template <typename Reference, typename Own>
   OSStatus leave(Reference* place, Own own) const {
     if (place == nullptr) {
       refuse(function_, "null in the place of a result");
     }
     if (fails()) {
+      if (answer_->leavesObject) {
+        *place = Reference(own());
+      }
       return answer_->failure;
     }
     *place = result<Reference>(own);

@@ -105,8 +105,9 @@ Boolean CFNumberGetValue(CFNumberRef number, CFNumberType type, void* value) {
   if (type != kCFNumberDoubleType) {
     refuse(__func__, "another type of number than double");
   }
-  std::memcpy(value, &as<NumberObject>(number, __func__).number, sizeof(double));
-  return true;
+  const auto& object = as<NumberObject>(number, __func__);
+  std::memcpy(value, &object.number, sizeof(double));
+  return object.isExact ? 1 : 0;
 }
 
 CFTypeID CFDateGetTypeID() { return typeIdentifier<DateObject>(); }

@@ -86,7 +86,7 @@ CFComparisonResult CFStringCompareWithOptionsAndLocale(CFStringRef left, CFStrin
 
 CFLocaleRef CFLocaleCopyCurrent() {
   const Call call(__func__, "");
-  return createAs<CFLocaleRef>(LocaleObject());
+  return call.result<CFLocaleRef>([] { return createAs<CFLocaleRef>(LocaleObject()); });
 }
 
 // More lenient than any release of Core Foundation: any text is an address.

@@ -53,6 +53,14 @@ Identity identity(const json& description) {
   return identity;
 }
 
+/// A status, or null for success with nothing; for one call alone, an object with both.
+Answer answer(const json& failure) {
+  if (failure.is_object()) {
+    return answer(failure.at("answer")).onCall(failure.at("call"));
+  }
+  return failure.is_null() ? Answer::nothing() : Answer::status(failure);
+}
+
 void requireNothingLeft() {
   if (const std::size_t left = liveObjects(); left != 0) {
     std::fprintf(stderr, "%zu objects were not released.\n", left);
@@ -127,8 +135,8 @@ Machine readMachineFile() {
     machine.preferences[application] = std::get<Dictionary>(valueOf(values).content);
   }
   file.at("runningApplications").get_to(machine.runningApplications);
-  for (const auto& [function, status] : file.at("failures").items()) {
-    machine.answer(function, Answer::status(status));
+  for (const auto& [function, failure] : file.at("failures").items()) {
+    machine.answer(function, answer(failure));
   }
   return machine;
 }

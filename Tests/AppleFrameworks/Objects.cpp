@@ -46,6 +46,12 @@ Object& live(CFTypeRef reference, const char* function) {
 struct Creator {
   CFTypeRef operator()(const Text& text) const { return create(TextObject{text}); }
   CFTypeRef operator()(double number) const { return create(NumberObject{number}); }
+  CFTypeRef operator()(Integer integer) const {
+    const auto number = static_cast<double>(integer.value);
+    constexpr double firstBeyond = 9223372036854775808.;
+    const bool isExact = number < firstBeyond && static_cast<std::int64_t>(number) == integer.value;
+    return create(NumberObject{number, isExact});
+  }
   CFTypeRef operator()(bool value) const { return create(BooleanObject{value}); }
   CFTypeRef operator()(Date date) const { return create(DateObject{date.seconds}); }
   CFTypeRef operator()(const Bytes& bytes) const { return create(DataObject{bytes}); }

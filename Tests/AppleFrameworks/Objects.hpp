@@ -19,6 +19,8 @@ struct TextObject {
 };
 struct NumberObject {
   double number;
+  /// Whether that is the number itself, not only the nearest double.
+  bool isExact = true;
 };
 struct BooleanObject {
   bool value;

@@ -46,6 +46,9 @@ void CFPreferencesSetValue(CFStringRef key, CFPropertyListRef value, CFStringRef
                            CFStringRef user, CFStringRef host) {
   const Call call(__func__, described(key, __func__) + ", " + described(value, __func__) + ", " +
                                 domain(application, user, host, __func__));
+  if (call.fails()) {
+    return;
+  }
   machine()
       .pendingPreferences[described(application, __func__)][as<TextObject>(key, __func__).text] =
       valueOf(value, __func__);

@@ -31,9 +31,14 @@ struct Date {
   double seconds;
 };
 
+/// A number that is kept as an integer, and that the nearest double need not equal.
+struct Integer {
+  std::int64_t value;
+};
+
 /// What a preference or a certificate's value may be.
 struct Value {
-  std::variant<Text, double, bool, Date, Bytes, List, Dictionary> content;
+  std::variant<Text, double, bool, Date, Bytes, List, Dictionary, Integer> content;
 };
 
 struct AccessListEntry {
@@ -64,20 +69,28 @@ struct Identity {
 
 /// What a function answers in place of its own answer.
 struct Answer {
-  enum class Kind : std::uint8_t { status, object, firstElement, foreignElement };
+  enum class Kind : std::uint8_t { status, object, firstElement, foreignElement, withoutSecond };
 
-  /// Fails. A function that returns no status returns false or nothing.
+  /// Fails. A function that returns no status returns false or nothing; one that returns nothing at
+  /// all does nothing.
   static Answer status(std::int32_t status) { return {.kind = Kind::status, .failure = status}; }
+  /// Fails, and leaves its own object all the same, for the caller to own.
+  static Answer statusAndObject(std::int32_t status) {
+    return {.kind = Kind::status, .failure = status, .leavesObject = true};
+  }
   /// Succeeds with nothing.
   static Answer nothing() { return {.kind = Kind::object}; }
   /// Succeeds with this object.
   static Answer object(Value value) { return {.kind = Kind::object, .value = std::move(value)}; }
-  /// Succeeds with the first element of its own array.
+  /// Succeeds with the first element of its own array, or with nothing when that is empty.
   static Answer firstElement() { return {.kind = Kind::firstElement}; }
-  /// Succeeds with its own array, and in it a text before the element of this index.
+  /// Succeeds with its own array, and in it a text before the element of this index, or at the end
+  /// when the array is shorter. Without an array of its own, with the text alone.
   static Answer foreignElement(std::size_t index) {
     return {.kind = Kind::foreignElement, .elementIndex = index};
   }
+  /// Succeeds with its own object, and with nothing in the place of the second one.
+  static Answer withoutSecond() { return {.kind = Kind::withoutSecond}; }
 
   /// For one call of the function alone, counted from 1.
   Answer onCall(std::size_t number) && {
@@ -87,6 +100,7 @@ struct Answer {
 
   Kind kind;
   std::int32_t failure = 0;
+  bool leavesObject = false;
   std::optional<Value> value = std::nullopt;
   std::size_t elementIndex = 0;
   std::optional<std::size_t> call = std::nullopt;

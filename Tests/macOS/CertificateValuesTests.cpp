@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstdint>
 #include <limits>
 #include <optional>
 #include <string>
@@ -99,6 +100,13 @@ INSTANTIATE_TEST_SUITE_P(
                             {-std::numeric_limits<double>::infinity(), std::nullopt}},
                     Seconds{"NoNumber", {std::numeric_limits<double>::quiet_NaN(), std::nullopt}}),
     caseName);
+
+TEST_F(CertificateValuesTest, AnExpiryMayBeKeptAsAnInteger) {
+  EXPECT_EQ(expiry({standin::Integer{86400}}), referenceDate + 24h);
+  EXPECT_EQ(expiry({standin::Integer{-1}}), referenceDate - 1s);
+  EXPECT_EQ(expiry({standin::Integer{(1LL << 53) + 1}}), std::nullopt);
+  EXPECT_EQ(expiry({standin::Integer{std::numeric_limits<std::int64_t>::max()}}), std::nullopt);
+}
 
 TEST_F(CertificateValuesTest, AnExpiryOfAnyOtherTypeIsNone) {
   EXPECT_EQ(expiry(text(u"2099-12-31T23:59:59Z")), std::nullopt);

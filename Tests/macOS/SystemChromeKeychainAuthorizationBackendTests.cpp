@@ -91,6 +91,12 @@ TEST_F(BackendTest, AnAccessListWithoutSigningEntriesGivesNone) {
   EXPECT_THAT(backend.copySigningACLs(firstAccess()), IsEmpty());
 }
 
+TEST_F(BackendTest, ATagOfAnotherTypeIsNoTagForSigning) {
+  machine().answer("SecACLCopyAuthorizations",
+                   Answer::object({standin::List{{7.0}, {farAhead}, {standin::List()}}}));
+  EXPECT_THAT(backend.copySigningACLs(firstAccess()), IsEmpty());
+}
+
 TEST_F(BackendTest, EachTagIsComparedWithSigningFirstAndNoLongerThanNeeded) {
   storedEntry().authorizations = {"kSecACLAuthorizationMAC", "kSecACLAuthorizationAny",
                                   "kSecACLAuthorizationSign"};
@@ -149,6 +155,11 @@ TEST_F(BackendTest, WritesContentsAsTheyWereRead) {
   backend.setContents(backend.copyContents(entry), entry);
   backend.setAccess(access, key);
   EXPECT_EQ(storedEntry(), before);
+}
+
+TEST_F(BackendTest, ALongDescriptionIsCarriedWhole) {
+  storedEntry().description = standin::Text(100'000, u'\u20ac');
+  EXPECT_EQ(backend.copyContents(firstEntry()).description.size(), 300'000U);
 }
 
 TEST_F(BackendTest, WritesAnAbsentListAsAbsentAndAnEmptyOneAsEmpty) {

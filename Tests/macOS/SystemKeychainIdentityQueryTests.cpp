@@ -91,6 +91,12 @@ TEST_F(SystemKeychainIdentityQueryTest, DropsWhatIsNoIdentityFromAnArray) {
   EXPECT_THAT(copiedCertificates(), ElementsAre("ana", "mia"));
 }
 
+TEST_F(SystemKeychainIdentityQueryTest, AnArrayWithoutIdentitiesIsNoIdentity) {
+  machine().answer("SecItemCopyMatching",
+                   Answer::object({standin::List{text(u"identity"), {7.0}}}));
+  EXPECT_THAT(copiedCertificates(), IsEmpty());
+}
+
 TEST_F(SystemKeychainIdentityQueryTest, AResultOfAnotherTypeIsAnInternalFailure) {
   machine().answer("SecItemCopyMatching", Answer::object(text(u"identity")));
   EXPECT_EQ(failure(), Error::keychainFailure(-2070));
