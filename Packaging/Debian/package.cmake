@@ -1,0 +1,47 @@
+# `cpack` makes a Debian package of what is installed.
+
+# Debian's own form of the changelog, of this release alone.
+string(REGEX REPLACE "^.*\n## ${PROJECT_VERSION} - [^\n]*\n+" "" changes "${changelog}")
+string(REGEX REPLACE "\n## .*" "\n" changes "${changes}")
+string(REGEX REPLACE "\n+$" "" changes "\n${changes}")
+string(REPLACE "\n" "\n  " changes "${changes}")
+string(REPLACE "\n  - " "\n  * " changes "${changes}")
+execute_process(
+  COMMAND date --utc --rfc-email --date=${release_day}
+  OUTPUT_VARIABLE release_date
+  OUTPUT_STRIP_TRAILING_WHITESPACE
+  COMMAND_ERROR_IS_FATAL ANY)
+set(CPACK_DEBIAN_PACKAGE_MAINTAINER "Lumaret Maintainers <maintainers@lumaret.example>")
+set(CPACK_DEBIAN_CHANGELOG ${CMAKE_CURRENT_BINARY_DIR}/changelog)
+file(WRITE ${CPACK_DEBIAN_CHANGELOG}
+  "lumaret-macos-helper (${PROJECT_VERSION}) stable; urgency=medium\n${changes}\n\n"
+  " -- ${CPACK_DEBIAN_PACKAGE_MAINTAINER}  ${release_date}\n")
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME lumaret-macos-helper)
+set(CPACK_PACKAGE_VENDOR Lumaret)
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "choose the client certificate that Google Chrome uses")
+set(CPACK_DEBIAN_PACKAGE_DESCRIPTION
+"Google Chrome and Chromium ask which client certificate to show whenever a
+server demands one. lumaret-macos-helper lists the identities in the user's
+certificate database, and makes one of them the one that the browser uses
+without asking: it writes the browser's auto-select policy, verifies it, has a
+running browser take it up, and opens a window.
+.
+With lumaret-policy-access an administrator lets one user write that policy.")
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_SECTION web)
+set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "chromium | google-chrome-stable")
+set(CPACK_DEBIAN_PACKAGE_SUGGESTS "bash-completion, jq, libnss3-tools")
+set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
+  ${CMAKE_CURRENT_LIST_DIR}/postrm ${CMAKE_CURRENT_LIST_DIR}/prerm)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_LIST_DIR}/finish.cmake)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_VERBATIM_VARIABLES ON)
+# What is packaged was built before.
+set(CMAKE_SKIP_INSTALL_ALL_DEPENDENCY ON)
+include(CPack)

@@ -1,0 +1,37 @@
+"""What the tests of all that comes with the tool share: where it is, and the modules of the end-to-end tests."""
+
+import re
+import sys
+from pathlib import Path
+
+SOURCES = Path(__file__).resolve().parents[2]
+sys.path.insert(0, str(SOURCES / "Tests/EndToEnd"))
+
+import private_machine  # noqa: E402
+from helper_test_case import HELPER, HelperTestCase  # noqa: E402
+
+enter = private_machine.enter
+
+BUILD = Path(HELPER).parent  # configured and built
+MADE = BUILD / "Packaging"
+VERSION = re.search(r"^project\([^)]*\bVERSION (\S+)", (SOURCES / "CMakeLists.txt").read_text(), re.M)[1]
+
+
+class PackagingTestCase(HelperTestCase):
+    def setUp(self):
+        super().setUp()
+        programs = self.machine.folder / "bin"
+        programs.mkdir(mode=0o755)
+        (programs / "lumaret-macos-helper").symlink_to(HELPER)
+        self.machine.environment |= {"PATH": f"{programs}:{self.machine.environment['PATH']}", "LANG": "C.UTF-8"}
+
+    def assert_succeeds(self, *command, **settings) -> str:
+        """Runs it in the private machine, and returns its standard output."""
+        outcome = self.machine.run(*command, **settings)
+        self.assertEqual(outcome.status, 0, outcome.stderr.decode(errors="replace"))
+        return outcome.stdout.decode()
+
+
+def code_blocks(document: Path, language: str) -> list[str]:
+    """The fenced blocks of a language in a document, in order."""
+    return re.findall(rf"^```{language}\n(.*?)^```$", document.read_text(), re.M | re.S)

@@ -1,0 +1,288 @@
+"""The administrator's step: who may write the policy file, and who decides that."""
+
+import os
+import stat
+import struct
+import subprocess
+import tempfile
+import unittest
+from pathlib import Path
+
+import packaging_test_case
+from packaging_test_case import HELPER, SOURCES, PackagingTestCase
+from helper_test_case import (ACTIVATED, NOBODY, NOT_SAVED, OWN_FILE, failed, needs_real_root, policies, rule)
+from private_machine import CHROMIUM, GOOGLE_CHROME, Outcome, contents
+
+setUpModule = packaging_test_case.enter
+
+SCRIPT = SOURCES / "Packaging/Linux/lumaret-policy-access"
+FILE = CHROMIUM.policies / OWN_FILE
+ANA, BEN = 1234, 1235
+ACCOUNTS = (("root", 0), ("admin", 0), ("ana", ANA), ("ben", BEN), ("nobody", NOBODY))
+ELSEWHERE = rule({"CN": "Somebody"}, None, "https://elsewhere.test")
+CONSEQUENCE = f"""\
+ana will be able to write {FILE}
+and with it to set every policy of Chromium, for everyone who uses it on this machine: which
+extensions it runs, which proxy sees its traffic, which authorities it trusts.
+Whoever may write that file rules the browser of everyone on this machine.
+"""
+QUESTION = 'Type "yes" to let ana do that: '
+GRANTED = Outcome(0, f"ana may write {FILE}\n".encode(), CONSEQUENCE.encode())
+REVOKED = Outcome(0, f"Only root may write {FILE}\nWhat it says stays in force until you remove it.\n".encode(), b"")
+
+
+def refused(reason: str) -> Outcome:
+    return failed(f"lumaret-policy-access: {reason}")
+
+
+class AccessTestCase(PackagingTestCase):
+    def setUp(self):
+        super().setUp()
+        accounts = self.machine.folder / "passwd"
+        accounts.write_text("".join(f"{name}:x:{number}:{number}::/:/bin/sh\n" for name, number in ACCOUNTS))
+        self.machine.mount_over(Path("/etc/passwd"), accounts)
+        self.machine.install_stand_in(CHROMIUM)
+
+    def access(self, *arguments: str, **settings) -> Outcome:
+        return self.machine.run(SCRIPT, *arguments, **settings)
+
+    def grant(self, user: str = "ana", **settings) -> Outcome:
+        return self.access("grant", "--yes", user, **settings)
+
+    def answered(self, answer: str) -> Outcome:
+        with tempfile.TemporaryFile() as keyboard:
+            keyboard.write(answer.encode())
+            keyboard.seek(0)
+            return self.access("grant", "ana", stdin=keyboard)
+
+    def assert_refused(self, reason: str, action=None):
+        before = contents(Path("/etc/chromium"))
+        self.assertEqual((action or self.grant)(), refused(reason))
+        self.assertEqual(contents(Path("/etc/chromium")), before)
+
+    def assert_access(self, owner: int, file: Path = FILE):
+        status = file.lstat()
+        self.assertEqual((stat.filemode(status.st_mode), status.st_uid, status.st_gid), ("-rw-r--r--", owner, 0))
+
+
+class AnybodyTests(AccessTestCase):
+    def test_arguments_that_make_no_sense(self):
+        for arguments in ((), ("give",), ("grant",), ("grant", "--yes"), ("grant", "ana", "ben"), ("revoke", "ana")):
+            with self.subTest(arguments):
+                outcome = self.access(*arguments)
+                self.assertEqual((outcome.status, outcome.stdout), (2, b""))
+                self.assertTrue(outcome.stderr.startswith(b"usage: lumaret-policy-access grant [--yes] USER\n"))
+
+    @needs_real_root
+    def test_it_is_for_root(self):
+        script = self.machine.folder / "script"  # the clone may be closed to other users
+        script.write_bytes(SCRIPT.read_bytes())
+        script.chmod(0o755)
+        for arguments in (("grant", "--yes", "ana"), ("revoke",)):
+            self.assert_refused("This is for root.", lambda: self.machine.run(
+                "setpriv", f"--reuid={ANA}", "--clear-groups", script, *arguments))
+
+    def test_shellcheck_finds_nothing(self):
+        for script in (SCRIPT, *SOURCES.glob("Packaging/Debian/p*rm"), SOURCES / "Packaging/macOS/build-package",
+                       SOURCES / "Tests/Packaging/try-on-fresh-debian"):
+            with self.subTest(script.name):
+                self.assertEqual(self.assert_succeeds("shellcheck", script), "")
+
+
+@needs_real_root
+class GrantTests(AccessTestCase):
+    def test_the_user_owns_that_file_and_nothing_else(self):
+        self.assertEqual(self.grant(), GRANTED)
+        self.assertEqual(contents(Path("/etc/chromium")), {
+            ".": ("drwxr-xr-x", b""), "policies": ("drwxr-xr-x", b""), "policies/managed": ("drwxr-xr-x", b""),
+            f"policies/managed/{OWN_FILE}": ("-rw-r--r--", b"{}\n")})
+        self.assert_access(ANA)
+        for folder in FILE.parents:
+            self.assertEqual(folder.stat().st_uid, 0)
+
+    def test_a_private_umask_changes_nothing_of_that(self):
+        self.assertEqual(self.grant(preexec_fn=lambda: os.umask(0o077)), GRANTED)
+        self.assert_access(ANA)
+        self.assertEqual(stat.S_IMODE(FILE.parent.stat().st_mode), 0o755)
+
+    def test_rules_that_are_there_stay(self):
+        self.machine.write_policies(OWN_FILE, policies(ELSEWHERE))
+        self.assertEqual(self.grant(), GRANTED)
+        self.assert_access(ANA)
+        self.assertEqual(self.stored_rules(), [ELSEWHERE])
+
+    def test_a_second_time_changes_nothing(self):
+        self.grant()
+        before = contents(Path("/etc/chromium"))
+        self.assertEqual(self.grant(), GRANTED)
+        self.assertEqual(contents(Path("/etc/chromium")), before)
+
+    def test_google_chrome_is_preferred_to_chromium(self):
+        self.machine.install_stand_in(GOOGLE_CHROME)
+        outcome = self.grant()
+        self.assertEqual(outcome.status, 0)
+        self.assertIn(b"every policy of Google Chrome,", outcome.stderr)
+        self.assert_access(ANA, GOOGLE_CHROME.policies / OWN_FILE)
+        self.assertFalse(FILE.exists())
+
+    def test_the_consequence_is_said_and_yes_must_be_typed(self):
+        self.assertEqual(self.answered("yes\n"), Outcome(0, GRANTED.stdout, (CONSEQUENCE + QUESTION).encode()))
+        self.assert_access(ANA)
+
+    def test_any_other_answer_changes_nothing(self):
+        for answer in ("no\n", "y\n", "\n", "", "yes please\n", "YES\n"):
+            with self.subTest(answer):
+                self.assertEqual(self.answered(answer), failed(
+                    CONSEQUENCE + QUESTION + "lumaret-policy-access: Nothing was changed."))
+                self.assertEqual(contents(Path("/etc/chromium")).keys(), {"."})
+
+
+@needs_real_root
+class RefusalTests(AccessTestCase):
+    def test_a_user_that_does_not_exist(self):
+        for user in ("carl", "", "ana:x", str(ANA), "-x", "ana ben"):
+            with self.subTest(user):
+                self.assert_refused(f'There is no user "{user}".', lambda: self.grant(user))
+
+    def test_root_under_any_name(self):
+        for user in ("root", "admin"):
+            with self.subTest(user):
+                self.assert_refused(f'"{user}" is root, who may write every file.', lambda: self.grant(user))
+
+    def test_no_browser(self):
+        self.machine.hide(CHROMIUM)
+        self.assert_refused("Neither Google Chrome nor Chromium is installed.")
+
+    def test_a_link_in_its_place(self):
+        for target in ("/etc/passwd", "/nonexistent"):
+            FILE.parent.mkdir(parents=True, exist_ok=True)
+            FILE.unlink(missing_ok=True)
+            FILE.symlink_to(target)
+            for action in (self.grant, lambda: self.access("revoke")):
+                self.assert_refused(f"{FILE} is a link.", action)
+
+    def test_a_folder_or_a_pipe_in_its_place(self):
+        FILE.mkdir(parents=True)
+        self.assert_refused(f"{FILE} is not a regular file.")
+        FILE.rmdir()
+        os.mkfifo(FILE)
+        self.assert_refused(f"{FILE} is not a regular file.")
+
+    def test_a_folder_on_the_way_that_others_may_write(self):
+        self.machine.write_policies(OWN_FILE, "{}\n")
+        for folder in (FILE.parent, FILE.parent.parent, Path("/etc/chromium")):
+            for change, undo in ((lambda: folder.chmod(0o775), lambda: folder.chmod(0o755)),
+                                 (lambda: folder.chmod(0o757), lambda: folder.chmod(0o755)),
+                                 (lambda: os.chown(folder, BEN, 0), lambda: os.chown(folder, 0, 0))):
+                change()
+                with self.subTest(folder):
+                    for action in (self.grant, lambda: self.access("revoke")):
+                        self.assert_refused(f"{folder} may be written by others than root.", action)
+                undo()
+        self.assertEqual(self.grant(), GRANTED)
+
+    def test_a_link_on_the_way(self):
+        elsewhere = self.machine.folder / "elsewhere"
+        elsewhere.mkdir()
+        (CHROMIUM.policies.parent).symlink_to(elsewhere)
+        self.assert_refused(f"{CHROMIUM.policies.parent} is not a folder.")
+        self.assertEqual(contents(elsewhere).keys(), {"."})
+
+    def test_another_user_who_holds_it(self):
+        self.grant()
+        self.assert_refused(f"ana may write {FILE}. First: lumaret-policy-access revoke", lambda: self.grant("ben"))
+
+    def test_a_file_that_others_may_write_too(self):
+        message = f"{FILE} may be written by others than its owner. First: lumaret-policy-access revoke"
+        self.machine.write_policies(OWN_FILE, "{}")
+        for mode in (0o664, 0o646):
+            FILE.chmod(mode)
+            self.assert_refused(message)
+        FILE.chmod(0o644)
+        owner, user, group, mask, others, none = 0x01, 0x02, 0x04, 0x10, 0x20, 0xFFFFFFFF
+        entries = ((owner, 6, none), (user, 6, BEN), (group, 4, none), (mask, 6, none), (others, 4, none))
+        os.setxattr(FILE, "system.posix_acl_access",
+                    struct.pack("<I", 2) + b"".join(struct.pack("<HHI", *entry) for entry in entries))
+        self.assert_refused(message)
+        self.assertEqual(self.access("revoke"), REVOKED)
+        self.assertEqual(os.listxattr(FILE), [])
+        self.assertEqual(self.grant(), GRANTED)
+
+
+@needs_real_root
+class RevokeTests(AccessTestCase):
+    def test_the_file_is_root_s_again_and_says_what_it_said(self):
+        self.grant()
+        FILE.write_text(policies(ELSEWHERE))
+        self.assertEqual(self.access("revoke"), REVOKED)
+        self.assert_access(0)
+        self.assertEqual(self.stored_rules(), [ELSEWHERE])
+
+    def test_files_of_both_browsers_even_of_one_that_is_gone(self):
+        self.grant()
+        self.machine.install_stand_in(GOOGLE_CHROME)
+        self.grant("ben")
+        GOOGLE_CHROME.executable.unlink()
+        self.machine.hide(CHROMIUM)
+        self.assertEqual(self.access("revoke").status, 0)
+        for browser in (CHROMIUM, GOOGLE_CHROME):
+            self.assert_access(0, browser.policies / OWN_FILE)
+
+    def test_an_open_file_or_a_second_name_leads_nowhere(self):
+        self.grant()
+        second = FILE.parent.parent / "second"
+        second.hardlink_to(FILE)
+        with open(FILE, "r+") as open_file:
+            self.assertEqual(self.access("revoke"), REVOKED)
+            open_file.write('{"HomepageLocation":"https://evil.test"}')
+        self.assertIn("evil", second.read_text())
+        self.assertEqual(FILE.read_text(), "{}\n")
+
+    def test_where_nothing_was_granted(self):
+        self.assertEqual(self.access("revoke"), Outcome(0, b"There is no policy file: nobody was granted anything.\n",
+                                                        b""))
+
+
+@needs_real_root
+class GrantedUserTests(AccessTestCase):
+    """The tool, run by the user."""
+
+    def setUp(self):
+        super().setUp()
+        self.identity = self.make_identity()
+        launches = self.machine.folder / "launches"
+        launches.touch()
+        for place in (self.machine.home, *self.machine.home.rglob("*"), launches):
+            os.chown(place, ANA, ANA)
+        self.executable = self.machine.folder / "helper"  # the build folder may be closed to other users
+        self.executable.write_bytes(Path(HELPER).read_bytes())
+        self.executable.chmod(0o755)
+
+    def activate_as(self, user: int) -> Outcome:
+        return self.machine.run("setpriv", f"--reuid={user}", f"--regid={user}", "--clear-groups", self.executable,
+                                "activate", "--fingerprint", self.identity.fingerprint)
+
+    def test_activates_from_the_grant_until_it_is_taken_back(self):
+        self.assertEqual(self.activate_as(ANA), failed(NOT_SAVED))
+        self.grant()
+        self.assertEqual(self.activate_as(ANA), ACTIVATED)
+        self.assertEqual(self.stored_rules(), [self.rule_for(self.identity)])
+        self.assert_access(ANA)
+        self.assertEqual(self.machine.launches(), [("chromium", [b"--new-window"])])
+        self.access("revoke")
+        self.assertEqual(self.activate_as(ANA), failed(NOT_SAVED))
+        self.assertEqual(self.stored_rules(), [self.rule_for(self.identity)])
+
+    def test_may_write_nothing_else_there(self):
+        self.grant()
+        for command in (f"echo > {FILE.parent}/other.json", f"rm {FILE}", f"mv {FILE} {FILE}.old"):
+            with self.subTest(command):
+                before = contents(Path("/etc/chromium"))
+                done = subprocess.run(("setpriv", f"--reuid={ANA}", f"--regid={ANA}", "--clear-groups", "sh", "-c",
+                                       command), stderr=subprocess.DEVNULL, stdin=subprocess.DEVNULL)
+                self.assertNotEqual(done.returncode, 0)
+                self.assertEqual(contents(Path("/etc/chromium")), before)
+
+
+if __name__ == "__main__":
+    unittest.main()
