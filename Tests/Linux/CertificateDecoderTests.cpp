@@ -167,6 +167,17 @@ TEST_F(CertificateDecoder, LeavesOutAnAttributeOfAnotherType) {
             std::nullopt);
 }
 
+TEST_F(CertificateDecoder, ALongerAttributeTypeIsNotTheOneThatItBeginsWith) {
+  const auto values = parsed(patched(certificate("/O=Other/CN=ABCDEFGH"),
+                                     "\x06\x03\x55\x04\x03\x0c\x08"
+                                     "ABCDEFGH"sv,
+                                     "\x06\x05\x55\x04\x03\x01\x01\x0c\x06"
+                                     "CDEFGH"sv));
+  ASSERT_TRUE(values);
+  EXPECT_EQ(values->subject.commonName, std::nullopt);
+  EXPECT_EQ(values->subject.organization, "Other");
+}
+
 TEST_F(CertificateDecoder, KeepsAnEmbeddedNull) {
   EXPECT_EQ(commonName("\x0c\x08"
                        "null\0 in"sv),

@@ -127,6 +127,22 @@ TEST_F(PolicyFolder, LinksAreFollowedAndSubfoldersAreNot) {
   EXPECT_THAT(folder().readRules(), ElementsAre("linked"));
 }
 
+TEST_F(PolicyFolder, ALinkThatCannotBeFollowedIsAnErrorAndOneWithoutAnEndIsNothing) {
+  std::filesystem::create_symlink("a.json", managed() / "a.json");
+  EXPECT_THAT(folder().readRules(), IsEmpty());
+  std::filesystem::create_symlink(std::string(300, 'x'), managed() / "b.json");
+  EXPECT_THROW(static_cast<void>(folder().readRules()), std::system_error);
+}
+
+TEST_F(PolicyFolder, ALinkInPlaceOfTheOwnFileStays) {
+  writeFile(root_ / "elsewhere", "{}");
+  std::filesystem::create_symlink(root_ / "elsewhere", ownFile());
+  EXPECT_THROW(folder().writeRules({"rule"}), std::system_error);
+  EXPECT_TRUE(std::filesystem::is_symlink(ownFile()));
+  EXPECT_EQ(readFile(root_ / "elsewhere"), "{}");
+  EXPECT_EQ(contents(root_.path()).size(), 2U);
+}
+
 TEST_F(PolicyFolder, CommentsAreAllowed) {
   put("a.json", "// by hand\n" + rules(R"([/* one */ "a"])"));
   EXPECT_THAT(folder().readRules(), ElementsAre("a"));

@@ -1,0 +1,121 @@
+// The text of a policy file: the tool's own, or (first byte odd) another one beside it.
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include "ChromeCertificatePolicyService.hpp"
+#include "ManagedPolicyFolder.hpp"
+#include "Require.hpp"
+#include "TemporaryFolder.hpp"
+
+namespace {
+
+using lumaret::ChromeCertificatePolicyService;
+using nlohmann::json;
+
+constexpr const char* policyName = "AutoSelectCertificateForUrls";
+const std::string ownRule = R"({"filter":{"SUBJECT":{"CN":"Ana"}},"pattern":"*"})";
+
+/// In memory, where there is such a place.
+std::string folderInMemory() {
+  std::string name =
+      std::filesystem::exists("/dev/shm") ? "/dev/shm/lumaret.XXXXXX" : "/tmp/lumaret.XXXXXX";
+  REQUIRE(::mkdtemp(name.data()) != nullptr);
+  return name;
+}
+
+struct Folder {
+  std::filesystem::path root = folderInMemory();
+  std::filesystem::path managed = root / "managed";
+  std::filesystem::path own = managed / lumaret::ManagedPolicyFolder::ownFileName;
+  std::filesystem::path other = managed / "company.json";
+
+  Folder() { std::filesystem::create_directory(managed); }
+  ~Folder() { std::filesystem::remove_all(root); }
+};
+
+std::optional<std::vector<std::string>> rulesOf(const lumaret::ManagedPolicyFolder& folder) {
+  try {
+    return folder.readRules();
+  } catch (const lumaret::ChromePreferencesError&) {
+    return std::nullopt;
+  }
+}
+
+bool areCharacters(const std::vector<std::string>& rules) {
+  try {
+    static_cast<void>(json(rules).dump());
+    return true;
+  } catch (const json::exception&) {
+    return false;
+  }
+}
+
+/// All policies of the tool's file but the rules.
+json othersIn(const std::string& text) {
+  json policies = json::parse(text, nullptr, false, true);
+  if (policies.is_object()) {
+    policies.erase(policyName);
+  }
+  return policies.is_object() ? policies : json::object();
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  static const Folder place;
+  if (size == 0) {
+    return 0;
+  }
+  const std::string text(reinterpret_cast<const char*>(data) + 1, size - 1);
+  const bool isOther = (data[0] & 1) != 0;
+  std::filesystem::remove(place.own);
+  std::filesystem::remove(place.other);
+  lumaret::writeFile(isOther ? place.other : place.own, text);
+  const lumaret::ManagedPolicyFolder folder(place.managed);
+
+  const auto before = rulesOf(folder);
+  REQUIRE(lumaret::readFile(isOther ? place.other : place.own) == text);
+  if (!before) {
+    return 0;  // Refused: nobody writes then.
+  }
+  REQUIRE(areCharacters(*before));
+  // What a strict reader finds in the file is what was read.
+  const json strict = json::parse(text, nullptr, false);
+  if (strict.is_object() && strict.contains(policyName) && text.find('\0') == std::string::npos) {
+    REQUIRE(strict[policyName] == json(*before));
+  } else if (strict.is_object()) {
+    REQUIRE(before->empty());
+  }
+
+  const auto merged = ChromeCertificatePolicyService::replacingRule(ownRule, *before);
+  folder.writeRules(merged);
+  REQUIRE(folder.synchronize());
+  REQUIRE(rulesOf(folder) == merged);
+  const std::string written = lumaret::readFile(place.own);
+  const json policies = json::parse(written);  // Strict, and so UTF-8.
+  REQUIRE(policies.at(policyName) == json(merged));
+  if (isOther) {
+    REQUIRE(policies.size() == 1);
+    REQUIRE(lumaret::readFile(place.other) == text);
+  } else {
+    REQUIRE(othersIn(written) == othersIn(text));
+  }
+
+  folder.writeRules(merged);
+  REQUIRE(lumaret::readFile(place.own) == written);
+  const auto entries = std::filesystem::directory_iterator(place.root);
+  REQUIRE(std::distance(begin(entries), end(entries)) == 1);
+  return 0;
+}
