@@ -116,7 +116,8 @@ class Authority:
              "-in", request, "-out", certificate)
 
 
-def _bundle(identity: Identity) -> Path:
+def bundle_of(identity: Identity) -> Path:
+    """A new PKCS#12 file, without a password, of the certificate and its key."""
     bundle = identity.certificate.with_suffix(".p12")
     _run("openssl", "pkcs12", "-export", "-in", identity.certificate, "-inkey", identity.key,
          "-name", identity.fingerprint[:16], "-passout", "pass:", "-out", bundle)
@@ -135,7 +136,7 @@ class Database:
 
     def add(self, *identities: Identity) -> None:
         for identity in identities:
-            _run("pk12util", "-i", _bundle(identity), "-d", f"sql:{self.folder}", "-k", self._password, "-W", "")
+            _run("pk12util", "-i", bundle_of(identity), "-d", f"sql:{self.folder}", "-k", self._password, "-W", "")
 
     def name_module(self, library: str) -> None:
         """Has the database name one more PKCS#11 module, which need not exist."""
@@ -164,5 +165,5 @@ class Token:
              environment=self.environment)
 
     def add(self, identity: Identity, database: Database) -> None:
-        _run("pk12util", "-i", _bundle(identity), "-d", f"sql:{database.folder}", "-h", "token", "-k", self._pin,
+        _run("pk12util", "-i", bundle_of(identity), "-d", f"sql:{database.folder}", "-h", "token", "-k", self._pin,
              "-W", "", environment=self.environment)

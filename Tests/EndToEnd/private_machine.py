@@ -186,18 +186,24 @@ class PrivateMachine:
     # Mounts
 
     def mount_empty(self, place: Path, options: str = "mode=0755") -> None:
-        self._mount("-t", "tmpfs", "-o", options, "none", place)
+        self.mount("-t", "tmpfs", "-o", options, "none", place)
 
     def mount_over(self, place: Path, replacement: Path) -> None:
-        self._mount("--bind", replacement, place)
+        self.mount("--bind", replacement, place)
 
     def make_read_only(self, place: Path) -> None:
         """Remounts what one of the two above put at `place`."""
         subprocess.run(["mount", "-o", "remount,bind,ro", place], check=True)
 
-    def _mount(self, *arguments) -> None:
+    def mount(self, *arguments) -> None:
+        """With the arguments of mount(8), the last of which is the place; until the machine is closed."""
         subprocess.run(["mount", *arguments], check=True)
         self._mounts.append(Path(arguments[-1]))
+
+    def unmount(self, place: Path) -> None:
+        """What one of the others mounted."""
+        subprocess.run(["umount", place], check=True)
+        self._mounts.remove(place)
 
     # Browsers
 

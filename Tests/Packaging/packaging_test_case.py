@@ -1,5 +1,7 @@
 """What the tests of all that comes with the tool share: where it is, and the modules of the end-to-end tests."""
 
+import contextlib
+import os
 import re
 import sys
 from pathlib import Path
@@ -24,6 +26,31 @@ class PackagingTestCase(HelperTestCase):
         programs.mkdir(mode=0o755)
         (programs / "lumaret-macos-helper").symlink_to(HELPER)
         self.machine.environment |= {"PATH": f"{programs}:{self.machine.environment['PATH']}", "LANG": "C.UTF-8"}
+
+    @contextlib.contextmanager
+    def kept_manifest(self):
+        """The list by which somebody may remove what they installed from this build stays theirs."""
+        manifest = BUILD / "install_manifest.txt"
+        before = manifest.read_bytes() if manifest.exists() else None
+        try:
+            yield
+        finally:
+            if before is None:
+                manifest.unlink(missing_ok=True)
+            else:
+                manifest.write_bytes(before)
+
+    def install(self, prefix: Path) -> None:
+        with self.kept_manifest():
+            self.assert_succeeds("cmake", "--install", BUILD, "--prefix", prefix)
+
+    @contextlib.contextmanager
+    def umask(self, mask: int):
+        before = os.umask(mask)
+        try:
+            yield
+        finally:
+            os.umask(before)
 
     def assert_succeeds(self, *command, **settings) -> str:
         """Runs it in the private machine, and returns its standard output."""

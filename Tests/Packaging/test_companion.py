@@ -11,7 +11,7 @@ except ImportError:
     jsonschema = None
 
 import packaging_test_case
-from packaging_test_case import MADE, SOURCES, PackagingTestCase, code_blocks
+from packaging_test_case import SOURCES, PackagingTestCase, code_blocks
 from helper_test_case import ACTIVATED, NOT_FOUND, USAGE, failed
 from private_machine import CHROMIUM, other_processes
 from certificates import Database
@@ -174,7 +174,7 @@ class PromiseTests(PackagingTestCase):
 
     def test_the_schema_is_where_the_document_says(self):
         place = self.machine.folder / "usr"
-        self.assert_succeeds("cmake", "--install", MADE.parent, "--prefix", place)
+        self.install(place)
         self.assertEqual(json.loads((place / "share/lumaret-macos-helper/listing.schema.json").read_text()), SCHEMA)
 
 

@@ -18,6 +18,7 @@ COMMON = {
     "share/doc/lumaret-macos-helper/CHANGELOG.md",
     "share/doc/lumaret-macos-helper/README.md",
     "share/doc/lumaret-macos-helper/docs/companion.md",
+    "share/doc/lumaret-macos-helper/docs/hostile-surroundings.md",
     "share/doc/lumaret-macos-helper/docs/images/chrome-policy.png",
     "share/doc/lumaret-macos-helper/docs/troubleshooting.md",
     "share/fish/vendor_completions.d/lumaret-macos-helper.fish",
@@ -25,6 +26,7 @@ COMMON = {
 }
 INSTALLED = COMMON | {
     "share/doc/lumaret-macos-helper/LICENSE",
+    "share/doc/lumaret-macos-helper/NOTICE",
     "share/man/man1/lumaret-macos-helper.1",
     "share/man/man8/lumaret-policy-access.8",
     "share/zsh/site-functions/_lumaret-macos-helper",
@@ -43,27 +45,44 @@ def files(folder: Path) -> dict[str, str]:
     return {path: mode for path, (mode, _) in contents(folder).items() if not mode.startswith("d")}
 
 
+def folders(folder: Path) -> dict[str, str]:
+    return {path: mode for path, (mode, _) in contents(folder).items() if mode.startswith("d")}
+
+
 class InstallTests(PackagingTestCase):
     def test_every_file_goes_where_the_platform_expects_it(self):
-        place = self.machine.folder / "usr"
-        self.assert_succeeds("cmake", "--install", BUILD, "--prefix", place)
-        self.assertEqual(files(place), {file: "-rwxr-xr-x" if file in PROGRAMS else "-rw-r--r--"
-                                        for file in INSTALLED})
+        for umask in (0o022, 0o002):
+            with self.subTest(f"{umask:03o}"):
+                place = self.machine.folder / f"usr-{umask:03o}"
+                place.mkdir(mode=0o755)
+                with self.umask(umask):
+                    self.install(place)
+                self.assertEqual(files(place), {file: "-rwxr-xr-x" if file in PROGRAMS else "-rw-r--r--"
+                                                for file in INSTALLED})
+                self.assertEqual(set(folders(place).values()), {"drwxr-xr-x"})
         self.machine.environment["PATH"] = f"{place}/bin:/usr/bin:/bin"
         self.assertEqual(self.machine.run("lumaret-macos-helper", "list"), printed("[]"))
 
-    def test_the_mac_s_package_is_made_of_the_same_installation(self):
-        """Over stand-ins for the Mac's own tools, which only tell what they were asked."""
+
+class MacPackageTests(PackagingTestCase):
+    """Over stand-ins for the Mac's own tools, which only tell what they were asked. What is packaged is this build,
+    so that this shows how the package is made and not what a Mac's build installs."""
+
+    BUILD_FOLDER = "build/macos-universal"
+    PACKAGE = f"build/lumaret-macos-helper-{VERSION}.pkg"
+
+    def setUp(self):
+        super().setUp()
         clone, tools = self.machine.folder / "clone", self.machine.folder / "tools"
         tools.mkdir()
-        build = "build/macos-universal"
-        asked = self.machine.folder / "asked"
+        build = self.BUILD_FOLDER
+        asked = self.asked = self.machine.folder / "asked"
         for tool in ("codesign", "lipo", "pkgbuild", "cmake"):
             action = f'printf "%s " {tool} "$@" >> {asked}; echo >> {asked}\n'
             if tool == "cmake":
                 action += f'[ "$1" != --install ] || exec /usr/bin/cmake --install {BUILD} "$3" "$4" >/dev/null\n'
             if tool == "pkgbuild":
-                action += f'cp -r "$2" {self.machine.folder}/root\n'
+                action += f'cp -rp "$2" {self.machine.folder}/root\n'
             (tools / tool).write_text("#!/bin/sh\n" + action)
             (tools / tool).chmod(0o755)
         (clone / build).mkdir(parents=True)
@@ -72,28 +91,45 @@ class InstallTests(PackagingTestCase):
         script = clone / "Packaging/macOS/build-package"
         script.write_bytes((SOURCES / "Packaging/macOS/build-package").read_bytes())
         script.chmod(0o755)
+        self.script = script
         self.machine.environment["PATH"] = f"{tools}:{self.machine.environment['PATH']}"
-        package = f"build/lumaret-macos-helper-{VERSION}.pkg"
-        self.assertEqual(self.assert_succeeds(script), package + "\n")
-        root = re.search(r"--root (\S+)", asked.read_text())[1]
-        self.assertEqual(asked.read_text().replace(root, "ROOT").splitlines(), [
+
+    def assert_packages(self, signing: str, package_signing: str):
+        with self.kept_manifest(), self.umask(0o077):
+            self.assertEqual(self.assert_succeeds(self.script), self.PACKAGE + "\n")
+        build = self.BUILD_FOLDER
+        asked = self.asked.read_text()
+        root = re.search(r"--root (\S+)", asked)[1]
+        self.assertEqual(asked.replace(root, "ROOT").splitlines(), [
             "cmake --preset macos-universal ",
             "cmake --build --preset macos-universal ",
-            f"codesign --force --sign - {build}/lumaret-macos-helper ",
+            f"codesign --force {signing} {build}/lumaret-macos-helper ",
             f"lipo {build}/lumaret-macos-helper -verify_arch arm64 x86_64 ",
             f"cmake --install {build} --prefix /usr/local ",
             f"pkgbuild --root ROOT --identifier com.lumaret.macos-helper --version {VERSION} --install-location / "
-            f"{package} ",
+            f"{package_signing}{self.PACKAGE} ",
         ])
-        self.assertEqual(files(self.machine.folder / "root/usr/local").keys(), INSTALLED)
+        packaged = self.machine.folder / "root"
+        self.assertEqual(files(packaged / "usr/local").keys(), INSTALLED)
+        self.assertEqual(set(folders(packaged).values()), {"drwxr-xr-x"})
         self.assertFalse(Path(root).exists())
+
+    def test_without_identities_to_sign_with(self):
+        self.assert_packages("--sign -", "")
+
+    def test_with_identities_to_sign_with(self):
+        self.machine.environment |= {"APPLICATION_IDENTITY": "Developer ID Application: Ana",
+                                     "INSTALLER_IDENTITY": "Developer ID Installer: Ana"}
+        self.assert_packages("--options runtime --timestamp --sign Developer ID Application: Ana",
+                             "--sign Developer ID Installer: Ana ")
 
 
 class DebianPackageTestCase(PackagingTestCase):
     def setUp(self):
         super().setUp()
         made = self.machine.folder / "made"
-        self.assert_succeeds("cpack", "-G", "DEB", "-B", made, cwd=BUILD)
+        with self.kept_manifest(), self.umask(0o077):
+            self.assert_succeeds("cpack", "-G", "DEB", "-B", made, cwd=BUILD)
         (self.package,) = made.glob("*.deb")
 
     def field(self, name: str) -> str:
@@ -105,7 +141,9 @@ class DebianPackageTests(DebianPackageTestCase):
         self.assertEqual((self.field("Package"), self.field("Version")), ("lumaret-macos-helper", VERSION))
         place = self.machine.folder / "content"
         self.assert_succeeds("dpkg-deb", "--extract", self.package, place)
-        self.assertEqual(files(place / "usr").keys(), PACKAGED)
+        self.assertEqual(files(place / "usr"), {file: "-rwxr-xr-x" if file in PROGRAMS else "-rw-r--r--"
+                                                for file in PACKAGED})
+        self.assertEqual(set(folders(place).values()), {"drwxr-xr-x"})
         changelog = self.assert_succeeds("zcat", place / "usr/share/doc/lumaret-macos-helper/changelog.gz")
         self.assertTrue(changelog.startswith(f"lumaret-macos-helper ({VERSION}) "))
 
@@ -141,10 +179,10 @@ class DebianLifeTests(DebianPackageTestCase):
         self.changes, work, self.root = (layers / name for name in ("changes", "work", "root"))
         for folder in (self.changes, work, self.root):
             folder.mkdir(parents=True)
-        self.machine._mount("-t", "overlay", "-o", f"lowerdir=/,upperdir={self.changes},workdir={work}", "overlay",
+        self.machine.mount("-t", "overlay", "-o", f"lowerdir=/,upperdir={self.changes},workdir={work}", "overlay",
                             self.root)
         for folder in ("dev", "proc"):
-            self.machine._mount("--bind", Path("/", folder), self.root / folder)
+            self.machine.mount("--bind", Path("/", folder), self.root / folder)
         self.identity = self.make_identity()
         home = self.root / "root"
         self.assert_succeeds("cp", "-r", self.machine.home / ".pki", home / ".pki")
@@ -211,6 +249,47 @@ class DebianLifeTests(DebianPackageTestCase):
         self.assertNotEqual(self.policy.stat().st_uid, 0)
         self.inside("dpkg", "--remove", "lumaret-macos-helper")
         self.assertEqual((self.policy.stat().st_uid, self.policy.read_bytes()), (0, rules))
+
+    def test_removing_says_that_the_grant_could_not_be_taken_back(self):
+        self.inside("dpkg", "--install", "package.deb")
+        self.inside("lumaret-policy-access", "grant", "--yes", "nobody")
+        other = self.machine.folder / "other"
+        other.touch()
+        self.assert_succeeds("mount", "--bind", other, self.policy)
+        outcome = self.run_inside("dpkg", "--remove", "lumaret-macos-helper")
+        self.assertEqual(outcome.status, 0)
+        file = f"/etc/chromium/policies/managed/{OWN_FILE}"
+        self.assertEqual(outcome.stderr.decode(), (
+            f"lumaret-policy-access: Something is mounted on {file}. First: umount --lazy {file}\n"
+            "lumaret-macos-helper: a user may still be able to write the policy file; see above.\n"))
+        self.assertNotEqual(self.run_inside("dpkg", "--purge", "lumaret-macos-helper").status, 0)
+        self.assert_succeeds("umount", "--lazy", self.policy)
+        self.inside("dpkg", "--purge", "lumaret-macos-helper")
+        self.assertFalse(self.policy.exists())
+
+    def test_purging_removes_its_own_files_and_folders_alone(self):
+        browser = self.root / "opt/google/chrome/google-chrome"
+        browser.parent.mkdir(parents=True)
+        browser.write_text("#!/bin/sh\n")
+        browser.chmod(0o755)
+        chromium, chrome = (self.root / folder for folder in ("etc/chromium/policies", "etc/opt/chrome/policies"))
+        (chromium / "managed").mkdir(parents=True)  # an administrator's own, empty
+        before = self.state()
+        self.inside("dpkg", "--install", "package.deb")
+        self.inside("lumaret-policy-access", "grant", "--yes", "nobody")
+        self.assertTrue((chrome / "managed" / OWN_FILE).exists())
+        for folder in (chromium, chrome):
+            for program in ("lumaret-macos-helper", "lumaret-policy-access"):
+                (folder / f".{program}.a1B2c3").touch()
+        self.inside("dpkg", "--purge", "lumaret-macos-helper")
+        self.assertEqual(self.state(), before)
+
+        self.inside("dpkg", "--install", "package.deb")
+        self.inside("lumaret-policy-access", "grant", "--yes", "nobody")
+        other = chrome / "managed/other.json"
+        other.write_text("{}")
+        self.inside("dpkg", "--purge", "lumaret-macos-helper")
+        self.assertEqual(list(contents(chrome)), [".", "managed", "managed/other.json"])
 
 
 if __name__ == "__main__":

@@ -1,6 +1,8 @@
 """The administrator's step: who may write the policy file, and who decides that."""
 
 import os
+import re
+import signal
 import stat
 import struct
 import subprocess
@@ -11,7 +13,7 @@ from pathlib import Path
 import packaging_test_case
 from packaging_test_case import HELPER, SOURCES, PackagingTestCase
 from helper_test_case import (ACTIVATED, NOBODY, NOT_SAVED, OWN_FILE, failed, needs_real_root, policies, rule)
-from private_machine import CHROMIUM, GOOGLE_CHROME, Outcome, contents
+from private_machine import CHROMIUM, GOOGLE_CHROME, Outcome, await_until, contents
 
 setUpModule = packaging_test_case.enter
 
@@ -31,8 +33,22 @@ GRANTED = Outcome(0, f"ana may write {FILE}\n".encode(), CONSEQUENCE.encode())
 REVOKED = Outcome(0, f"Only root may write {FILE}\nWhat it says stays in force until you remove it.\n".encode(), b"")
 
 
+STAGED = ".lumaret-policy-access.*"
+PROGRAMS = ("awk", "chmod", "chown", "cp", "dirname", "find", "getent", "id", "mkdir", "mktemp", "mv", "rm", "stat")
+
+
 def refused(reason: str) -> Outcome:
     return failed(f"lumaret-policy-access: {reason}")
+
+
+def access_control_list(*entries: tuple[int, int, int | None]) -> bytes:
+    """As the kernel takes it, of (tag, permissions, user); the tags are those below."""
+    return struct.pack("<I", 2) + b"".join(
+        struct.pack("<HHI", tag, permissions, 0xFFFFFFFF if user is None else user)
+        for tag, permissions, user in entries)
+
+
+OWNER, USER, GROUP, MASK, OTHERS = 0x01, 0x02, 0x04, 0x10, 0x20
 
 
 class AccessTestCase(PackagingTestCase):
@@ -41,6 +57,7 @@ class AccessTestCase(PackagingTestCase):
         accounts = self.machine.folder / "passwd"
         accounts.write_text("".join(f"{name}:x:{number}:{number}::/:/bin/sh\n" for name, number in ACCOUNTS))
         self.machine.mount_over(Path("/etc/passwd"), accounts)
+        self.accounts = accounts
         self.machine.install_stand_in(CHROMIUM)
 
     def access(self, *arguments: str, **settings) -> Outcome:
@@ -48,6 +65,9 @@ class AccessTestCase(PackagingTestCase):
 
     def grant(self, user: str = "ana", **settings) -> Outcome:
         return self.access("grant", "--yes", user, **settings)
+
+    def revoke(self, **settings) -> Outcome:
+        return self.access("revoke", **settings)
 
     def answered(self, answer: str) -> Outcome:
         with tempfile.TemporaryFile() as keyboard:
@@ -63,6 +83,20 @@ class AccessTestCase(PackagingTestCase):
     def assert_access(self, owner: int, file: Path = FILE):
         status = file.lstat()
         self.assertEqual((stat.filemode(status.st_mode), status.st_uid, status.st_gid), ("-rw-r--r--", owner, 0))
+
+    def assert_failed(self, outcome: Outcome, message: str):
+        """With that message after what the program that failed has said."""
+        self.assertEqual((outcome.status, outcome.stdout), (1, b""))
+        self.assertEqual(outcome.stderr.decode().splitlines()[-1], f"lumaret-policy-access: {message}")
+
+    def give_policies_a_small_disk(self):
+        self.machine.mount_empty(Path("/etc/chromium"), "mode=0755,size=256k")
+        FILE.parent.mkdir(parents=True)
+
+    def fill_disk(self):
+        with open(FILE, "wb", buffering=0) as file, self.assertRaises(OSError):
+            while True:
+                file.write(bytes(4096))
 
 
 class AnybodyTests(AccessTestCase):
@@ -111,6 +145,31 @@ class GrantTests(AccessTestCase):
         self.assert_access(ANA)
         self.assertEqual(self.stored_rules(), [ELSEWHERE])
 
+    def test_a_default_access_control_list_opens_no_folder(self):
+        os.setxattr("/etc/chromium", "system.posix_acl_default", access_control_list(
+            (OWNER, 7, None), (USER, 7, BEN), (GROUP, 7, None), (MASK, 7, None), (OTHERS, 7, None)))
+        self.assertEqual(self.grant(), GRANTED)
+        self.assertEqual({mode for mode, _ in contents(FILE.parent.parent).values()}, {"drwxr-xr-x", "-rw-r--r--"})
+        for folder in (FILE.parent, FILE.parent.parent):
+            done = subprocess.run(("setpriv", f"--reuid={BEN}", "--clear-groups", "touch", folder / "other"),
+                                  stderr=subprocess.DEVNULL)
+            self.assertNotEqual(done.returncode, 0)
+
+    def test_a_full_disk_changes_nothing(self):
+        self.give_policies_a_small_disk()
+        self.fill_disk()
+        before = contents(Path("/etc/chromium"))
+        self.assert_failed(self.grant(), f"{FILE} was not given to ana.")
+        self.assertEqual(contents(Path("/etc/chromium")), before)
+        self.assert_access(0)
+
+    def test_a_folder_that_takes_no_file(self):
+        FILE.parent.mkdir(parents=True)
+        self.machine.mount_empty(FILE.parent)
+        self.machine.make_read_only(FILE.parent)
+        self.assert_failed(self.grant(), f"{FILE} was not given to ana.")
+        self.assertEqual(contents(FILE.parent.parent).keys(), {".", "managed"})
+
     def test_a_second_time_changes_nothing(self):
         self.grant()
         before = contents(Path("/etc/chromium"))
@@ -158,7 +217,7 @@ class RefusalTests(AccessTestCase):
             FILE.parent.mkdir(parents=True, exist_ok=True)
             FILE.unlink(missing_ok=True)
             FILE.symlink_to(target)
-            for action in (self.grant, lambda: self.access("revoke")):
+            for action in (self.grant, self.revoke):
                 self.assert_refused(f"{FILE} is a link.", action)
 
     def test_a_folder_or_a_pipe_in_its_place(self):
@@ -176,10 +235,31 @@ class RefusalTests(AccessTestCase):
                                  (lambda: os.chown(folder, BEN, 0), lambda: os.chown(folder, 0, 0))):
                 change()
                 with self.subTest(folder):
-                    for action in (self.grant, lambda: self.access("revoke")):
+                    for action in (self.grant, self.revoke):
                         self.assert_refused(f"{folder} may be written by others than root.", action)
                 undo()
         self.assertEqual(self.grant(), GRANTED)
+
+    def test_a_root_folder_that_others_may_write(self):
+        root = self.machine.folder / "root"
+        root.mkdir(mode=0o755)
+        for name in ("etc", "proc", "usr"):
+            (root / name).mkdir()
+            self.machine.mount("--rbind", Path("/", name), root / name)
+        for name in ("bin", "lib", "lib64", "sbin"):
+            (root / name).symlink_to(f"usr/{name}")
+        (root / "script").write_bytes(SCRIPT.read_bytes())
+        (root / "script").chmod(0o755)
+
+        def action():
+            return self.machine.run("chroot", root, "/script", "grant", "--yes", "ana")
+
+        for owner, mode in ((BEN, 0o755), (0, 0o775), (0, 0o757)):
+            os.chown(root, owner, 0)
+            root.chmod(mode)
+            self.assert_refused("/ may be written by others than root.", action)
+        root.chmod(0o755)
+        self.assertEqual(action(), GRANTED)
 
     def test_a_link_on_the_way(self):
         elsewhere = self.machine.folder / "elsewhere"
@@ -192,6 +272,57 @@ class RefusalTests(AccessTestCase):
         self.grant()
         self.assert_refused(f"ana may write {FILE}. First: lumaret-policy-access revoke", lambda: self.grant("ben"))
 
+    def test_another_user_who_held_it_and_was_deleted(self):
+        self.grant()
+        self.accounts.write_text(self.accounts.read_text().replace("ana:", "anna:").replace(f":{ANA}:", ":1236:"))
+        self.assert_refused(f"user number {ANA} may write {FILE}. First: lumaret-policy-access revoke",
+                            lambda: self.grant("ben"))
+
+    def test_something_mounted_on_it(self):
+        self.grant()
+        own = self.machine.folder / "own"
+        own.write_text("{}\n")
+        os.chown(own, ANA, ANA)
+        self.machine.mount_over(FILE, own)
+        for action in (self.grant, self.revoke):
+            self.assert_refused(f"Something is mounted on {FILE}. First: umount --lazy {FILE}", action)
+        self.assertEqual(own.stat().st_uid, ANA)
+
+    def test_something_mounted_on_it_that_root_may_not_look_at(self):
+        """What a user mounts by FUSE is closed to everybody else."""
+        self.grant()
+        try:
+            device = os.open("/dev/fuse", os.O_RDWR)
+        except OSError as error:
+            self.skipTest(f"no FUSE here: {error}")
+        self.addCleanup(os.close, device)
+        subprocess.run(("mount", "--internal-only", "--types", "fuse", "--options",
+                        f"fd={device},rootmode=100000,user_id={ANA},group_id={ANA}", "none", FILE),
+                       check=True, pass_fds=(device,))
+        with self.assertRaises(PermissionError):
+            FILE.stat()
+        for action in (self.grant, self.revoke):
+            self.assertEqual(action(), refused(f"Something is mounted on {FILE}. First: umount --lazy {FILE}"))
+        self.assert_succeeds("umount", "--lazy", FILE)
+        self.assert_access(ANA)
+        self.assertEqual(self.revoke(), REVOKED)
+
+    def test_only_a_mount_in_its_very_place(self):
+        for name in (f"{OWN_FILE}.old", "policies"):
+            place = FILE.parent / name
+            place.mkdir(parents=True)
+            subprocess.run(("mount", "-t", "tmpfs", FILE, place), check=True)  # the file names the device
+        self.assertEqual(self.grant(), GRANTED)
+        self.assertEqual(self.revoke(), REVOKED)
+
+    def test_a_machine_that_does_not_tell_its_mounts(self):
+        self.grant()
+        hidden = ("unshare", "--mount", "sh", "-c", 'mount -t tmpfs none /proc && exec "$@"', "sh")
+        for arguments in (("grant", "--yes", "ana"), ("revoke",)):
+            self.assert_failed(self.machine.run(*hidden, SCRIPT, *arguments),
+                               f"Something is mounted on {FILE}. First: umount --lazy {FILE}")
+        self.assert_access(ANA)
+
     def test_a_file_that_others_may_write_too(self):
         message = f"{FILE} may be written by others than its owner. First: lumaret-policy-access revoke"
         self.machine.write_policies(OWN_FILE, "{}")
@@ -199,12 +330,10 @@ class RefusalTests(AccessTestCase):
             FILE.chmod(mode)
             self.assert_refused(message)
         FILE.chmod(0o644)
-        owner, user, group, mask, others, none = 0x01, 0x02, 0x04, 0x10, 0x20, 0xFFFFFFFF
-        entries = ((owner, 6, none), (user, 6, BEN), (group, 4, none), (mask, 6, none), (others, 4, none))
-        os.setxattr(FILE, "system.posix_acl_access",
-                    struct.pack("<I", 2) + b"".join(struct.pack("<HHI", *entry) for entry in entries))
+        os.setxattr(FILE, "system.posix_acl_access", access_control_list(
+            (OWNER, 6, None), (USER, 6, BEN), (GROUP, 4, None), (MASK, 6, None), (OTHERS, 4, None)))
         self.assert_refused(message)
-        self.assertEqual(self.access("revoke"), REVOKED)
+        self.assertEqual(self.revoke(), REVOKED)
         self.assertEqual(os.listxattr(FILE), [])
         self.assertEqual(self.grant(), GRANTED)
 
@@ -214,7 +343,7 @@ class RevokeTests(AccessTestCase):
     def test_the_file_is_root_s_again_and_says_what_it_said(self):
         self.grant()
         FILE.write_text(policies(ELSEWHERE))
-        self.assertEqual(self.access("revoke"), REVOKED)
+        self.assertEqual(self.revoke(), REVOKED)
         self.assert_access(0)
         self.assertEqual(self.stored_rules(), [ELSEWHERE])
 
@@ -224,23 +353,114 @@ class RevokeTests(AccessTestCase):
         self.grant("ben")
         GOOGLE_CHROME.executable.unlink()
         self.machine.hide(CHROMIUM)
-        self.assertEqual(self.access("revoke").status, 0)
+        self.assertEqual(self.revoke().status, 0)
         for browser in (CHROMIUM, GOOGLE_CHROME):
             self.assert_access(0, browser.policies / OWN_FILE)
+
+    def test_a_file_that_is_refused_keeps_no_other_from_being_taken_back(self):
+        files = [browser.policies / OWN_FILE for browser in (GOOGLE_CHROME, CHROMIUM)]
+        for good, bad in (files, files[::-1]):
+            for file in files:
+                file.parent.mkdir(parents=True, exist_ok=True)
+                file.unlink(missing_ok=True)
+            good.write_text("{}\n")
+            os.chown(good, ANA, ANA)
+            bad.symlink_to("/etc/passwd")
+            with self.subTest(bad):
+                self.assertEqual(self.revoke(), Outcome(1, REVOKED.stdout.replace(bytes(FILE), bytes(good)),
+                                                        refused(f"{bad} is a link.").stderr))
+                self.assert_access(0, good)
+
+    def test_a_file_larger_than_the_disk(self):
+        self.give_policies_a_small_disk()
+        self.grant()
+        os.truncate(FILE, 1 << 40)
+        used = FILE.stat().st_blocks
+        self.assertEqual(self.revoke(), REVOKED)
+        self.assert_access(0)
+        self.assertEqual((FILE.stat().st_size, FILE.stat().st_blocks), (1 << 40, used))
+
+    def test_a_full_disk_leaves_it_to_root_in_its_old_place(self):
+        self.give_policies_a_small_disk()
+        self.grant()
+        FILE.chmod(0o666)
+        self.fill_disk()
+        old = FILE.stat().st_ino
+        self.assert_failed(self.revoke(),
+                           f"{FILE} is root's again, but a program that has it open may still write it.")
+        self.assert_access(0)
+        self.assertEqual(os.listdir(FILE.parent.parent), ["managed"])
+        self.assertEqual((os.listdir(FILE.parent), FILE.stat().st_ino), ([OWN_FILE], old))
+        os.truncate(FILE, 4096)
+        self.assertEqual(self.revoke(), REVOKED)
+        self.assertNotEqual(FILE.stat().st_ino, old)
+
+    def test_a_disk_that_takes_no_change(self):
+        self.grant()
+        self.machine.make_read_only(Path("/etc/chromium"))
+        self.assert_failed(self.revoke(), f"{FILE} was not taken back.")
+        self.assert_access(ANA)
 
     def test_an_open_file_or_a_second_name_leads_nowhere(self):
         self.grant()
         second = FILE.parent.parent / "second"
         second.hardlink_to(FILE)
         with open(FILE, "r+") as open_file:
-            self.assertEqual(self.access("revoke"), REVOKED)
+            self.assertEqual(self.revoke(), REVOKED)
             open_file.write('{"HomepageLocation":"https://evil.test"}')
         self.assertIn("evil", second.read_text())
         self.assertEqual(FILE.read_text(), "{}\n")
 
     def test_where_nothing_was_granted(self):
-        self.assertEqual(self.access("revoke"), Outcome(0, b"There is no policy file: nobody was granted anything.\n",
-                                                        b""))
+        self.assertEqual(self.revoke(), Outcome(0, b"There is no policy file: nobody was granted anything.\n", b""))
+
+
+@needs_real_root
+class WayTests(AccessTestCase):
+    """How the file is changed, which others could use who watch or interrupt it."""
+
+    def test_programs_of_the_caller_s_path_are_not_run(self):
+        own = self.machine.folder / "own"
+        own.mkdir()
+        for program in PROGRAMS:
+            (own / program).write_text("#!/bin/sh\nexit 1\n")
+            (own / program).chmod(0o755)
+        environment = self.machine.environment | {"PATH": f"{own}:{self.machine.environment['PATH']}"}
+        self.assertEqual(self.grant(env=environment), GRANTED)
+        self.assertEqual(self.revoke(env=environment), REVOKED)
+
+    def test_the_browser_finds_no_unfinished_file(self):
+        """It reads every file of that folder."""
+        trace = self.machine.folder / "trace"
+        for arguments in (("grant", "--yes", "ana"), ("grant", "--yes", "ana"), ("revoke",)):
+            self.assert_succeeds("strace", "-f", "-e", "trace=%file", "-o", trace, SCRIPT, *arguments)
+            made = [call for call in trace.read_text().splitlines() if f'"{FILE.parent}/' in call and
+                    re.match(r"\d+ +(\w*(creat|mknod|link|rename)|.*O_CREAT)", call) and " = -1 " not in call]
+            with self.subTest(arguments):
+                self.assertEqual(len(made), 1, made)
+                self.assertRegex(made[0], rf'rename.*"{FILE.parent.parent}/\.lumaret-policy-access\.\w+", .*"{FILE}"')
+
+    def test_interrupted_it_leaves_nothing_behind(self):
+        self.machine.write_policies(OWN_FILE, "{}\n")
+        os.chown(FILE, ANA, 0)
+        folder = FILE.parent.parent
+        for arguments, owner in ((("grant", "--yes", "ana"), ANA), (("revoke",), 0)):
+            for signal_number in (signal.SIGHUP, signal.SIGINT, signal.SIGTERM):
+                with self.subTest(arguments, signal=signal_number):
+                    before = FILE.stat().st_ino
+                    # The change of permissions, the step after the copy, takes a second.
+                    process = subprocess.Popen(
+                        ("strace", "-DD", "-f", "-o", os.devnull, "-e", "trace=fchmodat", "-e",
+                         "inject=fchmodat:delay_enter=1000000", SCRIPT, *arguments),
+                        env=self.machine.environment, start_new_session=True, stdin=subprocess.DEVNULL,
+                        stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+                    await_until(lambda: process.poll() is not None or
+                                any(file.stat().st_size for file in folder.rglob(STAGED)), "the copy")
+                    os.killpg(process.pid, signal_number)
+                    self.assertNotEqual(process.wait(), 0)
+                    self.machine.await_quiet()
+                    self.assertEqual(os.listdir(folder), ["managed"])
+                    self.assertEqual((FILE.stat().st_uid, FILE.stat().st_ino), (owner, before))
 
 
 @needs_real_root
@@ -269,7 +489,7 @@ class GrantedUserTests(AccessTestCase):
         self.assertEqual(self.stored_rules(), [self.rule_for(self.identity)])
         self.assert_access(ANA)
         self.assertEqual(self.machine.launches(), [("chromium", [b"--new-window"])])
-        self.access("revoke")
+        self.revoke()
         self.assertEqual(self.activate_as(ANA), failed(NOT_SAVED))
         self.assertEqual(self.stored_rules(), [self.rule_for(self.identity)])
 

@@ -8,7 +8,7 @@ from pathlib import Path
 
 import packaging_test_case
 from packaging_test_case import HELPER, SOURCES, PackagingTestCase
-from certificates import Database, Token, _bundle
+from certificates import Database, Token, bundle_of
 from helper_test_case import needs_real_root, policies, rule
 from private_machine import CHROMIUM, GOOGLE_CHROME
 
@@ -106,7 +106,7 @@ class EntryTests(PackagingTestCase):
         return identity
 
     def leave_file(self, identity):
-        (self.home / "ana.p12").write_bytes(_bundle(identity).read_bytes())
+        (self.home / "ana.p12").write_bytes(bundle_of(identity).read_bytes())
         self.give_to_ana()
 
     # The browser still asks, or shows another certificate
@@ -119,7 +119,7 @@ class EntryTests(PackagingTestCase):
         database = Database(self.home / ".pki/nssdb")
         for expires in ("20981231235959Z", "20991231235959Z"):
             identity = self.authority.issue({"CN": "Ana Example"}, expires=expires)
-            bundle = _bundle(identity)
+            bundle = bundle_of(identity)
             self.assert_succeeds("openssl", "pkcs12", "-export", "-in", identity.certificate, "-inkey", identity.key,
                                  "-name", "ana", "-passout", "pass:", "-out", bundle)
             self.assert_succeeds("pk12util", "-i", bundle, "-d", f"sql:{database.folder}", "-W", "")
@@ -228,7 +228,9 @@ class EntryTests(PackagingTestCase):
 
     def test_a_policy_file_is_not_json(self):
         self.machine.write_policies("05-home.json", "{}")
-        self.machine.write_policies("10-company.json", policies(rule({"CN": "Somebody"}, None)).replace("]}", "],}"))
+        rules = policies(rule({"CN": "José"}, None))
+        self.machine.write_policies("10-company.json", rules.replace("]}", "],}"))
+        self.machine.write_policies("20-company.json", rules + rules)
         self.assert_transcript(self.make_ana(as_root=True))
 
     def test_a_policy_file_gives_the_rules_as_something_else(self):
@@ -264,8 +266,7 @@ class EntryTests(PackagingTestCase):
 
     def test_it_says_ok_as_root_and_no_window_opens(self):
         """With the real browser."""
-        subprocess.run(["umount", CHROMIUM.executable], check=True)
-        self.machine._mounts.remove(CHROMIUM.executable)
+        self.machine.unmount(CHROMIUM.executable)
         Path("/etc/chromium.d/none").touch()  # Debian's start script wants one
         self.assert_transcript(self.make_ana(as_root=True))
 
