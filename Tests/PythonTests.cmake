@@ -1,4 +1,4 @@
-# Debian's own interpreter first: the tests need its standard library and nothing else.
+# Debian's own interpreter first: Debian's python3-jsonschema is for that one.
 find_program(LUMARET_PYTHON3 python3 PATHS /usr/bin NO_DEFAULT_PATH)
 find_program(LUMARET_PYTHON3 python3 REQUIRED)
 

@@ -4,7 +4,6 @@ import contextlib
 import fcntl
 import json
 import os
-import private_machine
 import pty
 import select
 import shutil

@@ -11,21 +11,28 @@ from pathlib import Path
 if __name__ == "__main__":
     os.environ["LUMARET_MACOS_HELPER"] = str(Path(sys.argv[1]).resolve())
 
-import packaging_test_case  # noqa: E402, F401  (it knows where the modules of the end-to-end tests are)
+import packaging_test_case  # noqa: E402
 import chromium  # noqa: E402
-import private_machine  # noqa: E402
 from certificates import Authority, Database  # noqa: E402
 from private_machine import PrivateMachine, await_until  # noqa: E402
 
 
 def take(machine: PrivateMachine, picture: Path) -> None:
-    """Of the window that is showing chrome://policy, once it has stopped changing."""
+    """Of the window that is showing chrome://policy, the value of its first policy unfolded."""
     window = await_until(lambda: re.search(rb"Window id: (\w+)", machine.run("xwininfo", "-name", "Policies - Chromium")
-                                           .stdout), "the window that shows chrome://policy")[1]
+                                           .stdout), "the window that shows chrome://policy")[1].decode()
+    await_settled(machine, window, picture)
+    unfold = "1109", "427"
+    machine.run("xdotool", "mousemove", "--sync", "--window", window, *unfold, "click", "1")
+    await_settled(machine, window, picture)
+
+
+def await_settled(machine: PrivateMachine, window: str, picture: Path) -> None:
+    """Leaves the picture of the window once it has stopped changing."""
     seen = []
 
     def settled():
-        taken = machine.run("import", "-window", window, "-crop", "1180x412+0+88", "+repage", "-colors", "64", "-strip",
+        taken = machine.run("import", "-window", window, "-crop", "1180x500+0+88", "+repage", "-colors", "64", "-strip",
                             f"png8:{picture}")
         if taken.status != 0:
             raise RuntimeError(taken.stderr.decode(errors="replace"))
@@ -36,7 +43,7 @@ def take(machine: PrivateMachine, picture: Path) -> None:
 
 
 def main() -> None:
-    private_machine.enter()
+    packaging_test_case.enter()
     executable, picture = (Path(argument).resolve() for argument in sys.argv[1:])
     machine = PrivateMachine()
     try:

@@ -233,6 +233,8 @@ class ZshTests(CompletionTestCase):
                           "--url          -- the address that the new window opens")
         self.assert_line(terminal, f"{TOOL} activate --url http://x.test/ --f",
                          f"{TOOL} activate --url http://x.test/ --fingerprint ")
+        self.assert_line(terminal, f"{TOOL} activate --url https", f"{TOOL} activate --url https://")
+        self.assert_line(terminal, f"{TOOL} activate --url f", f"{TOOL} activate --url f")
 
     def test_fingerprints_with_names(self):
         people = self.make_people()

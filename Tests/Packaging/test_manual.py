@@ -47,7 +47,6 @@ class ManualTests(unittest.TestCase):
         diagnostics = re.search(r"^DIAGNOSTICS\n(.*?)^[A-Z]", rendered(PAGES[0]), re.M | re.S)[1]
         explained = re.findall(r"^     (\S.*)\n {8,}\S", diagnostics, re.M)
         messages = output(BUILD / "Tests/Packaging/PrintMessages").splitlines()
-        self.assertEqual(len(messages), 17)
         # This one needs a broken installation of ICU.
         order = re.search(r'"(The order of names .*?: )"', (SOURCES / "LumaretMacHelper/Linux/LocalizedOrder.cpp")
                           .read_text())[1]
