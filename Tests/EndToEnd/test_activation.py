@@ -112,7 +112,7 @@ class RunningBrowserTests(ActivationTestCase):
         self.assert_not_refreshed()
 
     def test_lock_of_a_host_with_dashes_in_its_name(self):
-        named = ("unshare", "--uts", "sh", "-c", 'echo ana-s-laptop >/proc/sys/kernel/hostname && exec "$@"', "sh")
+        named = ("unshare", "--uts", "sh", "-c", 'hostname ana-s-laptop && exec "$@"', "sh")
         self.machine.mark_running(CHROMIUM, host="ana-s-laptop")
         self.assertEqual(self.activate(self.identity, prefix=named), ACTIVATED)
         self.assert_started(REFRESH, NEW_WINDOW)

@@ -45,8 +45,13 @@ def files(folder: Path) -> dict[str, str]:
     return {path: mode for path, (mode, _) in contents(folder).items() if not mode.startswith("d")}
 
 
-def folders(folder: Path) -> dict[str, str]:
-    return {path: mode for path, (mode, _) in contents(folder).items() if mode.startswith("d")}
+def folder_modes(folder: Path) -> set[str]:
+    return {mode for mode, _ in contents(folder).values() if mode.startswith("d")}
+
+
+def modes(expected: set[str]) -> dict[str, str]:
+    """What `files` finds where these are installed as they should be."""
+    return {file: "-rwxr-xr-x" if file in PROGRAMS else "-rw-r--r--" for file in expected}
 
 
 class InstallTests(PackagingTestCase):
@@ -57,9 +62,8 @@ class InstallTests(PackagingTestCase):
                 place.mkdir(mode=0o755)
                 with self.umask(umask):
                     self.install(place)
-                self.assertEqual(files(place), {file: "-rwxr-xr-x" if file in PROGRAMS else "-rw-r--r--"
-                                                for file in INSTALLED})
-                self.assertEqual(set(folders(place).values()), {"drwxr-xr-x"})
+                self.assertEqual(files(place), modes(INSTALLED))
+                self.assertEqual(folder_modes(place), {"drwxr-xr-x"})
         self.machine.environment["PATH"] = f"{place}/bin:/usr/bin:/bin"
         self.assertEqual(self.machine.run("lumaret-macos-helper", "list"), printed("[]"))
 
@@ -110,8 +114,8 @@ class MacPackageTests(PackagingTestCase):
             f"{package_signing}{self.PACKAGE} ",
         ])
         packaged = self.machine.folder / "root"
-        self.assertEqual(files(packaged / "usr/local").keys(), INSTALLED)
-        self.assertEqual(set(folders(packaged).values()), {"drwxr-xr-x"})
+        self.assertEqual(files(packaged / "usr/local"), modes(INSTALLED))
+        self.assertEqual(folder_modes(packaged), {"drwxr-xr-x"})
         self.assertFalse(Path(root).exists())
 
     def test_without_identities_to_sign_with(self):
@@ -141,9 +145,8 @@ class DebianPackageTests(DebianPackageTestCase):
         self.assertEqual((self.field("Package"), self.field("Version")), ("lumaret-macos-helper", VERSION))
         place = self.machine.folder / "content"
         self.assert_succeeds("dpkg-deb", "--extract", self.package, place)
-        self.assertEqual(files(place / "usr"), {file: "-rwxr-xr-x" if file in PROGRAMS else "-rw-r--r--"
-                                                for file in PACKAGED})
-        self.assertEqual(set(folders(place).values()), {"drwxr-xr-x"})
+        self.assertEqual(files(place / "usr"), modes(PACKAGED))
+        self.assertEqual(folder_modes(place), {"drwxr-xr-x"})
         changelog = self.assert_succeeds("zcat", place / "usr/share/doc/lumaret-macos-helper/changelog.gz")
         self.assertTrue(changelog.startswith(f"lumaret-macos-helper ({VERSION}) "))
 
@@ -180,7 +183,7 @@ class DebianLifeTests(DebianPackageTestCase):
         for folder in (self.changes, work, self.root):
             folder.mkdir(parents=True)
         self.machine.mount("-t", "overlay", "-o", f"lowerdir=/,upperdir={self.changes},workdir={work}", "overlay",
-                            self.root)
+                           self.root)
         for folder in ("dev", "proc"):
             self.machine.mount("--bind", Path("/", folder), self.root / folder)
         self.identity = self.make_identity()
