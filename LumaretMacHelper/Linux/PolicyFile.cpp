@@ -42,17 +42,25 @@ void writeAll(const FileDescriptor& file, std::string_view bytes,
   }
 }
 
-/// The umask is put aside, not mended afterwards: a run that ended in between would leave a folder
-/// that no browser can enter, and the next one would find it made.
-void makeFolder(const std::filesystem::path& folder) {
+/// Returns 0, or the error. The umask is put aside, not mended afterwards: a run that ended in
+/// between would leave a folder that no browser can enter, and the next one would find it made.
+int makeOneFolder(const std::filesystem::path& folder) {
   const mode_t mask = ::umask(0);
-  const int result = ::mkdir(folder.c_str(), 0755);
+  const int error = ::mkdir(folder.c_str(), 0755) == 0 ? 0 : errno;
   ::umask(mask);
-  if (result != 0 && errno == ENOENT && folder.has_relative_path()) {
+  return error;
+}
+
+/// Makes the folder and those above it that are missing. A dangling link on the way exists, and yet
+/// nothing can be made below it: that is an error.
+void makeFolder(const std::filesystem::path& folder) {
+  int error = makeOneFolder(folder);
+  if (error == ENOENT && folder.has_relative_path()) {
     makeFolder(folder.parent_path());
-    makeFolder(folder);
-  } else if (result != 0 && errno != EEXIST) {
-    check(-1, folder);
+    error = makeOneFolder(folder);
+  }
+  if (error != 0 && error != EEXIST) {
+    throw std::system_error(error, std::generic_category(), folder.string());
   }
 }
 

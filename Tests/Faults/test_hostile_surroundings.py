@@ -96,6 +96,15 @@ class LinkTests(FaultTestCase):
         self.assert_refused()
         self.assertFalse((self.machine.folder / "nowhere").exists())
 
+    def test_a_dangling_link_above_the_folder_makes_no_folder_there(self):
+        CHROMIUM.policies.rmdir()
+        CHROMIUM.policies.parent.rmdir()
+        CHROMIUM.policies.parent.symlink_to(self.machine.folder / "nowhere")
+        self.assertEqual(self.activate(self.identity), failed(NOT_SAVED))
+        self.assertTrue(CHROMIUM.policies.parent.is_symlink())
+        self.assertFalse((self.machine.folder / "nowhere").exists())
+        self.assertEqual(self.machine.launches(), [])
+
 
 class FolderOfOthersTests(FaultTestCase):
     """A policy folder that other users may write, and what they may have left in it."""

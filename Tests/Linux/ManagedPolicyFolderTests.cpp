@@ -288,6 +288,25 @@ TEST_F(PolicyFolder, AFolderThatLeadsElsewhereIsWrittenThere) {
   EXPECT_THAT(ManagedPolicyFolder(root_ / "elsewhere/real").readRules(), ElementsAre("rule"));
 }
 
+TEST_F(PolicyFolder, ADanglingLinkAnywhereOnTheWayIsAnErrorAndNothingIsMadeBehindIt) {
+  for (const std::string link : {"a", "a/b", "a/b/c"}) {
+    const TemporaryFolder root;
+    std::filesystem::create_directories((root / link).parent_path());
+    std::filesystem::create_symlink(root / "gone", root / link);
+    const ManagedPolicyFolder folder(root / "a/b/c");
+    EXPECT_THAT(folder.readRules(), IsEmpty()) << link;
+    EXPECT_THROW(folder.writeRules({"rule"}), std::system_error) << link;
+    EXPECT_FALSE(std::filesystem::exists(root / "gone")) << link;
+    EXPECT_THAT(contents(root.path()), IsEmpty()) << link;
+  }
+}
+
+TEST_F(PolicyFolder, EveryMissingFolderOnTheWayIsMade) {
+  const ManagedPolicyFolder folder(root_ / "a/b/c");
+  folder.writeRules({"rule"});
+  EXPECT_THAT(folder.readRules(), ElementsAre("rule"));
+}
+
 TEST_F(PolicyFolder, WhatNestsDeeperThanChromeReadsIsNoObject) {
   const auto nested = [](std::size_t arrays) {
     return R"({"Deep": )" + std::string(arrays, '[') + std::string(arrays, ']') + "}";
