@@ -1,4 +1,4 @@
-"""Times `list` beside `certutil -L` on the same databases: `compare_with_certutil.py <executable> <folder>`.
+"""Times `list` beside `certutil -L` on the same databases: `python3 -m Benchmarks.compare_with_certutil EXECUTABLE FOLDER`.
 
 The databases are kept in the folder for the next run.
 """
@@ -11,10 +11,9 @@ import sys
 import tempfile
 from pathlib import Path
 
-sys.dont_write_bytecode = True
-sys.path.insert(0, str(Path(__file__).parent.parent / "Tests" / "EndToEnd"))
 
-from certificates import Authority, Database  # noqa: E402
+
+from Tests.Support.Python.certificates import Authority, Database
 
 COUNTS = (2, 300, 1500)
 

@@ -6,9 +6,10 @@
 #include <string>
 #include <vector>
 
-#include "ChromeLauncher.hpp"
-#include "Contracts.hpp"
-#include "Require.hpp"
+#include "Fuzzing/Require.hpp"
+#include "LumaretMacHelper/ChromeLauncher.hpp"
+#include "LumaretMacHelper/Contracts.hpp"
+#include "LumaretMacHelper/Platform.hpp"
 
 namespace {
 
@@ -47,7 +48,7 @@ bool startsWithIgnoringCase(const std::string& text, const std::string& beginnin
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string text(reinterpret_cast<const char*>(data), size);
-  const auto url = lumaret::URL::parse(text);
+  const auto url = lumaret::parseURL(text);
   if (url) {
     REQUIRE(url->absoluteString == text);
     REQUIRE(!text.empty());

@@ -7,14 +7,14 @@
 #include <string>
 #include <string_view>
 
-#include "CertificateDatabase.hpp"
-#include "CertificateDecoder.hpp"
-#include "ChromeCertificatePolicyService.hpp"
-#include "Fingerprint.hpp"
-#include "KeychainIdentityLoader.hpp"
-#include "LumaretMacHelper.hpp"
-#include "Require.hpp"
-#include "StandardStreams.hpp"
+#include "Fuzzing/Require.hpp"
+#include "LumaretMacHelper/ChromeCertificatePolicyService.hpp"
+#include "LumaretMacHelper/Fingerprint.hpp"
+#include "LumaretMacHelper/KeychainIdentityLoader.hpp"
+#include "LumaretMacHelper/Linux/CertificateDatabase.hpp"
+#include "LumaretMacHelper/Linux/CertificateDecoder.hpp"
+#include "LumaretMacHelper/LumaretMacHelper.hpp"
+#include "LumaretMacHelper/Platform.hpp"
 
 namespace {
 

@@ -14,10 +14,10 @@
 #include <system_error>
 #include <vector>
 
-#include "ChromeCertificatePolicyService.hpp"
-#include "ManagedPolicyFolder.hpp"
-#include "Require.hpp"
-#include "TemporaryFolder.hpp"
+#include "Fuzzing/Require.hpp"
+#include "LumaretMacHelper/ChromeCertificatePolicyService.hpp"
+#include "LumaretMacHelper/Linux/ManagedPolicyFolder.hpp"
+#include "Tests/Support/Cpp/TemporaryFolder.hpp"
 
 namespace {
 

@@ -10,8 +10,8 @@
 #include <string>
 #include <utility>
 
-#include "KeychainIdentityLoader.hpp"
-#include "Require.hpp"
+#include "Fuzzing/Require.hpp"
+#include "LumaretMacHelper/KeychainIdentityLoader.hpp"
 
 namespace {
 

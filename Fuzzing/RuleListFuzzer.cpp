@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "ChromeCertificatePolicyService.hpp"
-#include "Require.hpp"
+#include "Fuzzing/Require.hpp"
+#include "LumaretMacHelper/ChromeCertificatePolicyService.hpp"
 
 using lumaret::ChromeCertificatePolicyService;
 

@@ -6,7 +6,7 @@
 #include <variant>
 #include <vector>
 
-#include "Contracts.hpp"
+#include "LumaretMacHelper/Contracts.hpp"
 
 namespace lumaret {
 

@@ -1,4 +1,4 @@
-#include "ChromeCertificatePolicyService.hpp"
+#include "LumaretMacHelper/ChromeCertificatePolicyService.hpp"
 
 #include <nlohmann/json.hpp>
 #include <utility>
@@ -11,9 +11,6 @@ using nlohmann::json;
 constexpr const char* catchAllPattern = "*";
 
 }  // namespace
-
-ChromeCertificatePolicyService::ChromeCertificatePolicyService()
-    : ChromeCertificatePolicyService(std::make_shared<CurrentUserChromePreferences>()) {}
 
 ChromeCertificatePolicyService::ChromeCertificatePolicyService(
     std::shared_ptr<ChromePreferencesStoring> preferences)

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "Contracts.hpp"
+#include "LumaretMacHelper/Contracts.hpp"
 
 namespace lumaret {
 
@@ -41,16 +41,9 @@ class ChromePreferencesStoring {
   [[nodiscard]] virtual bool synchronize() = 0;
 };
 
-/// The rules that Chrome applies for the current user.
-class CurrentUserChromePreferences final : public ChromePreferencesStoring {
- public:
-  [[nodiscard]] std::vector<std::string> readRules() const override;
-  void writeRules(const std::vector<std::string>& rules) override;
-  [[nodiscard]] bool synchronize() override;
-};
-
 class ChromeCertificatePolicyService final : public ChromePolicyApplying {
  public:
+  /// Over the rules that Chrome applies for the current user.
   ChromeCertificatePolicyService();
   explicit ChromeCertificatePolicyService(std::shared_ptr<ChromePreferencesStoring> preferences);
 

@@ -1,8 +1,10 @@
-#include "ChromeLauncher.hpp"
+#include "LumaretMacHelper/ChromeLauncher.hpp"
 
 #include <algorithm>
 #include <exception>
 #include <utility>
+
+#include "LumaretMacHelper/Platform.hpp"
 
 namespace lumaret {
 namespace {
@@ -26,12 +28,14 @@ ChromeProcessError ChromeProcessError::unsuccessfulExit(std::int32_t status) {
   return ChromeProcessError(status);
 }
 
-ChromeLauncher::ChromeLauncher()
-    : ChromeLauncher(defaultExecutableURL(), std::make_shared<SystemChromeLaunchEnvironment>()) {}
-
 ChromeLauncher::ChromeLauncher(std::filesystem::path executableURL,
                                std::shared_ptr<const ChromeLaunchEnvironment> environment)
     : executableURL_(std::move(executableURL)), environment_(std::move(environment)) {}
+
+const std::filesystem::path& ChromeLauncher::defaultExecutableURL() {
+  static const std::filesystem::path executable = chromeExecutable();
+  return executable;
+}
 
 bool ChromeLauncher::isChromeInstalled() const {
   return environment_->isExecutableFile(executableURL_);

@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "Contracts.hpp"
-#include "URL.hpp"
+#include "LumaretMacHelper/Contracts.hpp"
+#include "LumaretMacHelper/URL.hpp"
 
 namespace lumaret {
 
@@ -42,16 +42,9 @@ class ChromeLaunchEnvironment {
                    const std::vector<std::string>& arguments, bool waitUntilExit) const = 0;
 };
 
-class SystemChromeLaunchEnvironment final : public ChromeLaunchEnvironment {
- public:
-  [[nodiscard]] bool isExecutableFile(const std::filesystem::path& path) const override;
-  [[nodiscard]] bool isApplicationRunning(const std::string& bundleIdentifier) const override;
-  void run(const std::filesystem::path& executableURL, const std::vector<std::string>& arguments,
-           bool waitUntilExit) const override;
-};
-
 class ChromeLauncher final : public ChromeOpening {
  public:
+  /// Over the platform's processes, for the default executable.
   ChromeLauncher();
   ChromeLauncher(std::filesystem::path executableURL,
                  std::shared_ptr<const ChromeLaunchEnvironment> environment);

@@ -1,5 +1,6 @@
-#include "Contracts.hpp"
+#include "LumaretMacHelper/Contracts.hpp"
 
+#include <cstdlib>
 #include <utility>
 
 namespace lumaret {
@@ -22,73 +23,99 @@ std::string ClientIdentity::displayName() const {
   return subject.commonName.value_or("Unnamed certificate");
 }
 
+std::string CertificateSelectorError::message(Kind kind, const Payload& payload) {
+  const auto status = [&payload] { return std::to_string(std::get<KeychainStatus>(payload)); };
+  switch (kind) {
+    case Kind::keychainFailure:
+      return "Keychain could not be read (error " + status() + ").";
+    case Kind::chromeLaunchFailed:
+      return "Google Chrome could not be opened: " + std::get<std::string>(payload);
+    case Kind::keychainAuthorizationFailed:
+      return "Keychain could not authorize Google Chrome for this certificate (error " + status() +
+             "). No Chrome certificate rule was changed.";
+    case Kind::certificateHasNoSubject:
+      return "This certificate has no subject fields Chrome can match.";
+    case Kind::policyEncodingFailed:
+      return "The Chrome certificate rule could not be encoded.";
+    case Kind::policyWriteFailed:
+      return "The Chrome certificate rule could not be saved.";
+    case Kind::policyVerificationFailed:
+      return "The Chrome certificate rule was saved but could not be verified.";
+    case Kind::chromeNotInstalled:
+      return "Google Chrome is not installed in /Applications.";
+    case Kind::selectedIdentityNotFound:
+      return "The selected certificate is no longer available in Keychain. Refresh the list and "
+             "select it again.";
+    case Kind::selectedIdentityAmbiguous:
+      return "Keychain returned more than one identity for the selected certificate. Remove the "
+             "duplicate identity and try again.";
+    case Kind::selectedIdentityHasNoPrivateKey:
+      return "The selected certificate has no usable private key in Keychain. Import its complete "
+             "identity and try again.";
+    case Kind::chromeKeyAuthorizationUnsupported:
+      return "This certificate's private key does not support persistent Chrome authorization. "
+             "Smart cards and security tokens may still require their own PIN or confirmation.";
+    case Kind::keychainAuthorizationCancelled:
+      return "Chrome was not authorized because the Keychain confirmation was cancelled. No Chrome "
+             "certificate rule was changed.";
+  }
+  std::abort();  // No other kind can be built.
+}
+
+CertificateSelectorError::CertificateSelectorError(Kind kind, Payload payload)
+    : std::runtime_error(message(kind, payload)), kind_(kind), payload_(std::move(payload)) {}
+
 CertificateSelectorError CertificateSelectorError::keychainFailure(KeychainStatus status) {
-  return {Kind::keychainFailure,
-          "Keychain could not be read (error " + std::to_string(status) + ").", status};
+  return CertificateSelectorError(Kind::keychainFailure, status);
 }
 
 CertificateSelectorError CertificateSelectorError::chromeLaunchFailed(const std::string& text) {
-  return {Kind::chromeLaunchFailed, "Google Chrome could not be opened: " + text, text};
+  return CertificateSelectorError(Kind::chromeLaunchFailed, text);
 }
 
 CertificateSelectorError CertificateSelectorError::keychainAuthorizationFailed(
     KeychainStatus status) {
-  return {Kind::keychainAuthorizationFailed,
-          "Keychain could not authorize Google Chrome for this certificate (error " +
-              std::to_string(status) + "). No Chrome certificate rule was changed.",
-          status};
+  return CertificateSelectorError(Kind::keychainAuthorizationFailed, status);
 }
 
 CertificateSelectorError CertificateSelectorError::certificateHasNoSubject() {
-  return {Kind::certificateHasNoSubject,
-          "This certificate has no subject fields Chrome can match."};
+  return CertificateSelectorError(Kind::certificateHasNoSubject);
 }
 
 CertificateSelectorError CertificateSelectorError::policyEncodingFailed() {
-  return {Kind::policyEncodingFailed, "The Chrome certificate rule could not be encoded."};
+  return CertificateSelectorError(Kind::policyEncodingFailed);
 }
 
 CertificateSelectorError CertificateSelectorError::policyWriteFailed() {
-  return {Kind::policyWriteFailed, "The Chrome certificate rule could not be saved."};
+  return CertificateSelectorError(Kind::policyWriteFailed);
 }
 
 CertificateSelectorError CertificateSelectorError::policyVerificationFailed() {
-  return {Kind::policyVerificationFailed,
-          "The Chrome certificate rule was saved but could not be verified."};
+  return CertificateSelectorError(Kind::policyVerificationFailed);
 }
 
 CertificateSelectorError CertificateSelectorError::chromeNotInstalled() {
-  return {Kind::chromeNotInstalled, "Google Chrome is not installed in /Applications."};
+  return CertificateSelectorError(Kind::chromeNotInstalled);
 }
 
 CertificateSelectorError CertificateSelectorError::selectedIdentityNotFound() {
-  return {Kind::selectedIdentityNotFound,
-          "The selected certificate is no longer available in Keychain. Refresh the list and "
-          "select it again."};
+  return CertificateSelectorError(Kind::selectedIdentityNotFound);
 }
 
 CertificateSelectorError CertificateSelectorError::selectedIdentityAmbiguous() {
-  return {Kind::selectedIdentityAmbiguous,
-          "Keychain returned more than one identity for the selected certificate. Remove the "
-          "duplicate identity and try again."};
+  return CertificateSelectorError(Kind::selectedIdentityAmbiguous);
 }
 
 CertificateSelectorError CertificateSelectorError::selectedIdentityHasNoPrivateKey() {
-  return {Kind::selectedIdentityHasNoPrivateKey,
-          "The selected certificate has no usable private key in Keychain. Import its complete "
-          "identity and try again."};
+  return CertificateSelectorError(Kind::selectedIdentityHasNoPrivateKey);
 }
 
 CertificateSelectorError CertificateSelectorError::chromeKeyAuthorizationUnsupported() {
-  return {Kind::chromeKeyAuthorizationUnsupported,
-          "This certificate's private key does not support persistent Chrome authorization. Smart "
-          "cards and security tokens may still require their own PIN or confirmation."};
+  return CertificateSelectorError(Kind::chromeKeyAuthorizationUnsupported);
 }
 
 CertificateSelectorError CertificateSelectorError::keychainAuthorizationCancelled() {
-  return {Kind::keychainAuthorizationCancelled,
-          "Chrome was not authorized because the Keychain confirmation was cancelled. No Chrome "
-          "certificate rule was changed."};
+  return CertificateSelectorError(Kind::keychainAuthorizationCancelled);
 }
 
 }  // namespace lumaret

@@ -57,6 +57,13 @@ struct ClientIdentity {
   bool operator==(const ClientIdentity&) const = default;
 };
 
+// Errors. A failure is thrown, and every error of this module is a std::exception. Each service
+// turns what its collaborators throw into a CertificateSelectorError before it leaves the service,
+// and lets one that was raised deeper down pass unchanged; the front end prints what() and nothing
+// else. What is absent by nature (a name's attribute, a private key, a stored value) is not an
+// error but an empty optional or list, and never stands for a refusal. Within a listing, an
+// identity that cannot be read is left out.
+
 /// Every failure that a user is told about. what() is the message, an English sentence for an end
 /// user; two errors are equal when their kind and payload are.
 class CertificateSelectorError : public std::runtime_error {
@@ -102,8 +109,9 @@ class CertificateSelectorError : public std::runtime_error {
  private:
   using Payload = std::variant<std::monostate, KeychainStatus, std::string>;
 
-  CertificateSelectorError(Kind kind, const std::string& message, Payload payload = {})
-      : std::runtime_error(message), kind_(kind), payload_(std::move(payload)) {}
+  explicit CertificateSelectorError(Kind kind, Payload payload = {});
+
+  static std::string message(Kind kind, const Payload& payload);
 
   Kind kind_;
   Payload payload_;

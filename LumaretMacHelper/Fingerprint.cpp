@@ -1,6 +1,8 @@
-#include "Fingerprint.hpp"
+#include "LumaretMacHelper/Fingerprint.hpp"
 
 #include <string_view>
+
+#include "LumaretMacHelper/Platform.hpp"
 
 namespace lumaret {
 

@@ -1,9 +1,7 @@
-#include "KeychainChromePrivateKeyAuthorizer.hpp"
+#include "LumaretMacHelper/KeychainChromePrivateKeyAuthorizer.hpp"
 
 #include <algorithm>
 #include <array>
-
-#include "SystemChromeKeychainAuthorizationBackend.hpp"
 
 namespace lumaret {
 namespace {
@@ -14,9 +12,6 @@ namespace {
 constexpr std::array<KeychainStatus, 5> unsupportedStatuses = {-4, -25256, -67734, -67737, -67739};
 
 }  // namespace
-
-KeychainChromePrivateKeyAuthorizer::KeychainChromePrivateKeyAuthorizer()
-    : KeychainChromePrivateKeyAuthorizer(SystemChromeKeychainAuthorizationBackend()) {}
 
 void KeychainChromePrivateKeyAuthorizer::authorize(const ClientIdentity& identity) const {
   try {

@@ -10,8 +10,8 @@
 #include <utility>
 #include <vector>
 
-#include "Contracts.hpp"
-#include "Fingerprint.hpp"
+#include "LumaretMacHelper/Contracts.hpp"
+#include "LumaretMacHelper/Fingerprint.hpp"
 
 namespace lumaret {
 

@@ -1,12 +1,12 @@
-#include "KeychainIdentityLoader.hpp"
+#include "LumaretMacHelper/KeychainIdentityLoader.hpp"
 
 #include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <utility>
 
-#include "Fingerprint.hpp"
-#include "LocalizedOrder.hpp"
+#include "LumaretMacHelper/Fingerprint.hpp"
+#include "LumaretMacHelper/Platform.hpp"
 
 namespace lumaret {
 namespace {
@@ -106,10 +106,7 @@ void CertificateValueParser::collectDistinguishedNameFields(
   collect(value.get(), fields);
 }
 
-KeychainIdentityLoader::KeychainIdentityLoader()
-    : KeychainIdentityLoader(std::make_shared<SystemKeychainIdentityQuery>(), [] {
-        return std::chrono::floor<Date::duration>(std::chrono::system_clock::now());
-      }) {}
+Date currentDate() { return std::chrono::floor<Date::duration>(std::chrono::system_clock::now()); }
 
 KeychainIdentityLoader::KeychainIdentityLoader(
     std::shared_ptr<const KeychainIdentityQuerying> query, Clock now)

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "CertificateProperty.hpp"
-#include "Contracts.hpp"
+#include "LumaretMacHelper/CertificateProperty.hpp"
+#include "LumaretMacHelper/Contracts.hpp"
 
 namespace lumaret {
 
@@ -37,12 +37,6 @@ class KeychainIdentityQuerying {
   /// Every identity of the current user, in the Keychain's order; none is an empty list. Throws
   /// CertificateSelectorError::keychainFailure.
   [[nodiscard]] virtual std::vector<std::unique_ptr<KeychainIdentity>> copyIdentities() const = 0;
-};
-
-/// The platform's own Keychain.
-class SystemKeychainIdentityQuery final : public KeychainIdentityQuerying {
- public:
-  [[nodiscard]] std::vector<std::unique_ptr<KeychainIdentity>> copyIdentities() const override;
 };
 
 struct ParsedCertificateValues {
@@ -74,13 +68,17 @@ class CertificateValueParser {
                                              std::map<std::string, std::string>& fields);
 };
 
+/// The current time, by the system's clock.
+Date currentDate();
+
 class KeychainIdentityLoader final : public IdentityLoading {
  public:
   using Clock = std::function<Date()>;
 
   /// Over the platform's Keychain and the current time.
   KeychainIdentityLoader();
-  KeychainIdentityLoader(std::shared_ptr<const KeychainIdentityQuerying> query, Clock now);
+  explicit KeychainIdentityLoader(std::shared_ptr<const KeychainIdentityQuerying> query,
+                                  Clock now = currentDate);
 
   [[nodiscard]] std::vector<ClientIdentity> loadIdentities() const override;
 

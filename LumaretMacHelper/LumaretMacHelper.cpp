@@ -1,4 +1,4 @@
-#include "LumaretMacHelper.hpp"
+#include "LumaretMacHelper/LumaretMacHelper.hpp"
 
 #include <algorithm>
 #include <array>
@@ -9,13 +9,12 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
-#include "ChromeCertificatePolicyService.hpp"
-#include "ChromeLauncher.hpp"
-#include "Contracts.hpp"
-#include "KeychainChromePrivateKeyAuthorizer.hpp"
-#include "KeychainIdentityLoader.hpp"
-#include "StandardStreams.hpp"
-#include "URL.hpp"
+#include "LumaretMacHelper/ChromeCertificatePolicyService.hpp"
+#include "LumaretMacHelper/ChromeLauncher.hpp"
+#include "LumaretMacHelper/Contracts.hpp"
+#include "LumaretMacHelper/KeychainChromePrivateKeyAuthorizer.hpp"
+#include "LumaretMacHelper/KeychainIdentityLoader.hpp"
+#include "LumaretMacHelper/Platform.hpp"
 
 namespace lumaret {
 namespace {
@@ -123,7 +122,7 @@ void LumaretMacHelper::activate(const std::vector<std::string>& arguments) {
   ChromeCertificatePolicyService().apply(selected);
 
   const auto address = value("--url", arguments);
-  ChromeLauncher().open(address ? URL::parse(*address) : std::nullopt);
+  ChromeLauncher().open(address ? parseURL(*address) : std::nullopt);
 
   printResult({{"ok", true}});
 }

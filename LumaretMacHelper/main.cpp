@@ -1,4 +1,4 @@
-#include "LumaretMacHelper.hpp"
+#include "LumaretMacHelper/LumaretMacHelper.hpp"
 
 int main(int argumentCount, char** arguments) {
   lumaret::LumaretMacHelper::main(argumentCount, arguments);

@@ -1,4 +1,4 @@
-#include "CertificateDatabase.hpp"
+#include "LumaretMacHelper/Linux/CertificateDatabase.hpp"
 
 #include <nss.h>
 #include <pk11pub.h>
@@ -16,8 +16,8 @@
 #include <system_error>
 #include <utility>
 
-#include "TokenSession.hpp"
-#include "UserFolders.hpp"
+#include "LumaretMacHelper/Linux/TokenSession.hpp"
+#include "LumaretMacHelper/Linux/UserFolders.hpp"
 
 namespace lumaret {
 namespace {
@@ -80,7 +80,7 @@ class Session {
     if (NSS_Initialize(("sql:" + folder.string()).c_str(), "", "", SECMOD_DB,
                        NSS_INIT_READONLY | NSS_INIT_NOROOTINIT | NSS_INIT_OPTIMIZESPACE) !=
         SECSuccess) {
-      throw CertificateDatabaseError{PR_GetError()};
+      throw CertificateDatabaseError(PR_GetError());
     }
   }
   Session(const Session&) = delete;
@@ -131,13 +131,13 @@ std::vector<StoredIdentity> readStoredIdentities() {
     return {};
   }
   if (isCutShort(folder / "cert9.db") || isCutShort(folder / "key4.db")) {
-    throw CertificateDatabaseError{SEC_ERROR_BAD_DATABASE};
+    throw CertificateDatabaseError(SEC_ERROR_BAD_DATABASE);
   }
   const Session session(folder);
   const std::unique_ptr<PK11SlotList, SlotListDeleter> slots(
       PK11_GetAllTokens(CKM_INVALID_MECHANISM, PR_FALSE, PR_FALSE, nullptr));
   if (!slots) {
-    throw CertificateDatabaseError{PR_GetError()};
+    throw CertificateDatabaseError(PR_GetError());
   }
 
   std::vector<StoredIdentity> identities;

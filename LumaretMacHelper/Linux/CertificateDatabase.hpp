@@ -1,9 +1,10 @@
 #pragma once
 
+#include <exception>
 #include <optional>
 #include <vector>
 
-#include "Contracts.hpp"
+#include "LumaretMacHelper/Contracts.hpp"
 
 namespace lumaret {
 
@@ -16,9 +17,19 @@ struct StoredIdentity {
   bool keyIsUnguarded = false;
 };
 
-/// NSS refused; the number is its own (negative) error.
-struct CertificateDatabaseError {
-  KeychainStatus status;
+/// NSS refused.
+class CertificateDatabaseError : public std::exception {
+ public:
+  explicit CertificateDatabaseError(KeychainStatus status) : status_(status) {}
+
+  /// NSS's own error number, which is negative.
+  [[nodiscard]] KeychainStatus status() const noexcept { return status_; }
+  [[nodiscard]] const char* what() const noexcept override {
+    return "The certificate database could not be read";
+  }
+
+ private:
+  KeychainStatus status_;
 };
 
 /// Every identity in the store that Chrome for Linux uses, the NSS database of the user and the

@@ -1,4 +1,4 @@
-#include "CertificateDecoder.hpp"
+#include "LumaretMacHelper/Linux/CertificateDecoder.hpp"
 
 #include <cert.h>
 #include <secasn1.h>

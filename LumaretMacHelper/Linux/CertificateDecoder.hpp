@@ -3,7 +3,7 @@
 #include <optional>
 #include <span>
 
-#include "CertificateProperty.hpp"
+#include "LumaretMacHelper/CertificateProperty.hpp"
 
 namespace lumaret {
 

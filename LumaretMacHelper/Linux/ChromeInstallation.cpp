@@ -1,10 +1,9 @@
-#include "ChromeInstallation.hpp"
+#include "LumaretMacHelper/Linux/ChromeInstallation.hpp"
 
 #include <cstdlib>
 
-#include "ChromeLauncher.hpp"
-#include "Process.hpp"
-#include "UserFolders.hpp"
+#include "LumaretMacHelper/Linux/UserFolders.hpp"
+#include "LumaretMacHelper/POSIX/Process.hpp"
 
 namespace lumaret {
 namespace {
@@ -31,11 +30,6 @@ ChromeInstallation ChromeInstallation::current() {
     return {chromium, "/etc/chromium/policies/managed", chosenUserDataFolder("chromium")};
   }
   return {googleChrome, "/etc/opt/chrome/policies/managed", chosenUserDataFolder("google-chrome")};
-}
-
-const std::filesystem::path& ChromeLauncher::defaultExecutableURL() {
-  static const std::filesystem::path executable = ChromeInstallation::current().executable;
-  return executable;
 }
 
 }  // namespace lumaret

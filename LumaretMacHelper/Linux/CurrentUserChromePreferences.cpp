@@ -1,6 +1,6 @@
-#include "ChromeCertificatePolicyService.hpp"
-#include "ChromeInstallation.hpp"
-#include "ManagedPolicyFolder.hpp"
+#include "LumaretMacHelper/Linux/ChromeInstallation.hpp"
+#include "LumaretMacHelper/Linux/ManagedPolicyFolder.hpp"
+#include "LumaretMacHelper/Platform.hpp"
 
 namespace lumaret {
 namespace {
@@ -10,6 +10,9 @@ ManagedPolicyFolder policies() {
 }
 
 }  // namespace
+
+ChromeCertificatePolicyService::ChromeCertificatePolicyService()
+    : ChromeCertificatePolicyService(std::make_shared<CurrentUserChromePreferences>()) {}
 
 std::vector<std::string> CurrentUserChromePreferences::readRules() const {
   return policies().readRules();

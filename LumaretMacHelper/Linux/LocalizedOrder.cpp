@@ -1,5 +1,3 @@
-#include "LocalizedOrder.hpp"
-
 #include <unicode/ucol.h>
 #include <unicode/uloc.h>
 
@@ -8,6 +6,8 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+
+#include "LumaretMacHelper/Platform.hpp"
 
 namespace lumaret {
 namespace {

@@ -1,12 +1,12 @@
-#include "ManagedPolicyFolder.hpp"
+#include "LumaretMacHelper/Linux/ManagedPolicyFolder.hpp"
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <utility>
 
-#include "ChromeCertificatePolicyService.hpp"
-#include "PolicyFile.hpp"
+#include "LumaretMacHelper/ChromeCertificatePolicyService.hpp"
+#include "LumaretMacHelper/Linux/PolicyFile.hpp"
 
 namespace lumaret {
 namespace {

@@ -1,4 +1,4 @@
-#include "PolicyFile.hpp"
+#include "LumaretMacHelper/Linux/PolicyFile.hpp"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -15,7 +15,7 @@
 #include <thread>
 #include <utility>
 
-#include "FileDescriptor.hpp"
+#include "LumaretMacHelper/POSIX/FileDescriptor.hpp"
 
 namespace lumaret {
 namespace {

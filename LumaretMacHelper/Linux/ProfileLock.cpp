@@ -1,4 +1,4 @@
-#include "ProfileLock.hpp"
+#include "LumaretMacHelper/Linux/ProfileLock.hpp"
 
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -12,7 +12,7 @@
 #include <string>
 #include <system_error>
 
-#include "FileDescriptor.hpp"
+#include "LumaretMacHelper/POSIX/FileDescriptor.hpp"
 
 namespace lumaret {
 namespace {

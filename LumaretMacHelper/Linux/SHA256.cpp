@@ -1,6 +1,6 @@
 #include <nettle/sha2.h>
 
-#include "Fingerprint.hpp"
+#include "LumaretMacHelper/Platform.hpp"
 
 namespace lumaret {
 

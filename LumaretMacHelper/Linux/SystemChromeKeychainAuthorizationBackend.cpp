@@ -1,60 +1,72 @@
-#include "SystemChromeKeychainAuthorizationBackend.hpp"
-
+#include <memory>
+#include <optional>
 #include <utility>
+#include <vector>
+
+#include "LumaretMacHelper/KeychainChromePrivateKeyAuthorizer.hpp"
+#include "LumaretMacHelper/Linux/CertificateDatabase.hpp"
 
 namespace lumaret {
+namespace {
 
-using Backend = SystemChromeKeychainAuthorizationBackend;
+/// Chrome's certificate store seen as a Keychain. A key in the user's database without a password
+/// has one signing entry that allows any application; a key behind a password or on another token
+/// may always ask for its own PIN, so that it is unsupported. There is nothing to write.
+class SystemChromeKeychainAuthorizationBackend {
+ public:
+  using Identity = std::shared_ptr<const StoredIdentity>;
+  using PrivateKey = Identity;
+  struct Access {};
+  struct ACL {};
+  struct TrustedApplication {};
+  using Contents = ChromeKeychainACLContents<TrustedApplication>;
 
-std::vector<Backend::Identity> Backend::copyIdentities() const {
-  std::vector<Identity> identities;
-  try {
-    for (StoredIdentity& identity : readStoredIdentities()) {
-      identities.push_back(std::make_shared<const StoredIdentity>(std::move(identity)));
+  [[nodiscard]] static std::vector<Identity> copyIdentities() {
+    std::vector<Identity> identities;
+    try {
+      for (StoredIdentity& identity : readStoredIdentities()) {
+        identities.push_back(std::make_shared<const StoredIdentity>(std::move(identity)));
+      }
+    } catch (const CertificateDatabaseError& error) {
+      throw KeychainAuthorizationBackendError::status(error.status());
     }
-  } catch (const CertificateDatabaseError& error) {
-    throw KeychainAuthorizationBackendError::status(error.status);
+    return identities;
   }
-  return identities;
-}
+  [[nodiscard]] static Bytes certificateData(const Identity& identity) {
+    return identity->certificate;
+  }
+  [[nodiscard]] static std::optional<PrivateKey> copyPrivateKey(const Identity& identity) {
+    return identity;
+  }
+  [[nodiscard]] static Access copyAccess(const PrivateKey& privateKey) {
+    if (!privateKey->keyIsUnguarded) {
+      throw KeychainAuthorizationBackendError::unsupported();
+    }
+    return {};
+  }
+  [[nodiscard]] static std::vector<ACL> copySigningACLs(const Access& /*access*/) {
+    return std::vector<ACL>(1);
+  }
+  [[nodiscard]] static Contents copyContents(const ACL& /*acl*/) { return {}; }
 
-Bytes Backend::certificateData(const Identity& identity) const { return identity->certificate; }
-
-std::optional<Backend::PrivateKey> Backend::copyPrivateKey(const Identity& identity) const {
-  return identity;
-}
-
-Backend::Access Backend::copyAccess(const PrivateKey& privateKey) const {
-  if (!privateKey->keyIsUnguarded) {
+  // Never reached: the only entry has no application list.
+  static void setContents(const Contents& /*contents*/, const ACL& /*acl*/) {
     throw KeychainAuthorizationBackendError::unsupported();
   }
-  return {};
-}
+  static void setAccess(const Access& /*access*/, const PrivateKey& /*privateKey*/) {
+    throw KeychainAuthorizationBackendError::unsupported();
+  }
+  [[nodiscard]] static TrustedApplication chromeTrustedApplication() {
+    throw KeychainAuthorizationBackendError::unsupported();
+  }
+  [[nodiscard]] static Bytes identityData(const TrustedApplication& /*application*/) {
+    throw KeychainAuthorizationBackendError::unsupported();
+  }
+};
 
-std::vector<Backend::ACL> Backend::copySigningACLs(const Access& /*access*/) const {
-  return std::vector<ACL>(1);
-}
+}  // namespace
 
-ChromeKeychainACLContents<Backend::TrustedApplication> Backend::copyContents(
-    const ACL& /*acl*/) const {
-  return {};
-}
-
-void Backend::setContents(const ChromeKeychainACLContents<TrustedApplication>& /*contents*/,
-                          const ACL& /*acl*/) const {
-  throw KeychainAuthorizationBackendError::unsupported();
-}
-
-void Backend::setAccess(const Access& /*access*/, const PrivateKey& /*privateKey*/) const {
-  throw KeychainAuthorizationBackendError::unsupported();
-}
-
-Backend::TrustedApplication Backend::chromeTrustedApplication() const {
-  throw KeychainAuthorizationBackendError::unsupported();
-}
-
-Bytes Backend::identityData(const TrustedApplication& /*application*/) const {
-  throw KeychainAuthorizationBackendError::unsupported();
-}
+KeychainChromePrivateKeyAuthorizer::KeychainChromePrivateKeyAuthorizer()
+    : KeychainChromePrivateKeyAuthorizer(SystemChromeKeychainAuthorizationBackend()) {}
 
 }  // namespace lumaret

@@ -1,8 +1,8 @@
 #include <utility>
 
-#include "CertificateDatabase.hpp"
-#include "CertificateDecoder.hpp"
-#include "KeychainIdentityLoader.hpp"
+#include "LumaretMacHelper/Linux/CertificateDatabase.hpp"
+#include "LumaretMacHelper/Linux/CertificateDecoder.hpp"
+#include "LumaretMacHelper/Platform.hpp"
 
 namespace lumaret {
 namespace {
@@ -36,6 +36,9 @@ class StoredKeychainIdentity final : public KeychainIdentity {
 
 }  // namespace
 
+KeychainIdentityLoader::KeychainIdentityLoader()
+    : KeychainIdentityLoader(std::make_shared<SystemKeychainIdentityQuery>()) {}
+
 std::vector<std::unique_ptr<KeychainIdentity>> SystemKeychainIdentityQuery::copyIdentities() const {
   std::vector<std::unique_ptr<KeychainIdentity>> identities;
   try {
@@ -44,7 +47,7 @@ std::vector<std::unique_ptr<KeychainIdentity>> SystemKeychainIdentityQuery::copy
           std::make_unique<StoredKeychainIdentity>(std::move(identity.certificate)));
     }
   } catch (const CertificateDatabaseError& error) {
-    throw CertificateSelectorError::keychainFailure(error.status);
+    throw CertificateSelectorError::keychainFailure(error.status());
   }
   return identities;
 }

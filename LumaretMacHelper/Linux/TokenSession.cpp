@@ -1,4 +1,4 @@
-#include "TokenSession.hpp"
+#include "LumaretMacHelper/Linux/TokenSession.hpp"
 
 #include <pkcs11.h>
 #include <secerr.h>
@@ -11,8 +11,8 @@ namespace {
 
 void check(CK_RV result) {
   if (result != CKR_OK) {
-    throw CertificateDatabaseError{result == CKR_DEVICE_ERROR ? SEC_ERROR_PKCS11_DEVICE_ERROR
-                                                              : SEC_ERROR_PKCS11_GENERAL_ERROR};
+    throw CertificateDatabaseError(result == CKR_DEVICE_ERROR ? SEC_ERROR_PKCS11_DEVICE_ERROR
+                                                              : SEC_ERROR_PKCS11_GENERAL_ERROR);
   }
 }
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "CertificateDatabase.hpp"
+#include "LumaretMacHelper/Linux/CertificateDatabase.hpp"
 
 struct CK_FUNCTION_LIST;
 

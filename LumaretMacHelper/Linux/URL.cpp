@@ -1,10 +1,10 @@
-#include "URL.hpp"
-
 #include <uriparser/Uri.h>
+
+#include "LumaretMacHelper/Platform.hpp"
 
 namespace lumaret {
 
-std::optional<URL> URL::parse(const std::string& text) {
+std::optional<URL> parseURL(const std::string& text) {
   if (text.empty()) {
     return std::nullopt;
   }

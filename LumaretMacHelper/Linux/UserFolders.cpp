@@ -1,4 +1,4 @@
-#include "UserFolders.hpp"
+#include "LumaretMacHelper/Linux/UserFolders.hpp"
 
 #include <pwd.h>
 #include <unistd.h>

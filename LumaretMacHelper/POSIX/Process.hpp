@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -9,18 +10,26 @@ namespace lumaret {
 /// A regular file that this user may execute.
 bool isExecutableFile(const std::filesystem::path& path);
 
-enum class StandardOutput {
+enum class StandardOutput : std::uint8_t {
   inherited,
   /// What the process prints goes where its errors go.
   toStandardError,
 };
 
-/// Starts a process with the tool's own standard streams, environment and working directory, and
-/// none of its other open files. Where it is not awaited it gets a process group of its own, so
-/// that what ends the tool does not end it. Throws std::system_error when it cannot be started, and
-/// ChromeProcessError when it was awaited and ended with another status than 0; one that a signal
-/// ended has the signal's number as its status.
-void runProcess(const std::filesystem::path& executable, const std::vector<std::string>& arguments,
-                bool waitUntilExit, StandardOutput output = StandardOutput::inherited);
+// A process that is started here gets the tool's own standard streams, environment and working
+// directory, and none of its other open files. It begins with the default disposition of every
+// signal and with none blocked. Nothing of the tool itself changes for it.
+
+/// Starts a process and does not wait for it. It gets a process group of its own, so that what ends
+/// the tool does not end it. Throws std::system_error when it cannot be started.
+void startProcess(const std::filesystem::path& executable,
+                  const std::vector<std::string>& arguments,
+                  StandardOutput output = StandardOutput::inherited);
+
+/// Runs a process to its end, however long that takes. Returns its exit status; the number of the
+/// signal, where a signal ended it. Throws std::system_error when it cannot be started or awaited.
+std::int32_t runProcess(const std::filesystem::path& executable,
+                        const std::vector<std::string>& arguments,
+                        StandardOutput output = StandardOutput::inherited);
 
 }  // namespace lumaret

@@ -1,5 +1,3 @@
-#include "StandardStreams.hpp"
-
 #include <fcntl.h>
 #include <poll.h>
 #include <unistd.h>
@@ -7,6 +5,8 @@
 #include <cerrno>
 #include <csignal>
 #include <system_error>
+
+#include "LumaretMacHelper/Platform.hpp"
 
 namespace lumaret {
 namespace {

@@ -1,13 +1,13 @@
-#include "CertificateValues.hpp"
+#include "LumaretMacHelper/macOS/CertificateValues.hpp"
 
 #include <array>
 #include <memory>
 #include <string>
 #include <utility>
 
-#include "CoreFoundationReference.hpp"
-#include "CoreFoundationValues.hpp"
-#include "KeychainIdentityLoader.hpp"
+#include "LumaretMacHelper/KeychainIdentityLoader.hpp"
+#include "LumaretMacHelper/macOS/CoreFoundationReference.hpp"
+#include "LumaretMacHelper/macOS/CoreFoundationValues.hpp"
 
 namespace lumaret {
 namespace {

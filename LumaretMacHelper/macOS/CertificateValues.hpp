@@ -4,7 +4,7 @@
 
 #include <optional>
 
-#include "CertificateProperty.hpp"
+#include "LumaretMacHelper/CertificateProperty.hpp"
 
 namespace lumaret {
 

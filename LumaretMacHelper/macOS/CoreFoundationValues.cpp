@@ -1,4 +1,4 @@
-#include "CoreFoundationValues.hpp"
+#include "LumaretMacHelper/macOS/CoreFoundationValues.hpp"
 
 #include <stdexcept>
 

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "Contracts.hpp"
-#include "CoreFoundationReference.hpp"
+#include "LumaretMacHelper/Contracts.hpp"
+#include "LumaretMacHelper/macOS/CoreFoundationReference.hpp"
 
 namespace lumaret {
 

@@ -1,8 +1,8 @@
 #include <CoreFoundation/CoreFoundation.h>
 
-#include "ChromeCertificatePolicyService.hpp"
-#include "CoreFoundationReference.hpp"
-#include "CoreFoundationValues.hpp"
+#include "LumaretMacHelper/Platform.hpp"
+#include "LumaretMacHelper/macOS/CoreFoundationReference.hpp"
+#include "LumaretMacHelper/macOS/CoreFoundationValues.hpp"
 
 namespace lumaret {
 namespace {
@@ -16,6 +16,9 @@ CoreFoundationReference<CFStringRef> application() {
 }
 
 }  // namespace
+
+ChromeCertificatePolicyService::ChromeCertificatePolicyService()
+    : ChromeCertificatePolicyService(std::make_shared<CurrentUserChromePreferences>()) {}
 
 std::vector<std::string> CurrentUserChromePreferences::readRules() const {
   const auto value = CoreFoundationReference<CFPropertyListRef>::adopt(::CFPreferencesCopyValue(

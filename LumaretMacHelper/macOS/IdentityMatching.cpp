@@ -1,4 +1,4 @@
-#include "IdentityMatching.hpp"
+#include "LumaretMacHelper/macOS/IdentityMatching.hpp"
 
 #include <array>
 

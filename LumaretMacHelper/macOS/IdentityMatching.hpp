@@ -2,7 +2,7 @@
 
 #include <Security/Security.h>
 
-#include "CoreFoundationReference.hpp"
+#include "LumaretMacHelper/macOS/CoreFoundationReference.hpp"
 
 namespace lumaret {
 

@@ -1,9 +1,8 @@
-#include "LocalizedOrder.hpp"
-
 #include <CoreFoundation/CoreFoundation.h>
 
-#include "CoreFoundationReference.hpp"
-#include "CoreFoundationValues.hpp"
+#include "LumaretMacHelper/Platform.hpp"
+#include "LumaretMacHelper/macOS/CoreFoundationReference.hpp"
+#include "LumaretMacHelper/macOS/CoreFoundationValues.hpp"
 
 namespace lumaret {
 

@@ -1,8 +1,8 @@
-#include "RunningApplications.hpp"
+#include "LumaretMacHelper/macOS/RunningApplications.hpp"
 
 #import <AppKit/AppKit.h>
 
-#include "CoreFoundationValues.hpp"
+#include "LumaretMacHelper/macOS/CoreFoundationValues.hpp"
 
 namespace lumaret {
 

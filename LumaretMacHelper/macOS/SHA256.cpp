@@ -3,7 +3,7 @@
 #include <limits>
 #include <stdexcept>
 
-#include "Fingerprint.hpp"
+#include "LumaretMacHelper/Platform.hpp"
 
 namespace lumaret {
 

@@ -1,10 +1,10 @@
-#include "SystemChromeKeychainAuthorizationBackend.hpp"
+#include "LumaretMacHelper/macOS/SystemChromeKeychainAuthorizationBackend.hpp"
 
 #include <algorithm>
 #include <utility>
 
-#include "CoreFoundationValues.hpp"
-#include "IdentityMatching.hpp"
+#include "LumaretMacHelper/macOS/CoreFoundationValues.hpp"
+#include "LumaretMacHelper/macOS/IdentityMatching.hpp"
 
 // The access lists of the file-based Keychain have been deprecated since macOS 10.10, and nothing
 // has replaced them for keys that are there.
@@ -67,6 +67,9 @@ bool authorizesSigning(SecACLRef acl) {
 }
 
 }  // namespace
+
+KeychainChromePrivateKeyAuthorizer::KeychainChromePrivateKeyAuthorizer()
+    : KeychainChromePrivateKeyAuthorizer(SystemChromeKeychainAuthorizationBackend()) {}
 
 std::vector<Backend::Identity> Backend::copyIdentities() const {
   const MatchingIdentities answer = copyMatchingIdentities();

@@ -5,8 +5,8 @@
 #include <optional>
 #include <vector>
 
-#include "CoreFoundationReference.hpp"
-#include "KeychainChromePrivateKeyAuthorizer.hpp"
+#include "LumaretMacHelper/KeychainChromePrivateKeyAuthorizer.hpp"
+#include "LumaretMacHelper/macOS/CoreFoundationReference.hpp"
 
 namespace lumaret {
 

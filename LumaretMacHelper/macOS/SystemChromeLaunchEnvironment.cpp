@@ -1,14 +1,15 @@
-#include "ChromeLauncher.hpp"
-#include "Process.hpp"
-#include "RunningApplications.hpp"
+#include "LumaretMacHelper/POSIX/Process.hpp"
+#include "LumaretMacHelper/Platform.hpp"
+#include "LumaretMacHelper/macOS/RunningApplications.hpp"
 
 namespace lumaret {
 
-const std::filesystem::path& ChromeLauncher::defaultExecutableURL() {
-  static const std::filesystem::path executable =
-      "/Applications/Google Chrome.app/Contents/MacOS/Google Chrome";
-  return executable;
+std::filesystem::path chromeExecutable() {
+  return "/Applications/Google Chrome.app/Contents/MacOS/Google Chrome";
 }
+
+ChromeLauncher::ChromeLauncher()
+    : ChromeLauncher(defaultExecutableURL(), std::make_shared<SystemChromeLaunchEnvironment>()) {}
 
 bool SystemChromeLaunchEnvironment::isExecutableFile(const std::filesystem::path& path) const {
   return lumaret::isExecutableFile(path);
@@ -22,7 +23,11 @@ bool SystemChromeLaunchEnvironment::isApplicationRunning(
 void SystemChromeLaunchEnvironment::run(const std::filesystem::path& executableURL,
                                         const std::vector<std::string>& arguments,
                                         bool waitUntilExit) const {
-  runProcess(executableURL, arguments, waitUntilExit);
+  if (!waitUntilExit) {
+    startProcess(executableURL, arguments);
+  } else if (const auto status = runProcess(executableURL, arguments); status != 0) {
+    throw ChromeProcessError::unsuccessfulExit(status);
+  }
 }
 
 }  // namespace lumaret

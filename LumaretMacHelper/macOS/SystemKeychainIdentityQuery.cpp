@@ -2,11 +2,11 @@
 
 #include <utility>
 
-#include "CertificateValues.hpp"
-#include "CoreFoundationReference.hpp"
-#include "CoreFoundationValues.hpp"
-#include "IdentityMatching.hpp"
-#include "KeychainIdentityLoader.hpp"
+#include "LumaretMacHelper/Platform.hpp"
+#include "LumaretMacHelper/macOS/CertificateValues.hpp"
+#include "LumaretMacHelper/macOS/CoreFoundationReference.hpp"
+#include "LumaretMacHelper/macOS/CoreFoundationValues.hpp"
+#include "LumaretMacHelper/macOS/IdentityMatching.hpp"
 
 namespace lumaret {
 namespace {
@@ -58,6 +58,9 @@ std::unique_ptr<KeychainIdentity> handle(SecIdentityRef borrowed) {
 }
 
 }  // namespace
+
+KeychainIdentityLoader::KeychainIdentityLoader()
+    : KeychainIdentityLoader(std::make_shared<SystemKeychainIdentityQuery>()) {}
 
 std::vector<std::unique_ptr<KeychainIdentity>> SystemKeychainIdentityQuery::copyIdentities() const {
   const MatchingIdentities answer = copyMatchingIdentities();

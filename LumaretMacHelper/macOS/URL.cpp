@@ -1,12 +1,11 @@
-#include "URL.hpp"
-
 #include <CoreFoundation/CoreFoundation.h>
 
 #include <algorithm>
 #include <string_view>
 
-#include "CoreFoundationReference.hpp"
-#include "CoreFoundationValues.hpp"
+#include "LumaretMacHelper/Platform.hpp"
+#include "LumaretMacHelper/macOS/CoreFoundationReference.hpp"
+#include "LumaretMacHelper/macOS/CoreFoundationValues.hpp"
 
 namespace lumaret {
 namespace {
@@ -44,7 +43,7 @@ bool hasOnlyURLCharacters(std::string_view text) {
 
 }  // namespace
 
-std::optional<URL> URL::parse(const std::string& text) {
+std::optional<URL> parseURL(const std::string& text) {
   if (text.empty() || !hasOnlyURLCharacters(text)) {
     return std::nullopt;
   }

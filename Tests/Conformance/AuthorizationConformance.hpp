@@ -1,0 +1,88 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cctype>
+#include <optional>
+#include <string>
+
+#include "LumaretMacHelper/Fingerprint.hpp"
+#include "LumaretMacHelper/KeychainChromePrivateKeyAuthorizer.hpp"
+#include "Tests/Conformance/ConformanceCertificate.hpp"
+#include "Tests/Support/Cpp/ThrownError.hpp"
+
+namespace lumaret::tests::conformance {
+
+/// What becomes of a private key that Chrome is to sign with. A `Keychain` is what IdentityContract
+/// asks for.
+template <typename Keychain>
+class AuthorizationContract : public testing::Test {
+ protected:
+  static std::optional<CertificateSelectorError> authorize(const std::string& fingerprint) {
+    const ClientIdentity identity = {fingerprint, {}, {}, {}};
+    return selectorErrorOf(
+        [&identity] { KeychainChromePrivateKeyAuthorizer().authorize(identity); });
+  }
+
+  Keychain keychain_;
+};
+
+TYPED_TEST_SUITE_P(AuthorizationContract);
+
+TYPED_TEST_P(AuthorizationContract, AKeyThatAnyApplicationMayUseStaysAsItIs) {
+  const Bytes der = this->keychain_.addIdentity(named("Ana"));
+  const auto before = this->keychain_.contents();
+  EXPECT_EQ(this->authorize(fingerprint(der)), std::nullopt);
+  EXPECT_EQ(this->keychain_.contents(), before);
+}
+
+TYPED_TEST_P(AuthorizationContract, OnlyTheIdentityThatWasAskedForMatters) {
+  this->keychain_.addIdentity(named("Bea"));
+  const Bytes der = this->keychain_.addIdentity(named("Ana"));
+  this->keychain_.addIdentity(named("Zoe"));
+  EXPECT_EQ(this->authorize(fingerprint(der)), std::nullopt);
+}
+
+TYPED_TEST_P(AuthorizationContract, AKeyOfATokenIsUnsupportedAndStaysAsItIs) {
+  const Bytes der = this->keychain_.addIdentityOfToken(named("card"));
+  const auto before = this->keychain_.contents();
+  EXPECT_EQ(this->authorize(fingerprint(der)),
+            CertificateSelectorError::chromeKeyAuthorizationUnsupported());
+  EXPECT_EQ(this->keychain_.contents(), before);
+}
+
+TYPED_TEST_P(AuthorizationContract, AnEmptyKeychainHasNotTheIdentity) {
+  EXPECT_EQ(this->authorize(std::string(64, '0')),
+            CertificateSelectorError::selectedIdentityNotFound());
+}
+
+TYPED_TEST_P(AuthorizationContract, AFingerprintIsMatchedExactly) {
+  std::string id = fingerprint(this->keychain_.addIdentity(named("Ana")));
+  EXPECT_EQ(this->authorize(id + " "), CertificateSelectorError::selectedIdentityNotFound());
+  std::transform(id.begin(), id.end(), id.begin(),
+                 [](unsigned char digit) { return static_cast<char>(std::toupper(digit)); });
+  EXPECT_EQ(this->authorize(id), CertificateSelectorError::selectedIdentityNotFound());
+}
+
+TYPED_TEST_P(AuthorizationContract, ACertificateWithoutAKeyIsNotFound) {
+  this->keychain_.addCertificateWithoutKey(named("no key"));
+  EXPECT_EQ(this->authorize(std::string(64, '0')),
+            CertificateSelectorError::selectedIdentityNotFound());
+}
+
+TYPED_TEST_P(AuthorizationContract, AKeychainThatCannotBeReadIsAFailureWithItsStatus) {
+  const Bytes der = this->keychain_.addIdentity(named("Ana"));
+  const KeychainStatus status = this->keychain_.damage();
+  EXPECT_EQ(this->authorize(fingerprint(der)),
+            CertificateSelectorError::keychainAuthorizationFailed(status));
+}
+
+REGISTER_TYPED_TEST_SUITE_P(AuthorizationContract, AKeyThatAnyApplicationMayUseStaysAsItIs,
+                            OnlyTheIdentityThatWasAskedForMatters,
+                            AKeyOfATokenIsUnsupportedAndStaysAsItIs,
+                            AnEmptyKeychainHasNotTheIdentity, AFingerprintIsMatchedExactly,
+                            ACertificateWithoutAKeyIsNotFound,
+                            AKeychainThatCannotBeReadIsAFailureWithItsStatus);
+
+}  // namespace lumaret::tests::conformance

@@ -1,0 +1,144 @@
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "LumaretMacHelper/Fingerprint.hpp"
+#include "LumaretMacHelper/KeychainIdentityLoader.hpp"
+#include "Tests/Conformance/ConformanceCertificate.hpp"
+#include "Tests/Support/Cpp/ThrownError.hpp"
+
+namespace lumaret::tests::conformance {
+
+/// What the platform lists of the identities that it holds.
+///
+/// A `Keychain` stands for the identities of the current user, none at first:
+///     Bytes addIdentity(const Certificate&)
+///         A certificate with a key that any application may use; returns the certificate's DER
+///         bytes.
+///     Bytes addIdentityOfToken(const Certificate&)
+///         A certificate, the only one, with a key that may ask for a PIN of its own.
+///     void addCertificateWithoutKey(const Certificate&)
+///     KeychainStatus damage()
+///         From now on no identity can be read; returns the status with which that fails.
+///     auto contents() const
+///         Everything that is stored, to be compared with ==.
+template <typename Keychain>
+class IdentityContract : public testing::Test {
+ protected:
+  static std::vector<ClientIdentity> load() { return KeychainIdentityLoader().loadIdentities(); }
+
+  static std::vector<std::string> loadedNames() {
+    std::vector<std::string> names;
+    for (const ClientIdentity& identity : load()) {
+      names.push_back(identity.displayName());
+    }
+    return names;
+  }
+
+  /// The subject of the only identity, which is its issuer as well.
+  CertificatePrincipal subjectOf(const Certificate& certificate) {
+    keychain_.addIdentity(certificate);
+    const auto identities = load();
+    EXPECT_EQ(identities.size(), 1U);
+    EXPECT_EQ(identities.at(0).subject, identities.at(0).issuer);
+    return identities.at(0).subject;
+  }
+
+  Keychain keychain_;
+};
+
+TYPED_TEST_SUITE_P(IdentityContract);
+
+TYPED_TEST_P(IdentityContract, NoIdentitiesAreAnEmptyList) {
+  EXPECT_THAT(this->load(), testing::IsEmpty());
+}
+
+TYPED_TEST_P(IdentityContract, AnIdentityIsListedWithItsFingerprintNamesAndExpiry) {
+  using namespace std::chrono_literals;
+  const Date expiresAt = std::chrono::sys_days(2087y / 3 / 1) + 12h + 34min + 56s;
+  const Bytes der = this->keychain_.addIdentity(
+      {{{"C", "ES"}, {"CN", "Ana Example"}, {"O", "Example Org"}, {"OU", "R/D"}, {"L", "Vigo"}},
+       expiresAt});
+  const CertificatePrincipal name = {"Ana Example", "Example Org", "R/D", "Vigo"};
+  EXPECT_THAT(this->load(),
+              testing::ElementsAre(ClientIdentity{fingerprint(der), name, name, expiresAt}));
+}
+
+TYPED_TEST_P(IdentityContract, AttributesThatACertificateLacksAreAbsent) {
+  EXPECT_EQ(this->subjectOf({{{"C", "ES"}, {"O", "Example Org"}}}),
+            (CertificatePrincipal{std::nullopt, "Example Org", std::nullopt, std::nullopt}));
+}
+
+TYPED_TEST_P(IdentityContract, TheFirstOfSeveralUnitsIsTheUnit) {
+  EXPECT_EQ(this->subjectOf({{{"CN", "Ana"}, {"OU", "X"}, {"OU", "Y"}}}).organizationalUnit, "X");
+}
+
+TYPED_TEST_P(IdentityContract, TextsBeyondASCIIAreCarriedWhole) {
+  const std::string name = "\xc3\x81ngela \xe4\xb8\xad \xf0\x9f\x98\x80";
+  EXPECT_EQ(this->subjectOf(named(name)).commonName, name);
+}
+
+TYPED_TEST_P(IdentityContract, AnExpiredCertificateIsLeftOut) {
+  this->keychain_.addIdentity(
+      {{{"CN", "expired"}}, std::chrono::sys_days(std::chrono::year(2020) / 1 / 1)});
+  this->keychain_.addIdentity(named("valid"));
+  EXPECT_THAT(this->loadedNames(), testing::ElementsAre("valid"));
+}
+
+TYPED_TEST_P(IdentityContract, ACertificateThatNeverExpiresIsListedWithItsExpiry) {
+  using namespace std::chrono_literals;
+  const Date never = std::chrono::sys_days(9999y / 12 / 31) + 23h + 59min + 59s;
+  this->keychain_.addIdentity({{{"CN", "Ana"}}, never});
+  const auto identities = this->load();
+  ASSERT_EQ(identities.size(), 1U);
+  EXPECT_EQ(identities[0].expiresAt, never);
+}
+
+TYPED_TEST_P(IdentityContract, ACertificateWithoutAKeyIsNoIdentity) {
+  this->keychain_.addCertificateWithoutKey(named("no key"));
+  EXPECT_THAT(this->load(), testing::IsEmpty());
+}
+
+TYPED_TEST_P(IdentityContract, AKeyOfATokenMakesAnIdentityToo) {
+  this->keychain_.addIdentityOfToken(named("card"));
+  EXPECT_THAT(this->loadedNames(), testing::ElementsAre("card"));
+}
+
+TYPED_TEST_P(IdentityContract, NamesAreInOrderWhateverTheirCase) {
+  for (const char* name : {"beta", "Gamma", "alpha", "Alpha 2"}) {
+    this->keychain_.addIdentity(named(name));
+  }
+  EXPECT_THAT(this->loadedNames(), testing::ElementsAre("alpha", "Alpha 2", "beta", "Gamma"));
+}
+
+TYPED_TEST_P(IdentityContract, ListingChangesNothing) {
+  this->keychain_.addIdentity(named("Ana"));
+  const auto before = this->keychain_.contents();
+  EXPECT_EQ(this->load(), this->load());
+  EXPECT_EQ(this->keychain_.contents(), before);
+}
+
+TYPED_TEST_P(IdentityContract, AKeychainThatCannotBeReadIsAFailureWithItsStatus) {
+  this->keychain_.addIdentity(named("Ana"));
+  const KeychainStatus status = this->keychain_.damage();
+  EXPECT_EQ(selectorErrorOf([this] { (void)this->load(); }),
+            CertificateSelectorError::keychainFailure(status));
+}
+
+REGISTER_TYPED_TEST_SUITE_P(IdentityContract, NoIdentitiesAreAnEmptyList,
+                            AnIdentityIsListedWithItsFingerprintNamesAndExpiry,
+                            AttributesThatACertificateLacksAreAbsent,
+                            TheFirstOfSeveralUnitsIsTheUnit, TextsBeyondASCIIAreCarriedWhole,
+                            AnExpiredCertificateIsLeftOut,
+                            ACertificateThatNeverExpiresIsListedWithItsExpiry,
+                            ACertificateWithoutAKeyIsNoIdentity, AKeyOfATokenMakesAnIdentityToo,
+                            NamesAreInOrderWhateverTheirCase, ListingChangesNothing,
+                            AKeychainThatCannotBeReadIsAFailureWithItsStatus);
+
+}  // namespace lumaret::tests::conformance

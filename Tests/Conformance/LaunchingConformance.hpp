@@ -1,0 +1,195 @@
+#pragma once
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <optional>
+#include <string>
+#include <system_error>
+#include <thread>
+#include <vector>
+
+#include "LumaretMacHelper/ChromeLauncher.hpp"
+#include "LumaretMacHelper/Platform.hpp"
+#include "Tests/Support/Cpp/ThrownError.hpp"
+
+namespace lumaret::tests::conformance {
+
+/// How the platform starts Chrome. A script stands in Chrome's place and writes down how it was
+/// started.
+///
+/// A `Desktop` stands for the current user's session, without Chrome at first:
+///     void startChrome()
+///     void stopChrome()
+///         From now on the platform takes Chrome to be running, or not to be.
+template <typename Desktop>
+class LaunchingContract : public testing::Test {
+ protected:
+  LaunchingContract() {
+    std::string name = (std::filesystem::temp_directory_path() / "lumaret.XXXXXX").string();
+    folder_ = ::mkdtemp(name.data());
+  }
+  ~LaunchingContract() override { std::filesystem::remove_all(folder_); }
+
+  [[nodiscard]] std::filesystem::path file(const std::string& name) const { return folder_ / name; }
+
+  std::filesystem::path script(const std::string& commands) {
+    const auto path = file("Google Chrome");
+    std::ofstream(path) << "#!/bin/sh\ncd \"$(dirname \"$0\")\"\n" << commands << '\n';
+    std::filesystem::permissions(path, std::filesystem::perms::owner_all);
+    return path;
+  }
+
+  [[nodiscard]] std::string written(const std::string& name = "log") const {
+    std::ifstream stream(file(name));
+    return {std::istreambuf_iterator<char>(stream), {}};
+  }
+
+  /// For what a process that is not awaited does in its own time.
+  template <typename Condition>
+  static void await(Condition condition) {
+    for (int attempt = 0; attempt < 1000 && !condition(); ++attempt) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    EXPECT_TRUE(condition());
+  }
+
+  /// The status with which an awaited process failed.
+  std::optional<int> failure(const std::string& commands) {
+    const auto error = thrownBy<ChromeProcessError>(
+        [&] { environment_.run(script(commands), {}, /*waitUntilExit=*/true); });
+    return error ? std::optional(error->status()) : std::nullopt;
+  }
+
+  Desktop desktop_;
+  SystemChromeLaunchEnvironment environment_;
+
+ private:
+  std::filesystem::path folder_;
+};
+
+TYPED_TEST_SUITE_P(LaunchingContract);
+
+TYPED_TEST_P(LaunchingContract, ChromeIsRunningWhileItRuns) {
+  EXPECT_FALSE(this->environment_.isApplicationRunning("com.google.Chrome"));
+  this->desktop_.startChrome();
+  EXPECT_TRUE(this->environment_.isApplicationRunning("com.google.Chrome"));
+  EXPECT_FALSE(this->environment_.isApplicationRunning("com.example.Other"));
+  this->desktop_.stopChrome();
+  EXPECT_FALSE(this->environment_.isApplicationRunning("com.google.Chrome"));
+}
+
+TYPED_TEST_P(LaunchingContract, OnlyAFileThatMayBeExecutedIsExecutable) {
+  const auto path = this->script("");
+  EXPECT_TRUE(this->environment_.isExecutableFile(path));
+  std::filesystem::permissions(path, std::filesystem::perms::owner_read);
+  EXPECT_FALSE(this->environment_.isExecutableFile(path));
+  EXPECT_FALSE(this->environment_.isExecutableFile(this->file("missing")));
+}
+
+TYPED_TEST_P(LaunchingContract, ArgumentsArriveAsTheyAre) {
+  const auto path = this->script(R"(printf '<%s>' "$@" > log)");
+  this->environment_.run(path, {"--new-window", "", "a b", "\"'$HOME`*", "\xc3\xa1"}, true);
+  EXPECT_EQ(this->written(), "<--new-window><><a b><\"'$HOME`*><\xc3\xa1>");
+}
+
+TYPED_TEST_P(LaunchingContract, AnAwaitedProcessHasEndedOnReturn) {
+  EXPECT_EQ(this->failure("sleep 0.2; echo done > log"), std::nullopt);
+  EXPECT_EQ(this->written(), "done\n");
+}
+
+TYPED_TEST_P(LaunchingContract, AnAwaitedProcessThatFailsIsAnErrorWithItsStatus) {
+  EXPECT_EQ(this->failure("exit 3"), 3);
+  EXPECT_EQ(this->failure("exit 255"), 255);
+}
+
+TYPED_TEST_P(LaunchingContract, AnAwaitedProcessThatASignalEndsIsAnErrorWithItsNumber) {
+  EXPECT_EQ(this->failure("kill -TERM $$"), SIGTERM);
+  EXPECT_EQ(this->failure("kill -KILL $$"), SIGKILL);
+}
+
+TYPED_TEST_P(LaunchingContract, WhatCannotBeStartedIsAnError) {
+  for (const bool waitUntilExit : {true, false}) {
+    EXPECT_TRUE(thrownBy<std::system_error>(
+        [&] { this->environment_.run(this->file("missing"), {}, waitUntilExit); }));
+  }
+}
+
+TYPED_TEST_P(LaunchingContract, AProcessThatIsNotAwaitedGoesOnByItself) {
+  const auto path = this->script("until [ -e go ]; do sleep 0.01; done; echo done > log; exit 7");
+  this->environment_.run(path, {}, /*waitUntilExit=*/false);
+  EXPECT_EQ(this->written(), "");
+  std::ofstream(this->file("go"));
+  this->await([&] { return this->written() == "done\n"; });
+}
+
+TYPED_TEST_P(LaunchingContract, AProcessThatIsNotAwaitedOutlivesWhatStartedIt) {
+  const auto path = this->script("until [ -e go ]; do sleep 0.01; done; echo done > log");
+  EXPECT_EXIT(
+      {
+        this->environment_.run(path, {}, /*waitUntilExit=*/false);
+        std::_Exit(0);
+      },
+      testing::ExitedWithCode(0), "");
+  std::ofstream(this->file("go"));
+  this->await([&] { return this->written() == "done\n"; });
+}
+
+TYPED_TEST_P(LaunchingContract, EnvironmentAndWorkingFolderAreInherited) {
+  ::setenv("LUMARET_TEST", "inherited", 1);
+  const auto path = this->script("");
+  std::ofstream(path) << "#!/bin/sh\n{ echo $LUMARET_TEST; pwd; } > \"$1\"\n";
+  this->environment_.run(path, {this->file("log").string()}, true);
+  EXPECT_EQ(this->written(), "inherited\n" + std::filesystem::current_path().string() + "\n");
+}
+
+TYPED_TEST_P(LaunchingContract, OpenFilesAreNotInherited) {
+  const int open = ::open("/dev/null", O_RDONLY);
+  ASSERT_EQ(::dup2(open, 47), 47);
+  EXPECT_EQ(this->failure("test ! -e /dev/fd/47"), std::nullopt);
+  ::close(47);
+  ::close(open);
+}
+
+TYPED_TEST_P(LaunchingContract, ARunningChromeReloadsItsPoliciesBeforeItOpensAWindow) {
+  const auto path = this->script(R"(echo "$@" >> log)");
+  const ChromeLauncher launcher(path, std::make_shared<SystemChromeLaunchEnvironment>());
+  launcher.open();
+  this->await([&] { return this->written() == "--new-window\n"; });
+  this->desktop_.startChrome();
+  launcher.open(parseURL("https://example.com/"));
+  this->await([&] {
+    return this->written() ==
+           "--new-window\n--refresh-platform-policy\n--new-window https://example.com/\n";
+  });
+}
+
+TYPED_TEST_P(LaunchingContract, NoWindowIsOpenedAfterARefreshThatFailed) {
+  const ChromeLauncher launcher(this->script(R"(echo "$@" >> log; exit 3)"),
+                                std::make_shared<SystemChromeLaunchEnvironment>());
+  this->desktop_.startChrome();
+  EXPECT_EQ(selectorErrorOf([&] { launcher.open(); }),
+            CertificateSelectorError::chromeLaunchFailed("Google Chrome exited with status 3."));
+  EXPECT_EQ(this->written(), "--refresh-platform-policy\n");
+}
+
+REGISTER_TYPED_TEST_SUITE_P(LaunchingContract, ChromeIsRunningWhileItRuns,
+                            OnlyAFileThatMayBeExecutedIsExecutable, ArgumentsArriveAsTheyAre,
+                            AnAwaitedProcessHasEndedOnReturn,
+                            AnAwaitedProcessThatFailsIsAnErrorWithItsStatus,
+                            AnAwaitedProcessThatASignalEndsIsAnErrorWithItsNumber,
+                            WhatCannotBeStartedIsAnError, AProcessThatIsNotAwaitedGoesOnByItself,
+                            AProcessThatIsNotAwaitedOutlivesWhatStartedIt,
+                            EnvironmentAndWorkingFolderAreInherited, OpenFilesAreNotInherited,
+                            ARunningChromeReloadsItsPoliciesBeforeItOpensAWindow,
+                            NoWindowIsOpenedAfterARefreshThatFailed);
+
+}  // namespace lumaret::tests::conformance

@@ -1,0 +1,121 @@
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "LumaretMacHelper/ChromeCertificatePolicyService.hpp"
+#include "LumaretMacHelper/Platform.hpp"
+#include "Tests/Support/Cpp/ThrownError.hpp"
+
+namespace lumaret::tests::conformance {
+
+/// How the platform keeps Chrome's list of rules.
+///
+/// A `PreferenceStore` stands for what Chrome reads, nothing at first:
+///     void store(const nlohmann::json&)
+///         The whole value of the list, of whatever type.
+///     std::optional<nlohmann::json> stored() const
+///         The value that a Chrome started now would read; nothing where there is none.
+///     void refuseWrites()
+///         From now on no list can be made permanent.
+template <typename PreferenceStore>
+class PreferencesContract : public testing::Test {
+ protected:
+  static std::vector<std::string> read() { return CurrentUserChromePreferences().readRules(); }
+
+  static std::optional<CertificateSelectorError> apply() {
+    return selectorErrorOf([] {
+      ChromeCertificatePolicyService().apply(
+          {"id", {"Ana", std::nullopt, std::nullopt, std::nullopt}, {}, {}});
+    });
+  }
+
+  /// Reading fails, and applying a rule fails before it changes anything.
+  void expectRefusal(const nlohmann::json& value) {
+    store_.store(value);
+    EXPECT_TRUE(thrownBy<ChromePreferencesError>([] { (void)read(); })) << value;
+    EXPECT_EQ(apply(), CertificateSelectorError::policyWriteFailed()) << value;
+    EXPECT_EQ(store_.stored(), value);
+  }
+
+  static constexpr const char* rule = R"({"filter":{"SUBJECT":{"CN":"Ana"}},"pattern":"*"})";
+
+  PreferenceStore store_;
+};
+
+TYPED_TEST_SUITE_P(PreferencesContract);
+
+TYPED_TEST_P(PreferencesContract, NothingStoredIsAnEmptyList) {
+  EXPECT_THAT(this->read(), testing::IsEmpty());
+}
+
+TYPED_TEST_P(PreferencesContract, AListIsReadInItsOrder) {
+  this->store_.store({"b", "", "\xc3\xa1 \xf0\x9f\x98\x80", "b"});
+  EXPECT_THAT(this->read(), testing::ElementsAre("b", "", "\xc3\xa1 \xf0\x9f\x98\x80", "b"));
+}
+
+TYPED_TEST_P(PreferencesContract, AnEmptyListIsRead) {
+  this->store_.store(nlohmann::json::array());
+  EXPECT_THAT(this->read(), testing::IsEmpty());
+}
+
+TYPED_TEST_P(PreferencesContract, AValueThatIsNoListOfTextsIsRefusedAndKept) {
+  this->expectRefusal("a single text");
+  this->expectRefusal(7);
+  this->expectRefusal(true);
+  this->expectRefusal(nlohmann::json::object());
+  this->expectRefusal({"text", 7});
+  this->expectRefusal(nlohmann::json::array({nlohmann::json::array({"text"})}));
+}
+
+TYPED_TEST_P(PreferencesContract, WhatIsWrittenAndSynchronizedIsStored) {
+  const std::vector<std::string> rules = {"b", "", "\xc3\xa1", std::string(100'000, 'x')};
+  CurrentUserChromePreferences preferences;
+  preferences.writeRules(rules);
+  EXPECT_TRUE(preferences.synchronize());
+  EXPECT_EQ(preferences.readRules(), rules);
+  EXPECT_EQ(this->read(), rules);
+  EXPECT_EQ(this->store_.stored(), nlohmann::json(rules));
+}
+
+TYPED_TEST_P(PreferencesContract, AnEmptyListCanBeWritten) {
+  this->store_.store({"rule"});
+  CurrentUserChromePreferences preferences;
+  preferences.writeRules({});
+  EXPECT_TRUE(preferences.synchronize());
+  EXPECT_THAT(this->read(), testing::IsEmpty());
+}
+
+TYPED_TEST_P(PreferencesContract, ARuleIsStoredWhereNothingWas) {
+  EXPECT_EQ(this->apply(), std::nullopt);
+  EXPECT_EQ(this->store_.stored(), nlohmann::json::array({this->rule}));
+}
+
+TYPED_TEST_P(PreferencesContract, ForeignRulesKeepTheirTextsAndTheirOrder) {
+  this->store_.store({R"({"pattern":"a"})", R"({"pattern":"*"})", "no rule", R"({"pattern":"*"})"});
+  const nlohmann::json expected = {R"({"pattern":"a"})", this->rule, "no rule"};
+  EXPECT_EQ(this->apply(), std::nullopt);
+  EXPECT_EQ(this->store_.stored(), expected);
+  EXPECT_EQ(this->apply(), std::nullopt);
+  EXPECT_EQ(this->store_.stored(), expected);
+}
+
+TYPED_TEST_P(PreferencesContract, AListThatCannotBeMadePermanentIsAFailure) {
+  this->store_.store({"no rule"});
+  this->store_.refuseWrites();
+  EXPECT_EQ(this->apply(), CertificateSelectorError::policyWriteFailed());
+  EXPECT_EQ(this->store_.stored(), nlohmann::json::array({"no rule"}));
+}
+
+REGISTER_TYPED_TEST_SUITE_P(PreferencesContract, NothingStoredIsAnEmptyList, AListIsReadInItsOrder,
+                            AnEmptyListIsRead, AValueThatIsNoListOfTextsIsRefusedAndKept,
+                            WhatIsWrittenAndSynchronizedIsStored, AnEmptyListCanBeWritten,
+                            ARuleIsStoredWhereNothingWas, ForeignRulesKeepTheirTextsAndTheirOrder,
+                            AListThatCannotBeMadePermanentIsAFailure);
+
+}  // namespace lumaret::tests::conformance

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+#include "LumaretMacHelper/Contracts.hpp"
+#include "Tests/Support/Cpp/TemporaryFolder.hpp"
+
+namespace lumaret::tests {
+
+/// Runs a command line of the shell; throws with its output when it fails. What is listed here
+/// stands for the tools that people use: openssl, certutil, pk12util, softhsm2-util.
+std::string shell(const std::string& command);
+
+/// A key and a self-signed certificate, made fresh.
+struct FreshIdentity {
+  std::filesystem::path key;
+  std::filesystem::path certificate;
+  /// With an empty passphrase.
+  std::filesystem::path bundle;
+  Bytes der;
+};
+
+enum class KeyType { ec, rsa };
+
+/// The subject is in the form of openssl's -subj: "/CN=Anna/O=Example".
+FreshIdentity makeIdentity(const TemporaryFolder& folder, const std::string& subject,
+                           KeyType keyType = KeyType::ec,
+                           const std::string& expiry = "20991231235959Z");
+
+/// An NSS certificate database, as Chrome keeps it.
+class CertificateStore {
+ public:
+  /// Made where Chrome looks first, or at the given place.
+  explicit CertificateStore(const std::filesystem::path& folder, const std::string& password = "");
+
+  void addIdentity(const FreshIdentity& identity, const std::string& token = "",
+                   const std::string& tokenPassword = "") const;
+  void addCertificate(const FreshIdentity& identity) const;
+  /// Has the database name a further PKCS#11 module; the library need not exist.
+  void addModule(const std::string& library) const;
+
+ private:
+  std::filesystem::path folder_;
+  std::string password_;
+};
+
+/// A new token of SoftHSM, labelled "card"; its module finds it through the environment.
+void makeSoftwareToken(const TemporaryFolder& folder, const std::string& pin);
+inline constexpr const char* softwareTokenModule = "/usr/lib/softhsm/libsofthsm2.so";
+
+}  // namespace lumaret::tests

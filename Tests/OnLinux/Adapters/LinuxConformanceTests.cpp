@@ -1,0 +1,127 @@
+#include <unistd.h>
+
+#include <array>
+#include <chrono>
+#include <cstdio>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+
+#include "LumaretMacHelper/Linux/ChromeInstallation.hpp"
+#include "Tests/Conformance/AuthorizationConformance.hpp"
+#include "Tests/Conformance/IdentityConformance.hpp"
+#include "Tests/Conformance/LaunchingConformance.hpp"
+#include "Tests/Conformance/PreferencesConformance.hpp"
+#include "Tests/OnLinux/Adapters/CertificateStore.hpp"
+#include "Tests/OnLinux/Adapters/PrivateMounts.hpp"
+
+namespace lumaret::tests::conformance {
+namespace {
+
+class Keychain {
+ public:
+  Bytes addIdentity(const Certificate& certificate) { return add(certificate, ""); }
+  Bytes addIdentityOfToken(const Certificate& certificate) { return add(certificate, "secret"); }
+  void addCertificateWithoutKey(const Certificate& certificate) {
+    store("").addCertificate(made(certificate));
+  }
+
+  KeychainStatus damage() {
+    writeFile(folder() / "cert9.db", "this is no database, whatever its name says");
+    return -8174;  // SEC_ERROR_BAD_DATABASE
+  }
+
+  [[nodiscard]] auto contents() const { return tests::contents(home_.path()); }
+
+ private:
+  [[nodiscard]] std::filesystem::path folder() const { return home_ / ".pki/nssdb"; }
+
+  const CertificateStore& store(const std::string& password) {
+    return store_ ? *store_ : store_.emplace(folder(), password);
+  }
+
+  FreshIdentity made(const Certificate& certificate) {
+    std::string subject;
+    for (const auto& [shortName, value] : certificate.name) {
+      subject += "/" + shortName + "=";
+      for (const char character : value) {
+        subject += character == '/' ? "\\/" : std::string(1, character);
+      }
+    }
+    const auto day = std::chrono::floor<std::chrono::days>(certificate.expiresAt);
+    const std::chrono::year_month_day date(day);
+    const std::chrono::hh_mm_ss time(
+        std::chrono::floor<std::chrono::seconds>(certificate.expiresAt - day));
+    std::array<char, 32> expiry{};
+    std::snprintf(expiry.data(), expiry.size(), "%04d%02u%02u%02ld%02ld%02ldZ",
+                  static_cast<int>(date.year()), static_cast<unsigned>(date.month()),
+                  static_cast<unsigned>(date.day()), time.hours().count(), time.minutes().count(),
+                  time.seconds().count());
+    return makeIdentity(material_, subject, KeyType::ec, expiry.data());
+  }
+
+  Bytes add(const Certificate& certificate, const std::string& password) {
+    const FreshIdentity identity = made(certificate);
+    store(password).addIdentity(identity);
+    return identity.der;
+  }
+
+  TemporaryHome home_;
+  TemporaryFolder material_;
+  std::optional<CertificateStore> store_;
+};
+
+class PreferenceStore {
+ public:
+  void store(const nlohmann::json& value) {
+    writeFile(folder() / "50-test.json", nlohmann::json{{key, value}}.dump());
+  }
+
+  [[nodiscard]] std::optional<nlohmann::json> stored() const {
+    std::optional<nlohmann::json> value;
+    if (std::filesystem::exists(folder())) {
+      for (const auto& [file, text] : contents(folder())) {  // In the order of their names.
+        if (auto policies = nlohmann::json::parse(text); policies.contains(key)) {
+          value = policies[key];
+        }
+      }
+    }
+    return value;
+  }
+
+  void refuseWrites() { mounts_.makeReadOnly(); }
+
+ private:
+  static constexpr const char* key = "AutoSelectCertificateForUrls";
+
+  static std::filesystem::path folder() { return ChromeInstallation::current().managedPolicies; }
+
+  PrivateMounts mounts_;
+};
+
+class Desktop {
+ public:
+  void startChrome() {
+    std::array<char, 256> host{};
+    ::gethostname(host.data(), host.size());
+    std::filesystem::create_directories(lock().parent_path());
+    std::filesystem::create_symlink(host.data() + ("-" + std::to_string(::getpid())), lock());
+  }
+  void stopChrome() { std::filesystem::remove(lock()); }
+
+ private:
+  static std::filesystem::path lock() {
+    return ChromeInstallation::current().userDataFolder / "SingletonLock";
+  }
+
+  TemporaryHome home_;
+};
+
+}  // namespace
+
+INSTANTIATE_TYPED_TEST_SUITE_P(Identities, IdentityContract, Keychain);
+INSTANTIATE_TYPED_TEST_SUITE_P(Authorization, AuthorizationContract, Keychain);
+INSTANTIATE_TYPED_TEST_SUITE_P(Preferences, PreferencesContract, PreferenceStore);
+INSTANTIATE_TYPED_TEST_SUITE_P(Launching, LaunchingContract, Desktop);
+
+}  // namespace lumaret::tests::conformance

@@ -1,0 +1,196 @@
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <system_error>
+#include <thread>
+
+#include "LumaretMacHelper/POSIX/Process.hpp"
+#include "Tests/Support/Cpp/TemporaryFolder.hpp"
+
+namespace lumaret::tests {
+namespace {
+
+class Process : public ::testing::Test {
+ protected:
+  [[nodiscard]] std::filesystem::path script(const std::string& body, mode_t mode = 0755) const {
+    const auto path = folder_ / "script";
+    writeFile(path, "#!/bin/sh\n" + body + "\n");
+    ::chmod(path.c_str(), mode);
+    return path;
+  }
+
+  [[nodiscard]] std::string output() const { return readFile(folder_ / "output"); }
+
+  [[nodiscard]] std::string awaitedOutput() const {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (output().empty() && std::chrono::steady_clock::now() < deadline) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return output();
+  }
+
+  static std::error_code startError(const std::filesystem::path& executable) {
+    try {
+      startProcess(executable, {});
+    } catch (const std::system_error& error) {
+      EXPECT_THAT(error.what(), ::testing::StartsWith(executable.string() + ": "));
+      return error.code();
+    }
+    return {};
+  }
+
+  TemporaryFolder folder_;
+};
+
+TEST_F(Process, HandsEachArgumentOverUnchanged) {
+  const auto executable = script(R"(printf '<%s>' "$@" >"${0%/*}/output")");
+  runProcess(executable, {"--new-window", "", "a b", "$HOME `x` \"'\\", "\xff\n"});
+  EXPECT_EQ(output(), "<--new-window><><a b><$HOME `x` \"'\\><\xff\n>");
+}
+
+TEST_F(Process, AwaitsItsEnd) {
+  runProcess(script("sleep 0.2; echo done >\"${0%/*}/output\""), {});
+  EXPECT_EQ(output(), "done\n");
+}
+
+TEST_F(Process, DoesNotAwaitItsEndUnlessAsked) {
+  // The script goes on only when this test has gone on.
+  const auto executable =
+      script("while [ ! -e \"${0%/*}/go\" ]; do sleep 0.01; done; echo done >\"${0%/*}/output\"");
+  startProcess(executable, {});
+  EXPECT_EQ(output(), "");
+  writeFile(folder_ / "go", "");
+  EXPECT_EQ(awaitedOutput(), "done\n");
+}
+
+TEST_F(Process, NobodyLooksAtTheStatusOfOneThatIsNotAwaited) {
+  EXPECT_NO_THROW(startProcess(script("echo done >\"${0%/*}/output\"; exit 3"), {}));
+  EXPECT_EQ(awaitedOutput(), "done\n");
+}
+
+TEST_F(Process, ReportsAnotherStatusThanZero) {
+  EXPECT_EQ(runProcess(script("exit 3"), {}), 3);
+  EXPECT_EQ(runProcess(script("exit 255"), {}), 255);
+  EXPECT_EQ(runProcess(script("exit 0"), {}), 0);
+}
+
+TEST_F(Process, ReportsTheSignalThatEndedIt) {
+  EXPECT_EQ(runProcess(script("kill -KILL $$"), {}), SIGKILL);
+}
+
+TEST_F(Process, ReportsTheStatusToACallerThatIgnoresItsChildrenAndGoesOnToIgnoreThem) {
+  std::signal(SIGCHLD, SIG_IGN);
+  EXPECT_EQ(runProcess(script("exit 3"), {}), 3);
+  EXPECT_EQ(std::signal(SIGCHLD, SIG_DFL), SIG_IGN);
+}
+
+TEST_F(Process, CannotStartWhatIsNotThereOrNotExecutable) {
+  EXPECT_EQ(startError("/no/such/file"), std::errc::no_such_file_or_directory);
+  EXPECT_EQ(startError(script("", 0644)), std::errc::permission_denied);
+  writeFile(folder_ / "empty", "");
+  ::chmod((folder_ / "empty").c_str(), 0755);
+  EXPECT_EQ(startError(folder_ / "empty"), std::errc::executable_format_error);
+}
+
+TEST_F(Process, InheritsNoOpenFileButTheStandardStreams) {
+  const int leaked = ::open("/dev/null", O_RDONLY);  // Without close-on-exec, as a caller might.
+  ASSERT_GT(leaked, STDERR_FILENO);
+  const auto executable = script("[ -e /proc/self/fd/" + std::to_string(leaked) +
+                                 " ] && echo leaked >\"${0%/*}/output\"; "
+                                 "[ -e /proc/self/fd/2 ] && echo kept >>\"${0%/*}/output\"");
+  runProcess(executable, {});
+  EXPECT_EQ(output(), "kept\n");
+  EXPECT_EQ(::fcntl(leaked, F_GETFD), 0) << "Nothing of this process changes.";
+  ::close(leaked);
+}
+
+TEST_F(Process, InheritsNoOpenFileAboveTheLimitEither) {
+  rlimit limit{};
+  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
+  const int leaked = ::fcntl(STDERR_FILENO, F_DUPFD, 500);
+  ASSERT_GE(leaked, 500);
+  const rlimit lower = {100, limit.rlim_max};
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &lower), 0);
+  const auto executable =
+      script("ls /proc/self/fd >\"${0%/*}/listed\"; mv \"${0%/*}/listed\" \"${0%/*}/output\"");
+  runProcess(executable, {});
+  ::setrlimit(RLIMIT_NOFILE, &limit);
+  ::close(leaked);
+  EXPECT_THAT(output(), ::testing::Not(::testing::HasSubstr("500")));
+}
+
+TEST_F(Process, WhatItPrintsMayGoWhereItsErrorsGo) {
+  const auto executable = script("echo printed; echo reported >&2");
+  ::testing::internal::CaptureStdout();
+  ::testing::internal::CaptureStderr();
+  runProcess(executable, {}, StandardOutput::toStandardError);
+  EXPECT_EQ(::testing::internal::GetCapturedStdout(), "");
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "printed\nreported\n");
+
+  ::testing::internal::CaptureStdout();
+  runProcess(executable, {});
+  EXPECT_EQ(::testing::internal::GetCapturedStdout(), "printed\n");
+}
+
+TEST_F(Process, BeginsWithEverySignalAtItsDefaultAndNoneBlocked) {
+  // Of all that a caller may have ignored or blocked, these stand for the rest.
+  const auto signals = {SIGPIPE, SIGHUP, SIGINT, SIGTERM, SIGCHLD, SIGUSR1, SIGRTMIN + 1};
+  sigset_t blocked;
+  ::sigemptyset(&blocked);
+  for (const int signal : signals) {
+    std::signal(signal, SIG_IGN);
+    ::sigaddset(&blocked, signal);
+  }
+  sigset_t before;
+  ::sigprocmask(SIG_BLOCK, &blocked, &before);
+  const auto executable = script(
+      "grep -E '^Sig(Ign|Blk)' /proc/self/status >\"${0%/*}/listed\"; "
+      "mv \"${0%/*}/listed\" \"${0%/*}/output\"");
+  const auto expectNone = [this] {
+    // The C library has every process that it spawns ignore the two signals of its own.
+    EXPECT_THAT(awaitedOutput(), ::testing::MatchesRegex("SigBlk:\t0000000000000000\n"
+                                                         "SigIgn:\t0000000[01]80000000\n|"
+                                                         "SigBlk:\t0000000000000000\n"
+                                                         "SigIgn:\t0000000000000000\n"));
+    std::filesystem::remove(folder_ / "output");
+  };
+  runProcess(executable, {});
+  expectNone();
+  startProcess(executable, {});
+  expectNone();
+  ::sigprocmask(SIG_SETMASK, &before, nullptr);
+  for (const int signal : signals) {
+    std::signal(signal, SIG_DFL);
+  }
+}
+
+TEST_F(Process, HasAGroupOfItsOwnUnlessAwaited) {
+  const auto executable =
+      script("ps -o pgid= -p $$ >\"${0%/*}/group\"; mv \"${0%/*}/group\" \"${0%/*}/output\"");
+  runProcess(executable, {});
+  EXPECT_EQ(std::stoi(output()), ::getpgrp());
+  std::filesystem::remove(folder_ / "output");
+  startProcess(executable, {});
+  EXPECT_NE(std::stoi(awaitedOutput()), ::getpgrp());
+}
+
+TEST_F(Process, OnlyARegularFileThatMayBeExecutedIsExecutable) {
+  EXPECT_TRUE(isExecutableFile(script("")));
+  EXPECT_FALSE(isExecutableFile(script("", 0644)));
+  EXPECT_FALSE(isExecutableFile(folder_.path()));
+  EXPECT_FALSE(isExecutableFile("/no/such/file"));
+  EXPECT_FALSE(isExecutableFile(""));
+  EXPECT_TRUE(isExecutableFile(script("", 0755)));
+  std::filesystem::create_symlink("script", folder_ / "link");
+  EXPECT_TRUE(isExecutableFile(folder_ / "link"));
+  std::filesystem::create_symlink("nothing", folder_ / "dangling");
+  EXPECT_FALSE(isExecutableFile(folder_ / "dangling"));
+}
+
+}  // namespace
+}  // namespace lumaret::tests

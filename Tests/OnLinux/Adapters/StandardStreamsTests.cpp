@@ -1,0 +1,95 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <string>
+#include <system_error>
+
+#include "LumaretMacHelper/POSIX/FileDescriptor.hpp"
+#include "LumaretMacHelper/Platform.hpp"
+
+namespace lumaret::tests {
+namespace {
+
+/// Runs an action in a process of its own, whose standard output is this descriptor; returns its
+/// status, which is the error of a write that failed.
+template <typename Action>
+pid_t withStandardOutput(int descriptor, Action action) {
+  const pid_t child = ::fork();
+  if (child == 0) {
+    if (descriptor < 0) {
+      ::close(STDOUT_FILENO);
+    } else {
+      ::dup2(descriptor, STDOUT_FILENO);
+    }
+    prepareStandardStreams();
+    int status = 0;
+    try {
+      action();
+    } catch (const std::system_error& error) {
+      status = error.code().value();
+    }
+    ::_exit(status);
+  }
+  return child;
+}
+
+int statusOf(pid_t child) {
+  int status = 0;
+  ::waitpid(child, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+}
+
+TEST(StandardOutput, IsWrittenWholeIntoAPipeThatDoesNotBlock) {
+  std::array<int, 2> pipe{};
+  ASSERT_EQ(::pipe2(pipe.data(), O_CLOEXEC), 0);
+  ASSERT_EQ(::fcntl(pipe[1], F_SETFL, O_NONBLOCK), 0);
+  const std::string text(1'000'000, 'x');  // Many times what the pipe holds.
+  const pid_t child = withStandardOutput(pipe[1], [&text] { writeStandardOutput(text); });
+  ::close(pipe[1]);
+  const FileDescriptor readEnd(pipe[0]);
+
+  std::size_t received = 0;
+  std::array<char, 4096> buffer{};
+  while (const ssize_t count = ::read(readEnd.number(), buffer.data(), buffer.size())) {
+    ASSERT_GT(count, 0);
+    received += static_cast<std::size_t>(count);
+  }
+  EXPECT_EQ(received, text.size());
+  EXPECT_EQ(statusOf(child), 0);
+}
+
+TEST(StandardOutput, ThatIsFullIsAnError) {
+  const FileDescriptor full(::open("/dev/full", O_WRONLY));
+  EXPECT_EQ(statusOf(withStandardOutput(full.number(), [] { writeStandardOutput("x"); })), ENOSPC);
+}
+
+TEST(StandardOutput, ThatIsClosedIsAnError) {
+  EXPECT_EQ(statusOf(withStandardOutput(-1, [] { writeStandardOutput("x"); })), EBADF);
+}
+
+TEST(StandardOutput, ThatIsClosedGivesItsNumberToNoOtherFile) {
+  EXPECT_EQ(statusOf(withStandardOutput(-1,
+                                        [] {
+                                          const FileDescriptor file(::open("/dev/null", O_WRONLY));
+                                          if (file.number() <= STDERR_FILENO) {
+                                            throw std::system_error(EEXIST,
+                                                                    std::generic_category());
+                                          }
+                                        })),
+            0);
+}
+
+TEST(StandardOutput, WithoutAReaderIsAnErrorAndNoSignal) {
+  std::array<int, 2> pipe{};
+  ASSERT_EQ(::pipe2(pipe.data(), O_CLOEXEC), 0);
+  ::close(pipe[0]);
+  EXPECT_EQ(statusOf(withStandardOutput(pipe[1], [] { writeStandardOutput("x"); })), EPIPE);
+  ::close(pipe[1]);
+}
+
+}  // namespace
+}  // namespace lumaret::tests

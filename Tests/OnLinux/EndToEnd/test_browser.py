@@ -1,0 +1,104 @@
+"""The whole road, with a real Chromium and a server that demands a client certificate."""
+
+import json
+import unittest
+
+from Tests.Support.Python import chromium
+from Tests.Support.Python import private_machine
+from Tests.Support.Python.helper_test_case import HelperTestCase, policies
+from Tests.Support.Python.private_machine import CHROMIUM
+from Tests.Support.Python.tls_server import TlsServer, Visit
+
+setUpModule = private_machine.enter
+
+ANA, BEN, CARA = ({"CN": f"{name} Example", "O": "Example Org"} for name in ("Ana", "Ben", "Cara"))
+
+
+class BrowserTests(HelperTestCase):
+    server_names = ("localhost", "other.localhost")
+
+    def setUp(self):
+        super().setUp()
+        chromium.configure(self.machine)
+        display = chromium.VirtualDisplay(self.machine)
+        self.addCleanup(display.close)
+        self.server = TlsServer(self.make_authority())
+        self.addCleanup(self.server.close)
+
+    def make_identities(self, *names):
+        identities = super().make_identities(*names)
+        self.database.trust(self.authority)
+        return identities
+
+    def assert_activates(self, identity, *arguments):
+        """The result is the whole of standard output; standard error is the browser's too."""
+        outcome = self.activate(identity, *arguments)
+        self.assertEqual(outcome[:2], (0, b'{"ok":true}\n'), outcome.stderr)
+
+    def assert_presented(self, identity, path: str, host: str = "localhost"):
+        self.assertEqual(self.server.await_visit(path),
+                         Visit(host, path, identity.name["CN"], identity.fingerprint))
+
+    def open_window(self, url: str):
+        """As the user would, in the browser that is running."""
+        self.machine.run(CHROMIUM.executable, "--new-window", url)
+
+    def test_browser_not_running_presents_exactly_the_activated_certificate(self):
+        _, ben, _ = self.make_identities(ANA, BEN, CARA)
+        self.assert_activates(ben, "--url", self.server.url("/"))
+        self.assert_presented(ben, "/")
+
+    def test_running_browser_with_an_older_rule_presents_the_newly_activated_certificate(self):
+        ana, ben, _ = self.make_identities(ANA, BEN, CARA)
+        self.assert_activates(ana, "--url", self.server.url("/first"))
+        self.assert_presented(ana, "/first")
+        chromium.await_ready_for_refresh(self.machine)
+        self.assert_activates(ben, "--url", self.server.url("/second", "other.localhost"))
+        self.assert_presented(ben, "/second", "other.localhost")
+
+    def test_rules_for_other_sites_survive_and_work(self):
+        ana, ben, cara = self.make_identities(ANA, BEN, CARA)
+        other_sites = [self.rule_for(cara, "https://other.localhost"), self.rule_for(ben, "https://[*.]example.test")]
+        self.machine.write_policies("10-company.json", policies(*other_sites, self.rule_for(ben)))
+        self.assert_activates(ana, "--url", self.server.url("/any"))
+        self.assert_presented(ana, "/any")
+        self.open_window(self.server.url("/other", "other.localhost"))
+        self.assert_presented(cara, "/other", "other.localhost")
+        self.assertEqual(self.stored_rules(), [*other_sites, self.rule_for(ana)])
+
+    def test_without_an_address_a_window_opens_and_its_pages_get_the_certificate(self):
+        ana, _, _ = self.make_identities(ANA, BEN, CARA)
+        self.machine.write_policies("start-page.json", json.dumps({"NewTabPageLocation": self.server.url("/start")}))
+        self.assert_activates(ana)
+        self.assert_presented(ana, "/start")
+
+    def test_without_an_address_a_running_browser_takes_up_the_rule(self):
+        ana, ben, _ = self.make_identities(ANA, BEN, CARA)
+        self.assert_activates(ana, "--url", self.server.url("/first"))
+        self.assert_presented(ana, "/first")
+        chromium.await_ready_for_refresh(self.machine)
+        self.assert_activates(ben)
+        self.open_window(self.server.url("/second", "other.localhost"))
+        self.assert_presented(ben, "/second", "other.localhost")
+
+    def assert_matches(self, **name: str):
+        """The rule picks the identity of this name, and not one whose name is nearly the same."""
+        identity, _ = self.make_identities(name, {**name, "CN": name["CN"] + "."})
+        self.assert_activates(identity, "--url", self.server.url("/"))
+        self.assertEqual(self.server.await_visit("/").fingerprint, identity.fingerprint)
+
+    def test_name_with_quotes_backslashes_and_slashes_matches(self):
+        self.assert_matches(CN='quote " backslash \\ slash / plus + comma , equals = star *', OU="R/D")
+
+    def test_name_with_control_characters_matches(self):
+        self.assert_matches(CN="start \x01 bell \x07 tab \t line feed \n delete \x7f")
+
+    def test_name_in_right_to_left_text_with_emoji_matches(self):
+        self.assert_matches(CN="עברית \u202eالعربية\u202c 😀", L="A Coruña")
+
+    def test_name_with_blanks_around_it_matches(self):
+        self.assert_matches(CN="  Ana  Example  ")
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,308 @@
+"""What `list` makes of every state of the certificate database."""
+
+import contextlib
+import fcntl
+import json
+import os
+import pty
+import select
+import shutil
+import sqlite3
+import termios
+import unittest
+from pathlib import Path
+
+from Tests.Support.Python import private_machine
+from Tests.Support.Python.certificates import Database, Token
+from Tests.Support.Python.helper_test_case import KEY_UNSUPPORTED, HelperTestCase, failed, needs_real_root, printed
+from Tests.Support.Python.private_machine import CHROMIUM, contents
+
+setUpModule = private_machine.enter
+
+NOTHING = printed("[]")
+
+
+def unreadable(status: int = -8174):
+    return failed(f"Keychain could not be read (error {status}).")
+
+
+class ListingTests(HelperTestCase):
+    def test_one_identity_is_one_line_of_compact_json(self):
+        identity = self.make_identities({"CN": "Ana Example", "O": "Example Org", "OU": "R/D", "L": "Lugo"})[0]
+        self.assertEqual(self.helper("list"), printed(
+            '[{"expiresAt":"2099-12-31T23:59:59Z","id":"' + identity.fingerprint + '",'
+            '"issuer":{"commonName":"Test Authority","locality":null,"organization":"Lumaret Test",'
+            '"organizationalUnit":null},'
+            '"subject":{"commonName":"Ana Example","locality":"Lugo","organization":"Example Org",'
+            '"organizationalUnit":"R/D"}}]'))
+
+    def test_quotes_control_characters_and_every_script_are_exact_json(self):
+        identity = self.make_identities({"CN": 'q " b \\ s / t \t \x07 \x7f עברית \u202e😀'})[0]
+        self.assertEqual(self.helper("list"), printed(
+            '[{"expiresAt":"2099-12-31T23:59:59Z","id":"' + identity.fingerprint + '",'
+            '"issuer":{"commonName":"Test Authority","locality":null,"organization":"Lumaret Test",'
+            '"organizationalUnit":null},'
+            '"subject":{"commonName":"q \\" b \\\\ s / t \\t \\u0007 \x7f עברית \u202e😀","locality":null,'
+            '"organization":null,"organizationalUnit":null}}]'))
+
+    def test_listing_changes_nothing(self):
+        expected = printed(self.line_of(self.make_identity()))
+        self.assert_unchanged_by(self.machine.home, lambda: self.assertEqual(self.helper("list"), expected))
+
+    def test_listing_as_nobody_may_write_the_database(self):
+        identity = self.make_identity()
+        self.machine.mount_over(self.database.folder, self.database.folder)
+        self.machine.make_read_only(self.database.folder)
+        self.assertEqual(self.helper("list"), printed(self.line_of(identity)))
+
+    def test_expired_and_malformed_are_dropped_and_the_end_of_time_is_listed(self):
+        self.make_authority()
+        expired = self.authority.issue({"CN": "Expired"}, expires="19700102000000Z")
+        malformed = self.authority.issue_with_malformed_expiry({"CN": "Malformed"})
+        never = self.authority.issue({"CN": "Never"}, expires="99991231235959Z")
+        Database(self.machine.home / ".pki/nssdb").add(expired, malformed, never)
+        self.assertEqual(self.helper("list"), printed(
+            self.line_of(never).replace("2099-12-31T23:59:59Z", "9999-12-31T23:59:59Z")))
+
+    def test_the_authority_itself_is_no_identity(self):
+        identity = self.make_identity()
+        self.database.trust(self.authority)
+        self.assertEqual(self.helper("list"), printed(self.line_of(identity)))
+
+    def test_many_identities(self):
+        identities = self.make_identities(*({"CN": f"Identity {number:02}"} for number in range(40)))
+        self.assertEqual(self.helper("list"), printed(self.line_of(*identities)))
+
+    def test_an_issuer_of_a_common_name_alone(self):
+        self.make_authority({"CN": "Only"})
+        identity, = self.make_identities({"CN": "Ana"})
+        issuer = b'"issuer":{"commonName":"Only","locality":null,"organization":null,"organizationalUnit":null}'
+        outcome = self.helper("list")
+        self.assertEqual(outcome, printed(self.line_of(identity)))
+        self.assertIn(issuer, outcome.stdout)
+
+    def test_a_certificate_of_broken_encoding_hides_no_other(self):
+        broken, whole = self.make_identities({"CN": "Broken"}, {"CN": "Whole"})
+        certificate_value = "a11"  # NSS names the columns after the numbers of PKCS#11's attributes
+        with contextlib.closing(sqlite3.connect(self.database.folder / "cert9.db")) as store, store:
+            changed = store.execute(f"UPDATE nssPublic SET {certificate_value} = ? WHERE {certificate_value} = ?",
+                                    (b"\x30\x80broken", broken.der))
+            self.assertEqual(changed.rowcount, 1)
+        self.assertEqual(self.helper("list"), printed(self.line_of(whole)))
+
+
+class ListingOrderTests(HelperTestCase):
+    def setUp(self):
+        super().setUp()
+        self.make_identities({"CN": "Zebra"}, {"CN": "Beta"}, {"CN": "Äpfel"}, {"CN": "alpha"}, {"O": "no name"})
+
+    def order(self, **environment) -> list[str]:
+        identities = json.loads(self.helper("list", environment=environment).stdout)
+        return [identity["subject"]["commonName"] for identity in identities]
+
+    GERMAN = ["alpha", "Äpfel", "Beta", None, "Zebra"]
+
+    def test_order_without_a_language(self):
+        self.assertEqual(self.order(), self.GERMAN)
+
+    def test_order_in_the_c_locale(self):
+        self.assertEqual(self.order(LC_ALL="C"), self.GERMAN)
+        self.assertEqual(self.order(LANG="POSIX"), self.GERMAN)
+
+    def test_order_in_german(self):
+        self.assertEqual(self.order(LANG="de_DE.UTF-8"), self.GERMAN)
+
+    def test_order_in_swedish(self):
+        self.assertEqual(self.order(LANG="sv_SE.UTF-8"), ["alpha", "Beta", None, "Zebra", "Äpfel"])
+
+    def test_equal_names_are_ordered_by_fingerprint(self):
+        twins = [self.authority.issue({"CN": "Twin"}) for _ in range(5)]
+        self.database.add(*twins)
+        expected = sorted(twin.fingerprint for twin in twins)
+        listing = json.loads(self.helper("list").stdout)
+        self.assertEqual([identity["id"] for identity in listing if identity["subject"]["commonName"] == "Twin"],
+                         expected)
+
+
+class DatabaseStateTests(HelperTestCase):
+    def setUp(self):
+        super().setUp()
+        self.folder = self.machine.home / ".pki/nssdb"
+
+    def test_no_database(self):
+        self.assert_unchanged_by(self.machine.home, lambda: self.assertEqual(self.helper("list"), NOTHING))
+
+    def test_an_empty_database(self):
+        Database(self.folder)
+        self.assertEqual(self.helper("list"), NOTHING)
+
+    def test_an_empty_folder(self):
+        self.folder.mkdir(parents=True)
+        self.assert_unchanged_by(self.machine.home, lambda: self.assertEqual(self.helper("list"), NOTHING))
+
+    def assert_unreadable(self):
+        self.assert_unchanged_by(self.machine.home, lambda: self.assertEqual(self.helper("list"), unreadable()))
+
+    def test_a_damaged_certificate_file(self):
+        self.make_identity()
+        (self.folder / "cert9.db").write_bytes(b"not a database" * 1000)
+        self.assert_unreadable()
+
+    def test_a_truncated_certificate_file(self):
+        self.make_identity()
+        os.truncate(self.folder / "cert9.db", (self.folder / "cert9.db").stat().st_size // 2)
+        self.assert_unreadable()
+
+    def test_a_damaged_key_file(self):
+        self.make_identity()
+        (self.folder / "key4.db").write_bytes(b"not a database" * 1000)
+        self.assert_unreadable()
+
+    def test_a_file_where_the_folder_should_be(self):
+        self.folder.parent.mkdir()
+        self.folder.write_text("not a folder")
+        self.assert_unreadable()
+
+    def test_activate_with_a_damaged_database_starts_and_writes_nothing(self):
+        self.machine.install_stand_in(CHROMIUM)
+        identity = self.make_identity()
+        (self.folder / "cert9.db").write_bytes(b"not a database" * 1000)
+        self.assertEqual(self.activate(identity), unreadable())
+        self.assertFalse(CHROMIUM.policies.exists())
+        self.assertEqual(self.machine.launches(), [])
+
+    @needs_real_root
+    def test_a_database_of_another_user(self):
+        self.make_identity()
+        self.machine.home.chmod(0o755)
+        for file in self.folder.iterdir():
+            file.chmod(0o600)
+        self.assertEqual(self.helper_as_nobody("list"), unreadable())
+
+    @needs_real_root
+    def test_a_database_folder_of_another_user(self):
+        self.make_identity()
+        self.machine.home.chmod(0o755)
+        self.folder.chmod(0o700)
+        self.assertEqual(self.helper_as_nobody("list"), unreadable())
+
+    def test_a_module_that_does_not_load(self):
+        identity = self.make_identity()
+        self.database.name_module("/nonexistent/module.so")
+        expected = printed(self.line_of(identity))
+        self.assert_unchanged_by(self.machine.home, lambda: self.assertEqual(self.helper("list"), expected))
+
+
+class ProtectedKeyTestCase(HelperTestCase):
+    """A key behind a secret: known to be there, but nobody is ever asked."""
+
+    def setUp(self):
+        super().setUp()
+        self.machine.install_stand_in(CHROMIUM)
+        self.machine.write_policies("other.json", "{}")
+
+    def assert_unsupported(self, identity, **settings):
+        """Nothing has changed then, and no browser was started."""
+        before = contents(CHROMIUM.policies)
+        self.assert_unchanged_by(self.machine.home, lambda: self.assertEqual(
+            self.activate(identity, **settings), failed(KEY_UNSUPPORTED)))
+        self.assertEqual(contents(CHROMIUM.policies), before)
+        self.assertEqual(self.machine.launches(), [])
+
+
+class LockedTokenTests(ProtectedKeyTestCase):
+    def test_identity_is_listed_and_cannot_be_activated(self):
+        self.make_authority()
+        identity = self.authority.issue({"CN": "Ana Example"})
+        token = Token(self.machine.home)
+        database = Database(self.machine.home / ".pki/nssdb")
+        database.name_module(token.MODULE)
+        token.add(identity, database)
+        self.assertEqual(self.helper("list", environment=token.environment), printed(self.line_of(identity)))
+        self.assert_unsupported(identity, environment=token.environment)
+
+
+class ProtectedDatabaseTests(ProtectedKeyTestCase):
+    def setUp(self):
+        super().setUp()
+        self.identity = self.make_identities({"CN": "Ana Example"}, password="secret")[0]
+
+    def test_list(self):
+        self.assertEqual(self.helper("list"), printed(self.line_of(self.identity)))
+
+    def test_activate_changes_nothing(self):
+        self.assert_unsupported(self.identity)
+
+    def test_nothing_is_asked_at_a_terminal(self):
+        keyboard, terminal = pty.openpty()
+        self.addCleanup(os.close, keyboard)
+        self.addCleanup(os.close, terminal)
+        outcome = self.activate(self.identity, stdin=terminal, start_new_session=True,
+                                preexec_fn=lambda: fcntl.ioctl(0, termios.TIOCSCTTY, 0))
+        self.assertEqual(outcome, failed(KEY_UNSUPPORTED))
+        self.assertEqual(select.select([keyboard], [], [], 0)[0], [], "something was written to the terminal")
+
+
+class HomeTests(HelperTestCase):
+    """Where `HOME` says nothing useful, the account database knows the home."""
+
+    def setUp(self):
+        super().setUp()
+        accounts = self.machine.folder / "passwd"
+        accounts.write_text(f"tester:x:{os.geteuid()}:{os.getegid()}::{self.machine.home}:/bin/sh\n")
+        self.machine.mount_over(Path("/etc/passwd"), accounts)
+        self.expected = printed(self.line_of(self.make_identity()))
+
+    def test_unset(self):
+        self.assertEqual(self.helper("list", without="HOME"), self.expected)
+
+    def test_empty(self):
+        self.assertEqual(self.helper("list", environment={"HOME": ""}), self.expected)
+
+    def test_relative(self):
+        self.assertEqual(self.helper("list", environment={"HOME": "home"}, cwd=self.machine.folder), self.expected)
+
+    def test_not_existing(self):
+        self.assertEqual(self.helper("list", environment={"HOME": "/nonexistent"}), self.expected)
+
+    def test_activation_uses_that_home_too(self):
+        self.machine.install_stand_in(CHROMIUM)
+        self.machine.mark_running(CHROMIUM)
+        identity = self.authority.issue({"CN": "Ben Example"})
+        self.database.add(identity)
+        self.activate(identity, without="HOME")
+        self.assertEqual([arguments for _, arguments in self.machine.launches()],
+                         [[b"--refresh-platform-policy"], [b"--new-window"]])
+
+    def test_a_home_without_a_database_is_not_replaced(self):
+        other = self.machine.folder / "other-home"
+        other.mkdir()
+        self.assertEqual(self.helper("list", environment={"HOME": str(other)}), NOTHING)
+
+
+class DatabasePlaceTests(HelperTestCase):
+    def setUp(self):
+        super().setUp()
+        self.identity = self.make_identity()
+        self.expected = printed(self.line_of(self.identity))
+
+    def move_to(self, place: Path):
+        place.parent.mkdir(parents=True)
+        shutil.move(self.database.folder, place)
+
+    def test_data_folder_in_the_home(self):
+        self.move_to(self.machine.home / ".local/share/pki/nssdb")
+        self.assertEqual(self.helper("list"), self.expected)
+
+    def test_data_folder_named_by_the_environment(self):
+        data = self.machine.folder / "data"
+        self.move_to(data / "pki/nssdb")
+        self.assertEqual(self.helper("list", environment={"XDG_DATA_HOME": str(data)}), self.expected)
+
+    def test_database_in_the_home_comes_first(self):
+        Database(self.machine.home / ".local/share/pki/nssdb")
+        self.assertEqual(self.helper("list"), self.expected)
+
+
+if __name__ == "__main__":
+    unittest.main()

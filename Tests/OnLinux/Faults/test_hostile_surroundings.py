@@ -1,0 +1,360 @@
+"""What the tool does where somebody or something works against it; docs/hostile-surroundings.md tells the same."""
+
+import hashlib
+import json
+import os
+import shutil
+import signal
+import socket
+import sqlite3
+import subprocess
+import time
+import unittest
+from pathlib import Path
+
+from Tests.Support.Python.fault_test_case import (CHROMIUM, ELSEWHERE, NOBODY, OLD_CATCH_ALL, OWN_FILE, OWN_PATH, POLICY, FaultTestCase,
+                             effective_rules, enter, policies)
+from Tests.Support.Python.helper_test_case import ACTIVATED, HELPER, NOT_SAVED, compact_json, failed, needs_real_root
+from Tests.Support.Python.private_machine import await_until, contents
+
+setUpModule = enter
+
+REFRESH = [b"--refresh-platform-policy"]
+NEW_WINDOW = [b"--new-window"]
+
+
+class LinkTests(FaultTestCase):
+    """Symbolic links in the place of what the tool writes."""
+
+    def setUp(self):
+        super().setUp()
+        self.identity = self.make_identity()
+        CHROMIUM.policies.mkdir(parents=True)
+        self.target = self.machine.folder / "target.json"
+
+    def assert_refused(self):
+        before = contents(CHROMIUM.policies.parent)
+        self.assertEqual(self.activate(self.identity), failed(NOT_SAVED))
+        self.assertEqual(contents(CHROMIUM.policies.parent), before)
+        self.assertEqual(self.machine.launches(), [])
+
+    def test_a_link_in_place_of_the_file_is_neither_followed_nor_replaced(self):
+        self.target.write_text(policies(ELSEWHERE))
+        OWN_PATH.symlink_to(self.target)
+        self.assert_refused()
+        self.assertEqual(self.target.read_text(), policies(ELSEWHERE))
+
+    def test_a_link_that_leads_nowhere_makes_no_file_there(self):
+        OWN_PATH.symlink_to(self.target)
+        self.assert_refused()
+        self.assertFalse(self.target.exists())
+
+    def test_a_link_to_itself(self):
+        OWN_PATH.symlink_to(OWN_PATH)
+        self.assert_refused()
+
+    def test_a_link_to_a_secret_publishes_nothing(self):
+        self.target.write_text(json.dumps({"Secret": "of root alone"}))
+        self.target.chmod(0o600)
+        OWN_PATH.symlink_to(self.target)
+        self.assert_refused()
+
+    @needs_real_root
+    def test_a_link_is_not_written_through_by_an_ordinary_user(self):
+        self.target.write_text(policies(ELSEWHERE))
+        OWN_PATH.symlink_to(self.target)
+        user = self.become_ordinary_user(self.target)
+        outcome = self.machine.run(*user, self.readable_helper(), "activate", "--fingerprint",
+                                   self.identity.fingerprint)
+        self.assertEqual(outcome, failed(NOT_SAVED))
+        self.assertEqual(self.target.read_text(), policies(ELSEWHERE))
+
+    def link_folder(self, target: Path):
+        CHROMIUM.policies.rmdir()
+        CHROMIUM.policies.symlink_to(target)
+
+    def test_a_link_in_place_of_the_folder_is_followed_as_the_browser_does(self):
+        folder = CHROMIUM.policies.parent.parent / "shared"
+        folder.mkdir()
+        (folder / "company.json").write_text(policies(ELSEWHERE))
+        self.link_folder(folder)
+        self.assertEqual(self.activate(self.identity), ACTIVATED)
+        self.assertEqual(effective_rules(), [ELSEWHERE, self.rule_for(self.identity)])
+        self.assertTrue(CHROMIUM.policies.is_symlink())
+        self.assertEqual({path.name for path in folder.iterdir()}, {"company.json", OWN_FILE})
+
+    def test_a_folder_link_onto_another_file_system_is_followed_too(self):
+        folder = self.machine.folder / "elsewhere/managed"
+        folder.mkdir(parents=True)
+        self.link_folder(folder)
+        self.assertEqual(self.activate(self.identity), ACTIVATED)
+        self.assertEqual(effective_rules(), [self.rule_for(self.identity)])
+        self.assertEqual(contents(folder.parent).keys(), {".", "managed", f"managed/{OWN_FILE}"})
+
+    def test_a_folder_link_that_leads_nowhere_makes_no_folder_there(self):
+        self.link_folder(self.machine.folder / "nowhere")
+        self.assert_refused()
+        self.assertFalse((self.machine.folder / "nowhere").exists())
+
+    def test_a_dangling_link_above_the_folder_makes_no_folder_there(self):
+        CHROMIUM.policies.rmdir()
+        CHROMIUM.policies.parent.rmdir()
+        CHROMIUM.policies.parent.symlink_to(self.machine.folder / "nowhere")
+        self.assertEqual(self.activate(self.identity), failed(NOT_SAVED))
+        self.assertTrue(CHROMIUM.policies.parent.is_symlink())
+        self.assertFalse((self.machine.folder / "nowhere").exists())
+        self.assertEqual(self.machine.launches(), [])
+
+
+class FolderOfOthersTests(FaultTestCase):
+    """A policy folder that other users may write, and what they may have left in it."""
+
+    def setUp(self):
+        super().setUp()
+        self.identity = self.make_identity()
+        CHROMIUM.policies.mkdir(parents=True)
+        CHROMIUM.policies.chmod(0o777)
+        CHROMIUM.policies.parent.chmod(0o777)
+
+    def test_the_rule_is_stored_and_the_permissions_stay(self):
+        self.assertEqual(self.activate(self.identity), ACTIVATED)
+        self.assertEqual(effective_rules(), [self.rule_for(self.identity)])
+        for folder in (CHROMIUM.policies, CHROMIUM.policies.parent):
+            self.assertEqual(folder.stat().st_mode & 0o7777, 0o777)
+        self.assertEqual(OWN_PATH.stat().st_mode & 0o7777, 0o644)
+
+    def test_a_staged_file_that_somebody_left_is_not_used(self):
+        left = CHROMIUM.policies.parent / ".lumaret-macos-helper.XXXXXX"
+        left.symlink_to(self.machine.folder / "target")
+        self.assertEqual(self.activate(self.identity), ACTIVATED)
+        self.assertFalse((self.machine.folder / "target").exists())
+        self.assertTrue(left.is_symlink())
+
+    @needs_real_root
+    def test_a_file_of_another_user_stays_theirs(self):
+        self.write_own_file(policies(ELSEWHERE))
+        os.chown(OWN_PATH, NOBODY, NOBODY)
+        self.assertEqual(self.activate(self.identity), ACTIVATED)
+        self.assertEqual(OWN_PATH.stat().st_uid, NOBODY)
+
+
+class DatabaseOfAnotherUserTests(FaultTestCase):
+    """`HOME` leads to somebody else's certificates."""
+
+    @needs_real_root
+    def test_one_that_may_not_be_read_is_an_error(self):
+        self.make_identity()
+        self.machine.home.chmod(0o755)
+        for folder in (self.machine.home / ".pki", self.database.folder):
+            folder.chmod(0o700)
+        self.assertEqual(self.helper_as_nobody("list"), failed("Keychain could not be read (error -8174)."))
+
+    @needs_real_root
+    def test_one_that_may_be_read_is_listed_and_stays_as_it_is(self):
+        identity = self.make_identity()
+        for place in (self.machine.home, *self.machine.home.rglob("*")):
+            place.chmod(0o755 if place.is_dir() else 0o644)
+        before = contents(self.machine.home)
+        outcome = self.helper_as_nobody("list")
+        self.assertEqual((outcome.status, outcome.stdout.decode()), (0, self.line_of(identity) + "\n"))
+        self.assertEqual(contents(self.machine.home), before)
+
+    @needs_real_root
+    def test_that_of_an_ordinary_user_serves_root_and_stays_theirs(self):
+        identity = self.make_identity()
+        self.become_ordinary_user()
+        before = contents(self.machine.home)
+        self.assertEqual(self.activate(identity), ACTIVATED)
+        self.assertEqual(effective_rules(), [self.rule_for(identity)])
+        self.assertEqual(contents(self.machine.home), before)
+        self.assertEqual({place.stat().st_uid for place in self.machine.home.rglob("*")}, {NOBODY})
+
+
+class LargeTests(FaultTestCase):
+    """A hundred thousand rules, fifty megabytes in all."""
+
+    def setUp(self):
+        super().setUp()
+        self.identity = self.make_identity()
+        self.many = [compact_json({"filter": {"SUBJECT": {"CN": "x" * 430}}, "pattern": f"https://{number}.test"})
+                     for number in range(100_000)]
+        self.text = policies(OLD_CATCH_ALL, *self.many, OLD_CATCH_ALL)
+        self.assertGreater(len(self.text), 50_000_000)
+
+    def test_a_huge_list_is_merged_whole(self):
+        self.machine.write_policies("10-company.json", self.text)
+        started = time.monotonic()
+        # Under the sanitizers it takes a minute.
+        self.assertEqual(self.activate(self.identity, timeout=240), ACTIVATED)
+        print(f"{time.monotonic() - started:.1f} s for {len(self.text):,} bytes", flush=True)
+        self.assertEqual(self.stored_rules(), [self.rule_for(self.identity), *self.many])
+
+    @needs_real_root
+    def test_an_interruption_does_not_tear_a_long_write_in_place(self):
+        self.write_own_file(self.text)
+        user = self.become_ordinary_user(OWN_PATH)
+        old = OWN_PATH.read_bytes()
+        tool = subprocess.Popen([*user, self.readable_helper(), "activate", "--fingerprint",
+                                 self.identity.fingerprint], env=self.machine.environment,
+                                stdout=subprocess.DEVNULL)
+        with open(OWN_PATH, "rb", buffering=0) as file:
+            await_until_changed(file, old[:64])
+        tool.send_signal(signal.SIGINT)
+        tool.wait(240)
+        # Compared by their digests: a difference of fifty megabytes is nothing to print.
+        found = OWN_PATH.read_bytes()
+        new = (json.dumps({POLICY: [self.rule_for(self.identity), *self.many]}, indent=2) + "\n").encode()
+        self.assertEqual(hashlib.sha256(found).hexdigest(), hashlib.sha256(new).hexdigest())
+
+
+def await_until_changed(file, start: bytes) -> None:
+    """Without a pause between two looks: what is awaited takes milliseconds."""
+    deadline = time.monotonic() + 240
+    while os.pread(file.fileno(), len(start), 0) == start:
+        if time.monotonic() > deadline:
+            raise TimeoutError("waited 240 seconds for the file to change")
+
+
+class ManyIdentitiesTests(FaultTestCase):
+    COUNT = 5_000
+
+    def test_five_thousand_identities_are_listed_in_order(self):
+        """One identity of NSS's own making, its rows copied: each copy has a key, a name and a serial of its own."""
+        template = self.make_identities({"CN": "Person 0000", "O": "Example Org"})[0]
+        certificates = self.multiply(template)
+        started = time.monotonic()
+        outcome = self.helper("list")
+        print(f"{time.monotonic() - started:.2f} s for {self.COUNT} identities", flush=True)
+        self.assertEqual((outcome.status, outcome.stderr), (0, b""))
+        listed = json.loads(outcome.stdout)
+        self.assertEqual([(each["subject"]["commonName"], each["id"]) for each in listed],
+                         [(f"Person {number:04}", hashlib.sha256(der).hexdigest())
+                          for number, der in enumerate(certificates)])
+        chosen = hashlib.sha256(certificates[4321]).hexdigest()
+        self.assertEqual(self.helper("activate", "--fingerprint", chosen), ACTIVATED)
+        self.assertIn('"CN":"Person 4321"', self.stored_rules()[0])
+
+    def multiply(self, template) -> list[bytes]:
+        """The certificates that the database holds afterwards, by their numbers."""
+        key_class, value, identifier, subject, serial = "a0", "a11", "a102", "a101", "a82"
+
+        def numbered(number: int):
+            def edit(field: str, content):
+                if field in (value, subject):
+                    return content.replace(b"Person 0000", b"Person %04d" % number)
+                if field == identifier:
+                    return number.to_bytes(20, "big")
+                if field == serial:
+                    return b"\x02\x04" + (0x10000000 + number).to_bytes(4, "big")
+                return content
+            return edit
+
+        self.assertEqual(template.der.count(b"Person 0000"), 1)
+        for name, table in (("cert9.db", "nssPublic"), ("key4.db", "nssPrivate")):
+            with sqlite3.connect(self.database.folder / name) as database:
+                rows = database.execute(f"SELECT * FROM {table}")
+                fields = [column[0] for column in rows.description]
+                originals = [dict(zip(fields, row)) for row in rows]
+                wanted = {"cert9.db": 1, "key4.db": 3}[name]  # CKO_CERTIFICATE, CKO_PRIVATE_KEY
+                original = next(row for row in originals
+                                if row[key_class] == wanted.to_bytes(4, "big") and row[identifier])
+                for number in range(1, self.COUNT):
+                    edit = numbered(number)
+                    row = {field: edit(field, content) for field, content in original.items()}
+                    row["id"] = 0x20000000 + number
+                    marks = ",".join("?" * len(row))
+                    database.execute(f"INSERT INTO {table} ({','.join(row)}) VALUES ({marks})", [*row.values()])
+            database.close()
+        return [template.der.replace(b"Person 0000", b"Person %04d" % number) for number in range(self.COUNT)]
+
+
+class BrowserLockTests(FaultTestCase):
+    """Nonsense where a running browser would leave its lock: no browser runs."""
+
+    def test_nonsense_is_no_running_browser(self):
+        identity = self.make_identity()
+        host, me = socket.gethostname(), os.getpid()
+        lock = self.machine.profile(CHROMIUM) / "SingletonLock"
+        nonsense = ["-", "--", f"-{me}", f"{host}", f"{host}-", f"{host}- {me}", f"{host}-{me} ", f"{host}-+{me}",
+                    f"{host}-0{me}", f"{host}-0x{me:x}", f"{host}-{me}/../{me}", f"{host}-../{me}",
+                    f"{host}-{'9' * 4000}", f"{host}-18446744073709551616", f"{host}-self", f"{host}-{me}\n",
+                    f"{host.upper()}x-{me}", b"\xff\xfe-" + str(me).encode(), f"/proc/{me}", "x" * 4000, str(lock)]
+        for target in nonsense:
+            with self.subTest(target[:40]):
+                lock.unlink(missing_ok=True)
+                os.symlink(target, lock)
+                self.assertEqual(self.activate(identity), ACTIVATED)
+                self.assertEqual(self.machine.launches(), [("chromium", NEW_WINDOW)])
+                self.forget_launches()
+
+    def test_nonsense_in_place_of_the_lock_or_the_profile(self):
+        identity = self.make_identity()
+        profile = self.machine.profile(CHROMIUM)
+        lock = profile / "SingletonLock"
+        for make, clear in ((lock.mkdir, lock.rmdir),
+                            (lambda: os.mkfifo(lock), lambda: shutil.rmtree(profile)),
+                            (lambda: profile.symlink_to(profile), profile.unlink),
+                            (lambda: profile.write_text("no folder"), profile.unlink)):
+            make()
+            self.assertEqual(self.activate(identity), ACTIVATED)
+            self.assertEqual(self.machine.launches(), [("chromium", NEW_WINDOW)])
+            self.forget_launches()
+            clear()
+
+    def test_nonsense_in_place_of_the_socket_leaves_the_lock_in_force(self):
+        identity = self.make_identity()
+        self.machine.mark_running(CHROMIUM)
+        place = self.machine.profile(CHROMIUM) / "SingletonSocket"
+        for target in ("x" * 4000, "/" + "x" * 107, str(place), "/proc/self"):
+            with self.subTest(target[:40]):
+                place.unlink(missing_ok=True)
+                place.symlink_to(target)
+                self.assertEqual(self.activate(identity), ACTIVATED)
+                self.assertEqual(self.machine.launches(), [("chromium", REFRESH), ("chromium", NEW_WINDOW)])
+                self.forget_launches()
+
+
+class DeafBrowserTests(FaultTestCase):
+    """A browser that never ends when it is asked to read its policies again."""
+
+    def setUp(self):
+        super().setUp()
+        self.identity = self.make_identity()
+        self.started = self.machine.folder / "refresh-started"
+        script = self.machine.folder / "deaf"
+        script.write_text(f"#!/bin/sh\necho \"$@\" >> '{self.started}'\nexec sleep 1000\n")
+        script.chmod(0o755)
+        self.machine.mount_over(CHROMIUM.executable, script)
+        self.machine.mark_running(CHROMIUM)
+
+    def start(self) -> subprocess.Popen:
+        tool = subprocess.Popen([HELPER, "activate", "--fingerprint", self.identity.fingerprint],
+                                env=self.machine.environment, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                                stderr=subprocess.DEVNULL)
+        self.addCleanup(tool.stdout.close)
+        self.addCleanup(tool.wait, 30)
+        self.addCleanup(tool.kill)
+        await_until(lambda: self.started.exists() and self.started.read_text(), "the refresh to start")
+        return tool
+
+    def test_it_is_awaited_and_the_rule_is_already_in_force(self):
+        tool = self.start()
+        with self.assertRaises(subprocess.TimeoutExpired):
+            tool.wait(3)
+        self.assertEqual(effective_rules(), [self.rule_for(self.identity)])
+        self.assertEqual(self.started.read_text(), "--refresh-platform-policy\n")
+
+    def test_interrupting_the_tool_ends_the_wait_and_leaves_the_rule(self):
+        for ending in (signal.SIGINT, signal.SIGTERM, signal.SIGKILL):
+            with self.subTest(ending):
+                self.started.unlink(missing_ok=True)
+                tool = self.start()
+                tool.send_signal(ending)
+                self.assertEqual(tool.wait(30), -ending)
+                self.assertEqual(tool.stdout.read(), b"")
+                self.assertEqual(effective_rules(), [self.rule_for(self.identity)])
+                self.assertEqual(self.started.read_text(), "--refresh-platform-policy\n")
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,29 @@
+"""Valgrind's account of the memory that a run asked for."""
+
+import unittest
+
+from Tests.Support.Python.fault_test_case import FaultTestCase, enter
+from Tests.Support.Python.helper_test_case import ACTIVATED
+
+setUpModule = enter
+
+# What libraries keep until the process ends can still be reached then; a leak cannot.
+VALGRIND = ("valgrind", "--quiet", "--leak-check=full", "--show-leak-kinds=definite,indirect,possible",
+            "--errors-for-leak-kinds=definite,indirect,possible", "--error-exitcode=99", "--child-silent-after-fork=yes")
+
+
+class LeakTests(FaultTestCase):
+    def test_list_over_a_database_leaks_nothing(self):
+        identities = self.make_identities(*({"CN": f"Person {number}", "O": "Example Org", "L": "Lugo"}
+                                            for number in range(5)))
+        outcome = self.helper("list", prefix=VALGRIND)
+        self.assertEqual(outcome.stderr.decode(), "")
+        self.assertEqual((outcome.status, outcome.stdout.decode()), (0, self.line_of(*identities) + "\n"))
+
+    def test_activate_leaks_nothing(self):
+        identity = self.make_identity()
+        self.assertEqual(self.activate(identity, "--url", "https://example.test/", prefix=VALGRIND), ACTIVATED)
+
+
+if __name__ == "__main__":
+    unittest.main()

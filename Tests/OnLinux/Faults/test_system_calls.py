@@ -1,0 +1,254 @@
+"""Every system call that `activate` makes on the road to the policy folder fails once, in every way, or is the last.
+
+Each scenario is run once under strace to learn its calls, and then once for each call and each fault.
+"""
+
+import json
+import os
+import re
+import shutil
+import stat
+import unittest
+from dataclasses import dataclass
+from typing import NamedTuple
+
+from Tests.Support.Python.fault_test_case import (CHROMIUM, DOCUMENTED_FAILURES, ELSEWHERE, NOBODY, OLD_CATCH_ALL, OWN_FILE, OWN_PATH,
+                             POLICY, FaultTestCase, access_list, effective_rules, enter, policies)
+from Tests.Support.Python.helper_test_case import ACTIVATED, needs_real_root
+
+setUpModule = enter
+
+ROAD = str(CHROMIUM.policies.parent.parent)
+ERRORS = ("EIO", "ENOSPC", "EACCES", "EINTR")
+KILLED = "SIGKILL"
+FAULTS = (*ERRORS, KILLED)
+ACCESS_LIST = "system.posix_acl_access"
+
+
+class Call(NamedTuple):
+    """The n-th call of a name that a process makes."""
+
+    name: str
+    number: int
+    line: str
+
+    def injection(self, fault: str) -> str:
+        what = "signal=KILL" if fault == KILLED else f"error={fault}"
+        return f"--inject={self.name}:{what}:when={self.number}"
+
+
+def calls_on_the_road(log: str) -> list[Call]:
+    counts: dict[str, int] = {}
+    found = []
+    for line in log.splitlines():
+        if match := re.match(r"(\w+)\(", line):
+            name = match[1]
+            counts[name] = counts.get(name, 0) + 1
+            if ROAD in line:
+                found.append(Call(name, counts[name], line))
+    return found
+
+
+@dataclass
+class Access:
+    owner: int
+    permissions: str
+    access_list: bytes | None
+
+
+def access_of_own_file() -> Access | None:
+    try:
+        status = OWN_PATH.stat()
+    except FileNotFoundError:
+        return None
+    granted = ACCESS_LIST in os.listxattr(OWN_PATH)
+    return Access(status.st_uid, stat.filemode(status.st_mode),
+                  os.getxattr(OWN_PATH, ACCESS_LIST) if granted else None)
+
+
+class SystemCallTests(FaultTestCase):
+    def setUp(self):
+        super().setUp()
+        self.identity = self.make_identity()
+        self.rules = [ELSEWHERE, self.rule_for(self.identity)]
+        self.user: tuple[str, ...] = ()
+        self.own_file: str | None = policies(ELSEWHERE, OLD_CATCH_ALL, ShowHomeButton=True)
+        self.grant = lambda: None
+        self.log = self.machine.folder / "strace.log"
+        self.log.touch(mode=0o666)
+        self.log.chmod(0o666)
+        self.links: dict[str, str] = {}
+
+    # One scenario
+
+    def prepare(self) -> None:
+        self.machine.await_quiet()
+        self.forget_launches()
+        shutil.rmtree(CHROMIUM.policies.parent, ignore_errors=True)
+        if self.own_file is not None:
+            self.write_own_file(self.own_file)
+            self.grant()
+        for name, target in self.links.items():
+            CHROMIUM.policies.mkdir(parents=True, exist_ok=True)
+            (CHROMIUM.policies / name).symlink_to(target)
+
+    def run_traced(self, *options: str):
+        self.log.write_text("")
+        return self.run_helper("strace", "-y", "-s", "0", "-o", str(self.log), *options)
+
+    def run_helper(self, *prefix: str):
+        # A umask that keeps others out: what the tool makes must be readable all the same.
+        return self.machine.run(*self.user, *prefix, self.readable_helper(), "activate", "--fingerprint",
+                                self.identity.fingerprint, umask=0o077)
+
+    def sweep(self, *expected_names: str, first_fault: tuple[str, str] | None = None) -> None:
+        """`first_fault` is a call and an error that happen anyway, so that what follows them is swept."""
+        first = [f"--inject={first_fault[0]}:error={first_fault[1]}"] if first_fault else []
+        self.prepare()
+        self.old_bytes = OWN_PATH.read_bytes() if self.own_file is not None else None
+        self.old_access = access_of_own_file()
+        self.run_helper()
+        self.new_bytes = OWN_PATH.read_bytes()
+        self.new_access = access_of_own_file()
+        self.assertEqual(effective_rules(), self.rules)
+        if self.old_access:
+            self.assertEqual(self.new_access, self.old_access)
+
+        self.prepare()
+        outcome = self.run_traced(*first)
+        self.assert_sound(outcome)
+        calls = calls_on_the_road(self.log.read_text())
+        if first_fault:
+            injected = next(index for index, call in enumerate(calls) if "(INJECTED)" in call.line)
+            calls = calls[injected + 1:]
+        self.assertLessEqual(set(expected_names), {call.name for call in calls})
+        self.assert_made_permanent_in_order([call.line for call in calls])
+
+        results: dict[str, int] = {}
+        cases = 0
+        for call in calls:
+            if first_fault and call.name == first_fault[0]:
+                continue  # strace knows one fault for each name
+            for fault in FAULTS:
+                with self.subTest(call=call.line, fault=fault):
+                    outcome = self.run_faulty(call, fault, first)
+                    cases += 1
+                    result = "killed" if fault == KILLED else outcome.stderr.decode().strip() or "succeeded"
+                    results[result] = results.get(result, 0) + 1
+        print(f"{self.id().rpartition('.')[2]}: {cases} cases over {len(calls)} calls: "
+              + ", ".join(f"{count} {result}" for result, count in sorted(results.items())), flush=True)
+
+    def run_faulty(self, call: Call, fault: str, first: list[str]):
+        self.prepare()
+        names = {call.name, *(option.split("=")[1].split(":")[0] for option in first)}
+        outcome = self.run_traced(f"--trace={','.join(names)}", *first, call.injection(fault))
+        # The fault did hit that call.
+        mine = [line for line in self.log.read_text().splitlines() if line.startswith(call.name + "(")]
+        hit = mine[call.number - 1]
+        self.assertIn(ROAD, hit)
+        if fault == KILLED:
+            self.assertEqual(outcome, (-9, b"", b""))
+        else:
+            self.assertIn(f"{fault} ", hit)
+            self.assertIn("(INJECTED)", hit)
+        self.assert_sound(outcome, killed=fault == KILLED)
+        if fault in (KILLED, ERRORS[0]):
+            self.assert_next_run_succeeds()
+        return outcome
+
+    # What holds after any fault
+
+    def assert_sound(self, outcome, killed: bool = False) -> None:
+        launches = self.machine.launches()
+        if outcome == ACTIVATED:
+            self.assertEqual(effective_rules(), self.rules)
+            self.assertEqual(launches, [("chromium", [b"--new-window"])])
+        else:
+            self.assertEqual(launches, [])
+            if not killed:
+                self.assertIn(outcome, DOCUMENTED_FAILURES)
+        self.assert_own_file_is_whole()
+        managed = {path.name for path in CHROMIUM.policies.iterdir()} if CHROMIUM.policies.exists() else set()
+        self.assertLessEqual(managed, {OWN_FILE, *self.links})
+        if not killed and CHROMIUM.policies.parent.exists() and "unlink(" not in self.log.read_text():
+            self.assertLessEqual({path.name for path in CHROMIUM.policies.parent.iterdir()}, {"managed"})
+
+    def assert_made_permanent_in_order(self, calls: list[str]) -> None:
+        """A new text reaches the disk before the name that leads to it, and the name before anything is verified."""
+        renames = [index for index, call in enumerate(calls) if call.startswith("rename(") and "= 0" in call]
+        for index in renames:
+            staged = re.search(r"\.lumaret-macos-helper\.\w+", calls[index])[0]
+            order = [call.partition("(")[0] for call in calls[:index] if staged in call]
+            self.assertIn("fsync", order[order.index("write"):])
+            self.assertTrue(any(re.match(r"fsync\(\d+<[^>]*/managed>", call) for call in calls[index:]))
+
+    def assert_own_file_is_whole(self) -> None:
+        """The old file, or the new one, of which a fault may leave blank lines at the end."""
+        if not OWN_PATH.exists():
+            self.assertIsNone(self.old_bytes)
+            return
+        found = OWN_PATH.read_bytes()
+        if found != self.old_bytes:
+            self.assertEqual(found.rstrip(b"\n") + b"\n", self.new_bytes)
+            self.assertEqual(json.loads(found)[POLICY], self.rules)
+        self.assertEqual(access_of_own_file(), self.new_access)
+
+    def assert_next_run_succeeds(self) -> None:
+        self.forget_launches()
+        self.assertEqual(self.run_helper(), ACTIVATED)
+        self.assertEqual(OWN_PATH.read_bytes(), self.new_bytes)
+        self.assertEqual(access_of_own_file(), self.new_access)
+        for folder in (CHROMIUM.policies, CHROMIUM.policies.parent):
+            self.assertEqual(stat.filemode(folder.stat().st_mode), "drwxr-xr-x")
+
+    # Scenarios
+
+    def test_first_file_in_a_folder_that_is_missing(self):
+        self.own_file = None
+        self.rules = self.rules[1:]
+        self.sweep("mkdir", "openat", "write", "fsync", "fchmod", "rename", "close", "getdents64", "read")
+
+    def test_replaced_file(self):
+        def grant():
+            os.chown(OWN_PATH, 0, 0)
+            os.setxattr(OWN_PATH, ACCESS_LIST, access_list(os.getuid()))
+
+        self.grant = grant
+        self.sweep("openat", "read", "newfstatat", "mkdir", "write", "fsync", "fchown", "fchmod", "fsetxattr",
+                   "rename", "close", "getdents64")
+
+    def test_rules_of_other_files_behind_links(self):
+        """The only rules that are there yet are another file's, which a link leads to."""
+        target = self.machine.folder / "company.json"
+        target.write_text(policies(ELSEWHERE, OLD_CATCH_ALL))
+        self.own_file = None
+
+        self.links = {"10-company.json": str(target)}
+        self.sweep("newfstatat", "read", "rename")
+
+    def test_clearing_up_after_a_failed_rename(self):
+        self.sweep("unlink", "close", first_fault=("rename", "EIO"))
+
+    def test_file_that_root_may_only_rewrite(self):
+        self.sweep("unlink", "ftruncate", "fallocate", first_fault=("rename", "EACCES"))
+
+    def grant_to_ordinary_user(self) -> None:
+        self.prepare()
+        self.user = self.become_ordinary_user(OWN_PATH)
+        self.grant = lambda: os.chown(OWN_PATH, NOBODY, NOBODY)
+
+    @needs_real_root
+    def test_granted_file_becomes_longer(self):
+        self.own_file = policies(ELSEWHERE)
+        self.grant_to_ordinary_user()
+        self.sweep("openat", "newfstatat", "fallocate", "write", "ftruncate", "fsync", "close", "read")
+
+    @needs_real_root
+    def test_granted_file_becomes_shorter(self):
+        self.own_file = policies(ELSEWHERE, OLD_CATCH_ALL, *(OLD_CATCH_ALL + " " * 500,) * 3)
+        self.grant_to_ordinary_user()
+        self.sweep("openat", "newfstatat", "fallocate", "write", "ftruncate", "fsync", "close", "read")
+
+
+if __name__ == "__main__":
+    unittest.main()

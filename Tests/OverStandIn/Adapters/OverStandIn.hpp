@@ -1,0 +1,34 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "Tests/OverStandIn/AppleFrameworks/StandIn.hpp"
+
+namespace lumaret::tests {
+
+/// Every test has a Mac of its own, and leaves no object behind.
+class OverStandIn : public testing::Test {
+ protected:
+  void SetUp() override { standin::startOver(); }
+  void TearDown() override { EXPECT_EQ(standin::liveObjects(), 0U); }
+
+  static standin::Machine& machine() { return standin::machine(); }
+
+  /// The calls of the functions with this prefix, in order.
+  static std::vector<std::string> calls(std::string_view prefix) {
+    std::vector<std::string> found;
+    for (const std::string& call : standin::trace()) {
+      if (call.starts_with(prefix)) {
+        found.push_back(call);
+      }
+    }
+    return found;
+  }
+};
+
+}  // namespace lumaret::tests

@@ -1,0 +1,118 @@
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "Tests/Conformance/AuthorizationConformance.hpp"
+#include "Tests/Conformance/IdentityConformance.hpp"
+#include "Tests/Conformance/LaunchingConformance.hpp"
+#include "Tests/Conformance/PreferencesConformance.hpp"
+#include "Tests/OverStandIn/Adapters/MachineSamples.hpp"
+#include "Tests/OverStandIn/AppleFrameworks/MachineFile.hpp"
+#include "Tests/OverStandIn/AppleFrameworks/StandIn.hpp"
+#include "Tests/OverStandIn/AppleFrameworks/Texts.hpp"
+
+namespace lumaret::tests::conformance {
+namespace {
+
+/// Each test has a Mac of its own, and leaves no object behind.
+class Mac {
+ public:
+  Mac() { standin::startOver(); }
+  Mac(const Mac&) = delete;
+  Mac& operator=(const Mac&) = delete;
+  ~Mac() { EXPECT_EQ(standin::liveObjects(), 0U); }
+
+ protected:
+  static standin::Machine& machine() { return standin::machine(); }
+};
+
+class Keychain : public Mac {
+ public:
+  Bytes addIdentity(const Certificate& certificate) {
+    standin::AccessListEntry entry;
+    entry.authorizations = {"kSecACLAuthorizationAny"};
+    return add(certificate, standin::AccessList{entry});
+  }
+  Bytes addIdentityOfToken(const Certificate& certificate) {
+    return add(certificate, std::nullopt);
+  }
+  /// The Keychain makes no identity of it.
+  void addCertificateWithoutKey(const Certificate&) {}
+
+  KeychainStatus damage() {
+    constexpr KeychainStatus status = -25294;  // errSecNoSuchKeychain
+    machine().answer("SecItemCopyMatching", standin::Answer::status(status));
+    return status;
+  }
+
+  [[nodiscard]] std::vector<std::optional<standin::AccessList>> contents() const {
+    std::vector<std::optional<standin::AccessList>> lists;
+    for (const standin::Identity& identity : machine().identities) {
+      lists.push_back(identity.privateKey->accessList);
+    }
+    return lists;
+  }
+
+ private:
+  static standin::Text identifier(const std::string& shortName) {
+    return shortName == "CN"   ? u"2.5.4.3"
+           : shortName == "L"  ? u"2.5.4.7"
+           : shortName == "O"  ? u"2.5.4.10"
+           : shortName == "OU" ? u"2.5.4.11"
+                               : u"2.5.4.6";
+  }
+
+  Bytes add(const Certificate& certificate, std::optional<standin::AccessList> accessList) {
+    standin::List name;
+    for (const auto& [shortName, value] : certificate.name) {
+      name.push_back(attribute(identifier(shortName), standin::fromUTF8(value).value()));
+    }
+    const std::chrono::duration<double> sinceReferenceDate =
+        certificate.expiresAt - std::chrono::sys_days(std::chrono::year(2001) / 1 / 1);
+    auto values = certificateValues(name, {standin::Date{sinceReferenceDate.count()}});
+    values.insert_or_assign(u"kSecOIDX509V1IssuerName", section(u"Issuer Name", name));
+
+    const std::string bytes = "certificate " + std::to_string(machine().identities.size());
+    standin::Identity identity = {
+        bytes,
+        {bytes.begin(), bytes.end()},
+        std::move(values),
+        std::make_shared<standin::PrivateKey>(standin::PrivateKey{std::move(accessList)})};
+    machine().identities.push_back(identity);
+    return identity.certificate;
+  }
+};
+
+class PreferenceStore : public Mac {
+ public:
+  void store(const nlohmann::json& value) {
+    machine().preferences[application].insert_or_assign(key, standin::valueOf(value));
+  }
+  [[nodiscard]] std::optional<nlohmann::json> stored() const {
+    const auto& values = machine().preferences[application];
+    const auto value = values.find(key);
+    return value == values.end() ? std::nullopt
+                                 : std::optional(standin::descriptionOf(value->second));
+  }
+  void refuseWrites() { machine().answer("CFPreferencesSynchronize", standin::Answer::status(-1)); }
+
+ private:
+  static constexpr const char* application = "com.google.Chrome";
+  static constexpr const char16_t* key = u"AutoSelectCertificateForUrls";
+};
+
+class Desktop : public Mac {
+ public:
+  void startChrome() { machine().runningApplications.insert("com.google.Chrome"); }
+  void stopChrome() { machine().runningApplications.clear(); }
+};
+
+}  // namespace
+
+INSTANTIATE_TYPED_TEST_SUITE_P(Identities, IdentityContract, Keychain);
+INSTANTIATE_TYPED_TEST_SUITE_P(Authorization, AuthorizationContract, Keychain);
+INSTANTIATE_TYPED_TEST_SUITE_P(Preferences, PreferencesContract, PreferenceStore);
+INSTANTIATE_TYPED_TEST_SUITE_P(Launching, LaunchingContract, Desktop);
+
+}  // namespace lumaret::tests::conformance

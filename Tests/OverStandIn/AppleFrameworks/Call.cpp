@@ -1,0 +1,69 @@
+#include "Tests/OverStandIn/AppleFrameworks/Call.hpp"
+
+#include <algorithm>
+
+#include "Tests/OverStandIn/AppleFrameworks/MachineFile.hpp"
+
+namespace standin {
+namespace {
+
+struct State {
+  Machine machine;
+  std::vector<std::string> trace;
+  std::map<std::string, std::size_t> callsByFunction;
+};
+
+State& state() {
+  static auto& only = *new State{readMachineFile(), {}, {}};
+  return only;
+}
+
+}  // namespace
+
+Machine& machine() { return state().machine; }
+
+const std::vector<std::string>& trace() { return state().trace; }
+
+void startOver() {
+  state() = {};
+  forgetEveryObject();
+}
+
+Call::Call(const char* function, const std::string& arguments) : function_(function) {
+  state().trace.push_back(std::string(function) + "(" + arguments + ")");
+  const std::size_t number = ++state().callsByFunction[function];
+  const auto& answers = machine().answers[function];
+  const auto found = std::find_if(answers.begin(), answers.end(), [number](const Answer& answer) {
+    return answer.call.value_or(number) == number;
+  });
+  if (found != answers.end()) {
+    answer_ = &*found;
+  }
+}
+
+CFTypeRef Call::instead(CFTypeRef own) const {
+  if (answer_->kind == Answer::Kind::object) {
+    return answer_->value ? create(*answer_->value) : nullptr;
+  }
+  if (answer_->kind == Answer::Kind::withoutSecond) {
+    return own;
+  }
+  if (own == nullptr) {
+    own = create(ArrayObject());
+  }
+  auto& elements = as<ArrayObject>(own, function_).elements;
+  if (answer_->kind == Answer::Kind::foreignElement) {
+    const std::size_t index = std::min(answer_->elementIndex, elements.size());
+    elements.insert(elements.begin() + static_cast<std::ptrdiff_t>(index),
+                    create(TextObject{u"foreign"}));
+    return own;
+  }
+  const CFTypeRef first = elements.empty() ? nullptr : elements.front();
+  if (first != nullptr) {
+    retain(first, function_);
+  }
+  release(own, function_);
+  return first;
+}
+
+}  // namespace standin

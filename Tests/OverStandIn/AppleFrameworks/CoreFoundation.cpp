@@ -1,0 +1,126 @@
+#include <CoreFoundation/CoreFoundation.h>
+
+#include <cstring>
+
+#include "Tests/OverStandIn/AppleFrameworks/Call.hpp"
+#include "Tests/OverStandIn/AppleFrameworks/Objects.hpp"
+
+using namespace standin;
+
+// What a collection does with its elements. The stand-in's collections own them, whatever is said
+// here; the addresses are what a caller passes.
+struct CFArrayCallBacks {};
+struct CFDictionaryKeyCallBacks {};
+struct CFDictionaryValueCallBacks {};
+
+namespace {
+
+CFTypeRef retained(CFTypeRef object, const char* function) {
+  retain(object, function);
+  return object;
+}
+
+void requireOwning(const void* given, const void* expected, const char* function) {
+  if (given != expected) {
+    refuse(function, "callbacks by which the collection would not own its objects");
+  }
+}
+
+}  // namespace
+
+extern "C" {
+
+const CFAllocatorRef kCFAllocatorDefault = nullptr;
+const CFArrayCallBacks kCFTypeArrayCallBacks;
+const CFDictionaryKeyCallBacks kCFTypeDictionaryKeyCallBacks;
+const CFDictionaryValueCallBacks kCFTypeDictionaryValueCallBacks;
+const CFBooleanRef kCFBooleanTrue = constantTrue();
+
+CFTypeID CFGetTypeID(CFTypeRef object) { return content(object, __func__).index() + 1; }
+
+CFTypeRef CFRetain(CFTypeRef object) { return retained(object, __func__); }
+
+void CFRelease(CFTypeRef object) { release(object, __func__); }
+
+Boolean CFEqual(CFTypeRef left, CFTypeRef right) {
+  const Call call(__func__, described(left, __func__) + ", " + described(right, __func__));
+  const auto* const leftText = std::get_if<TextObject>(&content(left, __func__));
+  const auto* const rightText = std::get_if<TextObject>(&content(right, __func__));
+  return leftText != nullptr && rightText != nullptr ? leftText->text == rightText->text
+                                                     : left == right;
+}
+
+CFTypeID CFArrayGetTypeID() { return typeIdentifier<ArrayObject>(); }
+
+CFArrayRef CFArrayCreate(CFAllocatorRef, const void** values, CFIndex count,
+                         const CFArrayCallBacks* callBacks) {
+  requireOwning(callBacks, &kCFTypeArrayCallBacks, __func__);
+  ArrayObject array;
+  for (CFIndex index = 0; index < count; ++index) {
+    array.elements.push_back(retained(values[index], __func__));
+  }
+  return createAs<CFArrayRef>(std::move(array));
+}
+
+CFIndex CFArrayGetCount(CFArrayRef array) {
+  return static_cast<CFIndex>(as<ArrayObject>(array, __func__).elements.size());
+}
+
+const void* CFArrayGetValueAtIndex(CFArrayRef array, CFIndex index) {
+  const auto& elements = as<ArrayObject>(array, __func__).elements;
+  if (index < 0 || static_cast<std::size_t>(index) >= elements.size()) {
+    refuse(__func__, "an index beyond the array");
+  }
+  return elements[static_cast<std::size_t>(index)];
+}
+
+CFTypeID CFDictionaryGetTypeID() { return typeIdentifier<DictionaryObject>(); }
+
+CFDictionaryRef CFDictionaryCreate(CFAllocatorRef, const void** keys, const void** values,
+                                   CFIndex count, const CFDictionaryKeyCallBacks* keyCallBacks,
+                                   const CFDictionaryValueCallBacks* valueCallBacks) {
+  requireOwning(keyCallBacks, &kCFTypeDictionaryKeyCallBacks, __func__);
+  requireOwning(valueCallBacks, &kCFTypeDictionaryValueCallBacks, __func__);
+  DictionaryObject dictionary;
+  for (CFIndex index = 0; index < count; ++index) {
+    dictionary.entries.emplace_back(retained(keys[index], __func__),
+                                    retained(values[index], __func__));
+  }
+  return createAs<CFDictionaryRef>(std::move(dictionary));
+}
+
+const void* CFDictionaryGetValue(CFDictionaryRef dictionary, const void* key) {
+  const Text& wanted = as<TextObject>(key, __func__).text;
+  for (const auto& [entryKey, value] : as<DictionaryObject>(dictionary, __func__).entries) {
+    if (as<TextObject>(entryKey, __func__).text == wanted) {
+      return value;
+    }
+  }
+  return nullptr;
+}
+
+CFTypeID CFNumberGetTypeID() { return typeIdentifier<NumberObject>(); }
+
+Boolean CFNumberGetValue(CFNumberRef number, CFNumberType type, void* value) {
+  if (type != kCFNumberDoubleType) {
+    refuse(__func__, "another type of number than double");
+  }
+  const auto& object = as<NumberObject>(number, __func__);
+  std::memcpy(value, &object.number, sizeof(double));
+  return object.isExact ? 1 : 0;
+}
+
+CFTypeID CFDateGetTypeID() { return typeIdentifier<DateObject>(); }
+
+CFAbsoluteTime CFDateGetAbsoluteTime(CFDateRef date) {
+  return as<DateObject>(date, __func__).seconds;
+}
+
+CFIndex CFDataGetLength(CFDataRef data) {
+  return static_cast<CFIndex>(as<DataObject>(data, __func__).bytes.size());
+}
+
+const UInt8* CFDataGetBytePtr(CFDataRef data) {
+  return as<DataObject>(data, __func__).bytes.data();
+}
+}

@@ -1,0 +1,70 @@
+#include <CoreFoundation/CoreFoundation.h>
+
+#include "Tests/OverStandIn/AppleFrameworks/Call.hpp"
+#include "Tests/OverStandIn/AppleFrameworks/MachineFile.hpp"
+#include "Tests/OverStandIn/AppleFrameworks/Objects.hpp"
+#include "Tests/OverStandIn/AppleFrameworks/Texts.hpp"
+
+using namespace standin;
+
+namespace {
+
+std::string domain(CFStringRef application, CFStringRef user, CFStringRef host,
+                   const char* function) {
+  return described(application, function) + ", " + described(user, function) + ", " +
+         described(host, function);
+}
+
+}  // namespace
+
+extern "C" {
+
+const CFStringRef kCFPreferencesAnyHost = constantText("kCFPreferencesAnyHost");
+const CFStringRef kCFPreferencesCurrentUser = constantText("kCFPreferencesCurrentUser");
+
+CFPropertyListRef CFPreferencesCopyValue(CFStringRef key, CFStringRef application, CFStringRef user,
+                                         CFStringRef host) {
+  const Call call(__func__,
+                  described(key, __func__) + ", " + domain(application, user, host, __func__));
+  return call.result<CFPropertyListRef>([&]() -> CFPropertyListRef {
+    const std::string name = described(application, __func__);
+    for (const auto* preferences : {&machine().pendingPreferences, &machine().preferences}) {
+      const auto values = preferences->find(name);
+      if (values == preferences->end()) {
+        continue;
+      }
+      const auto value = values->second.find(as<TextObject>(key, __func__).text);
+      if (value != values->second.end()) {
+        return create(value->second);
+      }
+    }
+    return nullptr;
+  });
+}
+
+void CFPreferencesSetValue(CFStringRef key, CFPropertyListRef value, CFStringRef application,
+                           CFStringRef user, CFStringRef host) {
+  const Call call(__func__, described(key, __func__) + ", " + described(value, __func__) + ", " +
+                                domain(application, user, host, __func__));
+  if (call.fails()) {
+    return;
+  }
+  machine()
+      .pendingPreferences[described(application, __func__)][as<TextObject>(key, __func__).text] =
+      valueOf(value, __func__);
+}
+
+Boolean CFPreferencesSynchronize(CFStringRef application, CFStringRef user, CFStringRef host) {
+  const Call call(__func__, domain(application, user, host, __func__));
+  if (call.fails()) {
+    return false;
+  }
+  const std::string name = described(application, __func__);
+  for (auto& [key, value] : machine().pendingPreferences[name]) {
+    machine().preferences[name][key] = std::move(value);
+  }
+  machine().pendingPreferences.erase(name);
+  writeMachineFile();
+  return true;
+}
+}

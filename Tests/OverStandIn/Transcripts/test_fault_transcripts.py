@@ -1,0 +1,110 @@
+"""Whole runs of the executable over the stand-in, each with one framework call that fails."""
+
+import copy
+import unittest
+
+from Tests.Support.Python import private_root
+from Tests.Support.Python.mac import ACTIVATED, CHROME, DOMAIN, EXECUTABLE, MacTestCase, failed, identity, printed, rule, signing
+
+UNREADABLE = "Keychain could not be read (error {})."
+NOT_FOUND = ("The selected certificate is no longer available in Keychain. Refresh the list and select it "
+             "again.")
+NO_PRIVATE_KEY = ("The selected certificate has no usable private key in Keychain. Import its complete identity and "
+                  "try again.")
+UNSUPPORTED = ("This certificate's private key does not support persistent Chrome authorization. Smart cards and "
+               "security tokens may still require their own PIN or confirmation.")
+CANCELLED = ("Chrome was not authorized because the Keychain confirmation was cancelled. No Chrome certificate rule "
+             "was changed.")
+NOT_AUTHORIZED = ("Keychain could not authorize Google Chrome for this certificate (error {}). No Chrome certificate "
+                  "rule was changed.")
+NOT_SAVED = "The Chrome certificate rule could not be saved."
+NOT_VERIFIED = "The Chrome certificate rule was saved but could not be verified."
+
+# A function, which of its calls fails, its status (None: success with nothing), and what is told.
+BEFORE_THE_KEY_IS_STORED = (
+    ("SecItemCopyMatching", 1, -128, UNREADABLE),
+    ("SecItemCopyMatching", 1, -25304, UNREADABLE),
+    ("SecItemCopyMatching", 1, None, NOT_FOUND),
+    ("SecIdentityCopyPrivateKey", 1, -128, NOT_FOUND),
+    ("SecIdentityCopyCertificate", 1, None, NOT_FOUND),
+    ("SecCertificateCopyValues", 1, None, NOT_FOUND),
+    ("SecItemCopyMatching", 2, -25300, NOT_FOUND),
+    ("SecItemCopyMatching", 2, None, NOT_AUTHORIZED),
+    ("SecIdentityCopyCertificate", 2, -25306, NOT_AUTHORIZED),
+    ("SecIdentityCopyPrivateKey", 2, -25300, NO_PRIVATE_KEY),
+    ("SecKeychainItemCopyAccess", 1, -25306, UNSUPPORTED),
+    ("SecAccessCopyACLList", 1, None, NOT_AUTHORIZED),
+    ("SecACLCopyAuthorizations", 2, None, NOT_AUTHORIZED),
+    ("SecACLCopyContents", 2, -25304, UNSUPPORTED),
+    ("SecTrustedApplicationCreateFromPath", 1, -25304, NOT_AUTHORIZED),
+    ("SecTrustedApplicationCopyData", 3, -4, UNSUPPORTED),
+    ("SecACLSetContents", 2, -67735, NOT_AUTHORIZED),
+    ("SecKeychainItemSetAccess", 1, -128, CANCELLED),
+    ("SecKeychainItemSetAccess", 1, -67737, UNSUPPORTED),
+)
+# The same, and whether the rule is stored all the same.
+AFTERWARDS = (
+    ("CFPreferencesSetValue", 1, -1, NOT_VERIFIED, False),
+    ("CFPreferencesSynchronize", 1, -1, NOT_SAVED, False),
+    ("CFPreferencesCopyValue", 2, None, NOT_VERIFIED, True),
+)
+
+
+def setUpModule():
+    private_root.enter()
+
+
+class OneCallFails(MacTestCase):
+    def setUp(self):
+        super().setUp()
+        self.install_chrome()
+        self.mac["runningApplications"] = [DOMAIN]
+        self.mac["identities"] = [identity("Ana", signing("/Mail"), signing("/Zoom", tag="Any"))]
+        self.store_rules(["no rule"])
+        self._start = copy.deepcopy(self.mac)
+
+    def let_fail(self, function: str, call: int, status: int | None) -> None:
+        self.mac = copy.deepcopy(self._start)
+        self.mac["failures"] = {function: {"call": call, "answer": status}}
+
+    def test_before_the_key_is_stored_nothing_has_changed(self):
+        for function, call, status, message in BEFORE_THE_KEY_IS_STORED:
+            with self.subTest(function=function, call=call, status=status):
+                self.let_fail(function, call, status)
+                before = copy.deepcopy(self.mac)
+                told = message.format(-2070 if status is None else status)
+                self.assertEqual(self.activate(), failed(told))
+                self.assertEqual(self.mac, before)
+        self.assertEqual(self.launches(0), [])
+
+    def test_afterwards_the_key_stays_authorized(self):
+        for function, call, status, message, is_stored in AFTERWARDS:
+            with self.subTest(function=function, call=call, status=status):
+                self.let_fail(function, call, status)
+                self.assertEqual(self.activate(), failed(message))
+                self.assertEqual(self.access_list(), [signing("/Mail", CHROME), signing("/Zoom", CHROME, tag="Any")])
+                self.assertEqual(self.rules(), ["no rule", rule("Ana")] if is_stored else ["no rule"])
+        self.assertEqual(self.launches(0), [])
+
+    def test_an_entry_that_becomes_open_to_any_application_is_left_alone(self):
+        self.let_fail("SecACLCopyContents", 2, None)
+        self.assertEqual(self.activate(), ACTIVATED)
+        self.assertEqual(self.mac["identities"], self._start["identities"])
+        self.assertEqual(self.rules(), ["no rule", rule("Ana")])
+
+    def test_an_identity_that_cannot_be_read_is_not_listed(self):
+        for function in ("SecIdentityCopyPrivateKey", "SecIdentityCopyCertificate"):
+            for status in (-128, -25300, None):
+                with self.subTest(function=function, status=status):
+                    self.let_fail(function, 1, status)
+                    self.assertEqual(self.helper("list"), printed("[]"))
+
+    def test_a_refresh_that_a_signal_ends_is_told(self):
+        EXECUTABLE.write_text("#!/bin/sh\nkill -TERM $$\n")
+        self.assertEqual(self.activate(), failed(
+            "Google Chrome could not be opened: Google Chrome exited with status 15."))
+        self.assertEqual(self.rules(), ["no rule", rule("Ana")])
+
+
+if __name__ == "__main__":
+    unittest.main()

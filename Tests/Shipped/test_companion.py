@@ -1,0 +1,182 @@
+"""What applications rely on: the listing's schema, and the document for those who write them."""
+
+import copy
+import json
+import time
+import unittest
+
+try:
+    import jsonschema
+except ImportError:
+    jsonschema = None
+
+from Tests.Support.Python import packaging_test_case
+from Tests.Support.Python.packaging_test_case import SOURCES, PackagingTestCase, code_blocks
+from Tests.Support.Python.helper_test_case import ACTIVATED, NOT_FOUND, USAGE, failed
+from Tests.Support.Python.private_machine import CHROMIUM, other_processes
+from Tests.Support.Python.certificates import Database
+
+setUpModule = packaging_test_case.enter
+
+DOCUMENT = SOURCES / "docs/companion.md"
+SCHEMA = json.loads((SOURCES / "Packaging/listing.schema.json").read_text())
+NAME = {"commonName": "Ana Example", "locality": "Lugo", "organization": None, "organizationalUnit": "R/D"}
+ENTRY = {"expiresAt": "2099-12-31T23:59:59Z", "id": "0a" * 32, "issuer": NAME, "subject": NAME}
+
+
+@unittest.skipUnless(jsonschema, "the validator, Debian's python3-jsonschema, is not installed")
+class SchemaTests(PackagingTestCase):
+    def setUp(self):
+        super().setUp()
+        jsonschema.Draft202012Validator.check_schema(SCHEMA)
+        self.validator = jsonschema.Draft202012Validator(SCHEMA)
+
+    def assert_listing_is_valid(self, count: int):
+        outcome = self.helper("list")
+        self.assertEqual(outcome.status, 0)
+        listing = json.loads(outcome.stdout)
+        self.assertEqual(len(listing), count)
+        self.validator.validate(listing)
+
+    def test_no_identity(self):
+        self.assert_listing_is_valid(0)
+
+    def test_names_with_every_field_with_some_and_with_none(self):
+        self.make_identities({"CN": "Ana Example", "O": "Example Org", "OU": "R/D", "L": "Lugo"}, {"CN": "Ben Example"},
+                             {"O": "Example Org"}, {"emailAddress": "ana@example.test"},
+                             {"CN": 'q " b \\ s / t \t \x07 \x7f עברית \u202e😀'})
+        self.assert_listing_is_valid(5)
+
+    def test_an_authority_without_a_name_and_the_last_day_there_is(self):
+        self.make_authority({"emailAddress": "authority@example.test"})
+        Database(self.machine.home / ".pki/nssdb").add(
+            self.authority.issue({"CN": "Never"}, expires="99991231235959Z"))
+        self.assert_listing_is_valid(1)
+
+    def test_it_describes_nothing_else(self):
+        self.validator.validate([ENTRY])
+
+        def changed(*path, to):
+            entry = copy.deepcopy(ENTRY)
+            place = entry
+            for key in path[:-1]:
+                place = place[key]
+            if to is None:
+                del place[path[-1]]
+            else:
+                place[path[-1]] = to
+            return [entry]
+
+        others = [
+            {}, None, [None], [[]], [ENTRY, ENTRY], *(changed(key, to=None) for key in ENTRY),
+            *(changed("subject", key, to=None) for key in NAME), *(changed("issuer", key, to="") for key in NAME),
+            changed("more", to=1), changed("subject", "country", to="FI"), changed("subject", "commonName", to=7),
+            changed("id", to="0A" * 32), changed("id", to="0a" * 31), changed("id", to="0a" * 33),
+            changed("expiresAt", to="2099-12-31"), changed("expiresAt", to="2099-12-31T23:59:59.000Z"),
+            changed("expiresAt", to="2099-12-31T23:59:59+00:00"), changed("expiresAt", to="2099-13-31T23:59:59Z"),
+        ]
+        for other in others:
+            with self.subTest(json.dumps(other)):
+                self.assertFalse(self.validator.is_valid(other))
+
+    def test_the_document_s_listing_is_one(self):
+        (listing,) = code_blocks(DOCUMENT, "json")
+        self.validator.validate(json.loads(listing))
+
+
+class ExampleTests(PackagingTestCase):
+    """Each worked example, as it stands in the document."""
+
+    def setUp(self):
+        super().setUp()
+        self.programs = {}
+        for language, interpreter in (("sh", "/bin/sh"), ("python", "/usr/bin/python3")):
+            (text,) = code_blocks(DOCUMENT, language)
+            program = self.machine.folder / f"example.{language}"
+            program.write_text(text)
+            self.programs[language] = (interpreter, program)
+        self.temporary = self.machine.folder / "tmp"
+
+    def run_example(self, language: str, *arguments: str):
+        outcome = self.machine.run(*self.programs[language], *arguments)
+        self.assertEqual(list(self.temporary.iterdir()), [])
+        return outcome
+
+    def each(self):
+        for language in self.programs:
+            with self.subTest(language):
+                yield language
+
+    def test_chooses_one_and_does_not_wait_for_the_browser(self):
+        _, ben = self.make_identities({"CN": "Ana Example"}, {"CN": "Ben $(x) \"Example\""})
+        browser = self.machine.folder / "browser"
+        browser.write_text("#!/bin/sh\necho noise >&2\nexec sleep 600\n")
+        browser.chmod(0o755)
+        self.machine.mount_over(CHROMIUM.executable, browser)
+        for language in self.each():
+            running = len(other_processes())
+            start = time.monotonic()
+            outcome = self.run_example(language, ben.name["CN"], "https://example.test/")
+            self.assertLess(time.monotonic() - start, 30)
+            self.assertEqual(outcome[:2], (0, f"{ben.name['CN']} is chosen.\n".encode()), outcome.stderr)
+            self.assertEqual(self.stored_rules(), [self.rule_for(ben)])
+            self.assertEqual(len(other_processes()), running + 1)
+
+    def test_passes_the_tool_s_message_on(self):
+        self.make_identity()
+        browser = self.machine.folder / "browser"
+        browser.write_text("#!/bin/sh\necho noise >&2\nexit 3\n")
+        browser.chmod(0o755)
+        self.machine.mount_over(CHROMIUM.executable, browser)
+        self.machine.mark_running(CHROMIUM)
+        for language in self.each():
+            self.assertEqual(self.run_example(language, "Ana Example", "https://example.test/"),
+                             failed("Google Chrome could not be opened: Google Chrome exited with status 3."))
+
+    def test_says_that_there_is_no_such_identity(self):
+        self.make_identity()
+        for language in self.each():
+            self.assertEqual(self.run_example(language, "Somebody", "https://example.test/"),
+                             failed("There is no identity of Somebody."))
+
+    def test_passes_on_that_the_listing_failed(self):
+        self.make_identity()
+        (self.database.folder / "cert9.db").write_bytes(b"not a database" * 1000)
+        for language in self.each():
+            self.assertEqual(self.run_example(language, "Ana Example", "https://example.test/"),
+                             failed("Keychain could not be read (error -8174)."))
+
+
+class PromiseTests(PackagingTestCase):
+    """What the document says and no other test holds the tool to."""
+
+    def test_there_is_no_option_for_help_or_version(self):
+        for option in ("--help", "--version"):
+            self.assertEqual(self.helper(option), failed(USAGE))
+
+    def test_a_part_of_an_id_names_nothing(self):
+        identity = self.make_identity()
+        for text in (identity.fingerprint.upper(), identity.fingerprint[:32], identity.fingerprint + " "):
+            self.assertEqual(self.helper("activate", "--fingerprint", text), failed(NOT_FOUND))
+
+    def test_the_browser_keeps_standard_error_open_and_no_other_file(self):
+        identity = self.make_identity()
+        seen = self.machine.folder / "seen"
+        browser = self.machine.folder / "browser"
+        browser.write_text(f"#!/bin/sh\nls -l /proc/$$/fd > {seen}.new; mv {seen}.new {seen}\nexec sleep 600\n")
+        browser.chmod(0o755)
+        self.machine.mount_over(CHROMIUM.executable, browser)
+        with open(self.machine.folder / "a lock", "w") as lock:
+            self.assertEqual(self.activate(identity, pass_fds=[lock.fileno()]), ACTIVATED)
+        packaging_test_case.private_machine.await_until(seen.exists, "the browser")
+        self.assertNotIn("a lock", seen.read_text())
+        self.assertIn(" 2 -> ", seen.read_text())
+
+    def test_the_schema_is_where_the_document_says(self):
+        place = self.machine.folder / "usr"
+        self.install(place)
+        self.assertEqual(json.loads((place / "share/lumaret-macos-helper/listing.schema.json").read_text()), SCHEMA)
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,65 @@
+"""The manual pages: well-formed, of this version, and complete."""
+
+import re
+import subprocess
+import unittest
+
+from Tests.Support.Python.packaging_test_case import BUILD, MADE, SOURCES, VERSION
+
+PAGES = (MADE / "man/lumaret-macos-helper.1", MADE / "man/lumaret-policy-access.8")
+
+
+def output(*command, **settings) -> str:
+    return subprocess.run(command, check=True, text=True, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+                          env={"PATH": "/usr/bin:/bin", "LC_ALL": "C.UTF-8"}, **settings).stdout
+
+
+def rendered(page, *options) -> str:
+    """What a reader sees, on paper so wide that no message is broken."""
+    return re.sub(".\b", "", output("mandoc", "-T", "utf8", "-O", "width=400", *options, page))
+
+
+class ManualTests(unittest.TestCase):
+    maxDiff = None
+
+    def test_lint_finds_nothing(self):
+        for page in PAGES:
+            with self.subTest(page.name):
+                lint = subprocess.run(("mandoc", "-T", "lint", page), text=True, stdout=subprocess.PIPE,
+                                      stderr=subprocess.STDOUT).stdout
+                # Which other pages are installed, and in an index, is the machine's business.
+                own = [line for line in lint.splitlines()
+                       if "referenced manual not found" not in line and "outdated mandoc.db" not in line]
+                self.assertEqual(own, [])
+                self.assertEqual(output("man", "--warnings", "--encoding=UTF-8", "--local-file", "-Tutf8", "--ditroff",
+                                        page).count("warning"), 0)
+
+    def test_version_and_day_are_those_of_the_project(self):
+        day = re.search(r"^## (\S+) - (\S+)$", (SOURCES / "CHANGELOG.md").read_text(), re.M)
+        self.assertEqual(day[1], VERSION)
+        for page in PAGES:
+            with self.subTest(page.name):
+                self.assertIn(f"describes version {VERSION}.", rendered(page))
+                written = output("date", "--date", re.search(r"^\.Dd (.+)$", page.read_text(), re.M)[1], "+%F").strip()
+                self.assertEqual(written, day[2])
+
+    def test_its_messages_are_those_of_the_code(self):
+        diagnostics = re.search(r"^DIAGNOSTICS\n(.*?)^[A-Z]", rendered(PAGES[0]), re.M | re.S)[1]
+        explained = re.findall(r"^     (\S.*)\n {8,}\S", diagnostics, re.M)
+        messages = output(BUILD / "Tests/Shipped/PrintMessages").splitlines()
+        # This one needs a broken installation of ICU.
+        order = re.search(r'"(The order of names .*?: )"', (SOURCES / "LumaretMacHelper/Linux/LocalizedOrder.cpp")
+                          .read_text())[1]
+        self.assertEqual(sorted(explained), sorted([*messages, order + "reason"]))
+
+    def test_every_message_says_what_to_do(self):
+        page = PAGES[0].read_text()
+        messages = re.search(r"^\.Sh DIAGNOSTICS\n(.*?)^\.Sh ", page, re.M | re.S)[1].split("\n.It ")[1:]
+        self.assertGreater(len(messages), 15)
+        for message in messages:
+            with self.subTest(message.splitlines()[0]):
+                self.assertRegex(message, r"(?s)\n[A-Z].*\n\.Em To do :\n[A-Z]")
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,275 @@
+"""Each entry of docs/troubleshooting.md: its situation is set up, and its transcript comes out as it stands there."""
+
+import os
+import re
+import subprocess
+import unittest
+from pathlib import Path
+
+from Tests.Support.Python import packaging_test_case
+from Tests.Support.Python.packaging_test_case import HELPER, SOURCES, PackagingTestCase
+from Tests.Support.Python.certificates import Database, Token, bundle_of
+from Tests.Support.Python.helper_test_case import needs_real_root, policies, rule
+from Tests.Support.Python.private_machine import CHROMIUM, GOOGLE_CHROME
+
+setUpModule = packaging_test_case.enter
+
+DOCUMENT = (SOURCES / "docs/troubleshooting.md").read_text()
+ENTRIES = {heading: re.findall(r"^```console\n(.*?)^```$", body, re.M | re.S) for heading, body in
+           re.findall(r"^### (.+)\n((?:(?!##).*\n)*)", DOCUMENT, re.M)}
+ANA = 1234
+WITH_A_REAL_BROWSER = {
+    "The rule is in force and the browser was already running": "Tests.Shipped.test_running_browser.RunningBrowserTests."
+    "test_it_keeps_to_the_certificate_that_it_has_shown_a_host",
+    "The page opened too early": "Tests.Shipped.test_running_browser.RunningBrowserTests."
+    "test_a_page_that_activate_opens_soon_after_the_start_may_see_the_old_rule_and_a_later_one_does_not",
+}
+
+
+def method(heading: str) -> str:
+    return "test_" + re.sub(r"\W+", "_", heading.lower())
+
+
+class DocumentTests(unittest.TestCase):
+    def test_every_entry_is_reproduced(self):
+        self.assertGreater(len(ENTRIES), 20)
+        loader = unittest.TestLoader()
+        for heading, transcripts in ENTRIES.items():
+            with self.subTest(heading):
+                if heading in WITH_A_REAL_BROWSER:
+                    self.assertEqual(transcripts, [])
+                    loader.loadTestsFromName(WITH_A_REAL_BROWSER[heading])
+                    self.assertEqual(loader.errors, [])
+                else:
+                    self.assertEqual(len(transcripts), 1)
+                    self.assertTrue(hasattr(EntryTests, method(heading)))
+        self.assertEqual({name for name in dir(EntryTests) if name.startswith("test_")},
+                         {method(heading) for heading in ENTRIES if heading not in WITH_A_REAL_BROWSER})
+
+
+@needs_real_root
+class EntryTests(PackagingTestCase):
+    def setUp(self):
+        super().setUp()
+        self.home = Path("/home/ana")
+        self.machine.mount_empty(Path("/home"))
+        self.home.mkdir()
+        self.machine.home = self.home
+        self.root_s_home = self.machine.folder / "root"
+        self.root_s_home.mkdir()
+        accounts = self.machine.folder / "passwd"
+        accounts.write_text(f"root:x:0:0::{self.root_s_home}:/bin/sh\nana:x:{ANA}:{ANA}::{self.home}:/bin/sh\n")
+        self.machine.mount_over(Path("/etc/passwd"), accounts)
+        groups = self.machine.folder / "group"
+        groups.write_text(f"root:x:0:\nana:x:{ANA}:\n")
+        self.machine.mount_over(Path("/etc/group"), groups)
+        programs = self.machine.folder / "bin"
+        (programs / "lumaret-macos-helper").unlink()
+        for program in (Path(HELPER), SOURCES / "Packaging/Linux/lumaret-policy-access"):
+            copied = programs / program.name  # the clone may be closed to other users
+            copied.write_bytes(program.read_bytes())
+            copied.chmod(0o755)
+        self.machine.install_stand_in(CHROMIUM)
+        (self.machine.folder / "launches").touch(mode=0o666)
+        (self.machine.folder / "launches").chmod(0o666)
+        self.machine.folder.joinpath("tmp").chmod(0o1777)
+
+    def assert_transcript(self, identity=None, environment: dict | None = None):
+        """The one of the entry that the calling test is named for."""
+        (heading,) = (heading for heading in ENTRIES if method(heading) == self._testMethodName)
+        (transcript,) = ENTRIES[heading]
+        commands = re.findall(r"^([$#]) (.*)\n((?:(?![$#] ).*\n)*)", transcript, re.M)
+        self.assertEqual("".join(f"{prompt} {command}\n{output}" for prompt, command, output in commands), transcript)
+        variables = self.machine.environment | (environment or {})
+        if identity:
+            variables["id"] = identity.fingerprint
+        seen = ""
+        for prompt, command, _ in commands:
+            user = ("setpriv", f"--reuid={ANA}", f"--regid={ANA}", "--clear-groups") if prompt == "$" else ()
+            home = self.home if prompt == "$" else self.root_s_home
+            done = subprocess.run((*user, "bash", "-c", command), cwd=self.home, stdin=subprocess.DEVNULL, text=True,
+                                  env=variables | {"HOME": str(home)}, stdout=subprocess.PIPE,
+                                  stderr=subprocess.STDOUT, timeout=60)
+            seen += f"{prompt} {command}\n{done.stdout}"
+        self.assertEqual(seen, transcript)
+
+    def give_to_ana(self):
+        for place in (self.home, *self.home.rglob("*")):
+            os.chown(place, ANA, ANA, follow_symlinks=False)
+
+    def make_ana(self, *, as_root: bool = False, **settings):
+        """Her identity. Where root acts in an entry, it is with her certificates."""
+        identity = self.make_identities({"CN": "Ana Example"}, **settings)[0]
+        self.give_to_ana()
+        if as_root:
+            self.root_s_home = self.home
+        return identity
+
+    def leave_file(self, identity):
+        (self.home / "ana.p12").write_bytes(bundle_of(identity).read_bytes())
+        self.give_to_ana()
+
+    # The browser still asks, or shows another certificate
+
+    def test_the_rule_is_not_there(self):
+        self.assert_transcript(self.make_ana(as_root=True))
+
+    def test_two_certificates_match(self):
+        self.make_authority()
+        database = Database(self.home / ".pki/nssdb")
+        for expires in ("20981231235959Z", "20991231235959Z"):
+            identity = self.authority.issue({"CN": "Ana Example"}, expires=expires)
+            bundle = bundle_of(identity)
+            self.assert_succeeds("openssl", "pkcs12", "-export", "-in", identity.certificate, "-inkey", identity.key,
+                                 "-name", "ana", "-passout", "pass:", "-out", bundle)
+            self.assert_succeeds("pk12util", "-i", bundle, "-d", f"sql:{database.folder}", "-W", "")
+        (self.home / "ana.p12").write_bytes(bundle.read_bytes())
+        self.give_to_ana()
+        self.assert_transcript()
+
+    def test_the_rule_went_to_the_other_browser(self):
+        self.machine.install_stand_in(GOOGLE_CHROME)
+        self.assert_transcript(self.make_ana(as_root=True))
+
+    def test_an_administrator_s_new_rule_has_no_effect(self):
+        self.assert_transcript(self.make_ana(as_root=True))
+
+    # The listing is empty
+
+    def test_there_is_no_certificate_database(self):
+        self.make_authority()
+        self.leave_file(self.authority.issue({"CN": "Ana Example"}))
+        self.assert_transcript()
+
+    def test_the_certificate_is_there_and_its_key_is_not(self):
+        self.make_authority()
+        identity = self.authority.issue({"CN": "Ana Example"})
+        database = Database(self.home / ".pki/nssdb")
+        self.assert_succeeds("certutil", "-A", "-d", f"sql:{database.folder}", "-n", "ana", "-t", ",,", "-i",
+                             identity.certificate)
+        self.leave_file(identity)
+        self.assert_transcript()
+
+    def test_the_certificate_has_expired(self):
+        self.make_authority()
+        identity = self.authority.issue({"CN": "Ana Example"}, expires="19700102000000Z")
+        database = Database(self.home / ".pki/nssdb")
+        database.add(identity)
+        self.assert_succeeds("certutil", "--rename", "-d", f"sql:{database.folder}", "-n", identity.fingerprint[:16],
+                             "--new-n", "ana")
+        self.give_to_ana()
+        self.assert_transcript()
+
+    def test_it_runs_as_another_user(self):
+        self.make_ana()
+        self.assert_transcript()
+
+    def test_the_browser_is_a_snap_or_a_flatpak(self):
+        self.make_authority()
+        Database(self.home / "snap/chromium/current/.pki/nssdb").add(self.authority.issue({"CN": "Ana Example"}))
+        self.give_to_ana()
+        self.assert_transcript()
+
+    # Keychain could not be read
+
+    def test_the_database_belongs_to_another_user(self):
+        self.make_ana()
+        for file in self.database.folder.iterdir():
+            os.chown(file, 0, 0)
+            file.chmod(0o600)
+        self.assert_transcript()
+
+    def test_the_database_is_damaged(self):
+        self.make_ana()
+        (self.database.folder / "cert9.db").write_bytes(b"not a database" * 1000)
+        self.assert_transcript()
+
+    # The selected certificate is no longer available
+
+    def test_the_fingerprint_is_not_the_listing_s(self):
+        identity = self.make_ana()
+        (self.home / "ana.crt").write_bytes(identity.certificate.read_bytes())
+        self.give_to_ana()
+        self.assert_transcript()
+
+    # This certificate's private key does not support persistent Chrome authorization
+
+    def make_token(self, identity):
+        token = Token(self.home)
+        self.database.name_module(token.MODULE)
+        token.add(identity, self.database)
+        self.give_to_ana()
+        return token
+
+    def test_it_is_on_a_smart_card(self):
+        self.make_authority()
+        self.database = Database(self.home / ".pki/nssdb")
+        identity = self.authority.issue({"CN": "Ana Example"})
+        self.assert_transcript(identity, self.make_token(identity).environment)
+
+    def test_the_database_has_a_password(self):
+        identity = self.make_ana(password="secret")
+        self.grant()
+        self.assert_transcript(identity)
+
+    # Keychain returned more than one identity
+
+    def test_the_certificate_is_in_the_database_and_on_a_card(self):
+        identity = self.make_ana()
+        self.assert_transcript(identity, self.make_token(identity).environment)
+
+    # The rule could not be saved
+
+    def grant(self):
+        self.assert_succeeds("lumaret-policy-access", "grant", "--yes", "ana")
+
+    def test_the_user_may_not_write_the_policy_file(self):
+        self.assert_transcript(self.make_ana())
+
+    def test_a_policy_file_is_not_json(self):
+        self.machine.write_policies("05-home.json", "{}")
+        rules = policies(rule({"CN": "José"}, None))
+        self.machine.write_policies("10-company.json", rules.replace("]}", "],}"))
+        self.machine.write_policies("20-company.json", rules + rules)
+        self.assert_transcript(self.make_ana(as_root=True))
+
+    def test_a_policy_file_gives_the_rules_as_something_else(self):
+        self.machine.write_policies("10-company.json",
+                                    '{"AutoSelectCertificateForUrls": [{"pattern": "*", "filter": {}}]}')
+        self.assert_transcript(self.make_ana(as_root=True))
+
+    # The rule was saved but could not be verified
+
+    def test_another_file_is_preferred(self):
+        self.machine.write_policies("zzz-company.json", policies(rule({"CN": "Somebody"}, None)))
+        self.assert_transcript(self.make_ana(as_root=True))
+
+    # The browser does not open
+
+    def test_google_chrome_is_not_installed_in_applications(self):
+        self.machine.hide(CHROMIUM)
+        self.assert_transcript(self.make_ana(as_root=True))
+
+    def test_the_address_is_not_of_the_web(self):
+        self.assert_transcript(self.make_ana(as_root=True))
+
+    def test_the_running_browser_refuses(self):
+        browser = self.machine.folder / "browser"
+        browser.write_text("#!/bin/sh\necho 'Failed to create a socket directory.' >&2\nexit 21\n")
+        browser.chmod(0o755)
+        self.machine.mount_over(CHROMIUM.executable, browser)
+        identity = self.make_ana(as_root=True)
+        profile = self.home / CHROMIUM.profile
+        profile.mkdir(parents=True)
+        (profile / "SingletonLock").symlink_to(f"{os.uname().nodename}-{os.getpid()}")
+        self.assert_transcript(identity)
+
+    def test_it_says_ok_as_root_and_no_window_opens(self):
+        """With the real browser."""
+        self.machine.unmount(CHROMIUM.executable)
+        Path("/etc/chromium.d/none").touch()  # Debian's start script wants one
+        self.assert_transcript(self.make_ana(as_root=True))
+
+
+if __name__ == "__main__":
+    unittest.main()

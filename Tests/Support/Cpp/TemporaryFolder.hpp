@@ -1,0 +1,69 @@
+#pragma once
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <string>
+
+namespace lumaret::tests {
+
+/// A new, empty folder that goes with everything in it.
+class TemporaryFolder {
+ public:
+  TemporaryFolder() {
+    std::string name = (std::filesystem::temp_directory_path() / "lumaret.XXXXXX").string();
+    if (::mkdtemp(name.data()) == nullptr) {
+      throw std::runtime_error("no temporary folder");
+    }
+    path_ = name;
+  }
+  TemporaryFolder(const TemporaryFolder&) = delete;
+  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+  ~TemporaryFolder() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+  }
+
+  [[nodiscard]] const std::filesystem::path& path() const { return path_; }
+  std::filesystem::path operator/(const std::filesystem::path& name) const { return path_ / name; }
+
+ private:
+  std::filesystem::path path_;
+};
+
+inline void writeFile(const std::filesystem::path& file, const std::string& bytes) {
+  std::filesystem::create_directories(file.parent_path());
+  std::ofstream(file, std::ios::binary) << bytes;
+}
+
+inline std::string readFile(const std::filesystem::path& file) {
+  std::ifstream stream(file, std::ios::binary);
+  return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+/// Every regular file below the folder and its bytes.
+inline std::map<std::string, std::string> contents(const std::filesystem::path& folder) {
+  std::map<std::string, std::string> files;
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(folder)) {
+    if (entry.is_regular_file()) {
+      files[entry.path().string()] = readFile(entry.path());
+    }
+  }
+  return files;
+}
+
+/// A home folder of the test's own, with none of the variables that lead elsewhere.
+class TemporaryHome : public TemporaryFolder {
+ public:
+  TemporaryHome() {
+    ::setenv("HOME", path().c_str(), 1);
+    for (const char* name : {"XDG_DATA_HOME", "XDG_CONFIG_HOME", "CHROME_CONFIG_HOME",
+                             "CHROME_USER_DATA_DIR", "LANG", "LC_ALL", "LC_COLLATE"}) {
+      ::unsetenv(name);
+    }
+  }
+};
+
+}  // namespace lumaret::tests

@@ -1,0 +1,63 @@
+"""The real Chromium on a private machine: its settings and a display for it."""
+
+import os
+import subprocess
+
+from Tests.Support.Python.private_machine import CHROMIUM, PrivateMachine, await_until
+
+SETTINGS = (
+    "--disable-gpu",
+    "--disable-quic",
+    "--no-first-run",
+    "--disable-background-networking",
+    "--disable-component-update",
+    "--disable-sync",
+    "--password-store=basic",
+)
+# The display is reached by its abstract socket, which belongs to the private network.
+LEAVE_NO_FILES = ("-nolock", "-nolisten", "unix", "-nolisten", "tcp")
+
+
+def configure(machine: PrivateMachine, *more_settings: str) -> None:
+    """Gives every start of Chromium the settings that a machine without network and desktop needs."""
+    settings = [*SETTINGS, *more_settings]
+    if os.geteuid() == 0:
+        settings.append("--no-sandbox")
+    file = machine.folder / "chromium-settings"
+    file.write_text(f'CHROMIUM_FLAGS="$CHROMIUM_FLAGS {" ".join(settings)}"\n')
+    os.symlink(file, "/etc/chromium.d/private-machine")
+
+
+def await_ready_for_refresh(machine: PrivateMachine) -> None:
+    """Waits until the browser that is running would take up new policies at once.
+
+    Chromium puts work of its lowest priority off until its start is over, some three seconds, and reloading
+    policies is such work. So have it reload them once, and wait until it has read one of the files again.
+    """
+    file = next(CHROMIUM.policies.iterdir())
+    never = 0
+    os.utime(file, ns=(never, file.stat().st_mtime_ns))
+    machine.run(CHROMIUM.executable, "--refresh-platform-policy")
+    await_until(lambda: file.stat().st_atime_ns != never, "Chromium to read its policies again")
+
+
+class VirtualDisplay:
+    def __init__(self, machine: PrivateMachine, size: str = "1280x800"):
+        read_end, write_end = os.pipe()
+        with open(read_end) as announcement:
+            self._server = subprocess.Popen(
+                ["Xvfb", "-displayfd", str(write_end), "-screen", "0", f"{size}x24", *LEAVE_NO_FILES],
+                pass_fds=[write_end], stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+            os.close(write_end)
+            os.set_blocking(read_end, False)
+            try:
+                number = await_until(announcement.readline, "the virtual display").strip()
+            except BaseException:
+                self.close()
+                raise
+        self.name = f":{number}"
+        machine.environment["DISPLAY"] = self.name
+
+    def close(self) -> None:
+        self._server.terminate()
+        self._server.wait(timeout=30)

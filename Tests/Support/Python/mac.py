@@ -1,0 +1,126 @@
+"""What the transcripts share: a Mac in a file, and whole runs of the executable on it."""
+
+import hashlib
+import json
+import os
+import subprocess
+import tempfile
+import time
+import unittest
+from pathlib import Path
+from typing import NamedTuple
+
+from Tests.Support.Python import private_root
+
+HELPER = os.path.abspath(os.environ.get("LUMARET_MACOS_HELPER") or
+                         Path(__file__).parents[3] / "build/gcc/Tests/OverStandIn/Transcripts/lumaret-macos-helper-over-stand-in")
+CHROME = "/Applications/Google Chrome.app"
+EXECUTABLE = Path(CHROME, "Contents/MacOS/Google Chrome")
+DOMAIN = "com.google.Chrome"
+KEY = "AutoSelectCertificateForUrls"
+
+FAR_AHEAD = 3124137599  # 2099-12-31T23:59:59Z in seconds since 2001
+
+
+class Outcome(NamedTuple):
+    status: int
+    stdout: bytes
+    stderr: bytes
+
+
+def printed(text: str) -> Outcome:
+    return Outcome(0, text.encode() + b"\n", b"")
+
+
+def failed(message: str) -> Outcome:
+    return Outcome(1, b"", message.encode() + b"\n")
+
+
+ACTIVATED = printed('{"ok":true}')
+
+
+def fingerprint(identity: dict) -> str:
+    return hashlib.sha256(identity["certificate"].encode()).hexdigest()
+
+
+def property_of(label: str, value) -> dict:
+    return {"kSecPropertyKeyLabel": label, "kSecPropertyKeyValue": value}
+
+
+def signing(*applications: str, description: str = "key", prompt: int = 0, tag: str = "Sign") -> dict:
+    return {"authorizations": [f"kSecACLAuthorization{tag}"], "applications": list(applications),
+            "description": description, "promptSelector": prompt}
+
+
+def any_application() -> dict:
+    return signing(tag="Any") | {"applications": None}
+
+
+def identity(name: str, *entries: dict, certificate: str | None = None, expiry=None, **attributes: str) -> dict:
+    """An identity whose key has these access-list entries; further attributes of the name by their last number."""
+    subject = [property_of("2.5.4.3", name)]
+    subject += [property_of(f"2.5.4.{number.removeprefix('oid')}", value) for number, value in attributes.items()]
+    values = {
+        "kSecOIDX509V1SubjectName": property_of("Subject Name", subject),
+        "kSecOIDX509V1IssuerName": property_of("Issuer Name", [property_of("2.5.4.3", "Example CA")]),
+        "kSecOIDX509V1ValidityNotAfter": property_of("Not Valid After", expiry or {"date": FAR_AHEAD}),
+    }
+    return {"certificate": certificate or f"certificate of {name}", "values": values, "accessList": list(entries)}
+
+
+def rule(name: str) -> str:
+    return '{"filter":{"ISSUER":{"CN":"Example CA"},"SUBJECT":{"CN":"%s"}},"pattern":"*"}' % name
+
+
+class MacTestCase(unittest.TestCase):
+    maxDiff = None
+
+    def setUp(self):
+        private_root.empty_applications()
+        folder = tempfile.TemporaryDirectory(prefix="lumaret-mac-")
+        self.addCleanup(folder.cleanup)
+        self._file = Path(folder.name, "mac.json")
+        self._launches = Path(folder.name, "launches")
+        self.mac = {"identities": [], "preferences": {}, "runningApplications": [], "failures": {}}
+
+    def install_chrome(self, refresh_status: int = 0) -> None:
+        EXECUTABLE.parent.mkdir(parents=True)
+        EXECUTABLE.write_text(f"#!/bin/sh\necho \"$@\" >> '{self._launches}'\n"
+                              f"case $1 in --refresh-platform-policy) exit {refresh_status};; esac\n")
+        EXECUTABLE.chmod(0o755)
+
+    def helper(self, *arguments: str | bytes) -> Outcome:
+        """Runs the executable; what it changes of the Mac is in `mac` afterwards."""
+        self._file.write_text(json.dumps(self.mac))
+        with tempfile.TemporaryFile() as stdout, tempfile.TemporaryFile() as stderr:
+            done = subprocess.run([HELPER, *arguments], env=os.environ | {"LUMARET_STAND_IN_MACHINE": str(self._file)},
+                                  stdin=subprocess.DEVNULL, stdout=stdout, stderr=stderr, timeout=60)
+            for stream in (stdout, stderr):
+                stream.seek(0)
+            self.mac = json.loads(self._file.read_text())
+            return Outcome(done.returncode, stdout.read(), stderr.read())
+
+    def activate(self, *arguments: str) -> Outcome:
+        """Activates the Mac's first identity."""
+        return self.helper("activate", "--fingerprint", fingerprint(self.mac["identities"][0]), *arguments)
+
+    def launches(self, count: int) -> list[str]:
+        """The arguments of each start of Chrome, once there have been so many."""
+        deadline = time.monotonic() + 30
+        while True:
+            starts = self._launches.read_text().splitlines() if self._launches.exists() else []
+            if len(starts) >= count or time.monotonic() > deadline:
+                return starts
+            time.sleep(0.01)
+
+    def forget_launches(self) -> None:
+        self._launches.unlink()
+
+    def access_list(self) -> list[dict]:
+        return self.mac["identities"][0]["accessList"]
+
+    def rules(self):
+        return self.mac["preferences"].get(DOMAIN, {}).get(KEY)
+
+    def store_rules(self, value) -> None:
+        self.mac["preferences"] = {DOMAIN: {KEY: value}}
