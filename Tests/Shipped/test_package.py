@@ -17,6 +17,7 @@ COMMON = {
     "share/bash-completion/completions/lumaret-macos-helper",
     "share/doc/lumaret-macos-helper/CHANGELOG.md",
     "share/doc/lumaret-macos-helper/README.md",
+    "share/doc/lumaret-macos-helper/SECURITY.md",
     "share/doc/lumaret-macos-helper/docs/companion.md",
     "share/doc/lumaret-macos-helper/docs/hostile-surroundings.md",
     "share/doc/lumaret-macos-helper/docs/images/chrome-policy.png",

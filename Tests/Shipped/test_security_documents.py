@@ -1,0 +1,57 @@
+"""SECURITY.md and docs/hostile-surroundings.md: what they name is there."""
+
+import re
+import unittest
+
+from packaging_test_case import SOURCES
+
+SECURITY = SOURCES / "SECURITY.md"
+SURROUNDINGS = SOURCES / "docs/hostile-surroundings.md"
+
+
+def named_tests() -> dict[str, list[str]]:
+    """Of each case of hostile surroundings, the tests in its last paragraph."""
+    cases = re.findall(r"^### (.+)\n((?:(?!##).*\n?)*)", SURROUNDINGS.read_text(), re.M)
+    last_paragraphs = {heading: body.strip().rpartition("\n\n")[2] for heading, body in cases}
+    return {heading: re.findall(r"`([^`]+)`", paragraph) if paragraph.startswith("Tests: ") else []
+            for heading, paragraph in last_paragraphs.items()}
+
+
+def existing_tests() -> set[str]:
+    """Each class or suite of the test sources, and each `class.method` or `suite.name`."""
+    found = set()
+    for file in (SOURCES / "Tests").rglob("*.cpp"):
+        for suite, name in re.findall(r"^TEST(?:_[FP])?\(\s*(\w+),\s*(\w+)\)", file.read_text(), re.M):
+            found |= {suite, f"{suite}.{name}"}
+    for file in (SOURCES / "Tests").rglob("test_*.py"):
+        for name, body in re.findall(r"^class (\w+)\b.*\n((?:(?:[ \t].*)?\n)*)", file.read_text(), re.M):
+            methods = re.findall(r"^    def (test_\w+)\(", body, re.M)
+            found |= {f"{name}.{method}" for method in methods} | ({name} if methods else set())
+    return found
+
+
+class SecurityDocumentTests(unittest.TestCase):
+    def test_every_case_names_tests_that_exist(self):
+        cases, existing = named_tests(), existing_tests()
+        self.assertGreater(len(cases), 15)
+        for heading, tests in cases.items():
+            with self.subTest(heading):
+                self.assertNotEqual(tests, [])
+                self.assertEqual([test for test in tests if test not in existing], [])
+
+    def test_every_link_leads_to_a_file(self):
+        for document in (SECURITY, SURROUNDINGS):
+            links = re.findall(r"\]\(([^)#]+)[^)]*\)", document.read_text())
+            self.assertNotEqual(links, [])
+            for link in links:
+                with self.subTest(document.name, link=link):
+                    self.assertTrue((document.parent / link).is_file())
+
+    def test_the_address_for_reports_is_the_maintainers(self):
+        package = (SOURCES / "Packaging/Debian/package.cmake").read_text()
+        address = re.search(r'_MAINTAINER "[^"]*<(\S+@\S+)>"', package)[1]
+        self.assertEqual(re.findall(r"`(\S+@\S+)`", SECURITY.read_text()), [address])
+
+
+if __name__ == "__main__":
+    unittest.main()
