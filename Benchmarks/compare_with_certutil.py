@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Times `list` beside `certutil -L` on the same databases: `python3 -m Benchmarks.compare_with_certutil EXECUTABLE FOLDER`.
 
 The databases are kept in the folder for the next run.
@@ -10,7 +11,6 @@ import subprocess
 import sys
 import tempfile
 from pathlib import Path
-
 
 
 from Tests.Support.Python.certificates import Authority, Database
@@ -37,17 +37,32 @@ def database(folder: Path, count: int) -> Path:
 
 def milliseconds(commands: list[list[str]], environment: dict[str, str], scratch: Path) -> list[float]:
     """The mean of each command's whole process, all measured in one run."""
-    subprocess.run(["hyperfine", "--shell=none", "--warmup=5", "--min-runs=30", "--style=none",
-                    f"--export-json={scratch}", *map(" ".join, commands)],
-                   env=environment, check=True, stdout=subprocess.DEVNULL,
-                   stderr=subprocess.DEVNULL)
+    subprocess.run(
+        [
+            "hyperfine",
+            "--shell=none",
+            "--warmup=5",
+            "--min-runs=30",
+            "--style=none",
+            f"--export-json={scratch}",
+            *map(" ".join, commands),
+        ],
+        env=environment,
+        check=True,
+        stdout=subprocess.DEVNULL,
+        stderr=subprocess.DEVNULL,
+    )
     return [result["mean"] * 1000 for result in json.loads(scratch.read_text())["results"]]
 
 
 def peak_kilobytes(command: list[str], environment: dict[str, str], scratch: Path) -> int:
     # A program started from here would begin with this interpreter's peak.
-    subprocess.run(["/usr/bin/time", "--format=%M", f"--output={scratch}", *command],
-                   env=environment, check=True, stdout=subprocess.DEVNULL)
+    subprocess.run(
+        ["/usr/bin/time", "--format=%M", f"--output={scratch}", *command],
+        env=environment,
+        check=True,
+        stdout=subprocess.DEVNULL,
+    )
     return int(scratch.read_text())
 
 
@@ -61,8 +76,11 @@ def main(executable: Path, folder: Path) -> None:
         commands = [[str(executable), "list"], ["certutil", "-L", "-d", f"sql:{home}/.pki/nssdb"]]
         ours, theirs = milliseconds(commands, environment, scratch)
         our_peak, their_peak = (peak_kilobytes(command, environment, scratch) for command in commands)
-        print(f"{count:>10} {ours:>8.1f} ms {theirs:>9.1f} ms {ours / theirs:>6.2f} "
-              f"{our_peak:>8} kB {their_peak:>11} kB", flush=True)
+        print(
+            f"{count:>10} {ours:>8.1f} ms {theirs:>9.1f} ms {ours / theirs:>6.2f} "
+            f"{our_peak:>8} kB {their_peak:>11} kB",
+            flush=True,
+        )
 
 
 if __name__ == "__main__":

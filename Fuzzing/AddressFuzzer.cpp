@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The text after --url, and what the browser is started with for it.
 
 #include <cstddef>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A certificate's DER bytes, as the only one of a store, into the line that `list` prints.
 
 #include <chrono>

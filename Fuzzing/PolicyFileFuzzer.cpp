@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The text of a policy file: the tool's own, or (first byte odd) another one beside it.
 
 #include <sys/stat.h>

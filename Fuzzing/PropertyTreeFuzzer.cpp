@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A tree of certificate values, built from the input's bytes, through the parser.
 
 #include <chrono>

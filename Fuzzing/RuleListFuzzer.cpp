@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A stored list of rule texts, one a line, and the pattern of each.
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // What a platform defines, and all of it. The core is compiled once, against these declarations

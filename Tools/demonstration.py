@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Shows the tool's main job with a real browser, on a private machine: `python3 -m Tools.demonstration EXECUTABLE FOLDER`."""
 
 import ctypes
@@ -71,8 +72,10 @@ def show_visit(server: TlsServer, host: str, identity: Identity) -> None:
 def save_screenshot(machine: PrivateMachine, server: TlsServer, host: str, identity: Identity, file: Path) -> None:
     server.await_visit("/drawn/", host)
     title = f"Certificate shown: {identity.name['CN']} - Chromium"
-    window = await_until(lambda: re.search(rb"Window id: (\w+)", machine.run("xwininfo", "-name", title).stdout),
-                         f"a window with the title {title}")
+    window = await_until(
+        lambda: re.search(rb"Window id: (\w+)", machine.run("xwininfo", "-name", title).stdout),
+        f"a window with the title {title}",
+    )
     taken = machine.run("import", "-window", window[1], file)
     if taken.status != 0:
         raise RuntimeError(f"import could not take a picture: {taken.stderr.decode(errors='replace').strip()}")
@@ -111,8 +114,9 @@ def demonstrate(executable: Path, pictures: Path, at_end: ExitStack) -> None:
         name = identity.name["CN"]
         browser = "Chromium is not running" if number == 1 else "the browser is still running"
         with step(f"Activating {name} ({browser})"):
-            run_helper(machine, executable, "activate", "--fingerprint", identity.fingerprint, "--url",
-                       server.url("/", host))
+            run_helper(
+                machine, executable, "activate", "--fingerprint", identity.fingerprint, "--url", server.url("/", host)
+            )
             show_visit(server, host, identity)
             save_screenshot(machine, server, host, identity, pictures / f"{name.split()[0].lower()}.png")
 

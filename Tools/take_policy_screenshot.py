@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Takes the picture of chrome://policy for the documents: `python3 -m Tools.take_policy_screenshot EXECUTABLE PICTURE`.
 
 On a private machine, with a real Chromium in which one identity has been activated.
@@ -19,8 +20,10 @@ from Tests.Support.Python.private_machine import PrivateMachine, await_until
 
 def take(machine: PrivateMachine, picture: Path) -> None:
     """Of the window that is showing chrome://policy, the value of its first policy unfolded."""
-    window = await_until(lambda: re.search(rb"Window id: (\w+)", machine.run("xwininfo", "-name", "Policies - Chromium")
-                                           .stdout), "the window that shows chrome://policy")[1].decode()
+    window = await_until(
+        lambda: re.search(rb"Window id: (\w+)", machine.run("xwininfo", "-name", "Policies - Chromium").stdout),
+        "the window that shows chrome://policy",
+    )[1].decode()
     await_settled(machine, window, picture)
     unfold = "1109", "427"
     machine.run("xdotool", "mousemove", "--sync", "--window", window, *unfold, "click", "1")
@@ -32,8 +35,18 @@ def await_settled(machine: PrivateMachine, window: str, picture: Path) -> None:
     seen = []
 
     def settled():
-        taken = machine.run("import", "-window", window, "-crop", "1180x500+0+88", "+repage", "-colors", "64", "-strip",
-                            f"png8:{picture}")
+        taken = machine.run(
+            "import",
+            "-window",
+            window,
+            "-crop",
+            "1180x500+0+88",
+            "+repage",
+            "-colors",
+            "64",
+            "-strip",
+            f"png8:{picture}",
+        )
         if taken.status != 0:
             raise RuntimeError(taken.stderr.decode(errors="replace"))
         seen.append(picture.read_bytes())

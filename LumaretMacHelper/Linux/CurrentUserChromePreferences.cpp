@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "LumaretMacHelper/Linux/ChromeInstallation.hpp"
 #include "LumaretMacHelper/Linux/ManagedPolicyFolder.hpp"
 #include "LumaretMacHelper/Platform.hpp"

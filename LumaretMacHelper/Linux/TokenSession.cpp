@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "LumaretMacHelper/Linux/TokenSession.hpp"
 
 #include <pkcs11.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "LumaretMacHelper/macOS/RunningApplications.hpp"
 
 #import <AppKit/AppKit.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "LumaretMacHelper/POSIX/Process.hpp"
 #include "LumaretMacHelper/Platform.hpp"
 #include "LumaretMacHelper/macOS/RunningApplications.hpp"

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # What Debian wants otherwise than `cmake --install` leaves it, run by CPack in the package's tree.
 set(share ${CPACK_TEMPORARY_INSTALL_DIRECTORY}/usr/share)
 

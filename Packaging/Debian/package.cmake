@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # `cpack` makes a Debian package of what is installed.
 
 # Debian's own form of the changelog, of this release alone.

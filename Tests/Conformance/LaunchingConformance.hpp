@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <fcntl.h>
@@ -19,6 +20,7 @@
 
 #include "LumaretMacHelper/ChromeLauncher.hpp"
 #include "LumaretMacHelper/Platform.hpp"
+#include "Tests/Support/Cpp/Messages.hpp"
 #include "Tests/Support/Cpp/ThrownError.hpp"
 
 namespace lumaret::tests::conformance {
@@ -176,8 +178,9 @@ TYPED_TEST_P(LaunchingContract, NoWindowIsOpenedAfterARefreshThatFailed) {
   const ChromeLauncher launcher(this->script(R"(echo "$@" >> log; exit 3)"),
                                 std::make_shared<SystemChromeLaunchEnvironment>());
   this->desktop_.startChrome();
-  EXPECT_EQ(selectorErrorOf([&] { launcher.open(); }),
-            CertificateSelectorError::chromeLaunchFailed("Google Chrome exited with status 3."));
+  EXPECT_EQ(
+      selectorErrorOf([&] { launcher.open(); }),
+      CertificateSelectorError::chromeLaunchFailed(messages::told(messages::unsuccessfulExit, 3)));
   EXPECT_EQ(this->written(), "--refresh-platform-policy\n");
 }
 

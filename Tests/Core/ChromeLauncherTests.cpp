@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -13,6 +14,7 @@
 
 #include "LumaretMacHelper/ChromeLauncher.hpp"
 #include "Tests/Support/Cpp/CallLog.hpp"
+#include "Tests/Support/Cpp/Messages.hpp"
 #include "Tests/Support/Cpp/ThrownError.hpp"
 
 namespace lumaret::tests {
@@ -134,7 +136,7 @@ TEST_F(Launcher, RefusesAnyOtherSchemeAndStartsNothing) {
   for (const char* scheme : {"ftp", "file", "javascript", "httpss", "xhttp", "chrome", ""}) {
     const auto callsBefore = environment->log().size();
     EXPECT_EQ(errorOfOpening(URL{std::string(scheme) + ":a", scheme}),
-              Error::chromeLaunchFailed("Only HTTP and HTTPS destinations are supported."))
+              Error::chromeLaunchFailed(messages::unsupportedScheme))
         << scheme;
     EXPECT_EQ(environment->log().size(), callsBefore + 2);
     EXPECT_EQ(environment->log().back(), runningTest);
@@ -143,14 +145,14 @@ TEST_F(Launcher, RefusesAnyOtherSchemeAndStartsNothing) {
 
 TEST_F(Launcher, RefusesARelativeAddressAndStartsNothing) {
   EXPECT_EQ(errorOfOpening(URL{"https/a.example", std::nullopt}),
-            Error::chromeLaunchFailed("Only HTTP and HTTPS destinations are supported."));
+            Error::chromeLaunchFailed(messages::unsupportedScheme));
   EXPECT_THAT(environment->log(), ElementsAre(installedTest, runningTest));
 }
 
 TEST_F(Launcher, RefusesAnAddressOnlyAfterTheRefreshOfARunningChrome) {
   environment->running = true;
   EXPECT_EQ(errorOfOpening(URL{"ftp://a.example", "ftp"}),
-            Error::chromeLaunchFailed("Only HTTP and HTTPS destinations are supported."));
+            Error::chromeLaunchFailed(messages::unsupportedScheme));
   EXPECT_THAT(environment->log(), ElementsAre(installedTest, runningTest, refresh));
 }
 
@@ -158,13 +160,14 @@ TEST_F(Launcher, AFailedRefreshIsReportedInsteadOfARefusedAddress) {
   environment->running = true;
   environment->onRefresh = [] { throw ChromeProcessError::unsuccessfulExit(1); };
   EXPECT_EQ(errorOfOpening(URL{"ftp://a.example", "ftp"}),
-            Error::chromeLaunchFailed("Google Chrome exited with status 1."));
+            Error::chromeLaunchFailed(messages::told(messages::unsuccessfulExit, 1)));
 }
 
 TEST_F(Launcher, ARefreshThatExitsUnsuccessfullyOpensNoWindow) {
   environment->running = true;
   environment->onRefresh = [] { throw ChromeProcessError::unsuccessfulExit(3); };
-  EXPECT_EQ(errorOfOpening(), Error::chromeLaunchFailed("Google Chrome exited with status 3."));
+  EXPECT_EQ(errorOfOpening(),
+            Error::chromeLaunchFailed(messages::told(messages::unsuccessfulExit, 3)));
   EXPECT_THAT(environment->log(), ElementsAre(installedTest, runningTest, refresh));
 }
 
@@ -205,10 +208,10 @@ TEST_F(Launcher, NeverAwaitsTheProcessThatOpensTheWindow) {
 }
 
 TEST(ChromeProcess, AnUnsuccessfulExitTellsItsStatus) {
-  EXPECT_STREQ(ChromeProcessError::unsuccessfulExit(1).what(),
-               "Google Chrome exited with status 1.");
-  EXPECT_STREQ(ChromeProcessError::unsuccessfulExit(-15).what(),
-               "Google Chrome exited with status -15.");
+  EXPECT_EQ(std::string(ChromeProcessError::unsuccessfulExit(1).what()),
+            messages::told(messages::unsuccessfulExit, 1));
+  EXPECT_EQ(std::string(ChromeProcessError::unsuccessfulExit(-15).what()),
+            messages::told(messages::unsuccessfulExit, -15));
   EXPECT_EQ(ChromeProcessError::unsuccessfulExit(-15).status(), -15);
 }
 

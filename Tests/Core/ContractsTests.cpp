@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -10,6 +11,7 @@
 
 #include "LumaretMacHelper/Contracts.hpp"
 #include "Tests/Support/Cpp/Case.hpp"
+#include "Tests/Support/Cpp/Messages.hpp"
 #include "Tests/Support/Cpp/Samples.hpp"
 #include "Tests/Support/Cpp/ThrownError.hpp"
 
@@ -131,49 +133,40 @@ const std::vector<ErrorCase>& errorTexts() {
   static const std::vector<ErrorCase> texts = {
       {"keychainFailure",
        {Kind::keychainFailure, Error::keychainFailure(-61),
-        "Keychain could not be read (error -61)."}},
+        messages::told(messages::keychainFailure, -61)}},
       {"chromeLaunchFailed",
        {Kind::chromeLaunchFailed, Error::chromeLaunchFailed("No memory"),
-        "Google Chrome could not be opened: No memory"}},
+        messages::told(messages::chromeLaunchFailed, "No memory")}},
       {"keychainAuthorizationFailed",
        {Kind::keychainAuthorizationFailed, Error::keychainAuthorizationFailed(-25293),
-        "Keychain could not authorize Google Chrome for this certificate (error -25293). No Chrome "
-        "certificate rule was changed."}},
+        messages::told(messages::keychainAuthorizationFailed, -25293)}},
       {"certificateHasNoSubject",
        {Kind::certificateHasNoSubject, Error::certificateHasNoSubject(),
-        "This certificate has no subject fields Chrome can match."}},
+        messages::certificateHasNoSubject}},
       {"policyEncodingFailed",
-       {Kind::policyEncodingFailed, Error::policyEncodingFailed(),
-        "The Chrome certificate rule could not be encoded."}},
+       {Kind::policyEncodingFailed, Error::policyEncodingFailed(), messages::policyEncodingFailed}},
       {"policyWriteFailed",
-       {Kind::policyWriteFailed, Error::policyWriteFailed(),
-        "The Chrome certificate rule could not be saved."}},
+       {Kind::policyWriteFailed, Error::policyWriteFailed(), messages::policyWriteFailed}},
       {"policyVerificationFailed",
        {Kind::policyVerificationFailed, Error::policyVerificationFailed(),
-        "The Chrome certificate rule was saved but could not be verified."}},
+        messages::policyVerificationFailed}},
       {"chromeNotInstalled",
-       {Kind::chromeNotInstalled, Error::chromeNotInstalled(),
-        "Google Chrome is not installed in /Applications."}},
+       {Kind::chromeNotInstalled, Error::chromeNotInstalled(), messages::chromeNotInstalled}},
       {"selectedIdentityNotFound",
        {Kind::selectedIdentityNotFound, Error::selectedIdentityNotFound(),
-        "The selected certificate is no longer available in Keychain. Refresh the list and select "
-        "it again."}},
+        messages::selectedIdentityNotFound}},
       {"selectedIdentityAmbiguous",
        {Kind::selectedIdentityAmbiguous, Error::selectedIdentityAmbiguous(),
-        "Keychain returned more than one identity for the selected certificate. Remove the "
-        "duplicate identity and try again."}},
+        messages::selectedIdentityAmbiguous}},
       {"selectedIdentityHasNoPrivateKey",
        {Kind::selectedIdentityHasNoPrivateKey, Error::selectedIdentityHasNoPrivateKey(),
-        "The selected certificate has no usable private key in Keychain. Import its complete "
-        "identity and try again."}},
+        messages::selectedIdentityHasNoPrivateKey}},
       {"chromeKeyAuthorizationUnsupported",
        {Kind::chromeKeyAuthorizationUnsupported, Error::chromeKeyAuthorizationUnsupported(),
-        "This certificate's private key does not support persistent Chrome authorization. Smart "
-        "cards and security tokens may still require their own PIN or confirmation."}},
+        messages::chromeKeyAuthorizationUnsupported}},
       {"keychainAuthorizationCancelled",
        {Kind::keychainAuthorizationCancelled, Error::keychainAuthorizationCancelled(),
-        "Chrome was not authorized because the Keychain confirmation was cancelled. No Chrome "
-        "certificate rule was changed."}},
+        messages::keychainAuthorizationCancelled}},
   };
   return texts;
 }
@@ -207,33 +200,36 @@ TEST(SelectorError, HasThirteenKindsInOrder) {
 }
 
 TEST(SelectorError, KeychainFailureWritesANegativeStatus) {
-  EXPECT_STREQ(Error::keychainFailure(-25300).what(), "Keychain could not be read (error -25300).");
+  EXPECT_EQ(Error::keychainFailure(-25300).errorDescription(),
+            messages::told(messages::keychainFailure, "-25300"));
 }
 
 TEST(SelectorError, KeychainAuthorizationFailureWritesANegativeStatus) {
-  EXPECT_STREQ(Error::keychainAuthorizationFailed(-2070).what(),
-               "Keychain could not authorize Google Chrome for this certificate (error -2070). No "
-               "Chrome certificate rule was changed.");
+  EXPECT_EQ(Error::keychainAuthorizationFailed(-2070).errorDescription(),
+            messages::told(messages::keychainAuthorizationFailed, "-2070"));
 }
 
 TEST(SelectorError, KeychainFailureWritesStatusZero) {
-  EXPECT_STREQ(Error::keychainFailure(0).what(), "Keychain could not be read (error 0).");
+  EXPECT_EQ(Error::keychainFailure(0).errorDescription(),
+            messages::told(messages::keychainFailure, "0"));
 }
 
 TEST(SelectorError, StatusesAreWrittenWithoutGroupingUpToTheirLimits) {
-  EXPECT_STREQ(Error::keychainFailure(std::numeric_limits<KeychainStatus>::min()).what(),
-               "Keychain could not be read (error -2147483648).");
-  EXPECT_STREQ(Error::keychainFailure(std::numeric_limits<KeychainStatus>::max()).what(),
-               "Keychain could not be read (error 2147483647).");
+  EXPECT_EQ(Error::keychainFailure(std::numeric_limits<KeychainStatus>::min()).errorDescription(),
+            messages::told(messages::keychainFailure, "-2147483648"));
+  EXPECT_EQ(Error::keychainFailure(std::numeric_limits<KeychainStatus>::max()).errorDescription(),
+            messages::told(messages::keychainFailure, "2147483647"));
 }
 
 TEST(SelectorError, AnEmptyLaunchFailureTextLeavesTheTrailingBlank) {
-  EXPECT_STREQ(Error::chromeLaunchFailed("").what(), "Google Chrome could not be opened: ");
+  EXPECT_EQ(Error::chromeLaunchFailed("").errorDescription(),
+            messages::told(messages::chromeLaunchFailed, ""));
+  EXPECT_TRUE(Error::chromeLaunchFailed("").errorDescription().ends_with(": "));
 }
 
 TEST(SelectorError, ALaunchFailureTextIsNeitherTrimmedNorEnded) {
-  EXPECT_STREQ(Error::chromeLaunchFailed(" Nada\n").what(),
-               "Google Chrome could not be opened:  Nada\n");
+  EXPECT_EQ(Error::chromeLaunchFailed(" Nada\n").errorDescription(),
+            messages::told(messages::chromeLaunchFailed, " Nada\n"));
 }
 
 TEST(SelectorError, TheSameStatusInTwoKindsIsTwoErrors) {

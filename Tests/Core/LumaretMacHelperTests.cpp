@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -9,6 +10,7 @@
 #include "LumaretMacHelper/LumaretMacHelper.hpp"
 #include "LumaretMacHelper/Platform.hpp"
 #include "Tests/Support/Cpp/Case.hpp"
+#include "Tests/Support/Cpp/Messages.hpp"
 #include "Tests/Support/Cpp/ThrownError.hpp"
 
 namespace lumaret::tests {
@@ -16,8 +18,7 @@ namespace {
 
 using Arguments = std::vector<std::string>;
 
-const std::string usage =
-    "Uso: lumaret-macos-helper list | activate --fingerprint <sha256> [--url <https-url>]";
+const std::string usage = messages::usage;
 
 std::optional<std::string> url(const Arguments& arguments) {
   return LumaretMacHelper::value("--url", arguments);

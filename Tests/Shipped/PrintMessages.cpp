@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Prints the messages of the tool, one to a line, with "number" and "reason" for what varies.
 #include <unistd.h>
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What applications rely on: the listing's schema, and the document for those who write them."""
 
 import copy
@@ -10,11 +11,12 @@ try:
 except ImportError:
     jsonschema = None
 
+from Tests.Support.Python import messages
 from Tests.Support.Python import packaging_test_case
 from Tests.Support.Python.packaging_test_case import SOURCES, PackagingTestCase, code_blocks
-from Tests.Support.Python.helper_test_case import ACTIVATED, NOT_FOUND, USAGE, failed
 from Tests.Support.Python.private_machine import CHROMIUM, other_processes
 from Tests.Support.Python.certificates import Database
+from Tests.Support.Python.outcome import ACTIVATED, failed
 
 setUpModule = packaging_test_case.enter
 
@@ -42,15 +44,18 @@ class SchemaTests(PackagingTestCase):
         self.assert_listing_is_valid(0)
 
     def test_names_with_every_field_with_some_and_with_none(self):
-        self.make_identities({"CN": "Ana Example", "O": "Example Org", "OU": "R/D", "L": "Lugo"}, {"CN": "Ben Example"},
-                             {"O": "Example Org"}, {"emailAddress": "ana@example.test"},
-                             {"CN": 'q " b \\ s / t \t \x07 \x7f עברית \u202e😀'})
+        self.make_identities(
+            {"CN": "Ana Example", "O": "Example Org", "OU": "R/D", "L": "Lugo"},
+            {"CN": "Ben Example"},
+            {"O": "Example Org"},
+            {"emailAddress": "ana@example.test"},
+            {"CN": 'q " b \\ s / t \t \x07 \x7f עברית \u202e😀'},
+        )
         self.assert_listing_is_valid(5)
 
     def test_an_authority_without_a_name_and_the_last_day_there_is(self):
         self.make_authority({"emailAddress": "authority@example.test"})
-        Database(self.machine.home / ".pki/nssdb").add(
-            self.authority.issue({"CN": "Never"}, expires="99991231235959Z"))
+        Database(self.machine.home / ".pki/nssdb").add(self.authority.issue({"CN": "Never"}, expires="99991231235959Z"))
         self.assert_listing_is_valid(1)
 
     def test_it_describes_nothing_else(self):
@@ -68,12 +73,24 @@ class SchemaTests(PackagingTestCase):
             return [entry]
 
         others = [
-            {}, None, [None], [[]], [ENTRY, ENTRY], *(changed(key, to=None) for key in ENTRY),
-            *(changed("subject", key, to=None) for key in NAME), *(changed("issuer", key, to="") for key in NAME),
-            changed("more", to=1), changed("subject", "country", to="FI"), changed("subject", "commonName", to=7),
-            changed("id", to="0A" * 32), changed("id", to="0a" * 31), changed("id", to="0a" * 33),
-            changed("expiresAt", to="2099-12-31"), changed("expiresAt", to="2099-12-31T23:59:59.000Z"),
-            changed("expiresAt", to="2099-12-31T23:59:59+00:00"), changed("expiresAt", to="2099-13-31T23:59:59Z"),
+            {},
+            None,
+            [None],
+            [[]],
+            [ENTRY, ENTRY],
+            *(changed(key, to=None) for key in ENTRY),
+            *(changed("subject", key, to=None) for key in NAME),
+            *(changed("issuer", key, to="") for key in NAME),
+            changed("more", to=1),
+            changed("subject", "country", to="FI"),
+            changed("subject", "commonName", to=7),
+            changed("id", to="0A" * 32),
+            changed("id", to="0a" * 31),
+            changed("id", to="0a" * 33),
+            changed("expiresAt", to="2099-12-31"),
+            changed("expiresAt", to="2099-12-31T23:59:59.000Z"),
+            changed("expiresAt", to="2099-12-31T23:59:59+00:00"),
+            changed("expiresAt", to="2099-13-31T23:59:59Z"),
         ]
         for other in others:
             with self.subTest(json.dumps(other)):
@@ -108,7 +125,7 @@ class ExampleTests(PackagingTestCase):
                 yield language
 
     def test_chooses_one_and_does_not_wait_for_the_browser(self):
-        _, ben = self.make_identities({"CN": "Ana Example"}, {"CN": "Ben $(x) \"Example\""})
+        _, ben = self.make_identities({"CN": "Ana Example"}, {"CN": 'Ben $(x) "Example"'})
         browser = self.machine.folder / "browser"
         browser.write_text("#!/bin/sh\necho noise >&2\nexec sleep 600\n")
         browser.chmod(0o755)
@@ -130,21 +147,27 @@ class ExampleTests(PackagingTestCase):
         self.machine.mount_over(CHROMIUM.executable, browser)
         self.machine.mark_running(CHROMIUM)
         for language in self.each():
-            self.assertEqual(self.run_example(language, "Ana Example", "https://example.test/"),
-                             failed("Google Chrome could not be opened: Google Chrome exited with status 3."))
+            self.assertEqual(
+                self.run_example(language, "Ana Example", "https://example.test/"),
+                failed(messages.launch_failed(messages.told(messages.UNSUCCESSFUL_EXIT, 3))),
+            )
 
     def test_says_that_there_is_no_such_identity(self):
         self.make_identity()
         for language in self.each():
-            self.assertEqual(self.run_example(language, "Somebody", "https://example.test/"),
-                             failed("There is no identity of Somebody."))
+            self.assertEqual(
+                self.run_example(language, "Somebody", "https://example.test/"),
+                failed("There is no identity of Somebody."),
+            )
 
     def test_passes_on_that_the_listing_failed(self):
         self.make_identity()
         (self.database.folder / "cert9.db").write_bytes(b"not a database" * 1000)
         for language in self.each():
-            self.assertEqual(self.run_example(language, "Ana Example", "https://example.test/"),
-                             failed("Keychain could not be read (error -8174)."))
+            self.assertEqual(
+                self.run_example(language, "Ana Example", "https://example.test/"),
+                failed(messages.told(messages.KEYCHAIN_FAILURE, -8174)),
+            )
 
 
 class PromiseTests(PackagingTestCase):
@@ -152,12 +175,14 @@ class PromiseTests(PackagingTestCase):
 
     def test_there_is_no_option_for_help_or_version(self):
         for option in ("--help", "--version"):
-            self.assertEqual(self.helper(option), failed(USAGE))
+            self.assertEqual(self.helper(option), failed(messages.USAGE))
 
     def test_a_part_of_an_id_names_nothing(self):
         identity = self.make_identity()
         for text in (identity.fingerprint.upper(), identity.fingerprint[:32], identity.fingerprint + " "):
-            self.assertEqual(self.helper("activate", "--fingerprint", text), failed(NOT_FOUND))
+            self.assertEqual(
+                self.helper("activate", "--fingerprint", text), failed(messages.SELECTED_IDENTITY_NOT_FOUND)
+            )
 
     def test_the_browser_keeps_standard_error_open_and_no_other_file(self):
         identity = self.make_identity()

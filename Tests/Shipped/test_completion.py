@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Completion, in the shells themselves, over a real certificate database."""
 
 import os
@@ -20,18 +21,37 @@ UNTIL = ", until 2099-12-31"
 
 # Each would leave a file named "executed" if a shell evaluated it, or break out of what a completion reads.
 HOSTILE = [
-    "$(touch executed)", "`touch executed`",
-    "'; touch executed; '", '"; touch executed; "', "a\ntouch executed\n",
-    "$((touch executed))", "x[$(touch executed)]", "%(?.$(touch executed).)%F{red}", "~ * ? {a,b} # ! & |",
-    '"id":"' + "0" * 40 + '"', '{"expiresAt":"', '"subject":{"commonName":"forged"', '","subject":{"commonName":null',
-    "back \\ slash \\\\", "\\",
-    'end "', "tab\tname", "\x1b[31mred\x1b]0;title\x07", "\x9b31mred", "\u202eright to left",
-    "-n", "--url", "ünïcödé 😀", " ", "colon:name\\:x",
+    "$(touch executed)",
+    "`touch executed`",
+    "'; touch executed; '",
+    '"; touch executed; "',
+    "a\ntouch executed\n",
+    "$((touch executed))",
+    "x[$(touch executed)]",
+    "%(?.$(touch executed).)%F{red}",
+    "~ * ? {a,b} # ! & |",
+    '"id":"' + "0" * 40 + '"',
+    '{"expiresAt":"',
+    '"subject":{"commonName":"forged"',
+    '","subject":{"commonName":null',
+    "back \\ slash \\\\",
+    "\\",
+    'end "',
+    "tab\tname",
+    "\x1b[31mred\x1b]0;title\x07",
+    "\x9b31mred",
+    "\u202eright to left",
+    "-n",
+    "--url",
+    "ünïcödé 😀",
+    " ",
+    "colon:name\\:x",
 ]
 SHOWN = {  # how a terminal is shown the ones that it would obey
     "a\ntouch executed\n": "a?touch executed?",
     "tab\tname": "tab?name",
-    "\x1b[31mred\x1b]0;title\x07": "?[31mred?]0;title?", "\x9b31mred": "?31mred",
+    "\x1b[31mred\x1b]0;title\x07": "?[31mred?]0;title?",
+    "\x9b31mred": "?31mred",
     "\u202eright to left": "?right to left",
 }
 
@@ -51,8 +71,9 @@ class CompletionTestCase(PackagingTestCase):
 
     def make_hostile(self):
         """Each hostile name's identity, in the order of the listing."""
-        identities = {one.fingerprint: one.name["CN"] for one in self.make_identities(
-            *({"CN": name} for name in HOSTILE))}
+        identities = {
+            one.fingerprint: one.name["CN"] for one in self.make_identities(*({"CN": name} for name in HOSTILE))
+        }
         order = re.findall(r'"id":"([0-9a-f]{64})"', self.helper("list").stdout.decode())
         self.assertEqual(sorted(order), sorted(identities))
         return [(fingerprint, identities[fingerprint]) for fingerprint in order]
@@ -63,11 +84,14 @@ class CompletionTestCase(PackagingTestCase):
 
 class BashTests(CompletionTestCase):
     def complete(self, *words: str, kind: int = 9) -> list[str]:
-        script = (f'source "{COMPLETIONS}/lumaret-macos-helper"; COMP_TYPE={kind} COMP_WORDS=("$@") '
-                  "COMP_CWORD=$(($# - 1)); _lumaret_macos_helper; "
-                  "for word in \"${COMPREPLY[@]}\"; do printf '%s\\0' \"$word\"; done")
-        found = self.assert_succeeds("bash", "--norc", "--noprofile", "-u", "-c", script, "bash", TOOL, *words,
-                                     cwd=self.work)
+        script = (
+            f'source "{COMPLETIONS}/lumaret-macos-helper"; COMP_TYPE={kind} COMP_WORDS=("$@") '
+            "COMP_CWORD=$(($# - 1)); _lumaret_macos_helper; "
+            'for word in "${COMPREPLY[@]}"; do printf \'%s\\0\' "$word"; done'
+        )
+        found = self.assert_succeeds(
+            "bash", "--norc", "--noprofile", "-u", "-c", script, "bash", TOOL, *words, cwd=self.work
+        )
         return found.split("\0")[:-1]
 
     def test_words_and_options(self):
@@ -104,15 +128,20 @@ class BashTests(CompletionTestCase):
         """With a listing that no certificate tool would make: names are longer there than allowed."""
         name = '"},{"expiresAt":"9999-12-31T00:00:00Z","id":"' + "1" * 64 + '","subject":{"commonName":"forged"}'
         principal = {key: name for key in ("commonName", "locality", "organization", "organizationalUnit")}
-        listing = compact_json([{"expiresAt": "2099-12-31T23:59:59Z", "id": digit * 64, "issuer": principal,
-                                 "subject": principal} for digit in "ab"])
+        listing = compact_json(
+            [
+                {"expiresAt": "2099-12-31T23:59:59Z", "id": digit * 64, "issuer": principal, "subject": principal}
+                for digit in "ab"
+            ]
+        )
         programs = self.machine.folder / "programs"
         programs.mkdir()
         (programs / TOOL).write_text(f"#!/bin/sh\ncat <<'END'\n{listing}\nEND\n")
         (programs / TOOL).chmod(0o755)
         self.machine.environment["PATH"] = f"{programs}:/usr/bin:/bin"
-        self.assertEqual(self.complete("activate", "--fingerprint", "", kind=63),
-                         [f"{digit * 64}  {name}{UNTIL}" for digit in "ab"])
+        self.assertEqual(
+            self.complete("activate", "--fingerprint", "", kind=63), [f"{digit * 64}  {name}{UNTIL}" for digit in "ab"]
+        )
 
     def test_at_a_terminal(self):
         """As a person meets it: a tabulator completes, and two list."""
@@ -130,18 +159,27 @@ class BashTests(CompletionTestCase):
 class FishTests(CompletionTestCase):
     def complete(self, line: str) -> list[tuple[str, ...]]:
         self.machine.environment["XDG_DATA_DIRS"] = str(self.machine.folder)
-        found = self.assert_succeeds("fish", "--no-config", "--command",
-                                     f"source {COMPLETIONS}/lumaret-macos-helper.fish; complete --do-complete $argv[1]",
-                                     line, cwd=self.work)
+        found = self.assert_succeeds(
+            "fish",
+            "--no-config",
+            "--command",
+            f"source {COMPLETIONS}/lumaret-macos-helper.fish; complete --do-complete $argv[1]",
+            line,
+            cwd=self.work,
+        )
         return [tuple(each.split("\t")) for each in found.splitlines()]
 
     def words(self, line: str) -> list[str]:
         return [found[0] for found in self.complete(line)]
 
     def test_words_and_options(self):
-        self.assertEqual(self.complete(f"{TOOL} "), [
-            ("activate", "Make one identity the one that Chrome uses without asking"),
-            ("list", "Print the identities that there are")])
+        self.assertEqual(
+            self.complete(f"{TOOL} "),
+            [
+                ("activate", "Make one identity the one that Chrome uses without asking"),
+                ("list", "Print the identities that there are"),
+            ],
+        )
         self.assertEqual(self.words(f"{TOOL} l"), ["list"])
         self.assertEqual(self.words(f"{TOOL} list "), [])
         self.assertEqual(self.words(f"{TOOL} activate "), OPTIONS)
@@ -152,11 +190,16 @@ class FishTests(CompletionTestCase):
 
     def test_fingerprints_with_names(self):
         people = self.make_people()
-        self.assertEqual(self.complete(f"{TOOL} activate --fingerprint "), [
-            (identity.fingerprint, name + UNTIL)
-            for identity, name in zip(people, ("Ana Example", "Ben Example", "Unnamed certificate"))])
-        self.assertEqual(self.words(f"{TOOL} activate --fingerprint {people[1].fingerprint[:40]}"),
-                         [people[1].fingerprint])
+        self.assertEqual(
+            self.complete(f"{TOOL} activate --fingerprint "),
+            [
+                (identity.fingerprint, name + UNTIL)
+                for identity, name in zip(people, ("Ana Example", "Ben Example", "Unnamed certificate"))
+            ],
+        )
+        self.assertEqual(
+            self.words(f"{TOOL} activate --fingerprint {people[1].fingerprint[:40]}"), [people[1].fingerprint]
+        )
 
     def test_nothing_of_a_hostile_name_is_executed(self):
         expected = [(fingerprint, shown(name)) for fingerprint, name in self.make_hostile()]
@@ -169,8 +212,7 @@ class Terminal:
 
     def __init__(self, test: CompletionTestCase, command: list[str]):
         self._seen = ""
-        environment = test.machine.environment | {"TERM": "dumb", "LC_ALL": "C.UTF-8", "COLUMNS": "200",
-                                                  "LINES": "100"}
+        environment = test.machine.environment | {"TERM": "dumb", "LC_ALL": "C.UTF-8", "COLUMNS": "200", "LINES": "100"}
         process, self._master = pty.fork()
         if process == 0:
             os.chdir(test.work)
@@ -201,7 +243,8 @@ class ZshTests(CompletionTestCase):
         "PS1='ready> ' LISTMAX=10000; unsetopt zle_bracketed_paste prompt_cr prompt_sp; "
         "fpath=(COMPLETIONS $fpath); autoload -Uz compinit && compinit -D -u; "
         # Shows what is on the line, and empties it.
-        "show() { print -r -- \"<$BUFFER>\"; BUFFER=; zle redisplay }; zle -N show; bindkey '^X' show\n")
+        "show() { print -r -- \"<$BUFFER>\"; BUFFER=; zle redisplay }; zle -N show; bindkey '^X' show\n"
+    )
 
     def start(self) -> Terminal:
         terminal = Terminal(self, ["zsh", "-f", "-i"])
@@ -224,36 +267,59 @@ class ZshTests(CompletionTestCase):
 
     def test_words_and_options(self):
         terminal = self.start()
-        self.assert_lists(terminal, f"{TOOL} ",
-                          "activate  -- make one identity the one that Chrome uses without asking",
-                          "list      -- print the identities that there are")
+        self.assert_lists(
+            terminal,
+            f"{TOOL} ",
+            "activate  -- make one identity the one that Chrome uses without asking",
+            "list      -- print the identities that there are",
+        )
         self.assert_line(terminal, f"{TOOL} l", f"{TOOL} list ")
-        self.assert_lists(terminal, f"{TOOL} activate --",
-                          "--fingerprint  -- the identity, by its SHA-256 fingerprint",
-                          "--url          -- the address that the new window opens")
-        self.assert_line(terminal, f"{TOOL} activate --url http://x.test/ --f",
-                         f"{TOOL} activate --url http://x.test/ --fingerprint ")
+        self.assert_lists(
+            terminal,
+            f"{TOOL} activate --",
+            "--fingerprint  -- the identity, by its SHA-256 fingerprint",
+            "--url          -- the address that the new window opens",
+        )
+        self.assert_line(
+            terminal,
+            f"{TOOL} activate --url http://x.test/ --f",
+            f"{TOOL} activate --url http://x.test/ --fingerprint ",
+        )
         self.assert_line(terminal, f"{TOOL} activate --url https", f"{TOOL} activate --url https://")
         self.assert_line(terminal, f"{TOOL} activate --url f", f"{TOOL} activate --url f")
 
     def test_fingerprints_with_names(self):
         people = self.make_people()
         terminal = self.start()
-        self.assert_lists(terminal, f"{TOOL} activate --fingerprint ", *(
-            f"{identity.fingerprint}  {name}{UNTIL}"
-            for identity, name in zip(people, ("Ana Example", "Ben Example", "Unnamed certificate"))))
-        self.assert_line(terminal, f"{TOOL} activate --fingerprint {people[1].fingerprint[:40]}",
-                         f"{TOOL} activate --fingerprint {people[1].fingerprint} ")
+        self.assert_lists(
+            terminal,
+            f"{TOOL} activate --fingerprint ",
+            *(
+                f"{identity.fingerprint}  {name}{UNTIL}"
+                for identity, name in zip(people, ("Ana Example", "Ben Example", "Unnamed certificate"))
+            ),
+        )
+        self.assert_line(
+            terminal,
+            f"{TOOL} activate --fingerprint {people[1].fingerprint[:40]}",
+            f"{TOOL} activate --fingerprint {people[1].fingerprint} ",
+        )
 
     def test_nothing_of_a_hostile_name_is_executed(self):
         hostile = self.make_hostile()
         terminal = self.start()
-        lines = self.assert_lists(terminal, f"{TOOL} activate --fingerprint ",
-                                  *(f"{fingerprint}  {shown(name)}" for fingerprint, name in hostile))
+        lines = self.assert_lists(
+            terminal,
+            f"{TOOL} activate --fingerprint ",
+            *(f"{fingerprint}  {shown(name)}" for fingerprint, name in hostile),
+        )
         order = [line[:64] for line in lines if re.match(r"[0-9a-f]{64}  ", line)]
         self.assertEqual(order, [fingerprint for fingerprint, _ in hostile])
-        self.assert_line(terminal, f"{TOOL} activate --fingerprint {hostile[0][0][:50]}",
-                         f"{TOOL} activate --fingerprint {hostile[0][0]} ")
+        self.assert_line(
+            terminal,
+            f"{TOOL} activate --fingerprint {hostile[0][0][:50]}",
+            f"{TOOL} activate --fingerprint {hostile[0][0]} ",
+        )
         self.assert_nothing_was_executed()
 
 

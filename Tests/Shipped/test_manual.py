@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The manual pages: well-formed, of this version, and complete."""
 
 import re
@@ -10,8 +11,15 @@ PAGES = (MADE / "man/lumaret-macos-helper.1", MADE / "man/lumaret-policy-access.
 
 
 def output(*command, **settings) -> str:
-    return subprocess.run(command, check=True, text=True, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
-                          env={"PATH": "/usr/bin:/bin", "LC_ALL": "C.UTF-8"}, **settings).stdout
+    return subprocess.run(
+        command,
+        check=True,
+        text=True,
+        stdout=subprocess.PIPE,
+        stderr=subprocess.STDOUT,
+        env={"PATH": "/usr/bin:/bin", "LC_ALL": "C.UTF-8"},
+        **settings,
+    ).stdout
 
 
 def rendered(page, *options) -> str:
@@ -25,14 +33,22 @@ class ManualTests(unittest.TestCase):
     def test_lint_finds_nothing(self):
         for page in PAGES:
             with self.subTest(page.name):
-                lint = subprocess.run(("mandoc", "-T", "lint", page), text=True, stdout=subprocess.PIPE,
-                                      stderr=subprocess.STDOUT).stdout
+                lint = subprocess.run(
+                    ("mandoc", "-T", "lint", page), text=True, stdout=subprocess.PIPE, stderr=subprocess.STDOUT
+                ).stdout
                 # Which other pages are installed, and in an index, is the machine's business.
-                own = [line for line in lint.splitlines()
-                       if "referenced manual not found" not in line and "outdated mandoc.db" not in line]
+                own = [
+                    line
+                    for line in lint.splitlines()
+                    if "referenced manual not found" not in line and "outdated mandoc.db" not in line
+                ]
                 self.assertEqual(own, [])
-                self.assertEqual(output("man", "--warnings", "--encoding=UTF-8", "--local-file", "-Tutf8", "--ditroff",
-                                        page).count("warning"), 0)
+                self.assertEqual(
+                    output("man", "--warnings", "--encoding=UTF-8", "--local-file", "-Tutf8", "--ditroff", page).count(
+                        "warning"
+                    ),
+                    0,
+                )
 
     def test_version_and_day_are_those_of_the_project(self):
         day = re.search(r"^## (\S+) - (\S+)$", (SOURCES / "CHANGELOG.md").read_text(), re.M)
@@ -48,8 +64,9 @@ class ManualTests(unittest.TestCase):
         explained = re.findall(r"^     (\S.*)\n {8,}\S", diagnostics, re.M)
         messages = output(BUILD / "Tests/Shipped/PrintMessages").splitlines()
         # This one needs a broken installation of ICU.
-        order = re.search(r'"(The order of names .*?: )"', (SOURCES / "LumaretMacHelper/Linux/LocalizedOrder.cpp")
-                          .read_text())[1]
+        order = re.search(
+            r'"(The order of names .*?: )"', (SOURCES / "LumaretMacHelper/Linux/LocalizedOrder.cpp").read_text()
+        )[1]
         self.assertEqual(sorted(explained), sorted([*messages, order + "reason"]))
 
     def test_every_message_says_what_to_do(self):

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The installation: what `cmake --install` and the Debian package put where, and that it goes again."""
 
 import re
@@ -6,8 +7,9 @@ from pathlib import Path
 
 from Tests.Support.Python import packaging_test_case
 from Tests.Support.Python.packaging_test_case import BUILD, HELPER, SOURCES, VERSION, PackagingTestCase
-from Tests.Support.Python.helper_test_case import OWN_FILE, needs_real_root, printed
+from Tests.Support.Python.helper_test_case import OWN_FILE, needs_real_root
 from Tests.Support.Python.private_machine import contents
+from Tests.Support.Python.outcome import printed
 
 setUpModule = packaging_test_case.enter
 
@@ -105,15 +107,18 @@ class MacPackageTests(PackagingTestCase):
         build = self.BUILD_FOLDER
         asked = self.asked.read_text()
         root = re.search(r"--root (\S+)", asked)[1]
-        self.assertEqual(asked.replace(root, "ROOT").splitlines(), [
-            "cmake --preset macos-universal ",
-            "cmake --build --preset macos-universal ",
-            f"codesign --force {signing} {build}/lumaret-macos-helper ",
-            f"lipo {build}/lumaret-macos-helper -verify_arch arm64 x86_64 ",
-            f"cmake --install {build} --prefix /usr/local ",
-            f"pkgbuild --root ROOT --identifier com.lumaret.macos-helper --version {VERSION} --install-location / "
-            f"{package_signing}{self.PACKAGE} ",
-        ])
+        self.assertEqual(
+            asked.replace(root, "ROOT").splitlines(),
+            [
+                "cmake --preset macos-universal ",
+                "cmake --build --preset macos-universal ",
+                f"codesign --force {signing} {build}/lumaret-macos-helper ",
+                f"lipo {build}/lumaret-macos-helper -verify_arch arm64 x86_64 ",
+                f"cmake --install {build} --prefix /usr/local ",
+                f"pkgbuild --root ROOT --identifier com.lumaret.macos-helper --version {VERSION} --install-location / "
+                f"{package_signing}{self.PACKAGE} ",
+            ],
+        )
         packaged = self.machine.folder / "root"
         self.assertEqual(files(packaged / "usr/local"), modes(INSTALLED))
         self.assertEqual(folder_modes(packaged), {"drwxr-xr-x"})
@@ -123,10 +128,13 @@ class MacPackageTests(PackagingTestCase):
         self.assert_packages("--sign -", "")
 
     def test_with_identities_to_sign_with(self):
-        self.machine.environment |= {"APPLICATION_IDENTITY": "Developer ID Application: Ana",
-                                     "INSTALLER_IDENTITY": "Developer ID Installer: Ana"}
-        self.assert_packages("--options runtime --timestamp --sign Developer ID Application: Ana",
-                             "--sign Developer ID Installer: Ana ")
+        self.machine.environment |= {
+            "APPLICATION_IDENTITY": "Developer ID Application: Ana",
+            "INSTALLER_IDENTITY": "Developer ID Installer: Ana",
+        }
+        self.assert_packages(
+            "--options runtime --timestamp --sign Developer ID Application: Ana", "--sign Developer ID Installer: Ana "
+        )
 
 
 class DebianPackageTestCase(PackagingTestCase):
@@ -164,8 +172,10 @@ class DebianPackageTests(DebianPackageTestCase):
             if library in paths:
                 # Debian's packages name the place below /usr in one way and the loader in the other.
                 name = Path(paths[library]).resolve().name
-                owners = {line.split(":")[0] for line in
-                          self.assert_succeeds("dpkg-query", "--search", f"*/{name}").splitlines()}
+                owners = {
+                    line.split(":")[0]
+                    for line in self.assert_succeeds("dpkg-query", "--search", f"*/{name}").splitlines()
+                }
                 with self.subTest(library):
                     self.assertTrue(owners & depends, f"{owners} is not in {depends}")
 
@@ -183,8 +193,9 @@ class DebianLifeTests(DebianPackageTestCase):
         self.changes, work, self.root = (layers / name for name in ("changes", "work", "root"))
         for folder in (self.changes, work, self.root):
             folder.mkdir(parents=True)
-        self.machine.mount("-t", "overlay", "-o", f"lowerdir=/,upperdir={self.changes},workdir={work}", "overlay",
-                           self.root)
+        self.machine.mount(
+            "-t", "overlay", "-o", f"lowerdir=/,upperdir={self.changes},workdir={work}", "overlay", self.root
+        )
         for folder in ("dev", "proc"):
             self.machine.mount("--bind", Path("/", folder), self.root / folder)
         self.identity = self.make_identity()
@@ -203,8 +214,12 @@ class DebianLifeTests(DebianPackageTestCase):
         self.policy = self.root / "etc/chromium/policies/managed" / OWN_FILE
 
     def run_inside(self, *command: str):
-        environment = {"HOME": "/root", "PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "LC_ALL": "C.UTF-8",
-                       "DEBIAN_FRONTEND": "noninteractive"}
+        environment = {
+            "HOME": "/root",
+            "PATH": "/usr/sbin:/usr/bin:/sbin:/bin",
+            "LC_ALL": "C.UTF-8",
+            "DEBIAN_FRONTEND": "noninteractive",
+        }
         return self.machine.run("chroot", self.root, *command, env=environment)
 
     def inside(self, *command: str) -> str:
@@ -217,8 +232,11 @@ class DebianLifeTests(DebianPackageTestCase):
         found = {}
         for path, (mode, content) in contents(self.changes).items():
             original = Path("/", path)
-            same = original.is_dir() and mode.startswith("d") and original.lstat().st_mode == (
-                self.changes / path).lstat().st_mode
+            same = (
+                original.is_dir()
+                and mode.startswith("d")
+                and original.lstat().st_mode == (self.changes / path).lstat().st_mode
+            )
             if not same and not self.RECORDS.match(path):
                 found[path] = (mode, content)
         return found
@@ -226,17 +244,24 @@ class DebianLifeTests(DebianPackageTestCase):
     def test_installed_used_removed_and_nothing_is_left(self):
         before = self.state()
         self.inside("dpkg", "--install", "package.deb")
-        self.assertEqual(self.inside("dpkg-query", "-W", "-f", "${Status} ${Version}", "lumaret-macos-helper"),
-                         f"install ok installed {VERSION}")
+        self.assertEqual(
+            self.inside("dpkg-query", "-W", "-f", "${Status} ${Version}", "lumaret-macos-helper"),
+            f"install ok installed {VERSION}",
+        )
         self.assertNotEqual(self.state(), before)
 
         self.assertEqual(self.inside("lumaret-macos-helper", "list"), self.line_of(self.identity) + "\n")
-        self.assertEqual(self.inside("lumaret-macos-helper", "activate", "--fingerprint", self.identity.fingerprint),
-                         '{"ok":true}\n')
-        self.assertEqual(self.inside("man", "--where", "1", "lumaret-macos-helper"),
-                         "/usr/share/man/man1/lumaret-macos-helper.1.gz\n")
-        self.assertEqual(self.inside("man", "--where", "8", "lumaret-policy-access"),
-                         "/usr/share/man/man8/lumaret-policy-access.8.gz\n")
+        self.assertEqual(
+            self.inside("lumaret-macos-helper", "activate", "--fingerprint", self.identity.fingerprint), '{"ok":true}\n'
+        )
+        self.assertEqual(
+            self.inside("man", "--where", "1", "lumaret-macos-helper"),
+            "/usr/share/man/man1/lumaret-macos-helper.1.gz\n",
+        )
+        self.assertEqual(
+            self.inside("man", "--where", "8", "lumaret-policy-access"),
+            "/usr/share/man/man8/lumaret-policy-access.8.gz\n",
+        )
 
         self.assertTrue(self.policy.exists())
         self.inside("dpkg", "--purge", "lumaret-macos-helper")
@@ -263,9 +288,13 @@ class DebianLifeTests(DebianPackageTestCase):
         outcome = self.run_inside("dpkg", "--remove", "lumaret-macos-helper")
         self.assertEqual(outcome.status, 0)
         file = f"/etc/chromium/policies/managed/{OWN_FILE}"
-        self.assertEqual(outcome.stderr.decode(), (
-            f"lumaret-policy-access: Something is mounted on {file}. First: umount --lazy {file}\n"
-            "lumaret-macos-helper: a user may still be able to write the policy file; see above.\n"))
+        self.assertEqual(
+            outcome.stderr.decode(),
+            (
+                f"lumaret-policy-access: Something is mounted on {file}. First: umount --lazy {file}\n"
+                "lumaret-macos-helper: a user may still be able to write the policy file; see above.\n"
+            ),
+        )
         self.assertNotEqual(self.run_inside("dpkg", "--purge", "lumaret-macos-helper").status, 0)
         self.assert_succeeds("umount", "--lazy", self.policy)
         self.inside("dpkg", "--purge", "lumaret-macos-helper")

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The administrator's step: who may write the policy file, and who decides that."""
 
 import os
@@ -10,10 +11,12 @@ import tempfile
 import unittest
 from pathlib import Path
 
+from Tests.Support.Python import messages
 from Tests.Support.Python import packaging_test_case
 from Tests.Support.Python.packaging_test_case import HELPER, SOURCES, PackagingTestCase
-from Tests.Support.Python.helper_test_case import (ACTIVATED, NOBODY, NOT_SAVED, OWN_FILE, failed, needs_real_root, policies, rule)
-from Tests.Support.Python.private_machine import CHROMIUM, GOOGLE_CHROME, Outcome, await_until, contents
+from Tests.Support.Python.helper_test_case import NOBODY, OWN_FILE, needs_real_root, policies, rule
+from Tests.Support.Python.private_machine import CHROMIUM, GOOGLE_CHROME, await_until, contents
+from Tests.Support.Python.outcome import ACTIVATED, Outcome, failed
 
 setUpModule = packaging_test_case.enter
 
@@ -45,7 +48,8 @@ def access_control_list(*entries: tuple[int, int, int | None]) -> bytes:
     """As the kernel takes it, of (tag, permissions, user); the tags are those below."""
     return struct.pack("<I", 2) + b"".join(
         struct.pack("<HHI", tag, permissions, 0xFFFFFFFF if user is None else user)
-        for tag, permissions, user in entries)
+        for tag, permissions, user in entries
+    )
 
 
 OWNER, USER, GROUP, MASK, OTHERS = 0x01, 0x02, 0x04, 0x10, 0x20
@@ -113,17 +117,25 @@ class AnybodyTests(AccessTestCase):
         script.write_bytes(SCRIPT.read_bytes())
         script.chmod(0o755)
         for arguments in (("grant", "--yes", "ana"), ("revoke",)):
-            self.assert_refused("This is for root.", lambda: self.machine.run(
-                "setpriv", f"--reuid={ANA}", "--clear-groups", script, *arguments))
+            self.assert_refused(
+                "This is for root.",
+                lambda: self.machine.run("setpriv", f"--reuid={ANA}", "--clear-groups", script, *arguments),
+            )
 
 
 @needs_real_root
 class GrantTests(AccessTestCase):
     def test_the_user_owns_that_file_and_nothing_else(self):
         self.assertEqual(self.grant(), GRANTED)
-        self.assertEqual(contents(Path("/etc/chromium")), {
-            ".": ("drwxr-xr-x", b""), "policies": ("drwxr-xr-x", b""), "policies/managed": ("drwxr-xr-x", b""),
-            f"policies/managed/{OWN_FILE}": ("-rw-r--r--", b"{}\n")})
+        self.assertEqual(
+            contents(Path("/etc/chromium")),
+            {
+                ".": ("drwxr-xr-x", b""),
+                "policies": ("drwxr-xr-x", b""),
+                "policies/managed": ("drwxr-xr-x", b""),
+                f"policies/managed/{OWN_FILE}": ("-rw-r--r--", b"{}\n"),
+            },
+        )
         self.assert_access(ANA)
         for folder in FILE.parents:
             self.assertEqual(folder.stat().st_uid, 0)
@@ -140,13 +152,17 @@ class GrantTests(AccessTestCase):
         self.assertEqual(self.stored_rules(), [ELSEWHERE])
 
     def test_a_default_access_control_list_opens_no_folder(self):
-        os.setxattr("/etc/chromium", "system.posix_acl_default", access_control_list(
-            (OWNER, 7, None), (USER, 7, BEN), (GROUP, 7, None), (MASK, 7, None), (OTHERS, 7, None)))
+        os.setxattr(
+            "/etc/chromium",
+            "system.posix_acl_default",
+            access_control_list((OWNER, 7, None), (USER, 7, BEN), (GROUP, 7, None), (MASK, 7, None), (OTHERS, 7, None)),
+        )
         self.assertEqual(self.grant(), GRANTED)
         self.assertEqual({mode for mode, _ in contents(FILE.parent.parent).values()}, {"drwxr-xr-x", "-rw-r--r--"})
         for folder in (FILE.parent, FILE.parent.parent):
-            done = subprocess.run(("setpriv", f"--reuid={BEN}", "--clear-groups", "touch", folder / "other"),
-                                  stderr=subprocess.DEVNULL)
+            done = subprocess.run(
+                ("setpriv", f"--reuid={BEN}", "--clear-groups", "touch", folder / "other"), stderr=subprocess.DEVNULL
+            )
             self.assertNotEqual(done.returncode, 0)
 
     def test_a_full_disk_changes_nothing(self):
@@ -185,8 +201,10 @@ class GrantTests(AccessTestCase):
     def test_any_other_answer_changes_nothing(self):
         for answer in ("no\n", "y\n", "\n", "", "yes please\n", "YES\n"):
             with self.subTest(answer):
-                self.assertEqual(self.answered(answer), failed(
-                    CONSEQUENCE + QUESTION + "lumaret-policy-access: Nothing was changed."))
+                self.assertEqual(
+                    self.answered(answer),
+                    failed(CONSEQUENCE + QUESTION + "lumaret-policy-access: Nothing was changed."),
+                )
                 self.assertEqual(contents(Path("/etc/chromium")).keys(), {"."})
 
 
@@ -224,9 +242,11 @@ class RefusalTests(AccessTestCase):
     def test_a_folder_on_the_way_that_others_may_write(self):
         self.machine.write_policies(OWN_FILE, "{}\n")
         for folder in (FILE.parent, FILE.parent.parent, Path("/etc/chromium")):
-            for change, undo in ((lambda: folder.chmod(0o775), lambda: folder.chmod(0o755)),
-                                 (lambda: folder.chmod(0o757), lambda: folder.chmod(0o755)),
-                                 (lambda: os.chown(folder, BEN, 0), lambda: os.chown(folder, 0, 0))):
+            for change, undo in (
+                (lambda: folder.chmod(0o775), lambda: folder.chmod(0o755)),
+                (lambda: folder.chmod(0o757), lambda: folder.chmod(0o755)),
+                (lambda: os.chown(folder, BEN, 0), lambda: os.chown(folder, 0, 0)),
+            ):
                 change()
                 with self.subTest(folder):
                     for action in (self.grant, self.revoke):
@@ -269,8 +289,9 @@ class RefusalTests(AccessTestCase):
     def test_another_user_who_held_it_and_was_deleted(self):
         self.grant()
         self.accounts.write_text(self.accounts.read_text().replace("ana:", "anna:").replace(f":{ANA}:", ":1236:"))
-        self.assert_refused(f"user number {ANA} may write {FILE}. First: lumaret-policy-access revoke",
-                            lambda: self.grant("ben"))
+        self.assert_refused(
+            f"user number {ANA} may write {FILE}. First: lumaret-policy-access revoke", lambda: self.grant("ben")
+        )
 
     def test_something_mounted_on_it(self):
         self.grant()
@@ -290,9 +311,20 @@ class RefusalTests(AccessTestCase):
         except OSError as error:
             self.skipTest(f"no FUSE here: {error}")
         self.addCleanup(os.close, device)
-        subprocess.run(("mount", "--internal-only", "--types", "fuse", "--options",
-                        f"fd={device},rootmode=100000,user_id={ANA},group_id={ANA}", "none", FILE),
-                       check=True, pass_fds=(device,))
+        subprocess.run(
+            (
+                "mount",
+                "--internal-only",
+                "--types",
+                "fuse",
+                "--options",
+                f"fd={device},rootmode=100000,user_id={ANA},group_id={ANA}",
+                "none",
+                FILE,
+            ),
+            check=True,
+            pass_fds=(device,),
+        )
         with self.assertRaises(PermissionError):
             FILE.stat()
         for action in (self.grant, self.revoke):
@@ -313,8 +345,10 @@ class RefusalTests(AccessTestCase):
         self.grant()
         hidden = ("unshare", "--mount", "sh", "-c", 'mount -t tmpfs none /proc && exec "$@"', "sh")
         for arguments in (("grant", "--yes", "ana"), ("revoke",)):
-            self.assert_failed(self.machine.run(*hidden, SCRIPT, *arguments),
-                               f"Something is mounted on {FILE}. First: umount --lazy {FILE}")
+            self.assert_failed(
+                self.machine.run(*hidden, SCRIPT, *arguments),
+                f"Something is mounted on {FILE}. First: umount --lazy {FILE}",
+            )
         self.assert_access(ANA)
 
     def test_a_file_that_others_may_write_too(self):
@@ -324,8 +358,11 @@ class RefusalTests(AccessTestCase):
             FILE.chmod(mode)
             self.assert_refused(message)
         FILE.chmod(0o644)
-        os.setxattr(FILE, "system.posix_acl_access", access_control_list(
-            (OWNER, 6, None), (USER, 6, BEN), (GROUP, 4, None), (MASK, 6, None), (OTHERS, 4, None)))
+        os.setxattr(
+            FILE,
+            "system.posix_acl_access",
+            access_control_list((OWNER, 6, None), (USER, 6, BEN), (GROUP, 4, None), (MASK, 6, None), (OTHERS, 4, None)),
+        )
         self.assert_refused(message)
         self.assertEqual(self.revoke(), REVOKED)
         self.assertEqual(os.listxattr(FILE), [])
@@ -361,8 +398,10 @@ class RevokeTests(AccessTestCase):
             os.chown(good, ANA, ANA)
             bad.symlink_to("/etc/passwd")
             with self.subTest(bad):
-                self.assertEqual(self.revoke(), Outcome(1, REVOKED.stdout.replace(bytes(FILE), bytes(good)),
-                                                        refused(f"{bad} is a link.").stderr))
+                self.assertEqual(
+                    self.revoke(),
+                    Outcome(1, REVOKED.stdout.replace(bytes(FILE), bytes(good)), refused(f"{bad} is a link.").stderr),
+                )
                 self.assert_access(0, good)
 
     def test_a_file_larger_than_the_disk(self):
@@ -380,8 +419,7 @@ class RevokeTests(AccessTestCase):
         FILE.chmod(0o666)
         self.fill_disk()
         old = FILE.stat().st_ino
-        self.assert_failed(self.revoke(),
-                           f"{FILE} is root's again, but a program that has it open may still write it.")
+        self.assert_failed(self.revoke(), f"{FILE} is root's again, but a program that has it open may still write it.")
         self.assert_access(0)
         self.assertEqual(os.listdir(FILE.parent.parent), ["managed"])
         self.assertEqual((os.listdir(FILE.parent), FILE.stat().st_ino), ([OWN_FILE], old))
@@ -428,8 +466,13 @@ class WayTests(AccessTestCase):
         trace = self.machine.folder / "trace"
         for arguments in (("grant", "--yes", "ana"), ("grant", "--yes", "ana"), ("revoke",)):
             self.assert_succeeds("strace", "-f", "-e", "trace=%file", "-o", trace, SCRIPT, *arguments)
-            made = [call for call in trace.read_text().splitlines() if f'"{FILE.parent}/' in call and
-                    re.match(r"\d+ +(\w*(creat|mknod|link|rename)|.*O_CREAT)", call) and " = -1 " not in call]
+            made = [
+                call
+                for call in trace.read_text().splitlines()
+                if f'"{FILE.parent}/' in call
+                and re.match(r"\d+ +(\w*(creat|mknod|link|rename)|.*O_CREAT)", call)
+                and " = -1 " not in call
+            ]
             with self.subTest(arguments):
                 self.assertEqual(len(made), 1, made)
                 self.assertRegex(made[0], rf'rename.*"{FILE.parent.parent}/\.lumaret-policy-access\.\w+", .*"{FILE}"')
@@ -444,12 +487,29 @@ class WayTests(AccessTestCase):
                     before = FILE.stat().st_ino
                     # The change of permissions, the step after the copy, takes a second.
                     process = subprocess.Popen(
-                        ("strace", "-DD", "-f", "-o", os.devnull, "-e", "trace=fchmodat", "-e",
-                         "inject=fchmodat:delay_enter=1000000", SCRIPT, *arguments),
-                        env=self.machine.environment, start_new_session=True, stdin=subprocess.DEVNULL,
-                        stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-                    await_until(lambda: process.poll() is not None or
-                                any(file.stat().st_size for file in folder.rglob(STAGED)), "the copy")
+                        (
+                            "strace",
+                            "-DD",
+                            "-f",
+                            "-o",
+                            os.devnull,
+                            "-e",
+                            "trace=fchmodat",
+                            "-e",
+                            "inject=fchmodat:delay_enter=1000000",
+                            SCRIPT,
+                            *arguments,
+                        ),
+                        env=self.machine.environment,
+                        start_new_session=True,
+                        stdin=subprocess.DEVNULL,
+                        stdout=subprocess.DEVNULL,
+                        stderr=subprocess.DEVNULL,
+                    )
+                    await_until(
+                        lambda: process.poll() is not None or any(file.stat().st_size for file in folder.rglob(STAGED)),
+                        "the copy",
+                    )
                     os.killpg(process.pid, signal_number)
                     self.assertNotEqual(process.wait(), 0)
                     self.machine.await_quiet()
@@ -473,18 +533,26 @@ class GrantedUserTests(AccessTestCase):
         self.executable.chmod(0o755)
 
     def activate_as(self, user: int) -> Outcome:
-        return self.machine.run("setpriv", f"--reuid={user}", f"--regid={user}", "--clear-groups", self.executable,
-                                "activate", "--fingerprint", self.identity.fingerprint)
+        return self.machine.run(
+            "setpriv",
+            f"--reuid={user}",
+            f"--regid={user}",
+            "--clear-groups",
+            self.executable,
+            "activate",
+            "--fingerprint",
+            self.identity.fingerprint,
+        )
 
     def test_activates_from_the_grant_until_it_is_taken_back(self):
-        self.assertEqual(self.activate_as(ANA), failed(NOT_SAVED))
+        self.assertEqual(self.activate_as(ANA), failed(messages.POLICY_WRITE_FAILED))
         self.grant()
         self.assertEqual(self.activate_as(ANA), ACTIVATED)
         self.assertEqual(self.stored_rules(), [self.rule_for(self.identity)])
         self.assert_access(ANA)
         self.assertEqual(self.machine.launches(), [("chromium", [b"--new-window"])])
         self.revoke()
-        self.assertEqual(self.activate_as(ANA), failed(NOT_SAVED))
+        self.assertEqual(self.activate_as(ANA), failed(messages.POLICY_WRITE_FAILED))
         self.assertEqual(self.stored_rules(), [self.rule_for(self.identity)])
 
     def test_may_write_nothing_else_there(self):
@@ -492,8 +560,11 @@ class GrantedUserTests(AccessTestCase):
         for command in (f"echo > {FILE.parent}/other.json", f"rm {FILE}", f"mv {FILE} {FILE}.old"):
             with self.subTest(command):
                 before = contents(Path("/etc/chromium"))
-                done = subprocess.run(("setpriv", f"--reuid={ANA}", f"--regid={ANA}", "--clear-groups", "sh", "-c",
-                                       command), stderr=subprocess.DEVNULL, stdin=subprocess.DEVNULL)
+                done = subprocess.run(
+                    ("setpriv", f"--reuid={ANA}", f"--regid={ANA}", "--clear-groups", "sh", "-c", command),
+                    stderr=subprocess.DEVNULL,
+                    stdin=subprocess.DEVNULL,
+                )
                 self.assertNotEqual(done.returncode, 0)
                 self.assertEqual(contents(Path("/etc/chromium")), before)
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What a real Chromium that is already running makes of a new rule: the habits of which the documents warn."""
 
 import unittest

@@ -1,9 +1,10 @@
+# SPDX-License-Identifier: Apache-2.0
 """SECURITY.md and docs/hostile-surroundings.md: what they name is there."""
 
 import re
 import unittest
 
-from packaging_test_case import SOURCES
+from Tests.Support.Python.packaging_test_case import SOURCES
 
 SECURITY = SOURCES / "SECURITY.md"
 SURROUNDINGS = SOURCES / "docs/hostile-surroundings.md"
@@ -13,8 +14,10 @@ def named_tests() -> dict[str, list[str]]:
     """Of each case of hostile surroundings, the tests in its last paragraph."""
     cases = re.findall(r"^### (.+)\n((?:(?!##).*\n?)*)", SURROUNDINGS.read_text(), re.M)
     last_paragraphs = {heading: body.strip().rpartition("\n\n")[2] for heading, body in cases}
-    return {heading: re.findall(r"`([^`]+)`", paragraph) if paragraph.startswith("Tests: ") else []
-            for heading, paragraph in last_paragraphs.items()}
+    return {
+        heading: re.findall(r"`([^`]+)`", paragraph) if paragraph.startswith("Tests: ") else []
+        for heading, paragraph in last_paragraphs.items()
+    }
 
 
 def existing_tests() -> set[str]:

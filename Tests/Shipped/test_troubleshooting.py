@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Each entry of docs/troubleshooting.md: its situation is set up, and its transcript comes out as it stands there."""
 
 import os
@@ -15,8 +16,10 @@ from Tests.Support.Python.private_machine import CHROMIUM, GOOGLE_CHROME
 setUpModule = packaging_test_case.enter
 
 DOCUMENT = (SOURCES / "docs/troubleshooting.md").read_text()
-ENTRIES = {heading: re.findall(r"^```console\n(.*?)^```$", body, re.M | re.S) for heading, body in
-           re.findall(r"^### (.+)\n((?:(?!##).*\n)*)", DOCUMENT, re.M)}
+ENTRIES = {
+    heading: re.findall(r"^```console\n(.*?)^```$", body, re.M | re.S)
+    for heading, body in re.findall(r"^### (.+)\n((?:(?!##).*\n)*)", DOCUMENT, re.M)
+}
 ANA = 1234
 WITH_A_REAL_BROWSER = {
     "The rule is in force and the browser was already running": "Tests.Shipped.test_running_browser.RunningBrowserTests."
@@ -43,8 +46,10 @@ class DocumentTests(unittest.TestCase):
                 else:
                     self.assertEqual(len(transcripts), 1)
                     self.assertTrue(hasattr(EntryTests, method(heading)))
-        self.assertEqual({name for name in dir(EntryTests) if name.startswith("test_")},
-                         {method(heading) for heading in ENTRIES if heading not in WITH_A_REAL_BROWSER})
+        self.assertEqual(
+            {name for name in dir(EntryTests) if name.startswith("test_")},
+            {method(heading) for heading in ENTRIES if heading not in WITH_A_REAL_BROWSER},
+        )
 
 
 @needs_real_root
@@ -87,9 +92,16 @@ class EntryTests(PackagingTestCase):
         for prompt, command, _ in commands:
             user = ("setpriv", f"--reuid={ANA}", f"--regid={ANA}", "--clear-groups") if prompt == "$" else ()
             home = self.home if prompt == "$" else self.root_s_home
-            done = subprocess.run((*user, "bash", "-c", command), cwd=self.home, stdin=subprocess.DEVNULL, text=True,
-                                  env=variables | {"HOME": str(home)}, stdout=subprocess.PIPE,
-                                  stderr=subprocess.STDOUT, timeout=60)
+            done = subprocess.run(
+                (*user, "bash", "-c", command),
+                cwd=self.home,
+                stdin=subprocess.DEVNULL,
+                text=True,
+                env=variables | {"HOME": str(home)},
+                stdout=subprocess.PIPE,
+                stderr=subprocess.STDOUT,
+                timeout=60,
+            )
             seen += f"{prompt} {command}\n{done.stdout}"
         self.assertEqual(seen, transcript)
 
@@ -120,8 +132,21 @@ class EntryTests(PackagingTestCase):
         for expires in ("20981231235959Z", "20991231235959Z"):
             identity = self.authority.issue({"CN": "Ana Example"}, expires=expires)
             bundle = bundle_of(identity)
-            self.assert_succeeds("openssl", "pkcs12", "-export", "-in", identity.certificate, "-inkey", identity.key,
-                                 "-name", "ana", "-passout", "pass:", "-out", bundle)
+            self.assert_succeeds(
+                "openssl",
+                "pkcs12",
+                "-export",
+                "-in",
+                identity.certificate,
+                "-inkey",
+                identity.key,
+                "-name",
+                "ana",
+                "-passout",
+                "pass:",
+                "-out",
+                bundle,
+            )
             self.assert_succeeds("pk12util", "-i", bundle, "-d", f"sql:{database.folder}", "-W", "")
         (self.home / "ana.p12").write_bytes(bundle.read_bytes())
         self.give_to_ana()
@@ -145,8 +170,9 @@ class EntryTests(PackagingTestCase):
         self.make_authority()
         identity = self.authority.issue({"CN": "Ana Example"})
         database = Database(self.home / ".pki/nssdb")
-        self.assert_succeeds("certutil", "-A", "-d", f"sql:{database.folder}", "-n", "ana", "-t", ",,", "-i",
-                             identity.certificate)
+        self.assert_succeeds(
+            "certutil", "-A", "-d", f"sql:{database.folder}", "-n", "ana", "-t", ",,", "-i", identity.certificate
+        )
         self.leave_file(identity)
         self.assert_transcript()
 
@@ -155,8 +181,9 @@ class EntryTests(PackagingTestCase):
         identity = self.authority.issue({"CN": "Ana Example"}, expires="19700102000000Z")
         database = Database(self.home / ".pki/nssdb")
         database.add(identity)
-        self.assert_succeeds("certutil", "--rename", "-d", f"sql:{database.folder}", "-n", identity.fingerprint[:16],
-                             "--new-n", "ana")
+        self.assert_succeeds(
+            "certutil", "--rename", "-d", f"sql:{database.folder}", "-n", identity.fingerprint[:16], "--new-n", "ana"
+        )
         self.give_to_ana()
         self.assert_transcript()
 
@@ -234,8 +261,9 @@ class EntryTests(PackagingTestCase):
         self.assert_transcript(self.make_ana(as_root=True))
 
     def test_a_policy_file_gives_the_rules_as_something_else(self):
-        self.machine.write_policies("10-company.json",
-                                    '{"AutoSelectCertificateForUrls": [{"pattern": "*", "filter": {}}]}')
+        self.machine.write_policies(
+            "10-company.json", '{"AutoSelectCertificateForUrls": [{"pattern": "*", "filter": {}}]}'
+        )
         self.assert_transcript(self.make_ana(as_root=True))
 
     # The rule was saved but could not be verified

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What `activate` starts, with a stand-in in the browser's place that records how it was started."""
 
 import os
@@ -6,9 +7,11 @@ import subprocess
 import tempfile
 import unittest
 
+from Tests.Support.Python import messages
 from Tests.Support.Python import private_machine
-from Tests.Support.Python.helper_test_case import ACTIVATED, NOT_INSTALLED, ONLY_WEB_ADDRESSES, HelperTestCase, failed, rule
+from Tests.Support.Python.helper_test_case import HelperTestCase, rule
 from Tests.Support.Python.private_machine import CHROMIUM, GOOGLE_CHROME, contents
+from Tests.Support.Python.outcome import ACTIVATED, failed
 
 setUpModule = private_machine.enter
 
@@ -39,8 +42,10 @@ class LaunchTests(ActivationTestCase):
     def test_failing_refresh_opens_no_window(self):
         self.machine.install_stand_in(CHROMIUM, refresh_status=3)
         self.machine.mark_running(CHROMIUM)
-        self.assertEqual(self.activate(self.identity, "--url", "https://example.test/"),
-                         failed("Google Chrome could not be opened: Google Chrome exited with status 3."))
+        self.assertEqual(
+            self.activate(self.identity, "--url", "https://example.test/"),
+            failed(messages.launch_failed(messages.told(messages.UNSUCCESSFUL_EXIT, 3))),
+        )
         self.assert_started(REFRESH)
         self.assertEqual(self.stored_rules(), [self.rule_for(self.identity)])
 
@@ -52,7 +57,9 @@ class LaunchTests(ActivationTestCase):
 
     def test_missing_browser_leaves_the_rule_and_says_so(self):
         self.machine.hide(CHROMIUM)
-        self.assertEqual(self.activate(self.identity, "--url", "https://example.test/"), failed(NOT_INSTALLED))
+        self.assertEqual(
+            self.activate(self.identity, "--url", "https://example.test/"), failed(messages.CHROME_NOT_INSTALLED)
+        )
         self.assertEqual(self.stored_rules(GOOGLE_CHROME), [self.rule_for(self.identity)])
         self.assertFalse(CHROMIUM.policies.exists())
 
@@ -71,8 +78,9 @@ class LaunchTests(ActivationTestCase):
         self.assert_started(REFRESH, NEW_WINDOW, browser="google-chrome")
 
     def test_activation_leaves_the_database_alone(self):
-        self.assert_unchanged_by(self.database.folder,
-                                 lambda: self.assertEqual(self.activate(self.identity), ACTIVATED))
+        self.assert_unchanged_by(
+            self.database.folder, lambda: self.assertEqual(self.activate(self.identity), ACTIVATED)
+        )
 
     def test_second_activation_changes_no_byte(self):
         self.activate(self.identity)
@@ -86,8 +94,10 @@ class LaunchTests(ActivationTestCase):
 
     def test_browser_that_cannot_be_started_is_an_error(self):
         self.replace_browser("#!/nonexistent/interpreter\n")
-        self.assertEqual(self.activate(self.identity), failed(
-            "Google Chrome could not be opened: /usr/bin/chromium: No such file or directory"))
+        self.assertEqual(
+            self.activate(self.identity),
+            failed("Google Chrome could not be opened: /usr/bin/chromium: No such file or directory"),
+        )
         self.assertEqual(self.stored_rules(), [self.rule_for(self.identity)])
 
     def test_what_the_browser_prints_is_no_part_of_the_result(self):
@@ -172,7 +182,9 @@ class AddressTests(ActivationTestCase):
         self.assert_opens(address, address.encode())
 
     def assert_refused(self, address: str):
-        self.assertEqual(self.activate(self.identity, "--url", address), failed(ONLY_WEB_ADDRESSES))
+        self.assertEqual(
+            self.activate(self.identity, "--url", address), failed(messages.launch_failed(messages.UNSUPPORTED_SCHEME))
+        )
         self.assert_started()
         self.assertEqual(self.stored_rules(), [self.rule_for(self.identity)])
 
@@ -236,7 +248,10 @@ class AddressTests(ActivationTestCase):
 
     def test_the_refresh_comes_before_the_refusal(self):
         self.machine.mark_running(CHROMIUM)
-        self.assertEqual(self.activate(self.identity, "--url", "ftp://example.test/"), failed(ONLY_WEB_ADDRESSES))
+        self.assertEqual(
+            self.activate(self.identity, "--url", "ftp://example.test/"),
+            failed(messages.launch_failed(messages.UNSUPPORTED_SCHEME)),
+        )
         self.assert_started(REFRESH)
 
 
@@ -248,16 +263,24 @@ class RuleTests(HelperTestCase):
     def test_every_name_field_is_in_the_rule_in_order(self):
         identity = self.make_identities({"O": "Example Org", "OU": "Sales/East", "CN": "Ana Example", "L": "Lugo"})[0]
         self.assertEqual(self.activate(identity), ACTIVATED)
-        self.assertEqual(self.stored_rules(), [
-            '{"filter":{"ISSUER":{"CN":"Test Authority","O":"Lumaret Test"},'
-            '"SUBJECT":{"CN":"Ana Example","L":"Lugo","O":"Example Org","OU":"Sales/East"}},"pattern":"*"}'])
+        self.assertEqual(
+            self.stored_rules(),
+            [
+                '{"filter":{"ISSUER":{"CN":"Test Authority","O":"Lumaret Test"},'
+                '"SUBJECT":{"CN":"Ana Example","L":"Lugo","O":"Example Org","OU":"Sales/East"}},"pattern":"*"}'
+            ],
+        )
 
     def test_quotes_control_characters_and_every_script_are_exact_json(self):
         identity = self.make_identities({"CN": 'q " b \\ s / t \t \x07 \x7f עברית \u202e😀'})[0]
         self.assertEqual(self.activate(identity), ACTIVATED)
-        self.assertEqual(self.stored_rules(), [
-            '{"filter":{"ISSUER":{"CN":"Test Authority","O":"Lumaret Test"},'
-            '"SUBJECT":{"CN":"q \\" b \\\\ s / t \\t \\u0007 \x7f עברית \u202e😀"}},"pattern":"*"}'])
+        self.assertEqual(
+            self.stored_rules(),
+            [
+                '{"filter":{"ISSUER":{"CN":"Test Authority","O":"Lumaret Test"},'
+                '"SUBJECT":{"CN":"q \\" b \\\\ s / t \\t \\u0007 \x7f עברית \u202e😀"}},"pattern":"*"}'
+            ],
+        )
 
     def test_an_issuer_without_fields_is_left_out(self):
         self.make_authority({"emailAddress": "authority@example.test"})
@@ -269,7 +292,7 @@ class RuleTests(HelperTestCase):
         identity = self.make_identities({"emailAddress": "ana@example.test"})[0]
         self.machine.write_policies("other.json", "{}")
         before = contents(CHROMIUM.policies)
-        self.assertEqual(self.activate(identity), failed("This certificate has no subject fields Chrome can match."))
+        self.assertEqual(self.activate(identity), failed(messages.CERTIFICATE_HAS_NO_SUBJECT))
         self.assertEqual(contents(CHROMIUM.policies), before)
         self.assertEqual(self.machine.launches(), [])
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The whole road, with a real Chromium and a server that demands a client certificate."""
 
 import json
@@ -36,8 +37,7 @@ class BrowserTests(HelperTestCase):
         self.assertEqual(outcome[:2], (0, b'{"ok":true}\n'), outcome.stderr)
 
     def assert_presented(self, identity, path: str, host: str = "localhost"):
-        self.assertEqual(self.server.await_visit(path),
-                         Visit(host, path, identity.name["CN"], identity.fingerprint))
+        self.assertEqual(self.server.await_visit(path), Visit(host, path, identity.name["CN"], identity.fingerprint))
 
     def open_window(self, url: str):
         """As the user would, in the browser that is running."""

@@ -1,19 +1,22 @@
+# SPDX-License-Identifier: Apache-2.0
 """Arguments, standard streams and exit status of the executable."""
 
 import os
 import signal
 import unittest
 
+from Tests.Support.Python import messages
 from Tests.Support.Python import private_machine
-from Tests.Support.Python.helper_test_case import ACTIVATED, NOT_FOUND, USAGE, HelperTestCase, failed, printed
-from Tests.Support.Python.private_machine import CHROMIUM, Outcome, contents
+from Tests.Support.Python.helper_test_case import HelperTestCase
+from Tests.Support.Python.private_machine import CHROMIUM, contents
+from Tests.Support.Python.outcome import ACTIVATED, Outcome, failed, printed
 
 setUpModule = private_machine.enter
 
 
 class UsageTests(HelperTestCase):
     def assert_usage_error(self, *arguments: str | bytes):
-        self.assertEqual(self.helper(*arguments), failed(USAGE))
+        self.assertEqual(self.helper(*arguments), failed(messages.USAGE))
 
     def test_no_arguments(self):
         self.assert_usage_error()
@@ -56,7 +59,7 @@ class UsageTests(HelperTestCase):
 
     def test_no_argument_at_all_not_even_the_program_name(self):
         launcher = "import ctypes, sys; ctypes.CDLL(None).execv(sys.argv[1].encode(), (ctypes.c_char_p * 1)(None))"
-        self.assertEqual(self.helper(prefix=("/usr/bin/python3", "-c", launcher)), failed(USAGE))
+        self.assertEqual(self.helper(prefix=("/usr/bin/python3", "-c", launcher)), failed(messages.USAGE))
 
 
 class ArgumentTests(HelperTestCase):
@@ -66,7 +69,7 @@ class ArgumentTests(HelperTestCase):
         self.identity = self.make_identity()
 
     def assert_finds_nothing(self, *arguments: str | bytes):
-        self.assertEqual(self.helper("activate", *arguments), failed(NOT_FOUND))
+        self.assertEqual(self.helper("activate", *arguments), failed(messages.SELECTED_IDENTITY_NOT_FOUND))
         self.assertFalse(CHROMIUM.policies.exists())
         self.assertEqual(self.machine.launches(), [])
 
@@ -75,8 +78,16 @@ class ArgumentTests(HelperTestCase):
         self.assertEqual(self.helper("list", "--fingerprint", "", "activate", b"\xff"), expected)
 
     def test_options_come_in_any_order_among_other_words(self):
-        arguments = ("activate", "now", "--url", "https://example.test/", "please", "--fingerprint",
-                     self.identity.fingerprint, "--verbose")
+        arguments = (
+            "activate",
+            "now",
+            "--url",
+            "https://example.test/",
+            "please",
+            "--fingerprint",
+            self.identity.fingerprint,
+            "--verbose",
+        )
         self.assertEqual(self.helper(*arguments), ACTIVATED)
         self.assertEqual(self.machine.launches(), [("chromium", [b"--new-window", b"https://example.test/"])])
 
@@ -88,8 +99,10 @@ class ArgumentTests(HelperTestCase):
 
     def test_identities_are_listed_before_an_option_is_found_to_be_no_fingerprint(self):
         (self.database.folder / "cert9.db").write_bytes(b"not a database" * 1000)
-        self.assertEqual(self.helper("activate", "--fingerprint", "--url", "https://example.test/"),
-                         failed("Keychain could not be read (error -8174)."))
+        self.assertEqual(
+            self.helper("activate", "--fingerprint", "--url", "https://example.test/"),
+            failed(messages.told(messages.KEYCHAIN_FAILURE, -8174)),
+        )
 
     def test_an_unknown_fingerprint(self):
         self.assert_finds_nothing("--fingerprint", "0" * 64)
@@ -154,10 +167,8 @@ class StandardStreamTests(HelperTestCase):
     def test_a_parent_that_ignores_its_children_still_learns_how_the_refresh_ended(self):
         self.machine.install_stand_in(CHROMIUM, refresh_status=3)
         self.machine.mark_running(CHROMIUM)
-        outcome = self.activate(self.make_identity(),
-                                preexec_fn=lambda: signal.signal(signal.SIGCHLD, signal.SIG_IGN))
-        self.assertEqual(
-            outcome, failed("Google Chrome could not be opened: Google Chrome exited with status 3."))
+        outcome = self.activate(self.make_identity(), preexec_fn=lambda: signal.signal(signal.SIGCHLD, signal.SIG_IGN))
+        self.assertEqual(outcome, failed(messages.launch_failed(messages.told(messages.UNSUCCESSFUL_EXIT, 3))))
 
 
 if __name__ == "__main__":

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What `list` makes of every state of the certificate database."""
 
 import contextlib
@@ -12,10 +13,12 @@ import termios
 import unittest
 from pathlib import Path
 
+from Tests.Support.Python import messages
 from Tests.Support.Python import private_machine
 from Tests.Support.Python.certificates import Database, Token
-from Tests.Support.Python.helper_test_case import KEY_UNSUPPORTED, HelperTestCase, failed, needs_real_root, printed
+from Tests.Support.Python.helper_test_case import HelperTestCase, needs_real_root
 from Tests.Support.Python.private_machine import CHROMIUM, contents
+from Tests.Support.Python.outcome import failed, printed
 
 setUpModule = private_machine.enter
 
@@ -23,27 +26,35 @@ NOTHING = printed("[]")
 
 
 def unreadable(status: int = -8174):
-    return failed(f"Keychain could not be read (error {status}).")
+    return failed(messages.told(messages.KEYCHAIN_FAILURE, status))
 
 
 class ListingTests(HelperTestCase):
     def test_one_identity_is_one_line_of_compact_json(self):
         identity = self.make_identities({"CN": "Ana Example", "O": "Example Org", "OU": "R/D", "L": "Lugo"})[0]
-        self.assertEqual(self.helper("list"), printed(
-            '[{"expiresAt":"2099-12-31T23:59:59Z","id":"' + identity.fingerprint + '",'
-            '"issuer":{"commonName":"Test Authority","locality":null,"organization":"Lumaret Test",'
-            '"organizationalUnit":null},'
-            '"subject":{"commonName":"Ana Example","locality":"Lugo","organization":"Example Org",'
-            '"organizationalUnit":"R/D"}}]'))
+        self.assertEqual(
+            self.helper("list"),
+            printed(
+                '[{"expiresAt":"2099-12-31T23:59:59Z","id":"' + identity.fingerprint + '",'
+                '"issuer":{"commonName":"Test Authority","locality":null,"organization":"Lumaret Test",'
+                '"organizationalUnit":null},'
+                '"subject":{"commonName":"Ana Example","locality":"Lugo","organization":"Example Org",'
+                '"organizationalUnit":"R/D"}}]'
+            ),
+        )
 
     def test_quotes_control_characters_and_every_script_are_exact_json(self):
         identity = self.make_identities({"CN": 'q " b \\ s / t \t \x07 \x7f עברית \u202e😀'})[0]
-        self.assertEqual(self.helper("list"), printed(
-            '[{"expiresAt":"2099-12-31T23:59:59Z","id":"' + identity.fingerprint + '",'
-            '"issuer":{"commonName":"Test Authority","locality":null,"organization":"Lumaret Test",'
-            '"organizationalUnit":null},'
-            '"subject":{"commonName":"q \\" b \\\\ s / t \\t \\u0007 \x7f עברית \u202e😀","locality":null,'
-            '"organization":null,"organizationalUnit":null}}]'))
+        self.assertEqual(
+            self.helper("list"),
+            printed(
+                '[{"expiresAt":"2099-12-31T23:59:59Z","id":"' + identity.fingerprint + '",'
+                '"issuer":{"commonName":"Test Authority","locality":null,"organization":"Lumaret Test",'
+                '"organizationalUnit":null},'
+                '"subject":{"commonName":"q \\" b \\\\ s / t \\t \\u0007 \x7f עברית \u202e😀","locality":null,'
+                '"organization":null,"organizationalUnit":null}}]'
+            ),
+        )
 
     def test_listing_changes_nothing(self):
         expected = printed(self.line_of(self.make_identity()))
@@ -61,8 +72,9 @@ class ListingTests(HelperTestCase):
         malformed = self.authority.issue_with_malformed_expiry({"CN": "Malformed"})
         never = self.authority.issue({"CN": "Never"}, expires="99991231235959Z")
         Database(self.machine.home / ".pki/nssdb").add(expired, malformed, never)
-        self.assertEqual(self.helper("list"), printed(
-            self.line_of(never).replace("2099-12-31T23:59:59Z", "9999-12-31T23:59:59Z")))
+        self.assertEqual(
+            self.helper("list"), printed(self.line_of(never).replace("2099-12-31T23:59:59Z", "9999-12-31T23:59:59Z"))
+        )
 
     def test_the_authority_itself_is_no_identity(self):
         identity = self.make_identity()
@@ -75,7 +87,7 @@ class ListingTests(HelperTestCase):
 
     def test_an_issuer_of_a_common_name_alone(self):
         self.make_authority({"CN": "Only"})
-        identity, = self.make_identities({"CN": "Ana"})
+        (identity,) = self.make_identities({"CN": "Ana"})
         issuer = b'"issuer":{"commonName":"Only","locality":null,"organization":null,"organizationalUnit":null}'
         outcome = self.helper("list")
         self.assertEqual(outcome, printed(self.line_of(identity)))
@@ -85,8 +97,10 @@ class ListingTests(HelperTestCase):
         broken, whole = self.make_identities({"CN": "Broken"}, {"CN": "Whole"})
         certificate_value = "a11"  # NSS names the columns after the numbers of PKCS#11's attributes
         with contextlib.closing(sqlite3.connect(self.database.folder / "cert9.db")) as store, store:
-            changed = store.execute(f"UPDATE nssPublic SET {certificate_value} = ? WHERE {certificate_value} = ?",
-                                    (b"\x30\x80broken", broken.der))
+            changed = store.execute(
+                f"UPDATE nssPublic SET {certificate_value} = ? WHERE {certificate_value} = ?",
+                (b"\x30\x80broken", broken.der),
+            )
             self.assertEqual(changed.rowcount, 1)
         self.assertEqual(self.helper("list"), printed(self.line_of(whole)))
 
@@ -120,8 +134,9 @@ class ListingOrderTests(HelperTestCase):
         self.database.add(*twins)
         expected = sorted(twin.fingerprint for twin in twins)
         listing = json.loads(self.helper("list").stdout)
-        self.assertEqual([identity["id"] for identity in listing if identity["subject"]["commonName"] == "Twin"],
-                         expected)
+        self.assertEqual(
+            [identity["id"] for identity in listing if identity["subject"]["commonName"] == "Twin"], expected
+        )
 
 
 class DatabaseStateTests(HelperTestCase):
@@ -204,8 +219,12 @@ class ProtectedKeyTestCase(HelperTestCase):
     def assert_unsupported(self, identity, **settings):
         """Nothing has changed then, and no browser was started."""
         before = contents(CHROMIUM.policies)
-        self.assert_unchanged_by(self.machine.home, lambda: self.assertEqual(
-            self.activate(identity, **settings), failed(KEY_UNSUPPORTED)))
+        self.assert_unchanged_by(
+            self.machine.home,
+            lambda: self.assertEqual(
+                self.activate(identity, **settings), failed(messages.CHROME_KEY_AUTHORIZATION_UNSUPPORTED)
+            ),
+        )
         self.assertEqual(contents(CHROMIUM.policies), before)
         self.assertEqual(self.machine.launches(), [])
 
@@ -237,9 +256,13 @@ class ProtectedDatabaseTests(ProtectedKeyTestCase):
         keyboard, terminal = pty.openpty()
         self.addCleanup(os.close, keyboard)
         self.addCleanup(os.close, terminal)
-        outcome = self.activate(self.identity, stdin=terminal, start_new_session=True,
-                                preexec_fn=lambda: fcntl.ioctl(0, termios.TIOCSCTTY, 0))
-        self.assertEqual(outcome, failed(KEY_UNSUPPORTED))
+        outcome = self.activate(
+            self.identity,
+            stdin=terminal,
+            start_new_session=True,
+            preexec_fn=lambda: fcntl.ioctl(0, termios.TIOCSCTTY, 0),
+        )
+        self.assertEqual(outcome, failed(messages.CHROME_KEY_AUTHORIZATION_UNSUPPORTED))
         self.assertEqual(select.select([keyboard], [], [], 0)[0], [], "something was written to the terminal")
 
 
@@ -271,8 +294,9 @@ class HomeTests(HelperTestCase):
         identity = self.authority.issue({"CN": "Ben Example"})
         self.database.add(identity)
         self.activate(identity, without="HOME")
-        self.assertEqual([arguments for _, arguments in self.machine.launches()],
-                         [[b"--refresh-platform-policy"], [b"--new-window"]])
+        self.assertEqual(
+            [arguments for _, arguments in self.machine.launches()], [[b"--refresh-platform-policy"], [b"--new-window"]]
+        )
 
     def test_a_home_without_a_database_is_not_replaced(self):
         other = self.machine.folder / "other-home"

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """How `activate` reads and writes the folder of managed policies."""
 
 import json
@@ -6,10 +7,19 @@ import stat
 import unittest
 from pathlib import Path
 
+from Tests.Support.Python import messages
 from Tests.Support.Python import private_machine
-from Tests.Support.Python.helper_test_case import (ACTIVATED, NOBODY, NOT_SAVED, NOT_VERIFIED, OWN_FILE, POLICY, HelperTestCase, failed,
-                              needs_real_root, policies, rule)
+from Tests.Support.Python.helper_test_case import (
+    NOBODY,
+    OWN_FILE,
+    POLICY,
+    HelperTestCase,
+    needs_real_root,
+    policies,
+    rule,
+)
 from Tests.Support.Python.private_machine import CHROMIUM, contents
+from Tests.Support.Python.outcome import ACTIVATED, failed
 
 setUpModule = private_machine.enter
 
@@ -31,7 +41,7 @@ class PolicyTestCase(HelperTestCase):
         self.assertEqual(self.activate(self.identity), ACTIVATED)
         self.assertEqual(self.stored_rules(), list(rules))
 
-    def assert_refused(self, message: str = NOT_SAVED):
+    def assert_refused(self, message: str = messages.POLICY_WRITE_FAILED):
         before = contents(CHROMIUM.policies.parent)
         self.assertEqual(self.activate(self.identity), failed(message))
         self.assertEqual(contents(CHROMIUM.policies.parent), before)
@@ -56,8 +66,10 @@ class OwnFileTests(PolicyTestCase):
     def test_another_policy_in_the_file_is_kept(self):
         self.write(OWN_FILE, policies(OLD_CATCH_ALL, HomepageLocation="https://example.test/", ShowHomeButton=True))
         self.assert_rules_become(self.own_rule)
-        self.assertEqual(self.stored_policies(), {
-            POLICY: [self.own_rule], "HomepageLocation": "https://example.test/", "ShowHomeButton": True})
+        self.assertEqual(
+            self.stored_policies(),
+            {POLICY: [self.own_rule], "HomepageLocation": "https://example.test/", "ShowHomeButton": True},
+        )
 
     def test_an_empty_file_holds_no_value(self):
         self.write(OWN_FILE, "")
@@ -183,7 +195,7 @@ class OtherFilesTests(PolicyTestCase):
     def test_a_file_that_sorts_after_the_own_one_fails_the_verification(self):
         last = self.write("zzz.json", policies(ELSEWHERE))
         before = last.read_bytes()
-        self.assertEqual(self.activate(self.identity), failed(NOT_VERIFIED))
+        self.assertEqual(self.activate(self.identity), failed(messages.POLICY_VERIFICATION_FAILED))
         self.assertEqual(last.read_bytes(), before)
         self.assertEqual(self.stored_rules(), [ELSEWHERE, self.own_rule])
         self.assertEqual(self.machine.launches(), [])
@@ -192,8 +204,11 @@ class OtherFilesTests(PolicyTestCase):
 class PermissionTests(PolicyTestCase):
     def test_a_private_umask_still_lets_every_user_read_the_policy(self):
         self.assertEqual(self.activate(self.identity, preexec_fn=lambda: os.umask(0o077)), ACTIVATED)
-        for place, mode in ((CHROMIUM.policies / OWN_FILE, 0o644), (CHROMIUM.policies, 0o755),
-                            (CHROMIUM.policies.parent, 0o755)):
+        for place, mode in (
+            (CHROMIUM.policies / OWN_FILE, 0o644),
+            (CHROMIUM.policies, 0o755),
+            (CHROMIUM.policies.parent, 0o755),
+        ):
             with self.subTest(place):
                 self.assertEqual(stat.S_IMODE(place.stat().st_mode), mode)
 
@@ -204,7 +219,7 @@ class PermissionTests(PolicyTestCase):
 
     def test_a_folder_that_cannot_be_made_is_refused(self):
         self.machine.make_read_only(Path("/etc/chromium"))
-        self.assertEqual(self.activate(self.identity), failed(NOT_SAVED))
+        self.assertEqual(self.activate(self.identity), failed(messages.POLICY_WRITE_FAILED))
         self.assertEqual(self.machine.launches(), [])
 
     def test_a_full_disk_leaves_the_own_file_whole(self):
@@ -219,7 +234,7 @@ class PermissionTests(PolicyTestCase):
         own_file = self.write(OWN_FILE, policies("x" * 3_950))
         self.write("full", "x" * 4096)
         before = own_file.read_bytes()
-        self.assertEqual(self.activate_as_nobody(own_file), failed(NOT_SAVED))
+        self.assertEqual(self.activate_as_nobody(own_file), failed(messages.POLICY_WRITE_FAILED))
         self.assertEqual(own_file.read_bytes(), before)
         self.assertEqual(self.machine.launches(), [])
 
@@ -235,7 +250,7 @@ class PermissionTests(PolicyTestCase):
     def test_an_ordinary_user_may_not_write_the_folder(self):
         self.write("other.json", "{}")
         before = contents(CHROMIUM.policies.parent)
-        self.assertEqual(self.activate_as_nobody(), failed(NOT_SAVED))
+        self.assertEqual(self.activate_as_nobody(), failed(messages.POLICY_WRITE_FAILED))
         self.assertEqual(contents(CHROMIUM.policies.parent), before)
         self.assertEqual(self.machine.launches(), [])
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What the tool does where somebody or something works against it; docs/hostile-surroundings.md tells the same."""
 
 import hashlib
@@ -12,10 +13,23 @@ import time
 import unittest
 from pathlib import Path
 
-from Tests.Support.Python.fault_test_case import (CHROMIUM, ELSEWHERE, NOBODY, OLD_CATCH_ALL, OWN_FILE, OWN_PATH, POLICY, FaultTestCase,
-                             effective_rules, enter, policies)
-from Tests.Support.Python.helper_test_case import ACTIVATED, HELPER, NOT_SAVED, compact_json, failed, needs_real_root
+from Tests.Support.Python import messages
+from Tests.Support.Python.fault_test_case import (
+    CHROMIUM,
+    ELSEWHERE,
+    NOBODY,
+    OLD_CATCH_ALL,
+    OWN_FILE,
+    OWN_PATH,
+    POLICY,
+    FaultTestCase,
+    effective_rules,
+    enter,
+    policies,
+)
+from Tests.Support.Python.helper_test_case import HELPER, compact_json, needs_real_root
 from Tests.Support.Python.private_machine import await_until, contents
+from Tests.Support.Python.outcome import ACTIVATED, failed
 
 setUpModule = enter
 
@@ -34,7 +48,7 @@ class LinkTests(FaultTestCase):
 
     def assert_refused(self):
         before = contents(CHROMIUM.policies.parent)
-        self.assertEqual(self.activate(self.identity), failed(NOT_SAVED))
+        self.assertEqual(self.activate(self.identity), failed(messages.POLICY_WRITE_FAILED))
         self.assertEqual(contents(CHROMIUM.policies.parent), before)
         self.assertEqual(self.machine.launches(), [])
 
@@ -64,9 +78,10 @@ class LinkTests(FaultTestCase):
         self.target.write_text(policies(ELSEWHERE))
         OWN_PATH.symlink_to(self.target)
         user = self.become_ordinary_user(self.target)
-        outcome = self.machine.run(*user, self.readable_helper(), "activate", "--fingerprint",
-                                   self.identity.fingerprint)
-        self.assertEqual(outcome, failed(NOT_SAVED))
+        outcome = self.machine.run(
+            *user, self.readable_helper(), "activate", "--fingerprint", self.identity.fingerprint
+        )
+        self.assertEqual(outcome, failed(messages.POLICY_WRITE_FAILED))
         self.assertEqual(self.target.read_text(), policies(ELSEWHERE))
 
     def link_folder(self, target: Path):
@@ -100,7 +115,7 @@ class LinkTests(FaultTestCase):
         CHROMIUM.policies.rmdir()
         CHROMIUM.policies.parent.rmdir()
         CHROMIUM.policies.parent.symlink_to(self.machine.folder / "nowhere")
-        self.assertEqual(self.activate(self.identity), failed(NOT_SAVED))
+        self.assertEqual(self.activate(self.identity), failed(messages.POLICY_WRITE_FAILED))
         self.assertTrue(CHROMIUM.policies.parent.is_symlink())
         self.assertFalse((self.machine.folder / "nowhere").exists())
         self.assertEqual(self.machine.launches(), [])
@@ -147,7 +162,7 @@ class DatabaseOfAnotherUserTests(FaultTestCase):
         self.machine.home.chmod(0o755)
         for folder in (self.machine.home / ".pki", self.database.folder):
             folder.chmod(0o700)
-        self.assertEqual(self.helper_as_nobody("list"), failed("Keychain could not be read (error -8174)."))
+        self.assertEqual(self.helper_as_nobody("list"), failed(messages.told(messages.KEYCHAIN_FAILURE, -8174)))
 
     @needs_real_root
     def test_one_that_may_be_read_is_listed_and_stays_as_it_is(self):
@@ -176,8 +191,10 @@ class LargeTests(FaultTestCase):
     def setUp(self):
         super().setUp()
         self.identity = self.make_identity()
-        self.many = [compact_json({"filter": {"SUBJECT": {"CN": "x" * 430}}, "pattern": f"https://{number}.test"})
-                     for number in range(100_000)]
+        self.many = [
+            compact_json({"filter": {"SUBJECT": {"CN": "x" * 430}}, "pattern": f"https://{number}.test"})
+            for number in range(100_000)
+        ]
         self.text = policies(OLD_CATCH_ALL, *self.many, OLD_CATCH_ALL)
         self.assertGreater(len(self.text), 50_000_000)
 
@@ -194,9 +211,11 @@ class LargeTests(FaultTestCase):
         self.write_own_file(self.text)
         user = self.become_ordinary_user(OWN_PATH)
         old = OWN_PATH.read_bytes()
-        tool = subprocess.Popen([*user, self.readable_helper(), "activate", "--fingerprint",
-                                 self.identity.fingerprint], env=self.machine.environment,
-                                stdout=subprocess.DEVNULL)
+        tool = subprocess.Popen(
+            [*user, self.readable_helper(), "activate", "--fingerprint", self.identity.fingerprint],
+            env=self.machine.environment,
+            stdout=subprocess.DEVNULL,
+        )
         with open(OWN_PATH, "rb", buffering=0) as file:
             await_until_changed(file, old[:64])
         tool.send_signal(signal.SIGINT)
@@ -227,9 +246,10 @@ class ManyIdentitiesTests(FaultTestCase):
         print(f"{time.monotonic() - started:.2f} s for {self.COUNT} identities", flush=True)
         self.assertEqual((outcome.status, outcome.stderr), (0, b""))
         listed = json.loads(outcome.stdout)
-        self.assertEqual([(each["subject"]["commonName"], each["id"]) for each in listed],
-                         [(f"Person {number:04}", hashlib.sha256(der).hexdigest())
-                          for number, der in enumerate(certificates)])
+        self.assertEqual(
+            [(each["subject"]["commonName"], each["id"]) for each in listed],
+            [(f"Person {number:04}", hashlib.sha256(der).hexdigest()) for number, der in enumerate(certificates)],
+        )
         chosen = hashlib.sha256(certificates[4321]).hexdigest()
         self.assertEqual(self.helper("activate", "--fingerprint", chosen), ACTIVATED)
         self.assertIn('"CN":"Person 4321"', self.stored_rules()[0])
@@ -247,6 +267,7 @@ class ManyIdentitiesTests(FaultTestCase):
                 if field == serial:
                     return b"\x02\x04" + (0x10000000 + number).to_bytes(4, "big")
                 return content
+
             return edit
 
         self.assertEqual(template.der.count(b"Person 0000"), 1)
@@ -256,8 +277,9 @@ class ManyIdentitiesTests(FaultTestCase):
                 fields = [column[0] for column in rows.description]
                 originals = [dict(zip(fields, row)) for row in rows]
                 wanted = {"cert9.db": 1, "key4.db": 3}[name]  # CKO_CERTIFICATE, CKO_PRIVATE_KEY
-                original = next(row for row in originals
-                                if row[key_class] == wanted.to_bytes(4, "big") and row[identifier])
+                original = next(
+                    row for row in originals if row[key_class] == wanted.to_bytes(4, "big") and row[identifier]
+                )
                 for number in range(1, self.COUNT):
                     edit = numbered(number)
                     row = {field: edit(field, content) for field, content in original.items()}
@@ -275,10 +297,29 @@ class BrowserLockTests(FaultTestCase):
         identity = self.make_identity()
         host, me = socket.gethostname(), os.getpid()
         lock = self.machine.profile(CHROMIUM) / "SingletonLock"
-        nonsense = ["-", "--", f"-{me}", f"{host}", f"{host}-", f"{host}- {me}", f"{host}-{me} ", f"{host}-+{me}",
-                    f"{host}-0{me}", f"{host}-0x{me:x}", f"{host}-{me}/../{me}", f"{host}-../{me}",
-                    f"{host}-{'9' * 4000}", f"{host}-18446744073709551616", f"{host}-self", f"{host}-{me}\n",
-                    f"{host.upper()}x-{me}", b"\xff\xfe-" + str(me).encode(), f"/proc/{me}", "x" * 4000, str(lock)]
+        nonsense = [
+            "-",
+            "--",
+            f"-{me}",
+            f"{host}",
+            f"{host}-",
+            f"{host}- {me}",
+            f"{host}-{me} ",
+            f"{host}-+{me}",
+            f"{host}-0{me}",
+            f"{host}-0x{me:x}",
+            f"{host}-{me}/../{me}",
+            f"{host}-../{me}",
+            f"{host}-{'9' * 4000}",
+            f"{host}-18446744073709551616",
+            f"{host}-self",
+            f"{host}-{me}\n",
+            f"{host.upper()}x-{me}",
+            b"\xff\xfe-" + str(me).encode(),
+            f"/proc/{me}",
+            "x" * 4000,
+            str(lock),
+        ]
         for target in nonsense:
             with self.subTest(target[:40]):
                 lock.unlink(missing_ok=True)
@@ -291,10 +332,12 @@ class BrowserLockTests(FaultTestCase):
         identity = self.make_identity()
         profile = self.machine.profile(CHROMIUM)
         lock = profile / "SingletonLock"
-        for make, clear in ((lock.mkdir, lock.rmdir),
-                            (lambda: os.mkfifo(lock), lambda: shutil.rmtree(profile)),
-                            (lambda: profile.symlink_to(profile), profile.unlink),
-                            (lambda: profile.write_text("no folder"), profile.unlink)):
+        for make, clear in (
+            (lock.mkdir, lock.rmdir),
+            (lambda: os.mkfifo(lock), lambda: shutil.rmtree(profile)),
+            (lambda: profile.symlink_to(profile), profile.unlink),
+            (lambda: profile.write_text("no folder"), profile.unlink),
+        ):
             make()
             self.assertEqual(self.activate(identity), ACTIVATED)
             self.assertEqual(self.machine.launches(), [("chromium", NEW_WINDOW)])
@@ -328,9 +371,13 @@ class DeafBrowserTests(FaultTestCase):
         self.machine.mark_running(CHROMIUM)
 
     def start(self) -> subprocess.Popen:
-        tool = subprocess.Popen([HELPER, "activate", "--fingerprint", self.identity.fingerprint],
-                                env=self.machine.environment, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                                stderr=subprocess.DEVNULL)
+        tool = subprocess.Popen(
+            [HELPER, "activate", "--fingerprint", self.identity.fingerprint],
+            env=self.machine.environment,
+            stdin=subprocess.DEVNULL,
+            stdout=subprocess.PIPE,
+            stderr=subprocess.DEVNULL,
+        )
         self.addCleanup(tool.stdout.close)
         self.addCleanup(tool.wait, 30)
         self.addCleanup(tool.kill)

@@ -1,21 +1,30 @@
+# SPDX-License-Identifier: Apache-2.0
 """Valgrind's account of the memory that a run asked for."""
 
 import unittest
 
 from Tests.Support.Python.fault_test_case import FaultTestCase, enter
-from Tests.Support.Python.helper_test_case import ACTIVATED
+from Tests.Support.Python.outcome import ACTIVATED
 
 setUpModule = enter
 
 # What libraries keep until the process ends can still be reached then; a leak cannot.
-VALGRIND = ("valgrind", "--quiet", "--leak-check=full", "--show-leak-kinds=definite,indirect,possible",
-            "--errors-for-leak-kinds=definite,indirect,possible", "--error-exitcode=99", "--child-silent-after-fork=yes")
+VALGRIND = (
+    "valgrind",
+    "--quiet",
+    "--leak-check=full",
+    "--show-leak-kinds=definite,indirect,possible",
+    "--errors-for-leak-kinds=definite,indirect,possible",
+    "--error-exitcode=99",
+    "--child-silent-after-fork=yes",
+)
 
 
 class LeakTests(FaultTestCase):
     def test_list_over_a_database_leaks_nothing(self):
-        identities = self.make_identities(*({"CN": f"Person {number}", "O": "Example Org", "L": "Lugo"}
-                                            for number in range(5)))
+        identities = self.make_identities(
+            *({"CN": f"Person {number}", "O": "Example Org", "L": "Lugo"} for number in range(5))
+        )
         outcome = self.helper("list", prefix=VALGRIND)
         self.assertEqual(outcome.stderr.decode(), "")
         self.assertEqual((outcome.status, outcome.stdout.decode()), (0, self.line_of(*identities) + "\n"))

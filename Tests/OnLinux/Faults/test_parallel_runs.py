@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Many runs of `activate` at once on one policy folder."""
 
 import fcntl
@@ -6,10 +7,21 @@ import threading
 import unittest
 from concurrent.futures import ThreadPoolExecutor
 
-from Tests.Support.Python.fault_test_case import (CHROMIUM, DOCUMENTED_FAILURES, ELSEWHERE, OLD_CATCH_ALL, OWN_PATH,
-                             FaultTestCase, effective_rules, enter, policies)
-from Tests.Support.Python.helper_test_case import ACTIVATED, NOT_VERIFIED, failed, needs_real_root
-from Tests.Support.Python.private_machine import Outcome, await_until
+from Tests.Support.Python import messages
+from Tests.Support.Python.fault_test_case import (
+    CHROMIUM,
+    DOCUMENTED_FAILURES,
+    ELSEWHERE,
+    OLD_CATCH_ALL,
+    OWN_PATH,
+    FaultTestCase,
+    effective_rules,
+    enter,
+    policies,
+)
+from Tests.Support.Python.helper_test_case import needs_real_root
+from Tests.Support.Python.private_machine import await_until
+from Tests.Support.Python.outcome import ACTIVATED, Outcome, failed
 
 setUpModule = enter
 
@@ -49,13 +61,15 @@ class ParallelRunTests(FaultTestCase):
     def setUp(self):
         super().setUp()
         self.identities = self.make_identities(
-            *({"CN": f"Person {number}", "O": "x" * (1 + 9 * number)} for number in range(6)))
+            *({"CN": f"Person {number}", "O": "x" * (1 + 9 * number)} for number in range(6))
+        )
         self.user: tuple[str, ...] = ()
         self.kept = [ELSEWHERE, *(f'{{"pattern":"https://{number}.test"}}' for number in range(40))]
 
     def start(self, identity, *prefix: str) -> Outcome:
-        return self.machine.run(*self.user, *prefix, self.readable_helper(), "activate", "--fingerprint",
-                                identity.fingerprint)
+        return self.machine.run(
+            *self.user, *prefix, self.readable_helper(), "activate", "--fingerprint", identity.fingerprint
+        )
 
     def rules_of(self, identity) -> list[str]:
         return [*self.kept, self.rule_for(identity)]
@@ -81,10 +95,14 @@ class ParallelRunTests(FaultTestCase):
                 self.assertIn(OWN_PATH.read_bytes(), whole_texts)
                 self.assertEqual([path.name for path in CHROMIUM.policies.parent.iterdir()], ["managed"])
                 self.machine.await_quiet()
-        print(f"{self.id().rpartition('.')[2]}: {ROUNDS * AT_ONCE} runs: " + ", ".join(
-            f"{count} {outcome.stderr.decode().strip() or 'succeeded'}" for outcome, count in results.items()))
+        print(
+            f"{self.id().rpartition('.')[2]}: {ROUNDS * AT_ONCE} runs: "
+            + ", ".join(
+                f"{count} {outcome.stderr.decode().strip() or 'succeeded'}" for outcome, count in results.items()
+            )
+        )
         # Whose rule was overwritten before it was verified says so; nothing else goes wrong.
-        self.assertLessEqual(results.keys(), {ACTIVATED, failed(NOT_VERIFIED)})
+        self.assertLessEqual(results.keys(), {ACTIVATED, failed(messages.POLICY_VERIFICATION_FAILED)})
         self.assertGreater(results[ACTIVATED], 0)
 
     def test_replacing_one_file(self):
@@ -115,12 +133,21 @@ class ParallelRunTests(FaultTestCase):
         log.touch()
         log.chmod(0o666)
         with ThreadPoolExecutor(1) as pool:
-            held_up = pool.submit(self.start, shorter, "strace", "-o", str(log), "--trace=ftruncate",
-                                  "--inject=ftruncate:delay_enter=1000000")
-            await_until(lambda: self.rule_for(shorter) in OWN_PATH.read_text().replace("\\", ""),
-                        "the shorter text to be written")
+            held_up = pool.submit(
+                self.start,
+                shorter,
+                "strace",
+                "-o",
+                str(log),
+                "--trace=ftruncate",
+                "--inject=ftruncate:delay_enter=1000000",
+            )
+            await_until(
+                lambda: self.rule_for(shorter) in OWN_PATH.read_text().replace("\\", ""),
+                "the shorter text to be written",
+            )
             outcome = self.start(longer)
-            self.assertIn(held_up.result(), (ACTIVATED, failed(NOT_VERIFIED)))
+            self.assertIn(held_up.result(), (ACTIVATED, failed(messages.POLICY_VERIFICATION_FAILED)))
         self.assertEqual(outcome, ACTIVATED)
         self.assertEqual(effective_rules(), self.rules_of(longer))
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Every system call that `activate` makes on the road to the policy folder fails once, in every way, or is the last.
 
 Each scenario is run once under strace to learn its calls, and then once for each call and each fault.
@@ -12,9 +13,23 @@ import unittest
 from dataclasses import dataclass
 from typing import NamedTuple
 
-from Tests.Support.Python.fault_test_case import (CHROMIUM, DOCUMENTED_FAILURES, ELSEWHERE, NOBODY, OLD_CATCH_ALL, OWN_FILE, OWN_PATH,
-                             POLICY, FaultTestCase, access_list, effective_rules, enter, policies)
-from Tests.Support.Python.helper_test_case import ACTIVATED, needs_real_root
+from Tests.Support.Python.fault_test_case import (
+    CHROMIUM,
+    DOCUMENTED_FAILURES,
+    ELSEWHERE,
+    NOBODY,
+    OLD_CATCH_ALL,
+    OWN_FILE,
+    OWN_PATH,
+    POLICY,
+    FaultTestCase,
+    access_list,
+    effective_rules,
+    enter,
+    policies,
+)
+from Tests.Support.Python.helper_test_case import needs_real_root
+from Tests.Support.Python.outcome import ACTIVATED
 
 setUpModule = enter
 
@@ -62,8 +77,7 @@ def access_of_own_file() -> Access | None:
     except FileNotFoundError:
         return None
     granted = ACCESS_LIST in os.listxattr(OWN_PATH)
-    return Access(status.st_uid, stat.filemode(status.st_mode),
-                  os.getxattr(OWN_PATH, ACCESS_LIST) if granted else None)
+    return Access(status.st_uid, stat.filemode(status.st_mode), os.getxattr(OWN_PATH, ACCESS_LIST) if granted else None)
 
 
 class SystemCallTests(FaultTestCase):
@@ -98,8 +112,15 @@ class SystemCallTests(FaultTestCase):
 
     def run_helper(self, *prefix: str):
         # A umask that keeps others out: what the tool makes must be readable all the same.
-        return self.machine.run(*self.user, *prefix, self.readable_helper(), "activate", "--fingerprint",
-                                self.identity.fingerprint, umask=0o077)
+        return self.machine.run(
+            *self.user,
+            *prefix,
+            self.readable_helper(),
+            "activate",
+            "--fingerprint",
+            self.identity.fingerprint,
+            umask=0o077,
+        )
 
     def sweep(self, *expected_names: str, first_fault: tuple[str, str] | None = None) -> None:
         """`first_fault` is a call and an error that happen anyway, so that what follows them is swept."""
@@ -120,7 +141,7 @@ class SystemCallTests(FaultTestCase):
         calls = calls_on_the_road(self.log.read_text())
         if first_fault:
             injected = next(index for index, call in enumerate(calls) if "(INJECTED)" in call.line)
-            calls = calls[injected + 1:]
+            calls = calls[injected + 1 :]
         self.assertLessEqual(set(expected_names), {call.name for call in calls})
         self.assert_made_permanent_in_order([call.line for call in calls])
 
@@ -135,8 +156,11 @@ class SystemCallTests(FaultTestCase):
                     cases += 1
                     result = "killed" if fault == KILLED else outcome.stderr.decode().strip() or "succeeded"
                     results[result] = results.get(result, 0) + 1
-        print(f"{self.id().rpartition('.')[2]}: {cases} cases over {len(calls)} calls: "
-              + ", ".join(f"{count} {result}" for result, count in sorted(results.items())), flush=True)
+        print(
+            f"{self.id().rpartition('.')[2]}: {cases} cases over {len(calls)} calls: "
+            + ", ".join(f"{count} {result}" for result, count in sorted(results.items())),
+            flush=True,
+        )
 
     def run_faulty(self, call: Call, fault: str, first: list[str]):
         self.prepare()
@@ -179,7 +203,7 @@ class SystemCallTests(FaultTestCase):
         for index in renames:
             staged = re.search(r"\.lumaret-macos-helper\.\w+", calls[index])[0]
             order = [call.partition("(")[0] for call in calls[:index] if staged in call]
-            self.assertIn("fsync", order[order.index("write"):])
+            self.assertIn("fsync", order[order.index("write") :])
             self.assertTrue(any(re.match(r"fsync\(\d+<[^>]*/managed>", call) for call in calls[index:]))
 
     def assert_own_file_is_whole(self) -> None:
@@ -214,8 +238,20 @@ class SystemCallTests(FaultTestCase):
             os.setxattr(OWN_PATH, ACCESS_LIST, access_list(os.getuid()))
 
         self.grant = grant
-        self.sweep("openat", "read", "newfstatat", "mkdir", "write", "fsync", "fchown", "fchmod", "fsetxattr",
-                   "rename", "close", "getdents64")
+        self.sweep(
+            "openat",
+            "read",
+            "newfstatat",
+            "mkdir",
+            "write",
+            "fsync",
+            "fchown",
+            "fchmod",
+            "fsetxattr",
+            "rename",
+            "close",
+            "getdents64",
+        )
 
     def test_rules_of_other_files_behind_links(self):
         """The only rules that are there yet are another file's, which a link leads to."""

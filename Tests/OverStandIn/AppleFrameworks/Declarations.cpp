@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Compiled against the stand-in's headers with the tests, and against Apple's own headers with the
 // executable for macOS: what the adapters call has the same types in both.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "Tests/OverStandIn/Faults/FaultRun.hpp"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Foundation's NSFileManager and NSTask, linked in the place of the functions that start real
 // processes: a call is traced, and answered as the test asked for. Chrome is installed unless
 // NSFileManager fails. An NSTask that fails has ended with that status; one that answers with

@@ -1,52 +1,41 @@
+# SPDX-License-Identifier: Apache-2.0
 """Whole runs of the executable over the stand-in, each with one framework call that fails."""
 
 import copy
 import unittest
 
+from Tests.Support.Python import messages
 from Tests.Support.Python import private_root
-from Tests.Support.Python.mac import ACTIVATED, CHROME, DOMAIN, EXECUTABLE, MacTestCase, failed, identity, printed, rule, signing
-
-UNREADABLE = "Keychain could not be read (error {})."
-NOT_FOUND = ("The selected certificate is no longer available in Keychain. Refresh the list and select it "
-             "again.")
-NO_PRIVATE_KEY = ("The selected certificate has no usable private key in Keychain. Import its complete identity and "
-                  "try again.")
-UNSUPPORTED = ("This certificate's private key does not support persistent Chrome authorization. Smart cards and "
-               "security tokens may still require their own PIN or confirmation.")
-CANCELLED = ("Chrome was not authorized because the Keychain confirmation was cancelled. No Chrome certificate rule "
-             "was changed.")
-NOT_AUTHORIZED = ("Keychain could not authorize Google Chrome for this certificate (error {}). No Chrome certificate "
-                  "rule was changed.")
-NOT_SAVED = "The Chrome certificate rule could not be saved."
-NOT_VERIFIED = "The Chrome certificate rule was saved but could not be verified."
+from Tests.Support.Python.mac import CHROME, DOMAIN, EXECUTABLE, MacTestCase, identity, rule, signing
+from Tests.Support.Python.outcome import ACTIVATED, failed, printed
 
 # A function, which of its calls fails, its status (None: success with nothing), and what is told.
 BEFORE_THE_KEY_IS_STORED = (
-    ("SecItemCopyMatching", 1, -128, UNREADABLE),
-    ("SecItemCopyMatching", 1, -25304, UNREADABLE),
-    ("SecItemCopyMatching", 1, None, NOT_FOUND),
-    ("SecIdentityCopyPrivateKey", 1, -128, NOT_FOUND),
-    ("SecIdentityCopyCertificate", 1, None, NOT_FOUND),
-    ("SecCertificateCopyValues", 1, None, NOT_FOUND),
-    ("SecItemCopyMatching", 2, -25300, NOT_FOUND),
-    ("SecItemCopyMatching", 2, None, NOT_AUTHORIZED),
-    ("SecIdentityCopyCertificate", 2, -25306, NOT_AUTHORIZED),
-    ("SecIdentityCopyPrivateKey", 2, -25300, NO_PRIVATE_KEY),
-    ("SecKeychainItemCopyAccess", 1, -25306, UNSUPPORTED),
-    ("SecAccessCopyACLList", 1, None, NOT_AUTHORIZED),
-    ("SecACLCopyAuthorizations", 2, None, NOT_AUTHORIZED),
-    ("SecACLCopyContents", 2, -25304, UNSUPPORTED),
-    ("SecTrustedApplicationCreateFromPath", 1, -25304, NOT_AUTHORIZED),
-    ("SecTrustedApplicationCopyData", 3, -4, UNSUPPORTED),
-    ("SecACLSetContents", 2, -67735, NOT_AUTHORIZED),
-    ("SecKeychainItemSetAccess", 1, -128, CANCELLED),
-    ("SecKeychainItemSetAccess", 1, -67737, UNSUPPORTED),
+    ("SecItemCopyMatching", 1, -128, messages.KEYCHAIN_FAILURE),
+    ("SecItemCopyMatching", 1, -25304, messages.KEYCHAIN_FAILURE),
+    ("SecItemCopyMatching", 1, None, messages.SELECTED_IDENTITY_NOT_FOUND),
+    ("SecIdentityCopyPrivateKey", 1, -128, messages.SELECTED_IDENTITY_NOT_FOUND),
+    ("SecIdentityCopyCertificate", 1, None, messages.SELECTED_IDENTITY_NOT_FOUND),
+    ("SecCertificateCopyValues", 1, None, messages.SELECTED_IDENTITY_NOT_FOUND),
+    ("SecItemCopyMatching", 2, -25300, messages.SELECTED_IDENTITY_NOT_FOUND),
+    ("SecItemCopyMatching", 2, None, messages.KEYCHAIN_AUTHORIZATION_FAILED),
+    ("SecIdentityCopyCertificate", 2, -25306, messages.KEYCHAIN_AUTHORIZATION_FAILED),
+    ("SecIdentityCopyPrivateKey", 2, -25300, messages.SELECTED_IDENTITY_HAS_NO_PRIVATE_KEY),
+    ("SecKeychainItemCopyAccess", 1, -25306, messages.CHROME_KEY_AUTHORIZATION_UNSUPPORTED),
+    ("SecAccessCopyACLList", 1, None, messages.KEYCHAIN_AUTHORIZATION_FAILED),
+    ("SecACLCopyAuthorizations", 2, None, messages.KEYCHAIN_AUTHORIZATION_FAILED),
+    ("SecACLCopyContents", 2, -25304, messages.CHROME_KEY_AUTHORIZATION_UNSUPPORTED),
+    ("SecTrustedApplicationCreateFromPath", 1, -25304, messages.KEYCHAIN_AUTHORIZATION_FAILED),
+    ("SecTrustedApplicationCopyData", 3, -4, messages.CHROME_KEY_AUTHORIZATION_UNSUPPORTED),
+    ("SecACLSetContents", 2, -67735, messages.KEYCHAIN_AUTHORIZATION_FAILED),
+    ("SecKeychainItemSetAccess", 1, -128, messages.KEYCHAIN_AUTHORIZATION_CANCELLED),
+    ("SecKeychainItemSetAccess", 1, -67737, messages.CHROME_KEY_AUTHORIZATION_UNSUPPORTED),
 )
 # The same, and whether the rule is stored all the same.
 AFTERWARDS = (
-    ("CFPreferencesSetValue", 1, -1, NOT_VERIFIED, False),
-    ("CFPreferencesSynchronize", 1, -1, NOT_SAVED, False),
-    ("CFPreferencesCopyValue", 2, None, NOT_VERIFIED, True),
+    ("CFPreferencesSetValue", 1, -1, messages.POLICY_VERIFICATION_FAILED, False),
+    ("CFPreferencesSynchronize", 1, -1, messages.POLICY_WRITE_FAILED, False),
+    ("CFPreferencesCopyValue", 2, None, messages.POLICY_VERIFICATION_FAILED, True),
 )
 
 
@@ -72,7 +61,7 @@ class OneCallFails(MacTestCase):
             with self.subTest(function=function, call=call, status=status):
                 self.let_fail(function, call, status)
                 before = copy.deepcopy(self.mac)
-                told = message.format(-2070 if status is None else status)
+                told = messages.told(message, -2070 if status is None else status)
                 self.assertEqual(self.activate(), failed(told))
                 self.assertEqual(self.mac, before)
         self.assertEqual(self.launches(0), [])
@@ -101,8 +90,7 @@ class OneCallFails(MacTestCase):
 
     def test_a_refresh_that_a_signal_ends_is_told(self):
         EXECUTABLE.write_text("#!/bin/sh\nkill -TERM $$\n")
-        self.assertEqual(self.activate(), failed(
-            "Google Chrome could not be opened: Google Chrome exited with status 15."))
+        self.assertEqual(self.activate(), failed(messages.launch_failed(messages.told(messages.UNSUCCESSFUL_EXIT, 15))))
         self.assertEqual(self.rules(), ["no rule", rule("Ana")])
 
 

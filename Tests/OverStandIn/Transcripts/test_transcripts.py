@@ -1,13 +1,24 @@
+# SPDX-License-Identifier: Apache-2.0
 """Whole runs of the executable over the stand-in: what it prints, and what becomes of the Mac."""
 
 import copy
 import unittest
 
+from Tests.Support.Python import messages
 from Tests.Support.Python import private_root
-from Tests.Support.Python.mac import (ACTIVATED, CHROME, DOMAIN, EXECUTABLE, FAR_AHEAD, MacTestCase, any_application, failed, fingerprint,
-                 identity, printed, rule, signing)
-
-USAGE = "Uso: lumaret-macos-helper list | activate --fingerprint <sha256> [--url <https-url>]"
+from Tests.Support.Python.mac import (
+    CHROME,
+    DOMAIN,
+    EXECUTABLE,
+    FAR_AHEAD,
+    MacTestCase,
+    any_application,
+    fingerprint,
+    identity,
+    rule,
+    signing,
+)
+from Tests.Support.Python.outcome import ACTIVATED, failed, printed
 
 
 def setUpModule():
@@ -23,20 +34,24 @@ class Listing(MacTestCase):
         self.mac["identities"] = [bea, identity("old", expiry={"date": 0}), ana]
         before = copy.deepcopy(self.mac)
         issuer = '"issuer":{"commonName":"Example CA","locality":null,"organization":null,"organizationalUnit":null}'
-        self.assertEqual(self.helper("list"), printed(
-            f'[{{"expiresAt":"2099-12-31T23:59:59Z","id":"{fingerprint(ana)}",{issuer},"subject":'
-            '{"commonName":"ana","locality":null,"organization":null,"organizationalUnit":null}},'
-            f'{{"expiresAt":"2099-12-31T23:59:59Z","id":"{fingerprint(bea)}",{issuer},"subject":'
-            '{"commonName":"Bea","locality":"Vigo","organization":"Org","organizationalUnit":"R/D"}}]'))
+        self.assertEqual(
+            self.helper("list"),
+            printed(
+                f'[{{"expiresAt":"2099-12-31T23:59:59Z","id":"{fingerprint(ana)}",{issuer},"subject":'
+                '{"commonName":"ana","locality":null,"organization":null,"organizationalUnit":null}},'
+                f'{{"expiresAt":"2099-12-31T23:59:59Z","id":"{fingerprint(bea)}",{issuer},"subject":'
+                '{"commonName":"Bea","locality":"Vigo","organization":"Org","organizationalUnit":"R/D"}}]'
+            ),
+        )
         self.assertEqual(self.mac, before)
 
     def test_a_keychain_that_cannot_be_read_is_a_failure(self):
         self.mac["failures"] = {"SecItemCopyMatching": -25294}
-        self.assertEqual(self.helper("list"), failed("Keychain could not be read (error -25294)."))
+        self.assertEqual(self.helper("list"), failed(messages.told(messages.KEYCHAIN_FAILURE, -25294)))
 
     def test_anything_else_is_a_usage_error(self):
         for arguments in ((), ("List",), ("activate",)):
-            self.assertEqual(self.helper(*arguments), failed(USAGE))
+            self.assertEqual(self.helper(*arguments), failed(messages.USAGE))
 
 
 class Activation(MacTestCase):
@@ -55,13 +70,23 @@ class Activation(MacTestCase):
 
     def test_every_signing_entry_gains_chrome_and_keeps_the_rest(self):
         decrypting = signing("/Mail", tag="Decrypt")
-        self.hold(signing("/Mail", description="Ana's key", prompt=1), decrypting,
-                  signing("/Zoom", "/Mail", description="Cl\u00e9", prompt=0x50, tag="Any"), signing())
+        self.hold(
+            signing("/Mail", description="Ana's key", prompt=1),
+            decrypting,
+            signing("/Zoom", "/Mail", description="Cl\u00e9", prompt=0x50, tag="Any"),
+            signing(),
+        )
         others = copy.deepcopy(self.mac["identities"][1])
         self.assertEqual(self.activate(), ACTIVATED)
-        self.assertEqual(self.access_list(), [
-            signing("/Mail", CHROME, description="Ana's key", prompt=1), decrypting,
-            signing("/Zoom", "/Mail", CHROME, description="Cl\u00e9", prompt=0x50, tag="Any"), signing(CHROME)])
+        self.assertEqual(
+            self.access_list(),
+            [
+                signing("/Mail", CHROME, description="Ana's key", prompt=1),
+                decrypting,
+                signing("/Zoom", "/Mail", CHROME, description="Cl\u00e9", prompt=0x50, tag="Any"),
+                signing(CHROME),
+            ],
+        )
         self.assertEqual(self.mac["identities"][1], others)
 
     def test_a_key_that_chrome_may_use_stays_as_it_is(self):
@@ -82,26 +107,29 @@ class Activation(MacTestCase):
         self.hold()
         self.mac["identities"][0]["accessList"] = None
         before = copy.deepcopy(self.mac)
-        self.assertEqual(self.activate(), failed(
-            "This certificate's private key does not support persistent Chrome authorization. Smart cards and "
-            "security tokens may still require their own PIN or confirmation."))
+        self.assertEqual(
+            self.activate(),
+            failed(messages.CHROME_KEY_AUTHORIZATION_UNSUPPORTED),
+        )
         self.assert_nothing_else_happened(before)
 
     def test_a_cancelled_confirmation_changes_nothing(self):
         self.hold(signing("/Mail"))
         self.mac["failures"] = {"SecKeychainItemSetAccess": -128}
         before = copy.deepcopy(self.mac)
-        self.assertEqual(self.activate(), failed(
-            "Chrome was not authorized because the Keychain confirmation was cancelled. No Chrome certificate rule "
-            "was changed."))
+        self.assertEqual(
+            self.activate(),
+            failed(messages.KEYCHAIN_AUTHORIZATION_CANCELLED),
+        )
         self.assert_nothing_else_happened(before)
 
     def test_an_identity_that_is_there_twice_is_ambiguous(self):
         self.mac["identities"] = [identity("Ana", signing()), identity("Ana", signing())]
         before = copy.deepcopy(self.mac)
-        self.assertEqual(self.activate(), failed(
-            "Keychain returned more than one identity for the selected certificate. Remove the duplicate identity "
-            "and try again."))
+        self.assertEqual(
+            self.activate(),
+            failed(messages.SELECTED_IDENTITY_AMBIGUOUS),
+        )
         self.assert_nothing_else_happened(before)
 
     # The rule
@@ -124,7 +152,7 @@ class Activation(MacTestCase):
         for value in ("a text", 7, ["a text", 7]):
             self.hold(signing())
             self.store_rules(value)
-            self.assertEqual(self.activate(), failed("The Chrome certificate rule could not be saved."))
+            self.assertEqual(self.activate(), failed(messages.POLICY_WRITE_FAILED))
             self.assertEqual(self.rules(), value)
             self.assertEqual(self.access_list(), [signing(CHROME)])
         self.assertEqual(self.launches(0), [])
@@ -132,15 +160,17 @@ class Activation(MacTestCase):
     def test_preferences_that_cannot_be_synchronized_are_not_saved(self):
         self.hold(signing())
         self.mac["failures"] = {"CFPreferencesSynchronize": -1}
-        self.assertEqual(self.activate(), failed("The Chrome certificate rule could not be saved."))
+        self.assertEqual(self.activate(), failed(messages.POLICY_WRITE_FAILED))
         self.assertEqual(self.rules(), None)
         self.assertEqual(self.launches(0), [])
 
     # Chrome
 
     def test_chrome_is_opened_once(self):
-        for arguments, start in (((), "--new-window"),
-                                 (("--url", "http://a.example/"), "--new-window http://a.example/")):
+        for arguments, start in (
+            ((), "--new-window"),
+            (("--url", "http://a.example/"), "--new-window http://a.example/"),
+        ):
             with self.subTest(start):
                 self.hold(any_application())
                 self.assertEqual(self.activate(*arguments), ACTIVATED)
@@ -148,8 +178,10 @@ class Activation(MacTestCase):
                 self.forget_launches()
 
     def test_a_running_chrome_reloads_its_policies_first(self):
-        for arguments, start in (((), "--new-window"),
-                                 (("--url", "HTTPS://a.example/%20"), "--new-window HTTPS://a.example/%20")):
+        for arguments, start in (
+            ((), "--new-window"),
+            (("--url", "HTTPS://a.example/%20"), "--new-window HTTPS://a.example/%20"),
+        ):
             with self.subTest(start):
                 self.hold(any_application())
                 self.mac["runningApplications"] = [DOMAIN]
@@ -174,8 +206,10 @@ class Activation(MacTestCase):
     def test_another_scheme_is_refused_after_the_policies_were_reloaded(self):
         self.hold(any_application())
         self.mac["runningApplications"] = [DOMAIN]
-        self.assertEqual(self.activate("--url", "ftp://example.com/"), failed(
-            "Google Chrome could not be opened: Only HTTP and HTTPS destinations are supported."))
+        self.assertEqual(
+            self.activate("--url", "ftp://example.com/"),
+            failed(messages.launch_failed(messages.UNSUPPORTED_SCHEME)),
+        )
         self.assertEqual(self.rules(), [rule("Ana")])
         self.assertEqual(self.launches(1), ["--refresh-platform-policy"])
 
@@ -184,14 +218,13 @@ class Activation(MacTestCase):
         self.install_chrome(refresh_status=3)
         self.hold(any_application())
         self.mac["runningApplications"] = [DOMAIN]
-        self.assertEqual(self.activate(), failed(
-            "Google Chrome could not be opened: Google Chrome exited with status 3."))
+        self.assertEqual(self.activate(), failed(messages.launch_failed(messages.told(messages.UNSUCCESSFUL_EXIT, 3))))
         self.assertEqual(self.launches(1), ["--refresh-platform-policy"])
 
     def test_a_missing_chrome_is_told_after_key_and_rule_are_in_place(self):
         private_root.empty_applications()
         self.hold(signing())
-        self.assertEqual(self.activate(), failed("Google Chrome is not installed in /Applications."))
+        self.assertEqual(self.activate(), failed(messages.CHROME_NOT_INSTALLED))
         self.assertEqual(self.access_list(), [signing(CHROME)])
         self.assertEqual(self.rules(), [rule("Ana")])
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """A certificate authority, identities and NSS databases, made fresh with OpenSSL and NSS's own tools."""
 
 import hashlib
@@ -7,6 +8,7 @@ import ssl
 import subprocess
 from dataclasses import dataclass
 from pathlib import Path
+
 
 LONG_AGO = "20200101000000Z"
 FAR_AHEAD = "20991231235959Z"
@@ -47,8 +49,14 @@ Name = dict[str, str]  # an attribute's short name, such as CN or OU, and its te
 
 
 def _run(*command, environment: dict[str, str] | None = None) -> None:
-    done = subprocess.run(command, env=os.environ | (environment or {}), stdin=subprocess.DEVNULL,
-                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=60)
+    done = subprocess.run(
+        command,
+        env=os.environ | (environment or {}),
+        stdin=subprocess.DEVNULL,
+        stdout=subprocess.PIPE,
+        stderr=subprocess.STDOUT,
+        timeout=60,
+    )
     if done.returncode != 0:
         raise RuntimeError(f"{command[0]} {command[1]} failed: {done.stdout.decode(errors='replace')}")
 
@@ -82,8 +90,11 @@ class Authority:
         self._folder = folder
         self._numbers = itertools.count(1)
         self._settings = folder / "openssl.cnf"
-        self._settings.write_text(AUTHORITY_SETTINGS.format(
-            folder=folder, server_names=", ".join(f"DNS:{server_name}" for server_name in server_names)))
+        self._settings.write_text(
+            AUTHORITY_SETTINGS.format(
+                folder=folder, server_names=", ".join(f"DNS:{server_name}" for server_name in server_names)
+            )
+        )
         (folder / "index.txt").touch()
         self.certificate = folder / "authority.crt"
         self._key = folder / "authority.key"
@@ -92,8 +103,17 @@ class Authority:
     def issue(self, name: Name, *, expires: str = FAR_AHEAD, extensions: str = "client") -> Identity:
         number = next(self._numbers)
         identity = Identity(name, self._folder / f"{number}.crt", self._folder / f"{number}.key")
-        self._sign(name, identity.key, identity.certificate, extensions, expires,
-                   "-cert", self.certificate, "-keyfile", self._key)
+        self._sign(
+            name,
+            identity.key,
+            identity.certificate,
+            extensions,
+            expires,
+            "-cert",
+            self.certificate,
+            "-keyfile",
+            self._key,
+        )
         return identity
 
     def issue_for_server(self) -> Identity:
@@ -109,18 +129,62 @@ class Authority:
 
     def _sign(self, name: Name, key: Path, certificate: Path, extensions: str, expires: str, *signer) -> None:
         request = certificate.with_suffix(".csr")
-        _run("openssl", "req", "-new", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes",
-             "-utf8", "-subj", _subject_option(name), "-keyout", key, "-out", request)
-        _run("openssl", "ca", "-batch", "-notext", "-config", self._settings, "-extensions", extensions,
-             "-startdate", LONG_AGO if expires > LONG_AGO else "19600101000000Z", "-enddate", expires, *signer,
-             "-in", request, "-out", certificate)
+        _run(
+            "openssl",
+            "req",
+            "-new",
+            "-newkey",
+            "ec",
+            "-pkeyopt",
+            "ec_paramgen_curve:P-256",
+            "-nodes",
+            "-utf8",
+            "-subj",
+            _subject_option(name),
+            "-keyout",
+            key,
+            "-out",
+            request,
+        )
+        _run(
+            "openssl",
+            "ca",
+            "-batch",
+            "-notext",
+            "-config",
+            self._settings,
+            "-extensions",
+            extensions,
+            "-startdate",
+            LONG_AGO if expires > LONG_AGO else "19600101000000Z",
+            "-enddate",
+            expires,
+            *signer,
+            "-in",
+            request,
+            "-out",
+            certificate,
+        )
 
 
 def bundle_of(identity: Identity) -> Path:
     """A new PKCS#12 file, without a password, of the certificate and its key."""
     bundle = identity.certificate.with_suffix(".p12")
-    _run("openssl", "pkcs12", "-export", "-in", identity.certificate, "-inkey", identity.key,
-         "-name", identity.fingerprint[:16], "-passout", "pass:", "-out", bundle)
+    _run(
+        "openssl",
+        "pkcs12",
+        "-export",
+        "-in",
+        identity.certificate,
+        "-inkey",
+        identity.key,
+        "-name",
+        identity.fingerprint[:16],
+        "-passout",
+        "pass:",
+        "-out",
+        bundle,
+    )
     return bundle
 
 
@@ -144,8 +208,20 @@ class Database:
             modules.write(f"library={library}\nname=Token\n\n")
 
     def trust(self, authority: Authority) -> None:
-        _run("certutil", "-A", "-d", f"sql:{self.folder}", "-f", self._password, "-n", "test authority",
-             "-t", "C,,", "-i", authority.certificate)
+        _run(
+            "certutil",
+            "-A",
+            "-d",
+            f"sql:{self.folder}",
+            "-f",
+            self._password,
+            "-n",
+            "test authority",
+            "-t",
+            "C,,",
+            "-i",
+            authority.certificate,
+        )
 
 
 class Token:
@@ -161,9 +237,31 @@ class Token:
         self.environment = {"SOFTHSM2_CONF": str(settings)}
         self._pin = folder / "pin"
         self._pin.write_text("1234\n")
-        _run("softhsm2-util", "--init-token", "--free", "--label", "token", "--so-pin", "12345678", "--pin", "1234",
-             environment=self.environment)
+        _run(
+            "softhsm2-util",
+            "--init-token",
+            "--free",
+            "--label",
+            "token",
+            "--so-pin",
+            "12345678",
+            "--pin",
+            "1234",
+            environment=self.environment,
+        )
 
     def add(self, identity: Identity, database: Database) -> None:
-        _run("pk12util", "-i", bundle_of(identity), "-d", f"sql:{database.folder}", "-h", "token", "-k", self._pin,
-             "-W", "", environment=self.environment)
+        _run(
+            "pk12util",
+            "-i",
+            bundle_of(identity),
+            "-d",
+            f"sql:{database.folder}",
+            "-h",
+            "token",
+            "-k",
+            self._pin,
+            "-W",
+            "",
+            environment=self.environment,
+        )

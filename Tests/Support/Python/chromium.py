@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The real Chromium on a private machine: its settings and a display for it."""
 
 import os
@@ -47,7 +48,11 @@ class VirtualDisplay:
         with open(read_end) as announcement:
             self._server = subprocess.Popen(
                 ["Xvfb", "-displayfd", str(write_end), "-screen", "0", f"{size}x24", *LEAVE_NO_FILES],
-                pass_fds=[write_end], stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+                pass_fds=[write_end],
+                stdin=subprocess.DEVNULL,
+                stdout=subprocess.DEVNULL,
+                stderr=subprocess.DEVNULL,
+            )
             os.close(write_end)
             os.set_blocking(read_end, False)
             try:

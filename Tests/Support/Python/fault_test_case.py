@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What the tests of faults share: a policy folder on a private machine, and its users."""
 
 import json
@@ -6,25 +7,31 @@ import shutil
 import struct
 from pathlib import Path
 
+from Tests.Support.Python import messages
 from Tests.Support.Python import private_machine
-from Tests.Support.Python.helper_test_case import (NOBODY, NOT_SAVED, NOT_VERIFIED, OWN_FILE, POLICY, HELPER, HelperTestCase,
-                              failed, policies, rule)
+from Tests.Support.Python.helper_test_case import NOBODY, OWN_FILE, POLICY, HELPER, HelperTestCase, policies, rule
 from Tests.Support.Python.private_machine import CHROMIUM
+from Tests.Support.Python.outcome import failed
 
 enter = private_machine.enter
 
 ELSEWHERE = rule({"CN": "Somebody"}, None, "https://elsewhere.test")
 OLD_CATCH_ALL = rule({"CN": "Somebody"}, None)
 OWN_PATH = CHROMIUM.policies / OWN_FILE
-DOCUMENTED_FAILURES = (failed(NOT_SAVED), failed(NOT_VERIFIED))
+DOCUMENTED_FAILURES = (failed(messages.POLICY_WRITE_FAILED), failed(messages.POLICY_VERIFICATION_FAILED))
 
 
 def access_list(user: int) -> bytes:
     """The extended attribute that lets one more user write a file which all may read."""
     owner, named_user, group, mask, others, nobody = 0x01, 0x02, 0x04, 0x10, 0x20, 0xFFFFFFFF
     read, write = 4, 2
-    entries = ((owner, read | write, nobody), (named_user, read | write, user), (group, read, nobody),
-               (mask, read | write, nobody), (others, read, nobody))
+    entries = (
+        (owner, read | write, nobody),
+        (named_user, read | write, user),
+        (group, read, nobody),
+        (mask, read | write, nobody),
+        (others, read, nobody),
+    )
     return struct.pack("<I", 2) + b"".join(struct.pack("<HHI", *entry) for entry in entries)
 
 
@@ -67,5 +74,19 @@ class FaultTestCase(HelperTestCase):
         (self.machine.folder / "launches").write_bytes(b"")
 
 
-__all__ = ["CHROMIUM", "DOCUMENTED_FAILURES", "ELSEWHERE", "FaultTestCase", "NOBODY", "OLD_CATCH_ALL", "OWN_FILE",
-           "OWN_PATH", "POLICY", "access_list", "effective_rules", "enter", "policies", "rule"]
+__all__ = [
+    "CHROMIUM",
+    "DOCUMENTED_FAILURES",
+    "ELSEWHERE",
+    "FaultTestCase",
+    "NOBODY",
+    "OLD_CATCH_ALL",
+    "OWN_FILE",
+    "OWN_PATH",
+    "POLICY",
+    "access_list",
+    "effective_rules",
+    "enter",
+    "policies",
+    "rule",
+]

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What the tests of the executable share: a private machine each, and whole transcripts to compare."""
 
 import json
@@ -7,39 +8,21 @@ import unittest
 from pathlib import Path
 
 from Tests.Support.Python.certificates import Authority, Database, Identity, Name
-from Tests.Support.Python.private_machine import CHROMIUM, Browser, Outcome, PrivateMachine, contents
+from Tests.Support.Python.private_machine import CHROMIUM, Browser, PrivateMachine, contents
+from Tests.Support.Python.outcome import Outcome
 
-HELPER = os.path.abspath(os.environ.get("LUMARET_MACOS_HELPER") or
-                         Path(__file__).parents[3] / "build/release/lumaret-macos-helper")
+HELPER = os.path.abspath(
+    os.environ.get("LUMARET_MACOS_HELPER") or Path(__file__).parents[3] / "build/release/lumaret-macos-helper"
+)
 
 POLICY = "AutoSelectCertificateForUrls"
 OWN_FILE = "zz-lumaret-macos-helper.json"
 
-USAGE = "Uso: lumaret-macos-helper list | activate --fingerprint <sha256> [--url <https-url>]"
-NOT_FOUND = ("The selected certificate is no longer available in Keychain. "
-             "Refresh the list and select it again.")
-KEY_UNSUPPORTED = ("This certificate's private key does not support persistent Chrome authorization. "
-                   "Smart cards and security tokens may still require their own PIN or confirmation.")
-NOT_SAVED = "The Chrome certificate rule could not be saved."
-NOT_VERIFIED = "The Chrome certificate rule was saved but could not be verified."
-NOT_INSTALLED = "Google Chrome is not installed in /Applications."
-ONLY_WEB_ADDRESSES = "Google Chrome could not be opened: Only HTTP and HTTPS destinations are supported."
-
 NOBODY = 65534
 needs_real_root = unittest.skipUnless(
     os.geteuid() == 0 and int(Path("/proc/self/uid_map").read_text().split()[2]) > NOBODY,
-    "only real root can become another user")
-
-
-def printed(text: str) -> Outcome:
-    return Outcome(0, text.encode() + b"\n", b"")
-
-
-def failed(message: str) -> Outcome:
-    return Outcome(1, b"", message.encode() + b"\n")
-
-
-ACTIVATED = printed('{"ok":true}')
+    "only real root can become another user",
+)
 
 
 def compact_json(value) -> str:
@@ -63,8 +46,14 @@ class HelperTestCase(unittest.TestCase):
         self.machine = PrivateMachine()
         self.addCleanup(self.machine.close)
 
-    def helper(self, *arguments: str | bytes, prefix: tuple = (), environment: dict | None = None, without: str = "",
-               **settings) -> Outcome:
+    def helper(
+        self,
+        *arguments: str | bytes,
+        prefix: tuple = (),
+        environment: dict | None = None,
+        without: str = "",
+        **settings,
+    ) -> Outcome:
         """Runs the executable, by way of `prefix`, with more variables in its environment or `without` one."""
         variables = self.machine.environment | (environment or {})
         variables.pop(without, None)
@@ -76,8 +65,9 @@ class HelperTestCase(unittest.TestCase):
     def helper_as_nobody(self, *arguments: str | bytes) -> Outcome:
         executable = self.machine.folder / "helper"  # the build folder may be closed to other users
         shutil.copy(HELPER, executable)
-        return self.machine.run("setpriv", f"--reuid={NOBODY}", f"--regid={NOBODY}", "--clear-groups", executable,
-                                *arguments)
+        return self.machine.run(
+            "setpriv", f"--reuid={NOBODY}", f"--regid={NOBODY}", "--clear-groups", executable, *arguments
+        )
 
     # Fixtures
 
@@ -101,13 +91,26 @@ class HelperTestCase(unittest.TestCase):
 
     def line_of(self, *identities: Identity) -> str:
         """What lists these identities, if they expire when `Authority.issue` has them expire by default."""
-        def principal(name: Name) -> dict:
-            return {"commonName": name.get("CN"), "locality": name.get("L"), "organization": name.get("O"),
-                    "organizationalUnit": name.get("OU")}
 
-        return compact_json([{"expiresAt": "2099-12-31T23:59:59Z", "id": identity.fingerprint,
-                              "issuer": principal(self.authority.name), "subject": principal(identity.name)}
-                             for identity in identities])
+        def principal(name: Name) -> dict:
+            return {
+                "commonName": name.get("CN"),
+                "locality": name.get("L"),
+                "organization": name.get("O"),
+                "organizationalUnit": name.get("OU"),
+            }
+
+        return compact_json(
+            [
+                {
+                    "expiresAt": "2099-12-31T23:59:59Z",
+                    "id": identity.fingerprint,
+                    "issuer": principal(self.authority.name),
+                    "subject": principal(identity.name),
+                }
+                for identity in identities
+            ]
+        )
 
     def rule_for(self, identity: Identity, pattern: str = "*") -> str:
         return rule(identity.name, self.authority.name, pattern)

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What the transcripts share: a Mac in a file, and whole runs of the executable on it."""
 
 import hashlib
@@ -8,35 +9,20 @@ import tempfile
 import time
 import unittest
 from pathlib import Path
-from typing import NamedTuple
 
 from Tests.Support.Python import private_root
+from Tests.Support.Python.outcome import Outcome
 
-HELPER = os.path.abspath(os.environ.get("LUMARET_MACOS_HELPER") or
-                         Path(__file__).parents[3] / "build/gcc/Tests/OverStandIn/Transcripts/lumaret-macos-helper-over-stand-in")
+HELPER = os.path.abspath(
+    os.environ.get("LUMARET_MACOS_HELPER")
+    or Path(__file__).parents[3] / "build/gcc/Tests/OverStandIn/Transcripts/lumaret-macos-helper-over-stand-in"
+)
 CHROME = "/Applications/Google Chrome.app"
 EXECUTABLE = Path(CHROME, "Contents/MacOS/Google Chrome")
 DOMAIN = "com.google.Chrome"
 KEY = "AutoSelectCertificateForUrls"
 
 FAR_AHEAD = 3124137599  # 2099-12-31T23:59:59Z in seconds since 2001
-
-
-class Outcome(NamedTuple):
-    status: int
-    stdout: bytes
-    stderr: bytes
-
-
-def printed(text: str) -> Outcome:
-    return Outcome(0, text.encode() + b"\n", b"")
-
-
-def failed(message: str) -> Outcome:
-    return Outcome(1, b"", message.encode() + b"\n")
-
-
-ACTIVATED = printed('{"ok":true}')
 
 
 def fingerprint(identity: dict) -> str:
@@ -48,8 +34,12 @@ def property_of(label: str, value) -> dict:
 
 
 def signing(*applications: str, description: str = "key", prompt: int = 0, tag: str = "Sign") -> dict:
-    return {"authorizations": [f"kSecACLAuthorization{tag}"], "applications": list(applications),
-            "description": description, "promptSelector": prompt}
+    return {
+        "authorizations": [f"kSecACLAuthorization{tag}"],
+        "applications": list(applications),
+        "description": description,
+        "promptSelector": prompt,
+    }
 
 
 def any_application() -> dict:
@@ -85,16 +75,24 @@ class MacTestCase(unittest.TestCase):
 
     def install_chrome(self, refresh_status: int = 0) -> None:
         EXECUTABLE.parent.mkdir(parents=True)
-        EXECUTABLE.write_text(f"#!/bin/sh\necho \"$@\" >> '{self._launches}'\n"
-                              f"case $1 in --refresh-platform-policy) exit {refresh_status};; esac\n")
+        EXECUTABLE.write_text(
+            f"#!/bin/sh\necho \"$@\" >> '{self._launches}'\n"
+            f"case $1 in --refresh-platform-policy) exit {refresh_status};; esac\n"
+        )
         EXECUTABLE.chmod(0o755)
 
     def helper(self, *arguments: str | bytes) -> Outcome:
         """Runs the executable; what it changes of the Mac is in `mac` afterwards."""
         self._file.write_text(json.dumps(self.mac))
         with tempfile.TemporaryFile() as stdout, tempfile.TemporaryFile() as stderr:
-            done = subprocess.run([HELPER, *arguments], env=os.environ | {"LUMARET_STAND_IN_MACHINE": str(self._file)},
-                                  stdin=subprocess.DEVNULL, stdout=stdout, stderr=stderr, timeout=60)
+            done = subprocess.run(
+                [HELPER, *arguments],
+                env=os.environ | {"LUMARET_STAND_IN_MACHINE": str(self._file)},
+                stdin=subprocess.DEVNULL,
+                stdout=stdout,
+                stderr=stderr,
+                timeout=60,
+            )
             for stream in (stdout, stderr):
                 stream.seek(0)
             self.mac = json.loads(self._file.read_text())

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What the tests of all that comes with the tool share: where it is, and the modules of the end-to-end tests."""
 
 import contextlib

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """A machine of a test's own, made of Linux namespaces.
 
 Inside it the folders where browsers and their policies live are empty, the home folder is new, the
@@ -17,7 +18,9 @@ import tempfile
 import time
 from dataclasses import dataclass
 from pathlib import Path
-from typing import NamedTuple
+
+from Tests.Support.Python.outcome import Outcome
+
 
 ENTERED = "LUMARET_PRIVATE_MACHINE"
 PRIVATE_FOLDER = Path("/opt")
@@ -50,8 +53,16 @@ def enter() -> None:
             raise SystemExit(f"Move this clone: a private machine has {', '.join(HIDDEN_FOLDERS)} empty.")
         os.environ |= {ENTERED: "1", "PYTHONUTF8": "1"}
         os.umask(0o022)
-        unshare = ["unshare", "--mount", "--propagation=private", "--net", "--pid", "--fork",
-                   "--mount-proc", "--kill-child"]
+        unshare = [
+            "unshare",
+            "--mount",
+            "--propagation=private",
+            "--net",
+            "--pid",
+            "--fork",
+            "--mount-proc",
+            "--kill-child",
+        ]
         command = [*unshare, sys.executable, *sys.orig_argv[1:]]
         if os.geteuid() != 0:
             command = _as_somebody_who_may(command)
@@ -113,14 +124,6 @@ def other_processes() -> list[int]:
     return found
 
 
-class Outcome(NamedTuple):
-    """How a program ended and every byte that it wrote."""
-
-    status: int
-    stdout: bytes
-    stderr: bytes
-
-
 def contents(folder: Path) -> dict[str, tuple]:
     """What a folder holds, byte for byte: kind, permissions and content of every path below it."""
     found = {}
@@ -176,8 +179,13 @@ class PrivateMachine:
         Output goes to files: a browser that the program starts keeps the streams open long after it has ended.
         """
         with tempfile.TemporaryFile() as stdout, tempfile.TemporaryFile() as stderr:
-            settings = {"env": self.environment, "stdin": subprocess.DEVNULL, "stdout": stdout, "stderr": stderr,
-                        "timeout": 60} | settings
+            settings = {
+                "env": self.environment,
+                "stdin": subprocess.DEVNULL,
+                "stdout": stdout,
+                "stderr": stderr,
+                "timeout": 60,
+            } | settings
             status = subprocess.run(command, **settings).returncode
             for stream in (stdout, stderr):
                 stream.seek(0)

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """A root folder of a test's own that has an /Applications, where a Mac keeps Chrome.
 
 Everything else below it is this machine's. The real root does not change.

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """An HTTPS server on the loopback that demands a client certificate and remembers each one it was shown."""
 
 import hashlib
@@ -102,9 +103,9 @@ class TlsServer:
 
     def await_visit(self, path: str, host: str | None = None) -> Visit:
         """The first visit to `path`, at `host` if one is given, waiting for it."""
+
         def first():
-            return next((visit for visit in self._visits
-                         if visit.path == path and host in (None, visit.host)), None)
+            return next((visit for visit in self._visits if visit.path == path and host in (None, visit.host)), None)
 
         return await_until(first, f"a visit to {path}")
 
@@ -119,11 +120,16 @@ def _visit_and_page(handler: BaseHTTPRequestHandler) -> tuple[Visit, str]:
     subject, issuer = (dict(pair for part in certificate[field] for pair in part) for field in ("subject", "issuer"))
     address = f"https://{handler.headers['Host']}{handler.path}"
     visit = Visit(urlsplit(address).hostname, handler.path, subject.get("commonName", ""), fingerprint)
-    page = PAGE.format(**{key: html.escape(text) for key, text in {
-        "common_name": visit.common_name,
-        "subject": ", ".join(subject.values()),
-        "issuer": ", ".join(issuer.values()),
-        "fingerprint": fingerprint,
-        "address": address,
-    }.items()})
+    page = PAGE.format(
+        **{
+            key: html.escape(text)
+            for key, text in {
+                "common_name": visit.common_name,
+                "subject": ", ".join(subject.values()),
+                "issuer": ", ".join(issuer.values()),
+                "fingerprint": fingerprint,
+                "address": address,
+            }.items()
+        }
+    )
     return visit, page

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // What the adapters use of CommonCrypto, with the types of Apple's own header.
