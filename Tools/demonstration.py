@@ -9,8 +9,7 @@ import sys
 from contextlib import ExitStack, contextmanager
 from pathlib import Path
 
-from Tests.Support.Python import chromium
-from Tests.Support.Python import private_machine
+from Tests.Support.Python import chromium, private_machine
 from Tests.Support.Python.certificates import Authority, Database, Identity
 from Tests.Support.Python.private_machine import PrivateMachine, await_until
 from Tests.Support.Python.tls_server import TlsServer

@@ -12,8 +12,7 @@ from pathlib import Path
 if __name__ == "__main__":
     os.environ["LUMARET_MACOS_HELPER"] = str(Path(sys.argv[1]).resolve())
 
-from Tests.Support.Python import packaging_test_case
-from Tests.Support.Python import chromium
+from Tests.Support.Python import chromium, private_machine
 from Tests.Support.Python.certificates import Authority, Database
 from Tests.Support.Python.private_machine import PrivateMachine, await_until
 
@@ -56,7 +55,7 @@ def await_settled(machine: PrivateMachine, window: str, picture: Path) -> None:
 
 
 def main() -> None:
-    packaging_test_case.enter()
+    private_machine.enter()
     executable, picture = (Path(argument).resolve() for argument in sys.argv[1:])
     machine = PrivateMachine()
     try:

@@ -3,22 +3,24 @@
 
 import copy
 import json
+import re
 import time
 import unittest
+from pathlib import Path
 
 try:
     import jsonschema
 except ImportError:
     jsonschema = None
 
-from Tests.Support.Python import messages
-from Tests.Support.Python import packaging_test_case
-from Tests.Support.Python.packaging_test_case import SOURCES, PackagingTestCase, code_blocks
-from Tests.Support.Python.private_machine import CHROMIUM, other_processes
+from Tests.Support.Python import messages, private_machine
 from Tests.Support.Python.certificates import Database
 from Tests.Support.Python.outcome import ACTIVATED, failed
+from Tests.Support.Python.packaging_test_case import PackagingTestCase
+from Tests.Support.Python.private_machine import CHROMIUM, other_processes
+from Tests.Support.Python.project import SOURCES
 
-setUpModule = packaging_test_case.enter
+setUpModule = private_machine.enter
 
 DOCUMENT = SOURCES / "docs/companion.md"
 SCHEMA = json.loads((SOURCES / "Packaging/listing.schema.json").read_text())
@@ -26,8 +28,13 @@ NAME = {"commonName": "Ana Example", "locality": "Lugo", "organization": None, "
 ENTRY = {"expiresAt": "2099-12-31T23:59:59Z", "id": "0a" * 32, "issuer": NAME, "subject": NAME}
 
 
+def code_blocks(document: Path, language: str) -> list[str]:
+    """The fenced blocks of a language in a document, in order."""
+    return re.findall(rf"^```{language}\n(.*?)^```$", document.read_text(), re.M | re.S)
+
+
 @unittest.skipUnless(jsonschema, "the validator, Debian's python3-jsonschema, is not installed")
-class SchemaTests(PackagingTestCase):
+class ListingSchemaTests(PackagingTestCase):
     def setUp(self):
         super().setUp()
         jsonschema.Draft202012Validator.check_schema(SCHEMA)
@@ -40,10 +47,10 @@ class SchemaTests(PackagingTestCase):
         self.assertEqual(len(listing), count)
         self.validator.validate(listing)
 
-    def test_no_identity(self):
+    def test_an_empty_listing_is_valid(self):
         self.assert_listing_is_valid(0)
 
-    def test_names_with_every_field_with_some_and_with_none(self):
+    def test_names_with_all_some_or_none_of_their_fields_are_valid(self):
         self.make_identities(
             {"CN": "Ana Example", "O": "Example Org", "OU": "R/D", "L": "Lugo"},
             {"CN": "Ben Example"},
@@ -53,12 +60,12 @@ class SchemaTests(PackagingTestCase):
         )
         self.assert_listing_is_valid(5)
 
-    def test_an_authority_without_a_name_and_the_last_day_there_is(self):
+    def test_an_issuer_without_a_name_and_the_latest_expiry_are_valid(self):
         self.make_authority({"emailAddress": "authority@example.test"})
         Database(self.machine.home / ".pki/nssdb").add(self.authority.issue({"CN": "Never"}, expires="99991231235959Z"))
         self.assert_listing_is_valid(1)
 
-    def test_it_describes_nothing_else(self):
+    def test_nothing_but_a_listing_is_valid(self):
         self.validator.validate([ENTRY])
 
         def changed(*path, to):
@@ -96,12 +103,12 @@ class SchemaTests(PackagingTestCase):
             with self.subTest(json.dumps(other)):
                 self.assertFalse(self.validator.is_valid(other))
 
-    def test_the_document_s_listing_is_one(self):
+    def test_the_listing_in_the_document_is_valid(self):
         (listing,) = code_blocks(DOCUMENT, "json")
         self.validator.validate(json.loads(listing))
 
 
-class ExampleTests(PackagingTestCase):
+class CompanionExampleTests(PackagingTestCase):
     """Each worked example, as it stands in the document."""
 
     def setUp(self):
@@ -124,12 +131,9 @@ class ExampleTests(PackagingTestCase):
             with self.subTest(language):
                 yield language
 
-    def test_chooses_one_and_does_not_wait_for_the_browser(self):
+    def test_it_chooses_an_identity_and_does_not_wait_for_the_browser(self):
         _, ben = self.make_identities({"CN": "Ana Example"}, {"CN": 'Ben $(x) "Example"'})
-        browser = self.machine.folder / "browser"
-        browser.write_text("#!/bin/sh\necho noise >&2\nexec sleep 600\n")
-        browser.chmod(0o755)
-        self.machine.mount_over(CHROMIUM.executable, browser)
+        self.machine.replace(CHROMIUM, "#!/bin/sh\necho noise >&2\nexec sleep 600\n")
         for language in self.each():
             running = len(other_processes())
             start = time.monotonic()
@@ -139,12 +143,9 @@ class ExampleTests(PackagingTestCase):
             self.assertEqual(self.stored_rules(), [self.rule_for(ben)])
             self.assertEqual(len(other_processes()), running + 1)
 
-    def test_passes_the_tool_s_message_on(self):
+    def test_it_passes_the_tool_s_message_on(self):
         self.make_identity()
-        browser = self.machine.folder / "browser"
-        browser.write_text("#!/bin/sh\necho noise >&2\nexit 3\n")
-        browser.chmod(0o755)
-        self.machine.mount_over(CHROMIUM.executable, browser)
+        self.machine.replace(CHROMIUM, "#!/bin/sh\necho noise >&2\nexit 3\n")
         self.machine.mark_running(CHROMIUM)
         for language in self.each():
             self.assertEqual(
@@ -152,7 +153,7 @@ class ExampleTests(PackagingTestCase):
                 failed(messages.launch_failed(messages.told(messages.UNSUCCESSFUL_EXIT, 3))),
             )
 
-    def test_says_that_there_is_no_such_identity(self):
+    def test_it_says_that_there_is_no_such_identity(self):
         self.make_identity()
         for language in self.each():
             self.assertEqual(
@@ -160,7 +161,7 @@ class ExampleTests(PackagingTestCase):
                 failed("There is no identity of Somebody."),
             )
 
-    def test_passes_on_that_the_listing_failed(self):
+    def test_it_passes_on_that_the_listing_failed(self):
         self.make_identity()
         (self.database.folder / "cert9.db").write_bytes(b"not a database" * 1000)
         for language in self.each():
@@ -170,14 +171,14 @@ class ExampleTests(PackagingTestCase):
             )
 
 
-class PromiseTests(PackagingTestCase):
+class CompanionPromiseTests(PackagingTestCase):
     """What the document says and no other test holds the tool to."""
 
     def test_there_is_no_option_for_help_or_version(self):
         for option in ("--help", "--version"):
             self.assertEqual(self.helper(option), failed(messages.USAGE))
 
-    def test_a_part_of_an_id_names_nothing(self):
+    def test_a_part_of_an_id_names_no_identity(self):
         identity = self.make_identity()
         for text in (identity.fingerprint.upper(), identity.fingerprint[:32], identity.fingerprint + " "):
             self.assertEqual(
@@ -187,13 +188,12 @@ class PromiseTests(PackagingTestCase):
     def test_the_browser_keeps_standard_error_open_and_no_other_file(self):
         identity = self.make_identity()
         seen = self.machine.folder / "seen"
-        browser = self.machine.folder / "browser"
-        browser.write_text(f"#!/bin/sh\nls -l /proc/$$/fd > {seen}.new; mv {seen}.new {seen}\nexec sleep 600\n")
-        browser.chmod(0o755)
-        self.machine.mount_over(CHROMIUM.executable, browser)
+        self.machine.replace(
+            CHROMIUM, f"#!/bin/sh\nls -l /proc/$$/fd > {seen}.new; mv {seen}.new {seen}\nexec sleep 600\n"
+        )
         with open(self.machine.folder / "a lock", "w") as lock:
             self.assertEqual(self.activate(identity, pass_fds=[lock.fileno()]), ACTIVATED)
-        packaging_test_case.private_machine.await_until(seen.exists, "the browser")
+        private_machine.await_until(seen.exists, "the browser")
         self.assertNotIn("a lock", seen.read_text())
         self.assertIn(" 2 -> ", seen.read_text())
 

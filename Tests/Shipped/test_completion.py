@@ -8,11 +8,12 @@ import select
 import time
 import unittest
 
-from Tests.Support.Python import packaging_test_case
-from Tests.Support.Python.packaging_test_case import MADE, PackagingTestCase
-from Tests.Support.Python.helper_test_case import compact_json
+from Tests.Support.Python import private_machine
+from Tests.Support.Python.compact_json import compact_json
+from Tests.Support.Python.packaging_test_case import PackagingTestCase
+from Tests.Support.Python.project import MADE
 
-setUpModule = packaging_test_case.enter
+setUpModule = private_machine.enter
 
 COMPLETIONS = MADE / "completions"
 OPTIONS = ["--fingerprint", "--url"]

@@ -5,7 +5,7 @@ import re
 import subprocess
 import unittest
 
-from Tests.Support.Python.packaging_test_case import BUILD, MADE, SOURCES, VERSION
+from Tests.Support.Python.project import BUILD, MADE, SOURCES, VERSION
 
 PAGES = (MADE / "man/lumaret-macos-helper.1", MADE / "man/lumaret-policy-access.8")
 

@@ -5,13 +5,15 @@ import re
 import unittest
 from pathlib import Path
 
-from Tests.Support.Python import packaging_test_case
-from Tests.Support.Python.packaging_test_case import BUILD, HELPER, SOURCES, VERSION, PackagingTestCase
-from Tests.Support.Python.helper_test_case import OWN_FILE, needs_real_root
-from Tests.Support.Python.private_machine import contents
+from Tests.Support.Python import private_machine
 from Tests.Support.Python.outcome import printed
+from Tests.Support.Python.packaging_test_case import PackagingTestCase
+from Tests.Support.Python.policy_files import OWN_FILE
+from Tests.Support.Python.private_machine import contents
+from Tests.Support.Python.project import BUILD, HELPER, SOURCES, VERSION
+from Tests.Support.Python.users import needs_real_root
 
-setUpModule = packaging_test_case.enter
+setUpModule = private_machine.enter
 
 COMMON = {
     "bin/lumaret-macos-helper",

@@ -11,14 +11,15 @@ import tempfile
 import unittest
 from pathlib import Path
 
-from Tests.Support.Python import messages
-from Tests.Support.Python import packaging_test_case
-from Tests.Support.Python.packaging_test_case import HELPER, SOURCES, PackagingTestCase
-from Tests.Support.Python.helper_test_case import NOBODY, OWN_FILE, needs_real_root, policies, rule
-from Tests.Support.Python.private_machine import CHROMIUM, GOOGLE_CHROME, await_until, contents
+from Tests.Support.Python import messages, private_machine
 from Tests.Support.Python.outcome import ACTIVATED, Outcome, failed
+from Tests.Support.Python.packaging_test_case import PackagingTestCase
+from Tests.Support.Python.policy_files import OWN_FILE, policies, rule
+from Tests.Support.Python.private_machine import CHROMIUM, GOOGLE_CHROME, await_until, contents
+from Tests.Support.Python.project import HELPER, SOURCES
+from Tests.Support.Python.users import NOBODY, needs_real_root
 
-setUpModule = packaging_test_case.enter
+setUpModule = private_machine.enter
 
 SCRIPT = SOURCES / "Packaging/Linux/lumaret-policy-access"
 FILE = CHROMIUM.policies / OWN_FILE

@@ -3,33 +3,24 @@
 
 import unittest
 
-from Tests.Support.Python import packaging_test_case
-from Tests.Support.Python import chromium
-from Tests.Support.Python.packaging_test_case import PackagingTestCase
-from Tests.Support.Python.tls_server import TlsServer
+from Tests.Support.Python import chromium, private_machine
+from Tests.Support.Python.browser_test_case import BrowserTestCase
 
-setUpModule = packaging_test_case.enter
+setUpModule = private_machine.enter
 
 ANA, BEN = ({"CN": f"{name} Example", "O": "Example Org"} for name in ("Ana", "Ben"))
 
 
-class RunningBrowserTests(PackagingTestCase):
+class RunningBrowserTests(BrowserTestCase):
     server_names = ("localhost", "other.localhost", "early.localhost", "later.localhost")
 
     def setUp(self):
         super().setUp()
-        chromium.configure(self.machine)
-        display = chromium.VirtualDisplay(self.machine)
-        self.addCleanup(display.close)
-        self.server = TlsServer(self.make_authority())
-        self.addCleanup(self.server.close)
         self.ana, self.ben = self.make_identities(ANA, BEN)
-        self.database.trust(self.authority)
 
     def visit(self, identity, path: str, host: str = "localhost") -> str:
         """Whose certificate the server is shown by the page that `activate` opens for this identity."""
-        outcome = self.activate(identity, "--url", self.server.url(path, host))
-        self.assertEqual(outcome[:2], (0, b'{"ok":true}\n'), outcome.stderr)
+        self.assert_activates(identity, "--url", self.server.url(path, host))
         return self.server.await_visit(path).common_name
 
     def test_it_keeps_to_the_certificate_that_it_has_shown_a_host(self):

@@ -4,7 +4,7 @@
 import re
 import unittest
 
-from Tests.Support.Python.packaging_test_case import SOURCES
+from Tests.Support.Python.project import SOURCES
 
 SECURITY = SOURCES / "SECURITY.md"
 SURROUNDINGS = SOURCES / "docs/hostile-surroundings.md"

@@ -7,13 +7,15 @@ import subprocess
 import unittest
 from pathlib import Path
 
-from Tests.Support.Python import packaging_test_case
-from Tests.Support.Python.packaging_test_case import HELPER, SOURCES, PackagingTestCase
+from Tests.Support.Python import private_machine
 from Tests.Support.Python.certificates import Database, Token, bundle_of
-from Tests.Support.Python.helper_test_case import needs_real_root, policies, rule
+from Tests.Support.Python.packaging_test_case import PackagingTestCase
+from Tests.Support.Python.policy_files import policies, rule
 from Tests.Support.Python.private_machine import CHROMIUM, GOOGLE_CHROME
+from Tests.Support.Python.project import HELPER, SOURCES
+from Tests.Support.Python.users import needs_real_root
 
-setUpModule = packaging_test_case.enter
+setUpModule = private_machine.enter
 
 DOCUMENT = (SOURCES / "docs/troubleshooting.md").read_text()
 ENTRIES = {
@@ -33,7 +35,7 @@ def method(heading: str) -> str:
     return "test_" + re.sub(r"\W+", "_", heading.lower())
 
 
-class DocumentTests(unittest.TestCase):
+class TroubleshootingDocumentTests(unittest.TestCase):
     def test_every_entry_is_reproduced(self):
         self.assertGreater(len(ENTRIES), 20)
         loader = unittest.TestLoader()
@@ -45,15 +47,15 @@ class DocumentTests(unittest.TestCase):
                     self.assertEqual(loader.errors, [])
                 else:
                     self.assertEqual(len(transcripts), 1)
-                    self.assertTrue(hasattr(EntryTests, method(heading)))
+                    self.assertTrue(hasattr(TroubleshootingEntryTests, method(heading)))
         self.assertEqual(
-            {name for name in dir(EntryTests) if name.startswith("test_")},
+            {name for name in dir(TroubleshootingEntryTests) if name.startswith("test_")},
             {method(heading) for heading in ENTRIES if heading not in WITH_A_REAL_BROWSER},
         )
 
 
 @needs_real_root
-class EntryTests(PackagingTestCase):
+class TroubleshootingEntryTests(PackagingTestCase):
     def setUp(self):
         super().setUp()
         self.home = Path("/home/ana")
@@ -131,22 +133,7 @@ class EntryTests(PackagingTestCase):
         database = Database(self.home / ".pki/nssdb")
         for expires in ("20981231235959Z", "20991231235959Z"):
             identity = self.authority.issue({"CN": "Ana Example"}, expires=expires)
-            bundle = bundle_of(identity)
-            self.assert_succeeds(
-                "openssl",
-                "pkcs12",
-                "-export",
-                "-in",
-                identity.certificate,
-                "-inkey",
-                identity.key,
-                "-name",
-                "ana",
-                "-passout",
-                "pass:",
-                "-out",
-                bundle,
-            )
+            bundle = bundle_of(identity, "ana")
             self.assert_succeeds("pk12util", "-i", bundle, "-d", f"sql:{database.folder}", "-W", "")
         (self.home / "ana.p12").write_bytes(bundle.read_bytes())
         self.give_to_ana()

@@ -7,11 +7,11 @@ import subprocess
 import tempfile
 import unittest
 
-from Tests.Support.Python import messages
-from Tests.Support.Python import private_machine
-from Tests.Support.Python.helper_test_case import HelperTestCase, rule
-from Tests.Support.Python.private_machine import CHROMIUM, GOOGLE_CHROME, contents
+from Tests.Support.Python import messages, private_machine
+from Tests.Support.Python.helper_test_case import HelperTestCase
 from Tests.Support.Python.outcome import ACTIVATED, failed
+from Tests.Support.Python.policy_files import rule
+from Tests.Support.Python.private_machine import CHROMIUM, GOOGLE_CHROME, contents
 
 setUpModule = private_machine.enter
 
@@ -30,16 +30,16 @@ class ActivationTestCase(HelperTestCase):
 
 
 class LaunchTests(ActivationTestCase):
-    def test_browser_not_running_gets_one_new_window(self):
+    def test_a_browser_that_is_not_running_gets_one_new_window(self):
         self.assertEqual(self.activate(self.identity), ACTIVATED)
         self.assert_started(NEW_WINDOW)
 
-    def test_running_browser_is_refreshed_first(self):
+    def test_a_running_browser_is_refreshed_first(self):
         self.machine.mark_running(CHROMIUM)
         self.assertEqual(self.activate(self.identity, "--url", "https://example.test/"), ACTIVATED)
         self.assert_started(REFRESH, [*NEW_WINDOW, b"https://example.test/"])
 
-    def test_failing_refresh_opens_no_window(self):
+    def test_a_failing_refresh_opens_no_window(self):
         self.machine.install_stand_in(CHROMIUM, refresh_status=3)
         self.machine.mark_running(CHROMIUM)
         self.assertEqual(
@@ -55,7 +55,7 @@ class LaunchTests(ActivationTestCase):
         self.assertEqual(self.activate(self.identity), ACTIVATED)
         self.assert_started(REFRESH, NEW_WINDOW)
 
-    def test_missing_browser_leaves_the_rule_and_says_so(self):
+    def test_a_missing_browser_is_an_error_and_leaves_the_rule(self):
         self.machine.hide(CHROMIUM)
         self.assertEqual(
             self.activate(self.identity, "--url", "https://example.test/"), failed(messages.CHROME_NOT_INSTALLED)
@@ -71,7 +71,7 @@ class LaunchTests(ActivationTestCase):
         self.assertEqual(self.stored_rules(GOOGLE_CHROME), [self.rule_for(self.identity)])
         self.assertFalse(CHROMIUM.policies.exists())
 
-    def test_running_google_chrome_is_refreshed_first(self):
+    def test_a_running_google_chrome_is_refreshed_first(self):
         self.machine.install_stand_in(GOOGLE_CHROME)
         self.machine.mark_running(GOOGLE_CHROME)
         self.assertEqual(self.activate(self.identity), ACTIVATED)
@@ -82,26 +82,20 @@ class LaunchTests(ActivationTestCase):
             self.database.folder, lambda: self.assertEqual(self.activate(self.identity), ACTIVATED)
         )
 
-    def test_second_activation_changes_no_byte(self):
+    def test_a_second_activation_changes_no_byte(self):
         self.activate(self.identity)
         self.assert_unchanged_by(CHROMIUM.policies, lambda: self.assertEqual(self.activate(self.identity), ACTIVATED))
 
-    def replace_browser(self, script: str):
-        file = self.machine.folder / "replacement"
-        file.write_text(script)
-        file.chmod(0o755)
-        self.machine.mount_over(CHROMIUM.executable, file)
-
-    def test_browser_that_cannot_be_started_is_an_error(self):
-        self.replace_browser("#!/nonexistent/interpreter\n")
+    def test_a_browser_that_cannot_be_started_is_an_error(self):
+        self.machine.replace(CHROMIUM, "#!/nonexistent/interpreter\n")
         self.assertEqual(
             self.activate(self.identity),
             failed("Google Chrome could not be opened: /usr/bin/chromium: No such file or directory"),
         )
         self.assertEqual(self.stored_rules(), [self.rule_for(self.identity)])
 
-    def test_what_the_browser_prints_is_no_part_of_the_result(self):
-        self.replace_browser("#!/bin/sh\necho 'Opening in existing browser session.'\n")
+    def test_what_the_browser_prints_is_not_part_of_the_result(self):
+        self.machine.replace(CHROMIUM, "#!/bin/sh\necho 'Opening in existing browser session.'\n")
         self.machine.mark_running(CHROMIUM)
         with tempfile.TemporaryFile() as result:
             status = self.activate(self.identity, stdout=result).status
@@ -110,34 +104,34 @@ class LaunchTests(ActivationTestCase):
             self.assertEqual((status, result.read()), (0, b'{"ok":true}\n'))
 
 
-class RunningBrowserTests(ActivationTestCase):
+class RunningBrowserDetectionTests(ActivationTestCase):
     """A browser runs if a second start of it would hand over to the first; anything else only looks like it."""
 
     def assert_not_refreshed(self):
         self.assertEqual(self.activate(self.identity), ACTIVATED)
         self.assert_started(NEW_WINDOW)
 
-    def test_lock_of_another_host(self):
+    def test_a_lock_of_another_host_does_not_count(self):
         self.machine.mark_running(CHROMIUM, host="another-host")
         self.assert_not_refreshed()
 
-    def test_lock_of_a_host_with_dashes_in_its_name(self):
+    def test_a_lock_of_a_host_with_dashes_in_its_name_counts(self):
         named = ("unshare", "--uts", "sh", "-c", 'hostname ana-s-laptop && exec "$@"', "sh")
         self.machine.mark_running(CHROMIUM, host="ana-s-laptop")
         self.assertEqual(self.activate(self.identity, prefix=named), ACTIVATED)
         self.assert_started(REFRESH, NEW_WINDOW)
 
-    def test_lock_of_a_process_that_ended(self):
+    def test_a_lock_of_a_process_that_has_ended_does_not_count(self):
         ended = subprocess.Popen(["true"])
         ended.wait()
         self.machine.mark_running(CHROMIUM, process=ended.pid)
         self.assert_not_refreshed()
 
-    def test_lock_that_names_no_process(self):
+    def test_a_lock_that_names_no_process_does_not_count(self):
         (self.machine.profile(CHROMIUM) / "SingletonLock").symlink_to(f"{socket.gethostname()}-none")
         self.assert_not_refreshed()
 
-    def test_lock_that_names_every_process(self):
+    def test_a_lock_that_names_every_process_does_not_count(self):
         for number in ("-1", "0", "-0"):
             with self.subTest(number):
                 lock = self.machine.profile(CHROMIUM) / "SingletonLock"
@@ -146,11 +140,11 @@ class RunningBrowserTests(ActivationTestCase):
                 self.assertEqual(self.activate(self.identity), ACTIVATED)
         self.assert_started(NEW_WINDOW, NEW_WINDOW, NEW_WINDOW)
 
-    def test_lock_that_is_a_file(self):
+    def test_a_lock_that_is_a_regular_file_does_not_count(self):
         (self.machine.profile(CHROMIUM) / "SingletonLock").write_text(f"{socket.gethostname()}-{os.getpid()}")
         self.assert_not_refreshed()
 
-    def test_lock_of_a_live_process_that_accepts_no_connection(self):
+    def test_a_lock_of_a_live_process_that_accepts_no_connection_does_not_count(self):
         self.machine.mark_running(CHROMIUM)
         place = self.machine.folder / "socket"
         with socket.socket(socket.AF_UNIX) as abandoned:
@@ -158,7 +152,7 @@ class RunningBrowserTests(ActivationTestCase):
         (self.machine.profile(CHROMIUM) / "SingletonSocket").symlink_to(place)
         self.assert_not_refreshed()
 
-    def test_lock_of_a_live_process_that_accepts_connections(self):
+    def test_a_lock_of_a_live_process_that_accepts_connections_counts(self):
         self.machine.mark_running(CHROMIUM)
         place = self.machine.folder / "socket"
         with socket.socket(socket.AF_UNIX) as listening:
@@ -168,7 +162,7 @@ class RunningBrowserTests(ActivationTestCase):
             self.assertEqual(self.activate(self.identity), ACTIVATED)
         self.assert_started(REFRESH, NEW_WINDOW)
 
-    def test_lock_of_the_other_browser(self):
+    def test_a_lock_of_the_other_browser_does_not_count(self):
         self.machine.mark_running(GOOGLE_CHROME)
         self.assert_not_refreshed()
 
@@ -188,38 +182,38 @@ class AddressTests(ActivationTestCase):
         self.assert_started()
         self.assertEqual(self.stored_rules(), [self.rule_for(self.identity)])
 
-    def test_https(self):
+    def test_an_https_address_is_opened(self):
         self.assert_opens_exactly("https://example.test/a/b?c=d&e=%20#f")
 
-    def test_http(self):
+    def test_an_http_address_is_opened(self):
         self.assert_opens_exactly("http://example.test")
 
-    def test_upper_case_is_passed_as_it_is(self):
+    def test_an_address_in_upper_case_is_passed_as_it_is(self):
         self.assert_opens_exactly("HTTPS://Example.TEST/A")
 
-    def test_a_hundred_thousand_characters(self):
+    def test_an_address_of_a_hundred_thousand_characters_is_opened(self):
         self.assert_opens_exactly("https://example.test/" + "a" * 100_000)
 
-    def test_an_empty_address_is_none(self):
+    def test_an_empty_address_opens_a_window_without_one(self):
         self.assert_opens("")
 
-    def test_an_address_without_its_value_is_none(self):
+    def test_the_option_for_the_address_as_the_last_word_opens_a_window_without_one(self):
         self.assertEqual(self.activate(self.identity, "--url"), ACTIVATED)
         self.assert_started(NEW_WINDOW)
 
-    def test_blanks_are_no_address(self):
+    def test_text_with_a_blank_is_not_an_address(self):
         self.assert_opens("https://example.test/a b")
 
-    def test_a_blank_in_front_is_no_address(self):
+    def test_text_with_a_leading_blank_is_not_an_address(self):
         self.assert_opens(" https://example.test/")
 
-    def test_a_line_feed_is_no_address(self):
+    def test_text_with_a_line_feed_is_not_an_address(self):
         self.assert_opens("https://example.test/\n--new-option")
 
-    def test_bytes_that_are_not_utf_8_are_no_address(self):
+    def test_bytes_that_are_not_utf_8_are_not_an_address(self):
         self.assert_opens(b"https://example.test/\xff")
 
-    def test_letters_beyond_ascii_are_no_address(self):
+    def test_text_beyond_ascii_is_not_an_address(self):
         self.assert_opens("https://exämple.test/")
 
     def test_a_bare_word_is_refused(self):
@@ -228,22 +222,22 @@ class AddressTests(ActivationTestCase):
     def test_an_address_without_a_scheme_is_refused(self):
         self.assert_refused("//example.test/")
 
-    def test_ftp_is_refused(self):
+    def test_an_ftp_address_is_refused(self):
         self.assert_refused("ftp://example.test/")
 
-    def test_javascript_is_refused(self):
+    def test_a_javascript_address_is_refused(self):
         self.assert_refused("javascript:alert(1)")
 
-    def test_a_file_is_refused(self):
+    def test_the_address_of_a_file_is_refused(self):
         self.assert_refused("file:///etc/passwd")
 
-    def test_a_browser_page_is_refused(self):
+    def test_the_address_of_a_browser_page_is_refused(self):
         self.assert_refused("chrome://settings/")
 
     def test_an_option_is_refused(self):
         self.assert_refused("--load-extension=/tmp")
 
-    def test_an_option_that_looks_like_an_address_is_no_address(self):
+    def test_an_option_that_holds_an_address_is_not_an_address(self):
         self.assert_opens("--app=https://example.test/ --incognito")
 
     def test_the_refresh_comes_before_the_refusal(self):
@@ -255,7 +249,7 @@ class AddressTests(ActivationTestCase):
         self.assert_started(REFRESH)
 
 
-class RuleTests(HelperTestCase):
+class StoredRuleTests(HelperTestCase):
     def setUp(self):
         super().setUp()
         self.machine.install_stand_in(CHROMIUM)
@@ -271,7 +265,7 @@ class RuleTests(HelperTestCase):
             ],
         )
 
-    def test_quotes_control_characters_and_every_script_are_exact_json(self):
+    def test_quotes_control_characters_and_every_script_become_exact_json(self):
         identity = self.make_identities({"CN": 'q " b \\ s / t \t \x07 \x7f עברית \u202e😀'})[0]
         self.assertEqual(self.activate(identity), ACTIVATED)
         self.assertEqual(

@@ -4,37 +4,19 @@
 import json
 import unittest
 
-from Tests.Support.Python import chromium
-from Tests.Support.Python import private_machine
-from Tests.Support.Python.helper_test_case import HelperTestCase, policies
+from Tests.Support.Python import chromium, private_machine
+from Tests.Support.Python.browser_test_case import BrowserTestCase
+from Tests.Support.Python.policy_files import policies
 from Tests.Support.Python.private_machine import CHROMIUM
-from Tests.Support.Python.tls_server import TlsServer, Visit
+from Tests.Support.Python.tls_server import Visit
 
 setUpModule = private_machine.enter
 
 ANA, BEN, CARA = ({"CN": f"{name} Example", "O": "Example Org"} for name in ("Ana", "Ben", "Cara"))
 
 
-class BrowserTests(HelperTestCase):
+class RealBrowserTests(BrowserTestCase):
     server_names = ("localhost", "other.localhost")
-
-    def setUp(self):
-        super().setUp()
-        chromium.configure(self.machine)
-        display = chromium.VirtualDisplay(self.machine)
-        self.addCleanup(display.close)
-        self.server = TlsServer(self.make_authority())
-        self.addCleanup(self.server.close)
-
-    def make_identities(self, *names):
-        identities = super().make_identities(*names)
-        self.database.trust(self.authority)
-        return identities
-
-    def assert_activates(self, identity, *arguments):
-        """The result is the whole of standard output; standard error is the browser's too."""
-        outcome = self.activate(identity, *arguments)
-        self.assertEqual(outcome[:2], (0, b'{"ok":true}\n'), outcome.stderr)
 
     def assert_presented(self, identity, path: str, host: str = "localhost"):
         self.assertEqual(self.server.await_visit(path), Visit(host, path, identity.name["CN"], identity.fingerprint))
@@ -43,12 +25,12 @@ class BrowserTests(HelperTestCase):
         """As the user would, in the browser that is running."""
         self.machine.run(CHROMIUM.executable, "--new-window", url)
 
-    def test_browser_not_running_presents_exactly_the_activated_certificate(self):
+    def test_a_browser_that_is_not_running_presents_exactly_the_activated_certificate(self):
         _, ben, _ = self.make_identities(ANA, BEN, CARA)
         self.assert_activates(ben, "--url", self.server.url("/"))
         self.assert_presented(ben, "/")
 
-    def test_running_browser_with_an_older_rule_presents_the_newly_activated_certificate(self):
+    def test_a_running_browser_with_an_older_rule_presents_the_newly_activated_certificate(self):
         ana, ben, _ = self.make_identities(ANA, BEN, CARA)
         self.assert_activates(ana, "--url", self.server.url("/first"))
         self.assert_presented(ana, "/first")
@@ -87,16 +69,16 @@ class BrowserTests(HelperTestCase):
         self.assert_activates(identity, "--url", self.server.url("/"))
         self.assertEqual(self.server.await_visit("/").fingerprint, identity.fingerprint)
 
-    def test_name_with_quotes_backslashes_and_slashes_matches(self):
+    def test_a_name_with_quotes_backslashes_and_slashes_matches(self):
         self.assert_matches(CN='quote " backslash \\ slash / plus + comma , equals = star *', OU="R/D")
 
-    def test_name_with_control_characters_matches(self):
+    def test_a_name_with_control_characters_matches(self):
         self.assert_matches(CN="start \x01 bell \x07 tab \t line feed \n delete \x7f")
 
-    def test_name_in_right_to_left_text_with_emoji_matches(self):
+    def test_a_name_in_right_to_left_text_with_emoji_matches(self):
         self.assert_matches(CN="עברית \u202eالعربية\u202c 😀", L="A Coruña")
 
-    def test_name_with_blanks_around_it_matches(self):
+    def test_a_name_with_blanks_around_it_matches(self):
         self.assert_matches(CN="  Ana  Example  ")
 
 

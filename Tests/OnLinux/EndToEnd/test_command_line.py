@@ -5,11 +5,10 @@ import os
 import signal
 import unittest
 
-from Tests.Support.Python import messages
-from Tests.Support.Python import private_machine
+from Tests.Support.Python import messages, private_machine
 from Tests.Support.Python.helper_test_case import HelperTestCase
-from Tests.Support.Python.private_machine import CHROMIUM, contents
 from Tests.Support.Python.outcome import ACTIVATED, Outcome, failed, printed
+from Tests.Support.Python.private_machine import CHROMIUM, contents
 
 setUpModule = private_machine.enter
 
@@ -18,16 +17,16 @@ class UsageTests(HelperTestCase):
     def assert_usage_error(self, *arguments: str | bytes):
         self.assertEqual(self.helper(*arguments), failed(messages.USAGE))
 
-    def test_no_arguments(self):
+    def test_no_arguments_are_a_usage_error(self):
         self.assert_usage_error()
 
-    def test_an_empty_command(self):
+    def test_an_empty_command_is_a_usage_error(self):
         self.assert_usage_error("")
 
-    def test_an_unknown_command(self):
+    def test_an_unknown_command_is_a_usage_error(self):
         self.assert_usage_error("remove")
 
-    def test_a_command_that_is_not_utf_8(self):
+    def test_a_command_that_is_not_utf_8_is_a_usage_error(self):
         self.assert_usage_error(b"\xff\xfe")
 
     def test_commands_are_case_sensitive(self):
@@ -39,25 +38,25 @@ class UsageTests(HelperTestCase):
             with self.subTest(option):
                 self.assert_usage_error(option)
 
-    def test_an_option_before_the_command(self):
+    def test_an_option_before_the_command_is_a_usage_error(self):
         self.assert_usage_error("--fingerprint", "00", "activate")
 
-    def test_activate_alone(self):
+    def test_activate_alone_is_a_usage_error(self):
         self.assert_usage_error("activate")
 
-    def test_activate_with_only_an_address(self):
+    def test_activate_with_only_an_address_is_a_usage_error(self):
         self.assert_usage_error("activate", "--url", "https://example.test/")
 
-    def test_fingerprint_as_the_last_word(self):
+    def test_the_option_for_the_fingerprint_as_the_last_word_is_a_usage_error(self):
         self.assert_usage_error("activate", "--url", "https://example.test/", "--fingerprint")
 
-    def test_an_empty_fingerprint(self):
+    def test_an_empty_fingerprint_is_a_usage_error(self):
         self.assert_usage_error("activate", "--fingerprint", "", "--url", "https://example.test/")
 
-    def test_a_fingerprint_in_one_word_with_its_option(self):
+    def test_a_fingerprint_in_one_word_with_its_option_is_a_usage_error(self):
         self.assert_usage_error("activate", "--fingerprint=00")
 
-    def test_no_argument_at_all_not_even_the_program_name(self):
+    def test_not_even_a_program_name_is_a_usage_error(self):
         launcher = "import ctypes, sys; ctypes.CDLL(None).execv(sys.argv[1].encode(), (ctypes.c_char_p * 1)(None))"
         self.assertEqual(self.helper(prefix=("/usr/bin/python3", "-c", launcher)), failed(messages.USAGE))
 
@@ -97,48 +96,48 @@ class ArgumentTests(HelperTestCase):
     def test_the_word_after_fingerprint_is_its_value_even_if_it_is_an_option(self):
         self.assert_finds_nothing("--fingerprint", "--url", "https://example.test/")
 
-    def test_identities_are_listed_before_an_option_is_found_to_be_no_fingerprint(self):
+    def test_a_damaged_database_is_reported_before_an_unknown_fingerprint(self):
         (self.database.folder / "cert9.db").write_bytes(b"not a database" * 1000)
         self.assertEqual(
             self.helper("activate", "--fingerprint", "--url", "https://example.test/"),
             failed(messages.told(messages.KEYCHAIN_FAILURE, -8174)),
         )
 
-    def test_an_unknown_fingerprint(self):
+    def test_an_unknown_fingerprint_finds_nothing(self):
         self.assert_finds_nothing("--fingerprint", "0" * 64)
 
-    def test_a_fingerprint_in_upper_case(self):
+    def test_a_fingerprint_in_upper_case_finds_nothing(self):
         self.assertNotEqual(self.identity.fingerprint.upper(), self.identity.fingerprint)
         self.assert_finds_nothing("--fingerprint", self.identity.fingerprint.upper())
 
-    def test_a_fingerprint_with_blanks_around_it(self):
+    def test_a_fingerprint_with_blanks_around_it_finds_nothing(self):
         self.assert_finds_nothing("--fingerprint", f" {self.identity.fingerprint} ")
 
-    def test_the_beginning_of_a_fingerprint(self):
+    def test_the_beginning_of_a_fingerprint_finds_nothing(self):
         self.assert_finds_nothing("--fingerprint", self.identity.fingerprint[:63])
 
-    def test_a_fingerprint_that_is_not_utf_8(self):
+    def test_a_fingerprint_that_is_not_utf_8_finds_nothing(self):
         self.assert_finds_nothing("--fingerprint", b"\xff")
 
 
 class StandardStreamTests(HelperTestCase):
-    def test_closed_standard_output(self):
+    def test_a_closed_standard_output_is_an_error(self):
         outcome = self.helper("list", preexec_fn=lambda: os.close(1))
         self.assertEqual(outcome, failed("Standard output could not be written: Bad file descriptor"))
 
-    def test_full_standard_output(self):
+    def test_a_full_standard_output_is_an_error(self):
         with open("/dev/full", "wb") as full:
             outcome = self.helper("list", stdout=full)
         self.assertEqual(outcome, failed("Standard output could not be written: No space left on device"))
 
-    def test_a_reader_that_went_away(self):
+    def test_a_reader_that_went_away_is_an_error(self):
         read_end, write_end = os.pipe()
         os.close(read_end)
         with open(write_end, "wb") as broken:
             outcome = self.helper("list", stdout=broken)
         self.assertEqual(outcome, failed("Standard output could not be written: Broken pipe"))
 
-    def test_closed_standard_input_and_error(self):
+    def test_closed_standard_input_and_error_do_not_matter(self):
         def close_both():
             os.close(0)
             os.close(2)
@@ -156,7 +155,7 @@ class StandardStreamTests(HelperTestCase):
         self.assertEqual(self.helper("list", preexec_fn=close_all).status, 1)
         self.assertEqual(contents(self.machine.home), before)
 
-    def test_full_standard_output_leaves_the_rule_in_place(self):
+    def test_a_full_standard_output_leaves_the_rule_in_place(self):
         self.machine.install_stand_in(CHROMIUM)
         identity = self.make_identity()
         with open("/dev/full", "wb") as full:

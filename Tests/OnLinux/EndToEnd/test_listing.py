@@ -13,12 +13,12 @@ import termios
 import unittest
 from pathlib import Path
 
-from Tests.Support.Python import messages
-from Tests.Support.Python import private_machine
+from Tests.Support.Python import messages, private_machine
 from Tests.Support.Python.certificates import Database, Token
-from Tests.Support.Python.helper_test_case import HelperTestCase, needs_real_root
-from Tests.Support.Python.private_machine import CHROMIUM, contents
+from Tests.Support.Python.helper_test_case import HelperTestCase
 from Tests.Support.Python.outcome import failed, printed
+from Tests.Support.Python.private_machine import CHROMIUM, contents
+from Tests.Support.Python.users import needs_real_root
 
 setUpModule = private_machine.enter
 
@@ -43,7 +43,7 @@ class ListingTests(HelperTestCase):
             ),
         )
 
-    def test_quotes_control_characters_and_every_script_are_exact_json(self):
+    def test_quotes_control_characters_and_every_script_become_exact_json(self):
         identity = self.make_identities({"CN": 'q " b \\ s / t \t \x07 \x7f עברית \u202e😀'})[0]
         self.assertEqual(
             self.helper("list"),
@@ -60,13 +60,13 @@ class ListingTests(HelperTestCase):
         expected = printed(self.line_of(self.make_identity()))
         self.assert_unchanged_by(self.machine.home, lambda: self.assertEqual(self.helper("list"), expected))
 
-    def test_listing_as_nobody_may_write_the_database(self):
+    def test_a_read_only_database_is_listed(self):
         identity = self.make_identity()
         self.machine.mount_over(self.database.folder, self.database.folder)
         self.machine.make_read_only(self.database.folder)
         self.assertEqual(self.helper("list"), printed(self.line_of(identity)))
 
-    def test_expired_and_malformed_are_dropped_and_the_end_of_time_is_listed(self):
+    def test_expired_and_malformed_certificates_are_left_out_and_one_that_never_expires_is_listed(self):
         self.make_authority()
         expired = self.authority.issue({"CN": "Expired"}, expires="19700102000000Z")
         malformed = self.authority.issue_with_malformed_expiry({"CN": "Malformed"})
@@ -76,16 +76,16 @@ class ListingTests(HelperTestCase):
             self.helper("list"), printed(self.line_of(never).replace("2099-12-31T23:59:59Z", "9999-12-31T23:59:59Z"))
         )
 
-    def test_the_authority_itself_is_no_identity(self):
+    def test_the_authority_itself_is_not_an_identity(self):
         identity = self.make_identity()
         self.database.trust(self.authority)
         self.assertEqual(self.helper("list"), printed(self.line_of(identity)))
 
-    def test_many_identities(self):
+    def test_many_identities_are_all_listed(self):
         identities = self.make_identities(*({"CN": f"Identity {number:02}"} for number in range(40)))
         self.assertEqual(self.helper("list"), printed(self.line_of(*identities)))
 
-    def test_an_issuer_of_a_common_name_alone(self):
+    def test_an_issuer_may_have_a_common_name_alone(self):
         self.make_authority({"CN": "Only"})
         (identity,) = self.make_identities({"CN": "Ana"})
         issuer = b'"issuer":{"commonName":"Only","locality":null,"organization":null,"organizationalUnit":null}'
@@ -93,7 +93,7 @@ class ListingTests(HelperTestCase):
         self.assertEqual(outcome, printed(self.line_of(identity)))
         self.assertIn(issuer, outcome.stdout)
 
-    def test_a_certificate_of_broken_encoding_hides_no_other(self):
+    def test_a_broken_certificate_hides_no_other(self):
         broken, whole = self.make_identities({"CN": "Broken"}, {"CN": "Whole"})
         certificate_value = "a11"  # NSS names the columns after the numbers of PKCS#11's attributes
         with contextlib.closing(sqlite3.connect(self.database.folder / "cert9.db")) as store, store:
@@ -116,17 +116,17 @@ class ListingOrderTests(HelperTestCase):
 
     GERMAN = ["alpha", "Äpfel", "Beta", None, "Zebra"]
 
-    def test_order_without_a_language(self):
+    def test_without_a_language_an_accented_letter_follows_its_base(self):
         self.assertEqual(self.order(), self.GERMAN)
 
-    def test_order_in_the_c_locale(self):
+    def test_in_the_c_locale_an_accented_letter_follows_its_base(self):
         self.assertEqual(self.order(LC_ALL="C"), self.GERMAN)
         self.assertEqual(self.order(LANG="POSIX"), self.GERMAN)
 
-    def test_order_in_german(self):
+    def test_in_german_an_accented_letter_follows_its_base(self):
         self.assertEqual(self.order(LANG="de_DE.UTF-8"), self.GERMAN)
 
-    def test_order_in_swedish(self):
+    def test_in_swedish_an_accented_letter_follows_z(self):
         self.assertEqual(self.order(LANG="sv_SE.UTF-8"), ["alpha", "Beta", None, "Zebra", "Äpfel"])
 
     def test_equal_names_are_ordered_by_fingerprint(self):
@@ -144,36 +144,36 @@ class DatabaseStateTests(HelperTestCase):
         super().setUp()
         self.folder = self.machine.home / ".pki/nssdb"
 
-    def test_no_database(self):
+    def test_a_missing_database_lists_nothing(self):
         self.assert_unchanged_by(self.machine.home, lambda: self.assertEqual(self.helper("list"), NOTHING))
 
-    def test_an_empty_database(self):
+    def test_an_empty_database_lists_nothing(self):
         Database(self.folder)
         self.assertEqual(self.helper("list"), NOTHING)
 
-    def test_an_empty_folder(self):
+    def test_an_empty_folder_lists_nothing(self):
         self.folder.mkdir(parents=True)
         self.assert_unchanged_by(self.machine.home, lambda: self.assertEqual(self.helper("list"), NOTHING))
 
     def assert_unreadable(self):
         self.assert_unchanged_by(self.machine.home, lambda: self.assertEqual(self.helper("list"), unreadable()))
 
-    def test_a_damaged_certificate_file(self):
+    def test_a_damaged_certificate_file_is_an_error(self):
         self.make_identity()
         (self.folder / "cert9.db").write_bytes(b"not a database" * 1000)
         self.assert_unreadable()
 
-    def test_a_truncated_certificate_file(self):
+    def test_a_truncated_certificate_file_is_an_error(self):
         self.make_identity()
         os.truncate(self.folder / "cert9.db", (self.folder / "cert9.db").stat().st_size // 2)
         self.assert_unreadable()
 
-    def test_a_damaged_key_file(self):
+    def test_a_damaged_key_file_is_an_error(self):
         self.make_identity()
         (self.folder / "key4.db").write_bytes(b"not a database" * 1000)
         self.assert_unreadable()
 
-    def test_a_file_where_the_folder_should_be(self):
+    def test_a_file_where_the_folder_should_be_is_an_error(self):
         self.folder.parent.mkdir()
         self.folder.write_text("not a folder")
         self.assert_unreadable()
@@ -187,7 +187,7 @@ class DatabaseStateTests(HelperTestCase):
         self.assertEqual(self.machine.launches(), [])
 
     @needs_real_root
-    def test_a_database_of_another_user(self):
+    def test_a_database_of_another_user_is_an_error(self):
         self.make_identity()
         self.machine.home.chmod(0o755)
         for file in self.folder.iterdir():
@@ -195,13 +195,13 @@ class DatabaseStateTests(HelperTestCase):
         self.assertEqual(self.helper_as_nobody("list"), unreadable())
 
     @needs_real_root
-    def test_a_database_folder_of_another_user(self):
+    def test_a_database_folder_of_another_user_is_an_error(self):
         self.make_identity()
         self.machine.home.chmod(0o755)
         self.folder.chmod(0o700)
         self.assertEqual(self.helper_as_nobody("list"), unreadable())
 
-    def test_a_module_that_does_not_load(self):
+    def test_a_module_that_does_not_load_hides_nothing(self):
         identity = self.make_identity()
         self.database.name_module("/nonexistent/module.so")
         expected = printed(self.line_of(identity))
@@ -230,7 +230,7 @@ class ProtectedKeyTestCase(HelperTestCase):
 
 
 class LockedTokenTests(ProtectedKeyTestCase):
-    def test_identity_is_listed_and_cannot_be_activated(self):
+    def test_an_identity_on_it_is_listed_and_cannot_be_activated(self):
         self.make_authority()
         identity = self.authority.issue({"CN": "Ana Example"})
         token = Token(self.machine.home)
@@ -246,7 +246,7 @@ class ProtectedDatabaseTests(ProtectedKeyTestCase):
         super().setUp()
         self.identity = self.make_identities({"CN": "Ana Example"}, password="secret")[0]
 
-    def test_list(self):
+    def test_its_identity_is_listed(self):
         self.assertEqual(self.helper("list"), printed(self.line_of(self.identity)))
 
     def test_activate_changes_nothing(self):
@@ -266,7 +266,7 @@ class ProtectedDatabaseTests(ProtectedKeyTestCase):
         self.assertEqual(select.select([keyboard], [], [], 0)[0], [], "something was written to the terminal")
 
 
-class HomeTests(HelperTestCase):
+class HomeFolderTests(HelperTestCase):
     """Where `HOME` says nothing useful, the account database knows the home."""
 
     def setUp(self):
@@ -276,19 +276,19 @@ class HomeTests(HelperTestCase):
         self.machine.mount_over(Path("/etc/passwd"), accounts)
         self.expected = printed(self.line_of(self.make_identity()))
 
-    def test_unset(self):
+    def test_an_unset_home_is_the_account_s(self):
         self.assertEqual(self.helper("list", without="HOME"), self.expected)
 
-    def test_empty(self):
+    def test_an_empty_home_is_the_account_s(self):
         self.assertEqual(self.helper("list", environment={"HOME": ""}), self.expected)
 
-    def test_relative(self):
+    def test_a_relative_home_is_the_account_s(self):
         self.assertEqual(self.helper("list", environment={"HOME": "home"}, cwd=self.machine.folder), self.expected)
 
-    def test_not_existing(self):
+    def test_a_home_that_does_not_exist_is_the_account_s(self):
         self.assertEqual(self.helper("list", environment={"HOME": "/nonexistent"}), self.expected)
 
-    def test_activation_uses_that_home_too(self):
+    def test_activation_uses_the_account_s_home_too(self):
         self.machine.install_stand_in(CHROMIUM)
         self.machine.mark_running(CHROMIUM)
         identity = self.authority.issue({"CN": "Ben Example"})
@@ -314,16 +314,16 @@ class DatabasePlaceTests(HelperTestCase):
         place.parent.mkdir(parents=True)
         shutil.move(self.database.folder, place)
 
-    def test_data_folder_in_the_home(self):
+    def test_a_database_in_the_data_folder_of_the_home_is_found(self):
         self.move_to(self.machine.home / ".local/share/pki/nssdb")
         self.assertEqual(self.helper("list"), self.expected)
 
-    def test_data_folder_named_by_the_environment(self):
+    def test_a_database_in_the_data_folder_that_the_environment_names_is_found(self):
         data = self.machine.folder / "data"
         self.move_to(data / "pki/nssdb")
         self.assertEqual(self.helper("list", environment={"XDG_DATA_HOME": str(data)}), self.expected)
 
-    def test_database_in_the_home_comes_first(self):
+    def test_a_database_in_the_home_comes_first(self):
         Database(self.machine.home / ".local/share/pki/nssdb")
         self.assertEqual(self.helper("list"), self.expected)
 

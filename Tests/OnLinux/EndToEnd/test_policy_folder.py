@@ -7,24 +7,14 @@ import stat
 import unittest
 from pathlib import Path
 
-from Tests.Support.Python import messages
-from Tests.Support.Python import private_machine
-from Tests.Support.Python.helper_test_case import (
-    NOBODY,
-    OWN_FILE,
-    POLICY,
-    HelperTestCase,
-    needs_real_root,
-    policies,
-    rule,
-)
-from Tests.Support.Python.private_machine import CHROMIUM, contents
+from Tests.Support.Python import messages, private_machine
+from Tests.Support.Python.helper_test_case import HelperTestCase
 from Tests.Support.Python.outcome import ACTIVATED, failed
+from Tests.Support.Python.policy_files import ELSEWHERE, OLD_CATCH_ALL, OWN_FILE, POLICY, policies
+from Tests.Support.Python.private_machine import CHROMIUM, contents
+from Tests.Support.Python.users import NOBODY, needs_real_root
 
 setUpModule = private_machine.enter
-
-ELSEWHERE = rule({"CN": "Somebody"}, None, "https://elsewhere.test")
-OLD_CATCH_ALL = rule({"CN": "Somebody"}, None)
 
 
 class PolicyTestCase(HelperTestCase):
@@ -48,7 +38,7 @@ class PolicyTestCase(HelperTestCase):
         self.assertEqual(self.machine.launches(), [])
 
 
-class OwnFileTests(PolicyTestCase):
+class OwnPolicyFileTests(PolicyTestCase):
     def test_a_missing_folder_is_made(self):
         self.assertFalse(CHROMIUM.policies.parent.exists())
         self.assert_rules_become(self.own_rule)
@@ -118,7 +108,7 @@ class OwnFileTests(PolicyTestCase):
         self.assert_refused()
 
 
-class OtherFilesTests(PolicyTestCase):
+class OtherPolicyFilesTests(PolicyTestCase):
     def test_rules_of_another_file_are_carried_over(self):
         other = self.write("10-company.json", policies(ELSEWHERE, OLD_CATCH_ALL))
         before = other.read_bytes()
@@ -160,7 +150,7 @@ class OtherFilesTests(PolicyTestCase):
         os.mkfifo(CHROMIUM.policies / "10.json")
         self.assert_rules_become(self.own_rule)
 
-    def test_bottomless_nesting_is_only_a_broken_file(self):
+    def test_bottomless_nesting_is_just_a_broken_file(self):
         self.write("10.json", "[" * 1_000_000)
         self.write("20.json", '{"a":' * 1_000_000)
         self.assert_rules_become(self.own_rule)
@@ -201,7 +191,7 @@ class OtherFilesTests(PolicyTestCase):
         self.assertEqual(self.machine.launches(), [])
 
 
-class PermissionTests(PolicyTestCase):
+class PolicyFolderPermissionTests(PolicyTestCase):
     def test_a_private_umask_still_lets_every_user_read_the_policy(self):
         self.assertEqual(self.activate(self.identity, preexec_fn=lambda: os.umask(0o077)), ACTIVATED)
         for place, mode in (
@@ -240,10 +230,7 @@ class PermissionTests(PolicyTestCase):
 
     def activate_as_nobody(self, *policy_files):
         """Activates as an ordinary user who owns the home and these policy files, and nothing else."""
-        launches = self.machine.folder / "launches"
-        launches.touch()
-        for place in (self.machine.home, *self.machine.home.rglob("*"), launches, *policy_files):
-            os.chown(place, NOBODY, NOBODY)
+        self.become_ordinary_user(*policy_files)
         return self.helper_as_nobody("activate", "--fingerprint", self.identity.fingerprint)
 
     @needs_real_root
@@ -255,7 +242,7 @@ class PermissionTests(PolicyTestCase):
         self.assertEqual(self.machine.launches(), [])
 
     @needs_real_root
-    def test_an_ordinary_user_rewrites_an_own_file_that_he_may_write(self):
+    def test_an_ordinary_user_rewrites_an_own_file_that_they_may_write(self):
         file = self.write(OWN_FILE, policies(ELSEWHERE, OLD_CATCH_ALL, "x" * 10_000, OLD_CATCH_ALL))
         node = file.stat().st_ino
         self.assertEqual(self.activate_as_nobody(file), ACTIVATED)

@@ -13,31 +13,30 @@ import time
 import unittest
 from pathlib import Path
 
-from Tests.Support.Python import messages
-from Tests.Support.Python.fault_test_case import (
-    CHROMIUM,
+from Tests.Support.Python import messages, private_machine
+from Tests.Support.Python.compact_json import compact_json
+from Tests.Support.Python.fault_test_case import FaultTestCase
+from Tests.Support.Python.outcome import ACTIVATED, failed
+from Tests.Support.Python.policy_files import (
     ELSEWHERE,
-    NOBODY,
     OLD_CATCH_ALL,
     OWN_FILE,
     OWN_PATH,
     POLICY,
-    FaultTestCase,
     effective_rules,
-    enter,
     policies,
 )
-from Tests.Support.Python.helper_test_case import HELPER, compact_json, needs_real_root
-from Tests.Support.Python.private_machine import await_until, contents
-from Tests.Support.Python.outcome import ACTIVATED, failed
+from Tests.Support.Python.private_machine import CHROMIUM, await_until, contents
+from Tests.Support.Python.project import HELPER
+from Tests.Support.Python.users import NOBODY, needs_real_root
 
-setUpModule = enter
+setUpModule = private_machine.enter
 
 REFRESH = [b"--refresh-platform-policy"]
 NEW_WINDOW = [b"--new-window"]
 
 
-class LinkTests(FaultTestCase):
+class PolicyLinkTests(FaultTestCase):
     """Symbolic links in the place of what the tool writes."""
 
     def setUp(self):
@@ -63,7 +62,7 @@ class LinkTests(FaultTestCase):
         self.assert_refused()
         self.assertFalse(self.target.exists())
 
-    def test_a_link_to_itself(self):
+    def test_a_link_to_itself_is_refused(self):
         OWN_PATH.symlink_to(OWN_PATH)
         self.assert_refused()
 
@@ -121,7 +120,7 @@ class LinkTests(FaultTestCase):
         self.assertEqual(self.machine.launches(), [])
 
 
-class FolderOfOthersTests(FaultTestCase):
+class SharedPolicyFolderTests(FaultTestCase):
     """A policy folder that other users may write, and what they may have left in it."""
 
     def setUp(self):
@@ -157,7 +156,7 @@ class DatabaseOfAnotherUserTests(FaultTestCase):
     """`HOME` leads to somebody else's certificates."""
 
     @needs_real_root
-    def test_one_that_may_not_be_read_is_an_error(self):
+    def test_a_database_that_may_not_be_read_is_an_error(self):
         self.make_identity()
         self.machine.home.chmod(0o755)
         for folder in (self.machine.home / ".pki", self.database.folder):
@@ -165,7 +164,7 @@ class DatabaseOfAnotherUserTests(FaultTestCase):
         self.assertEqual(self.helper_as_nobody("list"), failed(messages.told(messages.KEYCHAIN_FAILURE, -8174)))
 
     @needs_real_root
-    def test_one_that_may_be_read_is_listed_and_stays_as_it_is(self):
+    def test_a_database_that_may_be_read_is_listed_and_stays_as_it_is(self):
         identity = self.make_identity()
         for place in (self.machine.home, *self.machine.home.rglob("*")):
             place.chmod(0o755 if place.is_dir() else 0o644)
@@ -175,7 +174,7 @@ class DatabaseOfAnotherUserTests(FaultTestCase):
         self.assertEqual(contents(self.machine.home), before)
 
     @needs_real_root
-    def test_that_of_an_ordinary_user_serves_root_and_stays_theirs(self):
+    def test_the_database_of_an_ordinary_user_serves_root_and_stays_theirs(self):
         identity = self.make_identity()
         self.become_ordinary_user()
         before = contents(self.machine.home)
@@ -185,7 +184,7 @@ class DatabaseOfAnotherUserTests(FaultTestCase):
         self.assertEqual({place.stat().st_uid for place in self.machine.home.rglob("*")}, {NOBODY})
 
 
-class LargeTests(FaultTestCase):
+class LargePolicyFileTests(FaultTestCase):
     """A hundred thousand rules, fifty megabytes in all."""
 
     def setUp(self):
@@ -293,7 +292,7 @@ class ManyIdentitiesTests(FaultTestCase):
 class BrowserLockTests(FaultTestCase):
     """Nonsense where a running browser would leave its lock: no browser runs."""
 
-    def test_nonsense_is_no_running_browser(self):
+    def test_a_nonsensical_lock_is_not_a_running_browser(self):
         identity = self.make_identity()
         host, me = socket.gethostname(), os.getpid()
         lock = self.machine.profile(CHROMIUM) / "SingletonLock"
@@ -328,7 +327,7 @@ class BrowserLockTests(FaultTestCase):
                 self.assertEqual(self.machine.launches(), [("chromium", NEW_WINDOW)])
                 self.forget_launches()
 
-    def test_nonsense_in_place_of_the_lock_or_the_profile(self):
+    def test_nonsense_in_place_of_the_lock_or_the_profile_is_not_a_running_browser(self):
         identity = self.make_identity()
         profile = self.machine.profile(CHROMIUM)
         lock = profile / "SingletonLock"
@@ -357,17 +356,14 @@ class BrowserLockTests(FaultTestCase):
                 self.forget_launches()
 
 
-class DeafBrowserTests(FaultTestCase):
+class UnresponsiveBrowserTests(FaultTestCase):
     """A browser that never ends when it is asked to read its policies again."""
 
     def setUp(self):
         super().setUp()
         self.identity = self.make_identity()
         self.started = self.machine.folder / "refresh-started"
-        script = self.machine.folder / "deaf"
-        script.write_text(f"#!/bin/sh\necho \"$@\" >> '{self.started}'\nexec sleep 1000\n")
-        script.chmod(0o755)
-        self.machine.mount_over(CHROMIUM.executable, script)
+        self.machine.replace(CHROMIUM, f"#!/bin/sh\necho \"$@\" >> '{self.started}'\nexec sleep 1000\n")
         self.machine.mark_running(CHROMIUM)
 
     def start(self) -> subprocess.Popen:

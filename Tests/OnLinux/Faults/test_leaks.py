@@ -3,10 +3,11 @@
 
 import unittest
 
-from Tests.Support.Python.fault_test_case import FaultTestCase, enter
+from Tests.Support.Python import private_machine
+from Tests.Support.Python.fault_test_case import FaultTestCase
 from Tests.Support.Python.outcome import ACTIVATED
 
-setUpModule = enter
+setUpModule = private_machine.enter
 
 # What libraries keep until the process ends can still be reached then; a leak cannot.
 VALGRIND = (

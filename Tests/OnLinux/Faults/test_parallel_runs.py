@@ -7,23 +7,14 @@ import threading
 import unittest
 from concurrent.futures import ThreadPoolExecutor
 
-from Tests.Support.Python import messages
-from Tests.Support.Python.fault_test_case import (
-    CHROMIUM,
-    DOCUMENTED_FAILURES,
-    ELSEWHERE,
-    OLD_CATCH_ALL,
-    OWN_PATH,
-    FaultTestCase,
-    effective_rules,
-    enter,
-    policies,
-)
-from Tests.Support.Python.helper_test_case import needs_real_root
-from Tests.Support.Python.private_machine import await_until
+from Tests.Support.Python import messages, private_machine
+from Tests.Support.Python.fault_test_case import DOCUMENTED_FAILURES, FaultTestCase
 from Tests.Support.Python.outcome import ACTIVATED, Outcome, failed
+from Tests.Support.Python.policy_files import ELSEWHERE, OLD_CATCH_ALL, OWN_PATH, effective_rules, policies
+from Tests.Support.Python.private_machine import CHROMIUM, await_until
+from Tests.Support.Python.users import needs_real_root
 
-setUpModule = enter
+setUpModule = private_machine.enter
 
 ROUNDS = 12
 AT_ONCE = 12

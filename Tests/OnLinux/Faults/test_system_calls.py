@@ -13,25 +13,22 @@ import unittest
 from dataclasses import dataclass
 from typing import NamedTuple
 
-from Tests.Support.Python.fault_test_case import (
-    CHROMIUM,
-    DOCUMENTED_FAILURES,
+from Tests.Support.Python import private_machine
+from Tests.Support.Python.fault_test_case import DOCUMENTED_FAILURES, FaultTestCase
+from Tests.Support.Python.outcome import ACTIVATED
+from Tests.Support.Python.policy_files import (
     ELSEWHERE,
-    NOBODY,
     OLD_CATCH_ALL,
     OWN_FILE,
     OWN_PATH,
     POLICY,
-    FaultTestCase,
-    access_list,
     effective_rules,
-    enter,
     policies,
 )
-from Tests.Support.Python.helper_test_case import needs_real_root
-from Tests.Support.Python.outcome import ACTIVATED
+from Tests.Support.Python.private_machine import CHROMIUM
+from Tests.Support.Python.users import NOBODY, access_list, needs_real_root
 
-setUpModule = enter
+setUpModule = private_machine.enter
 
 ROAD = str(CHROMIUM.policies.parent.parent)
 ERRORS = ("EIO", "ENOSPC", "EACCES", "EINTR")

@@ -25,7 +25,7 @@ def setUpModule():
     private_root.enter()
 
 
-class Listing(MacTestCase):
+class ListingTranscriptTests(MacTestCase):
     def test_an_empty_keychain_is_an_empty_list(self):
         self.assertEqual(self.helper("list"), printed("[]"))
 
@@ -49,12 +49,12 @@ class Listing(MacTestCase):
         self.mac["failures"] = {"SecItemCopyMatching": -25294}
         self.assertEqual(self.helper("list"), failed(messages.told(messages.KEYCHAIN_FAILURE, -25294)))
 
-    def test_anything_else_is_a_usage_error(self):
+    def test_any_other_command_line_is_a_usage_error(self):
         for arguments in ((), ("List",), ("activate",)):
             self.assertEqual(self.helper(*arguments), failed(messages.USAGE))
 
 
-class Activation(MacTestCase):
+class ActivationTranscriptTests(MacTestCase):
     def setUp(self):
         super().setUp()
         self.install_chrome()
@@ -157,7 +157,7 @@ class Activation(MacTestCase):
             self.assertEqual(self.access_list(), [signing(CHROME)])
         self.assertEqual(self.launches(0), [])
 
-    def test_preferences_that_cannot_be_synchronized_are_not_saved(self):
+    def test_preferences_that_cannot_be_synchronized_are_reported_as_not_saved(self):
         self.hold(signing())
         self.mac["failures"] = {"CFPreferencesSynchronize": -1}
         self.assertEqual(self.activate(), failed(messages.POLICY_WRITE_FAILED))
@@ -189,7 +189,7 @@ class Activation(MacTestCase):
                 self.assertEqual(self.launches(2), ["--refresh-platform-policy", start])
                 self.forget_launches()
 
-    def test_a_chrome_that_cannot_be_started_is_told(self):
+    def test_a_chrome_that_cannot_be_started_is_reported(self):
         EXECUTABLE.write_bytes(b"\0no program")
         self.hold(any_application())
         outcome = self.activate()
@@ -197,7 +197,7 @@ class Activation(MacTestCase):
         self.assertEqual(outcome.stdout, b"")
         self.assertRegex(outcome.stderr, rb"^Google Chrome could not be opened: .*Exec format error\n$")
 
-    def test_text_that_is_no_address_opens_chrome_without_one(self):
+    def test_text_that_is_not_an_address_opens_chrome_without_one(self):
         for text in ("", "not an address", "https://example.com/\u00e9"):
             self.hold(any_application())
             self.assertEqual(self.activate("--url", text), ACTIVATED)
@@ -213,7 +213,7 @@ class Activation(MacTestCase):
         self.assertEqual(self.rules(), [rule("Ana")])
         self.assertEqual(self.launches(1), ["--refresh-platform-policy"])
 
-    def test_a_refresh_that_fails_is_told(self):
+    def test_a_refresh_that_fails_is_reported(self):
         private_root.empty_applications()
         self.install_chrome(refresh_status=3)
         self.hold(any_application())
@@ -221,7 +221,7 @@ class Activation(MacTestCase):
         self.assertEqual(self.activate(), failed(messages.launch_failed(messages.told(messages.UNSUCCESSFUL_EXIT, 3))))
         self.assertEqual(self.launches(1), ["--refresh-platform-policy"])
 
-    def test_a_missing_chrome_is_told_after_key_and_rule_are_in_place(self):
+    def test_a_missing_chrome_is_reported_after_key_and_rule_are_in_place(self):
         private_root.empty_applications()
         self.hold(signing())
         self.assertEqual(self.activate(), failed(messages.CHROME_NOT_INSTALLED))

@@ -167,8 +167,11 @@ class Authority:
         )
 
 
-def bundle_of(identity: Identity) -> Path:
-    """A new PKCS#12 file, without a password, of the certificate and its key."""
+def bundle_of(identity: Identity, nickname: str | None = None) -> Path:
+    """A new PKCS#12 file, without a password, of the certificate and its key.
+
+    NSS takes the certificates of one nickname for versions of each other; by default each has its own.
+    """
     bundle = identity.certificate.with_suffix(".p12")
     _run(
         "openssl",
@@ -179,7 +182,7 @@ def bundle_of(identity: Identity) -> Path:
         "-inkey",
         identity.key,
         "-name",
-        identity.fingerprint[:16],
+        nickname or identity.fingerprint[:16],
         "-passout",
         "pass:",
         "-out",

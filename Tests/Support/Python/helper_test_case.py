@@ -8,34 +8,12 @@ import unittest
 from pathlib import Path
 
 from Tests.Support.Python.certificates import Authority, Database, Identity, Name
-from Tests.Support.Python.private_machine import CHROMIUM, Browser, PrivateMachine, contents
+from Tests.Support.Python.compact_json import compact_json
 from Tests.Support.Python.outcome import Outcome
-
-HELPER = os.path.abspath(
-    os.environ.get("LUMARET_MACOS_HELPER") or Path(__file__).parents[3] / "build/release/lumaret-macos-helper"
-)
-
-POLICY = "AutoSelectCertificateForUrls"
-OWN_FILE = "zz-lumaret-macos-helper.json"
-
-NOBODY = 65534
-needs_real_root = unittest.skipUnless(
-    os.geteuid() == 0 and int(Path("/proc/self/uid_map").read_text().split()[2]) > NOBODY,
-    "only real root can become another user",
-)
-
-
-def compact_json(value) -> str:
-    return json.dumps(value, ensure_ascii=False, sort_keys=True, separators=(",", ":"))
-
-
-def rule(subject: Name, issuer: Name | None, pattern: str = "*") -> str:
-    names = {"SUBJECT": subject} | ({"ISSUER": issuer} if issuer else {})
-    return compact_json({"filter": names, "pattern": pattern})
-
-
-def policies(*rules: str, **others) -> str:
-    return json.dumps({POLICY: rules, **others})
+from Tests.Support.Python.policy_files import OWN_FILE, POLICY, rule
+from Tests.Support.Python.private_machine import CHROMIUM, Browser, PrivateMachine, contents
+from Tests.Support.Python.project import HELPER
+from Tests.Support.Python.users import AS_NOBODY, NOBODY
 
 
 class HelperTestCase(unittest.TestCase):
@@ -63,11 +41,22 @@ class HelperTestCase(unittest.TestCase):
         return self.helper("activate", "--fingerprint", identity.fingerprint, *arguments, **settings)
 
     def helper_as_nobody(self, *arguments: str | bytes) -> Outcome:
-        executable = self.machine.folder / "helper"  # the build folder may be closed to other users
-        shutil.copy(HELPER, executable)
-        return self.machine.run(
-            "setpriv", f"--reuid={NOBODY}", f"--regid={NOBODY}", "--clear-groups", executable, *arguments
-        )
+        return self.machine.run(*AS_NOBODY, self.readable_helper(), *arguments)
+
+    def readable_helper(self) -> Path:
+        """The executable where every user may run it: the build folder may be closed to them."""
+        copy = self.machine.folder / "helper"
+        if not copy.exists():
+            shutil.copy(HELPER, copy)
+        return copy
+
+    def become_ordinary_user(self, *owned: Path) -> tuple[str, ...]:
+        """Gives the home and these files to an ordinary user, and returns what runs a command as that user."""
+        launches = self.machine.folder / "launches"
+        launches.touch()
+        for place in (self.machine.home, *self.machine.home.rglob("*"), launches, *owned):
+            os.chown(place, NOBODY, NOBODY)
+        return AS_NOBODY
 
     # Fixtures
 

@@ -12,11 +12,9 @@ from pathlib import Path
 
 from Tests.Support.Python import private_root
 from Tests.Support.Python.outcome import Outcome
+from Tests.Support.Python.project import executable
 
-HELPER = os.path.abspath(
-    os.environ.get("LUMARET_MACOS_HELPER")
-    or Path(__file__).parents[3] / "build/gcc/Tests/OverStandIn/Transcripts/lumaret-macos-helper-over-stand-in"
-)
+HELPER = executable("gcc/Tests/OverStandIn/Transcripts/lumaret-macos-helper-over-stand-in")
 CHROME = "/Applications/Google Chrome.app"
 EXECUTABLE = Path(CHROME, "Contents/MacOS/Google Chrome")
 DOMAIN = "com.google.Chrome"

@@ -1,20 +1,12 @@
 # SPDX-License-Identifier: Apache-2.0
-"""What the tests of all that comes with the tool share: where it is, and the modules of the end-to-end tests."""
+"""What the tests of all that comes with the tool share: the tool in the path, and installing it."""
 
 import contextlib
 import os
-import re
 from pathlib import Path
 
-SOURCES = Path(__file__).resolve().parents[3]
-from Tests.Support.Python import private_machine
-from Tests.Support.Python.helper_test_case import HELPER, HelperTestCase
-
-enter = private_machine.enter
-
-BUILD = Path(HELPER).parent  # configured and built
-MADE = BUILD / "Packaging"
-VERSION = re.search(r"^project\([^)]*\bVERSION (\S+)", (SOURCES / "CMakeLists.txt").read_text(), re.M)[1]
+from Tests.Support.Python.helper_test_case import HelperTestCase
+from Tests.Support.Python.project import BUILD, HELPER
 
 
 class PackagingTestCase(HelperTestCase):
@@ -55,8 +47,3 @@ class PackagingTestCase(HelperTestCase):
         outcome = self.machine.run(*command, **settings)
         self.assertEqual(outcome.status, 0, outcome.stderr.decode(errors="replace"))
         return outcome.stdout.decode()
-
-
-def code_blocks(document: Path, language: str) -> list[str]:
-    """The fenced blocks of a language in a document, in order."""
-    return re.findall(rf"^```{language}\n(.*?)^```$", document.read_text(), re.M | re.S)

@@ -236,6 +236,13 @@ class PrivateMachine:
             browser.executable.parent.mkdir(parents=True, exist_ok=True)
             shutil.copy(script, browser.executable)
 
+    def replace(self, browser: Browser, script: str) -> None:
+        """Puts this script in the browser's place."""
+        file = self.folder / "replacement"
+        file.write_text(script)
+        file.chmod(0o755)
+        self.mount_over(browser.executable, file)
+
     def launches(self) -> list[tuple[str, list[bytes]]]:
         """Name and arguments of each start of a stand-in, in order, once all of them have ended."""
         self.await_quiet()

@@ -1,0 +1,34 @@
+# SPDX-License-Identifier: Apache-2.0
+"""Policy files as browsers read them, and the rules in them."""
+
+import json
+
+from Tests.Support.Python.certificates import Name
+from Tests.Support.Python.compact_json import compact_json
+from Tests.Support.Python.private_machine import CHROMIUM
+
+POLICY = "AutoSelectCertificateForUrls"
+OWN_FILE = "zz-lumaret-macos-helper.json"
+OWN_PATH = CHROMIUM.policies / OWN_FILE
+
+
+def rule(subject: Name, issuer: Name | None, pattern: str = "*") -> str:
+    names = {"SUBJECT": subject} | ({"ISSUER": issuer} if issuer else {})
+    return compact_json({"filter": names, "pattern": pattern})
+
+
+ELSEWHERE = rule({"CN": "Somebody"}, None, "https://elsewhere.test")
+OLD_CATCH_ALL = rule({"CN": "Somebody"}, None)
+
+
+def policies(*rules: str, **others) -> str:
+    return json.dumps({POLICY: rules, **others})
+
+
+def effective_rules() -> list[str]:
+    """The rules as the browser sees them: of every regular file, links followed, the last one's."""
+    rules = []
+    for file in sorted(CHROMIUM.policies.iterdir()) if CHROMIUM.policies.exists() else []:
+        if file.is_file():
+            rules = json.loads(file.read_bytes()).get(POLICY, rules)
+    return rules

@@ -1,0 +1,19 @@
+# SPDX-License-Identifier: Apache-2.0
+"""Where the project's sources are, and the build that is under test."""
+
+import os
+import re
+from pathlib import Path
+
+SOURCES = Path(__file__).resolve().parents[3]
+
+
+def executable(default: str) -> str:
+    """The one that the environment names, or else the default one, below the folder of all builds."""
+    return os.path.abspath(os.environ.get("LUMARET_MACOS_HELPER") or SOURCES / "build" / default)
+
+
+HELPER = executable("release/lumaret-macos-helper")
+BUILD = Path(HELPER).parent  # configured and built
+MADE = BUILD / "Packaging"
+VERSION = re.search(r"^project\([^)]*\bVERSION (\S+)", (SOURCES / "CMakeLists.txt").read_text(), re.M)[1]
