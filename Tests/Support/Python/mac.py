@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 """What the transcripts share: a Mac in a file, and whole runs of the executable on it."""
 
+import ctypes
 import hashlib
 import json
 import os
@@ -60,6 +61,21 @@ def rule(name: str) -> str:
     return '{"filter":{"ISSUER":{"CN":"Example CA"},"SUBJECT":{"CN":"%s"}},"pattern":"*"}' % name
 
 
+def adopt_orphans() -> None:
+    """Makes what the executable leaves running a child of this process."""
+    set_child_subreaper = 36
+    ctypes.CDLL(None).prctl(set_child_subreaper, 1)
+
+
+def await_children() -> None:
+    """A stand-in for Chrome that still runs would write into a folder that is being removed."""
+    try:
+        while True:
+            os.wait()
+    except ChildProcessError:
+        pass
+
+
 class MacTestCase(unittest.TestCase):
     maxDiff = None
 
@@ -67,6 +83,8 @@ class MacTestCase(unittest.TestCase):
         private_root.empty_applications()
         folder = tempfile.TemporaryDirectory(prefix="lumaret-mac-")
         self.addCleanup(folder.cleanup)
+        adopt_orphans()
+        self.addCleanup(await_children)
         self._file = Path(folder.name, "mac.json")
         self._launches = Path(folder.name, "launches")
         self.mac = {"identities": [], "preferences": {}, "runningApplications": [], "failures": {}}
