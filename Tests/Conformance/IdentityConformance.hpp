@@ -12,6 +12,7 @@
 #include "LumaretMacHelper/Fingerprint.hpp"
 #include "LumaretMacHelper/KeychainIdentityLoader.hpp"
 #include "Tests/Conformance/ConformanceCertificate.hpp"
+#include "Tests/Support/Cpp/Principals.hpp"
 #include "Tests/Support/Cpp/ThrownError.hpp"
 
 namespace lumaret::tests::conformance {
@@ -34,13 +35,7 @@ class IdentityContract : public testing::Test {
  protected:
   static std::vector<ClientIdentity> load() { return KeychainIdentityLoader().loadIdentities(); }
 
-  static std::vector<std::string> loadedNames() {
-    std::vector<std::string> names;
-    for (const ClientIdentity& identity : load()) {
-      names.push_back(identity.displayName());
-    }
-    return names;
-  }
+  static std::vector<std::string> loadedNames() { return displayNames(load()); }
 
   /// The subject of the only identity, which is its issuer as well.
   CertificatePrincipal subjectOf(const Certificate& certificate) {

@@ -9,8 +9,9 @@
 #include <vector>
 
 #include "LumaretMacHelper/KeychainIdentityLoader.hpp"
-#include "Tests/Support/Cpp/CertificateFakes.hpp"
-#include "Tests/Support/Cpp/Samples.hpp"
+#include "Tests/Core/CertificateProperties.hpp"
+#include "Tests/Core/KeychainFakes.hpp"
+#include "Tests/Support/Cpp/Principals.hpp"
 
 namespace lumaret::tests {
 namespace {

@@ -14,9 +14,9 @@
 #include <vector>
 
 #include "LumaretMacHelper/ChromeCertificatePolicyService.hpp"
-#include "Tests/Support/Cpp/CallLog.hpp"
+#include "Tests/Core/CallLog.hpp"
 #include "Tests/Support/Cpp/Case.hpp"
-#include "Tests/Support/Cpp/Samples.hpp"
+#include "Tests/Support/Cpp/Principals.hpp"
 #include "Tests/Support/Cpp/ThrownError.hpp"
 
 namespace lumaret::tests {

@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "LumaretMacHelper/ChromeLauncher.hpp"
-#include "Tests/Support/Cpp/CallLog.hpp"
+#include "Tests/Core/CallLog.hpp"
 #include "Tests/Support/Cpp/Messages.hpp"
 #include "Tests/Support/Cpp/ThrownError.hpp"
 

@@ -12,7 +12,7 @@
 #include "LumaretMacHelper/Contracts.hpp"
 #include "Tests/Support/Cpp/Case.hpp"
 #include "Tests/Support/Cpp/Messages.hpp"
-#include "Tests/Support/Cpp/Samples.hpp"
+#include "Tests/Support/Cpp/Principals.hpp"
 #include "Tests/Support/Cpp/ThrownError.hpp"
 
 namespace lumaret::tests {

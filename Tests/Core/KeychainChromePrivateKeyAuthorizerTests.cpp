@@ -12,9 +12,9 @@
 #include <vector>
 
 #include "LumaretMacHelper/KeychainChromePrivateKeyAuthorizer.hpp"
-#include "Tests/Support/Cpp/CallLog.hpp"
+#include "Tests/Core/CallLog.hpp"
 #include "Tests/Support/Cpp/Case.hpp"
-#include "Tests/Support/Cpp/Samples.hpp"
+#include "Tests/Support/Cpp/CertificateBytes.hpp"
 #include "Tests/Support/Cpp/ThrownError.hpp"
 
 namespace lumaret::tests {

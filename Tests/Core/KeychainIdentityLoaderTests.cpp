@@ -13,8 +13,11 @@
 
 #include "LumaretMacHelper/Fingerprint.hpp"
 #include "LumaretMacHelper/KeychainIdentityLoader.hpp"
-#include "Tests/Support/Cpp/CertificateFakes.hpp"
-#include "Tests/Support/Cpp/Samples.hpp"
+#include "Tests/Core/CallLog.hpp"
+#include "Tests/Core/CertificateProperties.hpp"
+#include "Tests/Core/KeychainFakes.hpp"
+#include "Tests/Support/Cpp/CertificateBytes.hpp"
+#include "Tests/Support/Cpp/Principals.hpp"
 #include "Tests/Support/Cpp/ThrownError.hpp"
 
 namespace lumaret::tests {

@@ -3,6 +3,7 @@
 
 #include "LumaretMacHelper/Linux/CertificateDatabase.hpp"
 #include "Tests/OnLinux/Adapters/CertificateStore.hpp"
+#include "Tests/OnLinux/Adapters/TemporaryHome.hpp"
 
 namespace lumaret::tests {
 namespace {

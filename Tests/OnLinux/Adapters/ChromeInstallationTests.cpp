@@ -4,6 +4,7 @@
 
 #include "LumaretMacHelper/Linux/ChromeInstallation.hpp"
 #include "Tests/OnLinux/Adapters/PrivateMounts.hpp"
+#include "Tests/OnLinux/Adapters/TemporaryHome.hpp"
 #include "Tests/Support/Cpp/TemporaryFolder.hpp"
 
 namespace lumaret::tests {

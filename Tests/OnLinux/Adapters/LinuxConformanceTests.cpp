@@ -15,6 +15,7 @@
 #include "Tests/Conformance/PreferencesConformance.hpp"
 #include "Tests/OnLinux/Adapters/CertificateStore.hpp"
 #include "Tests/OnLinux/Adapters/PrivateMounts.hpp"
+#include "Tests/OnLinux/Adapters/TemporaryHome.hpp"
 
 namespace lumaret::tests::conformance {
 namespace {

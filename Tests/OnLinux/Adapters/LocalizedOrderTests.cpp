@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "LumaretMacHelper/Platform.hpp"
-#include "Tests/Support/Cpp/TemporaryFolder.hpp"
+#include "Tests/OnLinux/Adapters/TemporaryHome.hpp"
 
 namespace lumaret::tests {
 namespace {

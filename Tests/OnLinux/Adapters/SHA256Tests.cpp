@@ -3,23 +3,19 @@
 
 #include <string>
 
-#include "LumaretMacHelper/Fingerprint.hpp"
+#include "Tests/Support/Cpp/CertificateBytes.hpp"
 
 namespace lumaret::tests {
 namespace {
 
-std::string fingerprintOf(const std::string& text) {
-  return fingerprint({reinterpret_cast<const std::uint8_t*>(text.data()), text.size()});
-}
-
 // The examples of FIPS 180-4 and its predecessors.
 TEST(SHA256, OfTwoBlocks) {
-  EXPECT_EQ(fingerprintOf("abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq"),
+  EXPECT_EQ(idOf("abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq"),
             "248d6a61d20638b8e5c026930c3e6039a33ce45964ff2167f6ecedd419db06c1");
 }
 
 TEST(SHA256, OfAMillionBytes) {
-  EXPECT_EQ(fingerprintOf(std::string(1'000'000, 'a')),
+  EXPECT_EQ(idOf(std::string(1'000'000, 'a')),
             "cdc76e5c9914fb9281a1c7e284d73e67f1809a48a497200e046d39ccc7112cd0");
 }
 

@@ -4,7 +4,7 @@
 #include <unistd.h>
 
 #include "LumaretMacHelper/Linux/UserFolders.hpp"
-#include "Tests/Support/Cpp/TemporaryFolder.hpp"
+#include "Tests/OnLinux/Adapters/TemporaryHome.hpp"
 
 namespace lumaret::tests {
 namespace {

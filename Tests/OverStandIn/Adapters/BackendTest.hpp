@@ -8,8 +8,8 @@
 #include <utility>
 
 #include "LumaretMacHelper/macOS/SystemChromeKeychainAuthorizationBackend.hpp"
-#include "Tests/OverStandIn/Adapters/MachineSamples.hpp"
 #include "Tests/OverStandIn/Adapters/OverStandIn.hpp"
+#include "Tests/OverStandIn/SampleIdentities.hpp"
 #include "Tests/Support/Cpp/ThrownError.hpp"
 
 namespace lumaret::tests {

@@ -11,10 +11,10 @@
 
 #include "LumaretMacHelper/KeychainIdentityLoader.hpp"
 #include "LumaretMacHelper/Platform.hpp"
-#include "Tests/OverStandIn/Adapters/MachineSamples.hpp"
 #include "Tests/OverStandIn/Adapters/OverStandIn.hpp"
+#include "Tests/OverStandIn/SampleIdentities.hpp"
 #include "Tests/Support/Cpp/Case.hpp"
-#include "Tests/Support/Cpp/Samples.hpp"
+#include "Tests/Support/Cpp/Principals.hpp"
 
 namespace lumaret::tests {
 namespace {

@@ -8,10 +8,10 @@
 
 #include "LumaretMacHelper/ChromeCertificatePolicyService.hpp"
 #include "LumaretMacHelper/Platform.hpp"
-#include "Tests/OverStandIn/Adapters/MachineSamples.hpp"
 #include "Tests/OverStandIn/Adapters/OverStandIn.hpp"
+#include "Tests/OverStandIn/SampleIdentities.hpp"
 #include "Tests/Support/Cpp/Case.hpp"
-#include "Tests/Support/Cpp/Samples.hpp"
+#include "Tests/Support/Cpp/Principals.hpp"
 #include "Tests/Support/Cpp/ThrownError.hpp"
 
 namespace lumaret::tests {

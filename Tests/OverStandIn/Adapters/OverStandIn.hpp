@@ -8,18 +8,13 @@
 #include <utility>
 #include <vector>
 
+#include "Tests/OverStandIn/Adapters/FreshMac.hpp"
 #include "Tests/OverStandIn/AppleFrameworks/StandIn.hpp"
 
 namespace lumaret::tests {
 
-/// Every test has a Mac of its own, and leaves no object behind.
-class OverStandIn : public testing::Test {
+class OverStandIn : public testing::Test, protected FreshMac {
  protected:
-  void SetUp() override { standin::startOver(); }
-  void TearDown() override { EXPECT_EQ(standin::liveObjects(), 0U); }
-
-  static standin::Machine& machine() { return standin::machine(); }
-
   /// The calls of the functions with this prefix, in order.
   static std::vector<std::string> calls(std::string_view prefix) {
     std::vector<std::string> found;

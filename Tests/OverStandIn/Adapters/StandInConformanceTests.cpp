@@ -8,27 +8,16 @@
 #include "Tests/Conformance/IdentityConformance.hpp"
 #include "Tests/Conformance/LaunchingConformance.hpp"
 #include "Tests/Conformance/PreferencesConformance.hpp"
-#include "Tests/OverStandIn/Adapters/MachineSamples.hpp"
+#include "Tests/OverStandIn/Adapters/FreshMac.hpp"
 #include "Tests/OverStandIn/AppleFrameworks/MachineFile.hpp"
 #include "Tests/OverStandIn/AppleFrameworks/StandIn.hpp"
-#include "Tests/OverStandIn/AppleFrameworks/Texts.hpp"
+#include "Tests/OverStandIn/AppleFrameworks/UnicodeConversion.hpp"
+#include "Tests/OverStandIn/SampleIdentities.hpp"
 
 namespace lumaret::tests::conformance {
 namespace {
 
-/// Each test has a Mac of its own, and leaves no object behind.
-class Mac {
- public:
-  Mac() { standin::startOver(); }
-  Mac(const Mac&) = delete;
-  Mac& operator=(const Mac&) = delete;
-  ~Mac() { EXPECT_EQ(standin::liveObjects(), 0U); }
-
- protected:
-  static standin::Machine& machine() { return standin::machine(); }
-};
-
-class Keychain : public Mac {
+class Keychain : public FreshMac {
  public:
   Bytes addIdentity(const Certificate& certificate) {
     standin::AccessListEntry entry;
@@ -85,7 +74,7 @@ class Keychain : public Mac {
   }
 };
 
-class PreferenceStore : public Mac {
+class PreferenceStore : public FreshMac {
  public:
   void store(const nlohmann::json& value) {
     machine().preferences[application].insert_or_assign(key, standin::valueOf(value));
@@ -103,7 +92,7 @@ class PreferenceStore : public Mac {
   static constexpr const char16_t* key = u"AutoSelectCertificateForUrls";
 };
 
-class Desktop : public Mac {
+class Desktop : public FreshMac {
  public:
   void startChrome() { machine().runningApplications.insert("com.google.Chrome"); }
   void stopChrome() { machine().runningApplications.clear(); }

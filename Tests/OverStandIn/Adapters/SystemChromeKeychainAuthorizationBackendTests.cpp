@@ -8,7 +8,7 @@
 
 #include "LumaretMacHelper/macOS/SystemChromeKeychainAuthorizationBackend.hpp"
 #include "Tests/OverStandIn/Adapters/BackendTest.hpp"
-#include "Tests/Support/Cpp/Samples.hpp"
+#include "Tests/Support/Cpp/CertificateBytes.hpp"
 
 namespace lumaret::tests {
 namespace {

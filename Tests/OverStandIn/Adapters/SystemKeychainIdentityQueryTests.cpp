@@ -10,10 +10,11 @@
 
 #include "LumaretMacHelper/KeychainIdentityLoader.hpp"
 #include "LumaretMacHelper/Platform.hpp"
-#include "Tests/OverStandIn/Adapters/MachineSamples.hpp"
 #include "Tests/OverStandIn/Adapters/OverStandIn.hpp"
+#include "Tests/OverStandIn/SampleIdentities.hpp"
 #include "Tests/Support/Cpp/Case.hpp"
-#include "Tests/Support/Cpp/Samples.hpp"
+#include "Tests/Support/Cpp/CertificateBytes.hpp"
+#include "Tests/Support/Cpp/Principals.hpp"
 #include "Tests/Support/Cpp/ThrownError.hpp"
 
 namespace lumaret::tests {
@@ -108,13 +109,7 @@ class LoaderOverKeychain : public OverStandIn {
  protected:
   static std::vector<ClientIdentity> load() { return KeychainIdentityLoader().loadIdentities(); }
 
-  static std::vector<std::string> loadedNames() {
-    std::vector<std::string> names;
-    for (const ClientIdentity& identity : load()) {
-      names.push_back(identity.displayName());
-    }
-    return names;
-  }
+  static std::vector<std::string> loadedNames() { return displayNames(load()); }
 };
 
 TEST_F(LoaderOverKeychain, ReadsNamesExpiryAndFingerprint) {

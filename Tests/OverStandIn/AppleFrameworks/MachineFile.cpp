@@ -6,7 +6,7 @@
 #include <fstream>
 #include <nlohmann/json.hpp>
 
-#include "Tests/OverStandIn/AppleFrameworks/Texts.hpp"
+#include "Tests/OverStandIn/AppleFrameworks/UnicodeConversion.hpp"
 
 namespace standin {
 namespace {

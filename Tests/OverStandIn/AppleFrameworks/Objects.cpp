@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <unordered_map>
 
-#include "Tests/OverStandIn/AppleFrameworks/Texts.hpp"
+#include "Tests/OverStandIn/AppleFrameworks/UnicodeConversion.hpp"
 
 namespace standin {
 namespace {
@@ -116,6 +116,12 @@ struct Describer {
 void refuse(const char* function, const std::string& why) {
   std::fprintf(stderr, "%s was given %s.\n", function, why.c_str());
   std::abort();
+}
+
+void requireUTF8(CFStringEncoding encoding, const char* function) {
+  if (encoding != kCFStringEncodingUTF8) {
+    refuse(function, "another encoding than UTF-8");
+  }
 }
 
 CFTypeRef create(Content content) { return add(std::move(content), /*isConstant=*/false); }

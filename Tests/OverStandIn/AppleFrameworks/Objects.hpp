@@ -75,6 +75,9 @@ using Content =
 /// Ends the process with a message.
 [[noreturn]] void refuse(const char* function, const std::string& why);
 
+/// Refuses every encoding but UTF-8.
+void requireUTF8(CFStringEncoding encoding, const char* function);
+
 /// A new object with one reference, which the caller owns.
 CFTypeRef create(Content content);
 CFTypeRef create(const Value& value);

@@ -4,7 +4,7 @@
 #include "Tests/OverStandIn/AppleFrameworks/Call.hpp"
 #include "Tests/OverStandIn/AppleFrameworks/MachineFile.hpp"
 #include "Tests/OverStandIn/AppleFrameworks/Objects.hpp"
-#include "Tests/OverStandIn/AppleFrameworks/Texts.hpp"
+#include "Tests/OverStandIn/AppleFrameworks/UnicodeConversion.hpp"
 
 using namespace standin;
 

@@ -4,8 +4,8 @@
 #include <limits>
 #include <utility>
 
-#include "Tests/OverStandIn/Adapters/MachineSamples.hpp"
 #include "Tests/OverStandIn/Faults/FaultMessages.hpp"
+#include "Tests/OverStandIn/SampleIdentities.hpp"
 
 namespace lumaret::tests::faults {
 

@@ -9,8 +9,8 @@
 #include <map>
 
 #include "LumaretMacHelper/LumaretMacHelper.hpp"
-#include "Tests/OverStandIn/Adapters/MachineSamples.hpp"
 #include "Tests/OverStandIn/AppleFrameworks/MachineFile.hpp"
+#include "Tests/OverStandIn/SampleIdentities.hpp"
 
 namespace lumaret::tests::faults {
 namespace {

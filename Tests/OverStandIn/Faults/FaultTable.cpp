@@ -3,9 +3,9 @@
 
 #include <utility>
 
-#include "Tests/OverStandIn/Adapters/MachineSamples.hpp"
 #include "Tests/OverStandIn/Faults/FaultKinds.hpp"
 #include "Tests/OverStandIn/Faults/FaultMessages.hpp"
+#include "Tests/OverStandIn/SampleIdentities.hpp"
 
 namespace lumaret::tests::faults {
 namespace {

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "Tests/OverStandIn/Faults/FaultWorlds.hpp"
 
-#include "Tests/OverStandIn/Adapters/MachineSamples.hpp"
 #include "Tests/OverStandIn/Faults/FaultListing.hpp"
 #include "Tests/OverStandIn/Faults/FaultMessages.hpp"
+#include "Tests/OverStandIn/SampleIdentities.hpp"
 
 namespace lumaret::tests::faults {
 namespace {

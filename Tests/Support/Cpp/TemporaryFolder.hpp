@@ -55,16 +55,4 @@ inline std::map<std::string, std::string> contents(const std::filesystem::path& 
   return files;
 }
 
-/// A home folder of the test's own, with none of the variables that lead elsewhere.
-class TemporaryHome : public TemporaryFolder {
- public:
-  TemporaryHome() {
-    ::setenv("HOME", path().c_str(), 1);
-    for (const char* name : {"XDG_DATA_HOME", "XDG_CONFIG_HOME", "CHROME_CONFIG_HOME",
-                             "CHROME_USER_DATA_DIR", "LANG", "LC_ALL", "LC_COLLATE"}) {
-      ::unsetenv(name);
-    }
-  }
-};
-
 }  // namespace lumaret::tests

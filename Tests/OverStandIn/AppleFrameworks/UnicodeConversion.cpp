@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Tests/OverStandIn/AppleFrameworks/Texts.hpp"
+#include "Tests/OverStandIn/AppleFrameworks/UnicodeConversion.hpp"
 
 namespace standin {
 namespace {

@@ -3,19 +3,21 @@
 
 #include <optional>
 #include <string>
-#include <string_view>
+#include <vector>
 
 #include "LumaretMacHelper/Contracts.hpp"
-#include "LumaretMacHelper/Fingerprint.hpp"
 
 namespace lumaret::tests {
 
 inline const CertificatePrincipal noFields = {std::nullopt, std::nullopt, std::nullopt,
                                               std::nullopt};
 
-inline Bytes bytes(std::string_view text) { return {text.begin(), text.end()}; }
-
-/// The id of the identity whose certificate has these bytes.
-inline std::string idOf(std::string_view certificate) { return fingerprint(bytes(certificate)); }
+inline std::vector<std::string> displayNames(const std::vector<ClientIdentity>& identities) {
+  std::vector<std::string> names;
+  for (const ClientIdentity& identity : identities) {
+    names.push_back(identity.displayName());
+  }
+  return names;
+}
 
 }  // namespace lumaret::tests

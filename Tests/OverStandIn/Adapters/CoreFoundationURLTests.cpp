@@ -1,18 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
-#include <compare>
 #include <optional>
-#include <stdexcept>
 #include <string>
 
-#include "LumaretMacHelper/Fingerprint.hpp"
 #include "LumaretMacHelper/Platform.hpp"
 #include "LumaretMacHelper/URL.hpp"
 #include "Tests/OverStandIn/Adapters/OverStandIn.hpp"
 #include "Tests/Support/Cpp/Case.hpp"
-#include "Tests/Support/Cpp/Samples.hpp"
 
 namespace lumaret::tests {
 namespace {
@@ -20,39 +15,6 @@ namespace {
 using standin::Answer;
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-class LocalizedOrder : public OverStandIn {};
-
-TEST_F(LocalizedOrder, IgnoresCase) {
-  const auto compare = localizedCaseInsensitiveComparison();
-  EXPECT_EQ(compare("alpha", "Beta"), std::weak_ordering::less);
-  EXPECT_EQ(compare("BETA", "alpha"), std::weak_ordering::greater);
-  EXPECT_EQ(compare("\xc3\x89va", "\xc3\xa9VA"), std::weak_ordering::equivalent);
-  EXPECT_EQ(compare("", "a"), std::weak_ordering::less);
-}
-
-TEST_F(LocalizedOrder, ComparesWholeTextsUnderTheCurrentLocaleReadOnce) {
-  const auto compare = localizedCaseInsensitiveComparison();
-  (void)compare("Ana", "Bea");
-  (void)compare("\xc3\x89va", "");
-  EXPECT_THAT(standin::trace(),
-              ElementsAre("CFLocaleCopyCurrent()",
-                          "CFStringCompareWithOptionsAndLocale(Ana, Bea, 3, 33, locale)",
-                          "CFStringCompareWithOptionsAndLocale(\xc3\x89va, , 3, 33, locale)"));
-}
-
-TEST_F(LocalizedOrder, RefusesATextThatIsNotUTF8) {
-  EXPECT_THROW((void)localizedCaseInsensitiveComparison()("\xff", "a"), std::invalid_argument);
-}
-
-class SHA256 : public OverStandIn {};
-
-TEST_F(SHA256, IsThePlatformsOverAllBytes) {
-  EXPECT_EQ(fingerprint(bytes("abc")),
-            "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
-  EXPECT_EQ(fingerprint({}), "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
-  EXPECT_THAT(standin::trace(), ElementsAre("CC_SHA256(3 bytes)", "CC_SHA256(0 bytes)"));
-}
 
 struct Address {
   std::string text;

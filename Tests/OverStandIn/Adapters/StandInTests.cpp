@@ -5,17 +5,15 @@
 
 #include "LumaretMacHelper/macOS/CoreFoundationReference.hpp"
 #include "LumaretMacHelper/macOS/CoreFoundationValues.hpp"
-#include "Tests/OverStandIn/Adapters/MachineSamples.hpp"
 #include "Tests/OverStandIn/Adapters/OverStandIn.hpp"
 #include "Tests/OverStandIn/AppleFrameworks/Objects.hpp"
+#include "Tests/OverStandIn/SampleIdentities.hpp"
 
 namespace lumaret::tests {
 namespace {
 
-using TextReference = CoreFoundationReference<CFStringRef>;
-
+class StandIn : public OverStandIn {};
 class StandInDeathTest : public OverStandIn {};
-class Ownership : public OverStandIn {};
 
 TEST_F(StandInDeathTest, RefusesAnObjectThatWasReleased) {
   const CFStringRef released = coreFoundationText("text").get();
@@ -51,53 +49,7 @@ TEST_F(StandInDeathTest, RefusesAnIndexBeyondTheArray) {
   EXPECT_DEATH(CFArrayGetValueAtIndex(array.get(), 0), "an index beyond the array");
 }
 
-TEST_F(Ownership, AnAdoptedObjectIsReleasedOnce) {
-  { const auto text = coreFoundationText("text"); }
-  EXPECT_EQ(standin::liveObjects(), 0U);
-}
-
-TEST_F(Ownership, ARetainedObjectOutlivesItsFirstOwner) {
-  TextReference second;
-  {
-    const auto first = coreFoundationText("text");
-    second = TextReference::retain(first.get());
-  }
-  EXPECT_EQ(utf8Text(second.get()), "text");
-}
-
-TEST_F(Ownership, ACopyOutlivesTheOriginalAndAMoveLeavesNothing) {
-  auto original = coreFoundationText("text");
-  TextReference copy = original;
-  TextReference moved = std::move(original);
-  EXPECT_FALSE(original);  // NOLINT(bugprone-use-after-move): what a move leaves is promised
-  moved = TextReference();
-  EXPECT_EQ(utf8Text(copy.get()), "text");
-  copy = *&copy;
-  EXPECT_EQ(utf8Text(copy.get()), "text");
-}
-
-TEST_F(Ownership, ReceivingReleasesWhatWasHeld) {
-  auto text = coreFoundationText("first");
-  *text.receive() = standin::createAs<CFStringRef>(standin::TextObject{u"second"});
-  EXPECT_EQ(standin::liveObjects(), 1U);
-  EXPECT_EQ(utf8Text(text.get()), "second");
-}
-
-TEST_F(Ownership, NothingCanBeAdoptedRetainedAndCopied) {
-  const auto adopted = TextReference::adopt(nullptr);
-  const TextReference copy = TextReference::retain(adopted.get());
-  EXPECT_FALSE(copy);
-}
-
-TEST_F(Ownership, AnArrayOwnsItsElements) {
-  auto text = coreFoundationText("text");
-  const auto array = coreFoundationArray<CFStringRef>({text});
-  text = TextReference();
-  EXPECT_EQ(utf8Text(objectAs<CFStringRef>(elements(array.get()).at(0), CFStringGetTypeID())),
-            "text");
-}
-
-TEST_F(Ownership, EditsOfAnAccessObjectReachTheKeyOnlyWhenStored) {
+TEST_F(StandIn, EditsOfAnAccessObjectReachTheKeyOnlyWhenStored) {
   machine().identities = {identity("ana", {signingEntry({"/Mail"})})};
   const auto& key = machine().identities[0].privateKey;
   const auto item = CoreFoundationReference<SecKeychainItemRef>::adopt(

@@ -2,7 +2,6 @@
 #include <CommonCrypto/CommonDigest.h>
 #include <nettle/sha2.h>
 
-#include "LumaretMacHelper/macOS/RunningApplications.hpp"
 #include "Tests/OverStandIn/AppleFrameworks/Call.hpp"
 
 extern "C" unsigned char* CC_SHA256(const void* data, CC_LONG length, unsigned char* digest) {
@@ -13,13 +12,3 @@ extern "C" unsigned char* CC_SHA256(const void* data, CC_LONG length, unsigned c
   sha256_digest(&context, CC_SHA256_DIGEST_LENGTH, digest);
   return digest;
 }
-
-namespace lumaret {
-
-// In the place of the one file that asks AppKit.
-bool hasRunningApplication(const std::string& bundleIdentifier) {
-  const standin::Call call("NSRunningApplication", bundleIdentifier);
-  return standin::machine().runningApplications.contains(bundleIdentifier);
-}
-
-}  // namespace lumaret

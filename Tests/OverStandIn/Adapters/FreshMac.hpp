@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include "Tests/OverStandIn/AppleFrameworks/StandIn.hpp"
+
+namespace lumaret::tests {
+
+/// A Mac of a test's own; that an object is left behind fails the test.
+class FreshMac {
+ public:
+  FreshMac() { standin::startOver(); }
+  FreshMac(const FreshMac&) = delete;
+  FreshMac& operator=(const FreshMac&) = delete;
+  ~FreshMac() { EXPECT_EQ(standin::liveObjects(), 0U); }
+
+ protected:
+  static standin::Machine& machine() { return standin::machine(); }
+};
+
+}  // namespace lumaret::tests

@@ -1,0 +1,18 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "LumaretMacHelper/Contracts.hpp"
+#include "LumaretMacHelper/Fingerprint.hpp"
+
+// Where only a certificate's bytes matter, they are a short text.
+namespace lumaret::tests {
+
+inline Bytes bytes(std::string_view text) { return {text.begin(), text.end()}; }
+
+/// The id of the identity whose certificate has these bytes.
+inline std::string idOf(std::string_view certificate) { return fingerprint(bytes(certificate)); }
+
+}  // namespace lumaret::tests
