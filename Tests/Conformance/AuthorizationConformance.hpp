@@ -53,7 +53,7 @@ TYPED_TEST_P(AuthorizationContract, AKeyOfATokenIsUnsupportedAndStaysAsItIs) {
   EXPECT_EQ(this->keychain_.contents(), before);
 }
 
-TYPED_TEST_P(AuthorizationContract, AnEmptyKeychainHasNotTheIdentity) {
+TYPED_TEST_P(AuthorizationContract, AnEmptyKeychainDoesNotHoldTheIdentity) {
   EXPECT_EQ(this->authorize(std::string(64, '0')),
             CertificateSelectorError::selectedIdentityNotFound());
 }
@@ -82,7 +82,7 @@ TYPED_TEST_P(AuthorizationContract, AKeychainThatCannotBeReadIsAFailureWithItsSt
 REGISTER_TYPED_TEST_SUITE_P(AuthorizationContract, AKeyThatAnyApplicationMayUseStaysAsItIs,
                             OnlyTheIdentityThatWasAskedForMatters,
                             AKeyOfATokenIsUnsupportedAndStaysAsItIs,
-                            AnEmptyKeychainHasNotTheIdentity, AFingerprintIsMatchedExactly,
+                            AnEmptyKeychainDoesNotHoldTheIdentity, AFingerprintIsMatchedExactly,
                             ACertificateWithoutAKeyIsNotFound,
                             AKeychainThatCannotBeReadIsAFailureWithItsStatus);
 

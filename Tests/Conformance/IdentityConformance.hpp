@@ -51,7 +51,7 @@ class IdentityContract : public testing::Test {
 
 TYPED_TEST_SUITE_P(IdentityContract);
 
-TYPED_TEST_P(IdentityContract, NoIdentitiesAreAnEmptyList) {
+TYPED_TEST_P(IdentityContract, AnEmptyKeychainHasNoIdentities) {
   EXPECT_THAT(this->load(), testing::IsEmpty());
 }
 
@@ -96,7 +96,7 @@ TYPED_TEST_P(IdentityContract, ACertificateThatNeverExpiresIsListedWithItsExpiry
   EXPECT_EQ(identities[0].expiresAt, never);
 }
 
-TYPED_TEST_P(IdentityContract, ACertificateWithoutAKeyIsNoIdentity) {
+TYPED_TEST_P(IdentityContract, ACertificateWithoutAKeyIsNotAnIdentity) {
   this->keychain_.addCertificateWithoutKey(named("no key"));
   EXPECT_THAT(this->load(), testing::IsEmpty());
 }
@@ -127,13 +127,13 @@ TYPED_TEST_P(IdentityContract, AKeychainThatCannotBeReadIsAFailureWithItsStatus)
             CertificateSelectorError::keychainFailure(status));
 }
 
-REGISTER_TYPED_TEST_SUITE_P(IdentityContract, NoIdentitiesAreAnEmptyList,
+REGISTER_TYPED_TEST_SUITE_P(IdentityContract, AnEmptyKeychainHasNoIdentities,
                             AnIdentityIsListedWithItsFingerprintNamesAndExpiry,
                             AttributesThatACertificateLacksAreAbsent,
                             TheFirstOfSeveralUnitsIsTheUnit, TextsBeyondASCIIAreCarriedWhole,
                             AnExpiredCertificateIsLeftOut,
                             ACertificateThatNeverExpiresIsListedWithItsExpiry,
-                            ACertificateWithoutAKeyIsNoIdentity, AKeyOfATokenMakesAnIdentityToo,
+                            ACertificateWithoutAKeyIsNotAnIdentity, AKeyOfATokenMakesAnIdentityToo,
                             NamesAreInOrderWhateverTheirCase, ListingChangesNothing,
                             AKeychainThatCannotBeReadIsAFailureWithItsStatus);
 

@@ -80,7 +80,7 @@ class LaunchingContract : public testing::Test {
 
 TYPED_TEST_SUITE_P(LaunchingContract);
 
-TYPED_TEST_P(LaunchingContract, ChromeIsRunningWhileItRuns) {
+TYPED_TEST_P(LaunchingContract, ChromeIsReportedAsRunningWhileItRuns) {
   EXPECT_FALSE(this->environment_.isApplicationRunning("com.google.Chrome"));
   this->desktop_.startChrome();
   EXPECT_TRUE(this->environment_.isApplicationRunning("com.google.Chrome"));
@@ -97,7 +97,7 @@ TYPED_TEST_P(LaunchingContract, OnlyAFileThatMayBeExecutedIsExecutable) {
   EXPECT_FALSE(this->environment_.isExecutableFile(this->file("missing")));
 }
 
-TYPED_TEST_P(LaunchingContract, ArgumentsArriveAsTheyAre) {
+TYPED_TEST_P(LaunchingContract, ArgumentsArriveUnchanged) {
   const auto path = this->script(R"(printf '<%s>' "$@" > log)");
   this->environment_.run(path, {"--new-window", "", "a b", "\"'$HOME`*", "\xc3\xa1"}, true);
   EXPECT_EQ(this->written(), "<--new-window><><a b><\"'$HOME`*><\xc3\xa1>");
@@ -118,7 +118,7 @@ TYPED_TEST_P(LaunchingContract, AnAwaitedProcessThatASignalEndsIsAnErrorWithItsN
   EXPECT_EQ(this->failure("kill -KILL $$"), SIGKILL);
 }
 
-TYPED_TEST_P(LaunchingContract, WhatCannotBeStartedIsAnError) {
+TYPED_TEST_P(LaunchingContract, AFileThatCannotBeStartedIsAnError) {
   for (const bool waitUntilExit : {true, false}) {
     EXPECT_TRUE(thrownBy<std::system_error>(
         [&] { this->environment_.run(this->file("missing"), {}, waitUntilExit); }));
@@ -184,15 +184,13 @@ TYPED_TEST_P(LaunchingContract, NoWindowIsOpenedAfterARefreshThatFailed) {
   EXPECT_EQ(this->written(), "--refresh-platform-policy\n");
 }
 
-REGISTER_TYPED_TEST_SUITE_P(LaunchingContract, ChromeIsRunningWhileItRuns,
-                            OnlyAFileThatMayBeExecutedIsExecutable, ArgumentsArriveAsTheyAre,
-                            AnAwaitedProcessHasEndedOnReturn,
-                            AnAwaitedProcessThatFailsIsAnErrorWithItsStatus,
-                            AnAwaitedProcessThatASignalEndsIsAnErrorWithItsNumber,
-                            WhatCannotBeStartedIsAnError, AProcessThatIsNotAwaitedGoesOnByItself,
-                            AProcessThatIsNotAwaitedOutlivesWhatStartedIt,
-                            EnvironmentAndWorkingFolderAreInherited, OpenFilesAreNotInherited,
-                            ARunningChromeReloadsItsPoliciesBeforeItOpensAWindow,
-                            NoWindowIsOpenedAfterARefreshThatFailed);
+REGISTER_TYPED_TEST_SUITE_P(
+    LaunchingContract, ChromeIsReportedAsRunningWhileItRuns, OnlyAFileThatMayBeExecutedIsExecutable,
+    ArgumentsArriveUnchanged, AnAwaitedProcessHasEndedOnReturn,
+    AnAwaitedProcessThatFailsIsAnErrorWithItsStatus,
+    AnAwaitedProcessThatASignalEndsIsAnErrorWithItsNumber, AFileThatCannotBeStartedIsAnError,
+    AProcessThatIsNotAwaitedGoesOnByItself, AProcessThatIsNotAwaitedOutlivesWhatStartedIt,
+    EnvironmentAndWorkingFolderAreInherited, OpenFilesAreNotInherited,
+    ARunningChromeReloadsItsPoliciesBeforeItOpensAWindow, NoWindowIsOpenedAfterARefreshThatFailed);
 
 }  // namespace lumaret::tests::conformance

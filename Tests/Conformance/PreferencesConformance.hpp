@@ -51,7 +51,7 @@ class PreferencesContract : public testing::Test {
 
 TYPED_TEST_SUITE_P(PreferencesContract);
 
-TYPED_TEST_P(PreferencesContract, NothingStoredIsAnEmptyList) {
+TYPED_TEST_P(PreferencesContract, WithoutAStoredValueTheListIsEmpty) {
   EXPECT_THAT(this->read(), testing::IsEmpty());
 }
 
@@ -65,7 +65,7 @@ TYPED_TEST_P(PreferencesContract, AnEmptyListIsRead) {
   EXPECT_THAT(this->read(), testing::IsEmpty());
 }
 
-TYPED_TEST_P(PreferencesContract, AValueThatIsNoListOfTextsIsRefusedAndKept) {
+TYPED_TEST_P(PreferencesContract, AValueThatIsNotAListOfTextsIsRefusedAndKept) {
   this->expectRefusal("a single text");
   this->expectRefusal(7);
   this->expectRefusal(true);
@@ -113,8 +113,9 @@ TYPED_TEST_P(PreferencesContract, AListThatCannotBeMadePermanentIsAFailure) {
   EXPECT_EQ(this->store_.stored(), nlohmann::json::array({"no rule"}));
 }
 
-REGISTER_TYPED_TEST_SUITE_P(PreferencesContract, NothingStoredIsAnEmptyList, AListIsReadInItsOrder,
-                            AnEmptyListIsRead, AValueThatIsNoListOfTextsIsRefusedAndKept,
+REGISTER_TYPED_TEST_SUITE_P(PreferencesContract, WithoutAStoredValueTheListIsEmpty,
+                            AListIsReadInItsOrder, AnEmptyListIsRead,
+                            AValueThatIsNotAListOfTextsIsRefusedAndKept,
                             WhatIsWrittenAndSynchronizedIsStored, AnEmptyListCanBeWritten,
                             ARuleIsStoredWhereNothingWas, ForeignRulesKeepTheirTextsAndTheirOrder,
                             AListThatCannotBeMadePermanentIsAFailure);

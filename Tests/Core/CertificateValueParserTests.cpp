@@ -91,7 +91,7 @@ TEST(Parser, MissingNamesStillParse) {
             (ParsedCertificateValues{noFields, noFields, start2030}));
 }
 
-TEST(Parser, NamesThatAreNoDictionariesStillParse) {
+TEST(Parser, NamesThatAreNotDictionariesStillParse) {
   EXPECT_EQ(parsed({present(text("CN=Ana")), present({7.0}), notAfter({start2030})}),
             (ParsedCertificateValues{noFields, noFields, start2030}));
 }
@@ -127,7 +127,7 @@ TEST(Parser, AnExpiryEntryWithoutAValueYieldsNothing) {
   EXPECT_EQ(parsed(values), std::nullopt);
 }
 
-TEST(Parser, TheLabelOfTheExpiryIsNotLookedAt) {
+TEST(Parser, TheLabelOfTheExpiryDoesNotMatter) {
   CertificateValues values = completeValues();
   values.validityNotAfter = present(entry(nullptr, present({start2030})));
   EXPECT_NE(parsed(values), std::nullopt);
@@ -149,7 +149,7 @@ TEST(ParserDate, KeepsFractionsOfASecond) {
   EXPECT_EQ(Parser::date(present({-0.000001})), start2001 - 1us);
 }
 
-TEST(ParserDate, ReachesTheCertificateThatNeverExpires) {
+TEST(ParserDate, HoldsTheExpiryOfACertificateThatNeverExpires) {
   EXPECT_EQ(Parser::date(present({252423993599.0})),
             Date(sys_days(9999y / 12 / 31) + 23h + 59min + 59s));
 }
@@ -194,13 +194,13 @@ TEST(ParserName, LabelsAreComparedExactly) {
   }
 }
 
-TEST(ParserName, ALabelThatIsNoTextLeavesItsValueToBeWalked) {
+TEST(ParserName, TheValueUnderALabelThatIsNotTextIsWalked) {
   EXPECT_EQ(collected(entry(present({2.5}),
                             present({CertificatePropertyArray{attribute(commonName, "Ana")}}))),
             (Fields{{commonName, "Ana"}}));
 }
 
-TEST(ParserName, AnEntryWithoutALabelLeavesItsValueToBeWalked) {
+TEST(ParserName, TheValueOfAnEntryWithoutALabelIsWalked) {
   EXPECT_EQ(collected(entry(nullptr, present(attribute(commonName, "Ana")))),
             (Fields{{commonName, "Ana"}}));
 }
@@ -214,7 +214,7 @@ TEST(ParserName, ARecognisedEntryWithoutAValueAddsNothing) {
   EXPECT_EQ(collected(entry(present(text(commonName)), nullptr)), Fields());
 }
 
-TEST(ParserName, AValueThatIsNoTextDoesNotBlockALaterOne) {
+TEST(ParserName, AValueThatIsNotTextDoesNotBlockALaterOne) {
   EXPECT_EQ(collected({CertificatePropertyArray{entry(commonName, {7.0}), entry(commonName, {}),
                                                 attribute(commonName, "Ana")}}),
             (Fields{{commonName, "Ana"}}));
@@ -245,13 +245,13 @@ TEST(ParserName, ANestedAttributeWinsOverALaterOneAboveIt) {
       (Fields{{commonName, "Nested"}}));
 }
 
-TEST(ParserName, AnArrayWithoutASectionIsAName) {
+TEST(ParserName, AnArrayWithoutASectionIsReadAsAName) {
   EXPECT_EQ(collected({CertificatePropertyArray{attribute(commonName, "Ana"),
                                                 attribute(organization, "Example Org")}}),
             (Fields{{commonName, "Ana"}, {organization, "Example Org"}}));
 }
 
-TEST(ParserName, LeavesAddNothing) {
+TEST(ParserName, AValueOutsideAnEntryAddsNothing) {
   for (const CertificateProperty& leaf :
        {text(commonName), CertificateProperty{2.5}, CertificateProperty{start2030},
         CertificateProperty{}, CertificateProperty{CertificatePropertyArray{}}}) {

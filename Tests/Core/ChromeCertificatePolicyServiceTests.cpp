@@ -72,7 +72,7 @@ TEST(EncodedRule, FailsWithoutSubjectFieldsEvenWhenTheIssuerHasSome) {
             Error::certificateHasNoSubject());
 }
 
-TEST(EncodedRule, ASubjectOfEmptyFieldsIsNoSubject) {
+TEST(EncodedRule, FailsWhenEverySubjectFieldIsEmpty) {
   EXPECT_EQ(encodingErrorOf(identityOf({"", "", "", ""})), Error::certificateHasNoSubject());
 }
 
@@ -81,7 +81,7 @@ TEST(EncodedRule, AMissingSubjectIsReportedBeforeAnIssuerThatCannotBeEncoded) {
             Error::certificateHasNoSubject());
 }
 
-TEST(EncodedRule, LeavesASlashBare) {
+TEST(EncodedRule, WritesASlashAsItself) {
   EXPECT_EQ(Service::encodedRule(named("R/D")), ruleNaming("R/D"));
 }
 
@@ -118,16 +118,16 @@ using TextCase = Case<std::string>;
 
 class MalformedUTF8 : public testing::TestWithParam<TextCase> {};
 
-TEST_P(MalformedUTF8, InTheSubjectCannotBeEncoded) {
+TEST_P(MalformedUTF8, CannotBeEncodedInTheSubject) {
   EXPECT_EQ(encodingErrorOf(named("Ana" + GetParam().value)), Error::policyEncodingFailed());
 }
 
-TEST_P(MalformedUTF8, InTheIssuerCannotBeEncoded) {
+TEST_P(MalformedUTF8, CannotBeEncodedInTheIssuer) {
   EXPECT_EQ(encodingErrorOf(identityOf({"Ana", "", "", ""}, {"", GetParam().value, "", ""})),
             Error::policyEncodingFailed());
 }
 
-TEST_P(MalformedUTF8, InARuleLeavesItWithoutAPattern) {
+TEST_P(MalformedUTF8, LeavesAStoredRuleWithoutAPattern) {
   EXPECT_EQ(Service::rulePattern(R"({"name":")" + GetParam().value + R"(","pattern":"*"})"),
             std::nullopt);
 }
@@ -171,7 +171,7 @@ TEST(RulePattern, IsAbsentFromTextThatOnlyNestsDeeply) {
   EXPECT_EQ(Service::rulePattern(std::string(depth, '[')), std::nullopt);
 }
 
-TEST(RulePattern, OfAnEncodedRuleIsTheCatchAll) {
+TEST(RulePattern, IsTheCatchAllInAnEncodedRule) {
   EXPECT_EQ(Service::rulePattern(Service::encodedRule(named("Ana"))), "*");
 }
 
@@ -246,7 +246,7 @@ TEST(ReplacingRule, MergingTheSameRuleAgainChangesNothing) {
   EXPECT_EQ(Service::replacingRule(rule, once), once);
 }
 
-TEST(ReplacingRule, OnlyExactlyTheAsteriskIsACatchAll) {
+TEST(ReplacingRule, OnlyASingleAsteriskIsACatchAll) {
   for (const char* pattern : {" *", "* ", "**", "", "*\\u0000", "https://*", "\\\\u002a"}) {
     const std::string rule = R"({"pattern":")" + std::string(pattern) + R"("})";
     EXPECT_THAT(Service::replacingRule("new", {rule}), ElementsAre(rule, "new"));
@@ -257,7 +257,7 @@ TEST(ReplacingRule, AnEscapedAsteriskIsACatchAll) {
   EXPECT_THAT(Service::replacingRule("new", {R"({"pattern":"\u002a"})"}), ElementsAre("new"));
 }
 
-TEST(ReplacingRule, TheNewRulesOwnPatternIsNotLookedAt) {
+TEST(ReplacingRule, TheNewRulesOwnPatternDoesNotMatter) {
   EXPECT_THAT(Service::replacingRule(site, {site, catchAll}), ElementsAre(site, site));
 }
 
@@ -357,7 +357,7 @@ TEST(ApplyPolicy, WithASubjectThatCannotBeEncodedThePreferencesAreNotTouched) {
   EXPECT_THAT(preferences->log(), IsEmpty());
 }
 
-TEST(ApplyPolicy, AStoredValueThatIsNoListOfTextsIsNeverOverwritten) {
+TEST(ApplyPolicy, AStoredValueThatIsNotAListOfTextsIsNeverOverwritten) {
   const auto preferences = preferencesHolding({});
   preferences->onFirstRead = []() -> Rules { throw ChromePreferencesError(); };
   EXPECT_EQ(errorOfApplying(named("Ana"), preferences), Error::policyWriteFailed());

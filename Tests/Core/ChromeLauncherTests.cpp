@@ -95,37 +95,37 @@ TEST_F(Launcher, WithoutAnExecutableNothingElseIsAskedOrStarted) {
   EXPECT_THAT(environment->log(), ElementsAre(installedTest));
 }
 
-TEST_F(Launcher, NotRunningWithoutADestinationStartsOneWindowUnawaited) {
+TEST_F(Launcher, WithoutADestinationAChromeThatIsNotRunningIsStartedWithOneWindow) {
   launcher.open(std::nullopt);
   EXPECT_THAT(environment->log(), ElementsAre(installedTest, runningTest, openWindow));
 }
 
-TEST_F(Launcher, NotRunningWithADestinationStartsOneWindowThereUnawaited) {
+TEST_F(Launcher, WithADestinationAChromeThatIsNotRunningIsStartedWithOneWindowThere) {
   launcher.open(URL{"http://a.example/", "http"});
   EXPECT_THAT(environment->log(),
               ElementsAre(installedTest, runningTest, openWindowAt("http://a.example/")));
 }
 
-TEST_F(Launcher, RunningIsRefreshedAndAwaitedBeforeTheWindow) {
+TEST_F(Launcher, ARunningChromeIsRefreshedAndAwaitedBeforeTheWindow) {
   environment->running = true;
   launcher.open(std::nullopt);
   EXPECT_THAT(environment->log(), ElementsAre(installedTest, runningTest, refresh, openWindow));
 }
 
-TEST_F(Launcher, RunningIsRefreshedAndAwaitedBeforeTheWindowAtTheDestination) {
+TEST_F(Launcher, ARunningChromeIsRefreshedAndAwaitedBeforeTheWindowAtTheDestination) {
   environment->running = true;
   launcher.open(URL{"https://a.example/?q=1#top", "https"});
   EXPECT_THAT(environment->log(), ElementsAre(installedTest, runningTest, refresh,
                                               openWindowAt("https://a.example/?q=1#top")));
 }
 
-TEST_F(Launcher, OpeningWithoutAnArgumentIsOpeningWithoutADestination) {
+TEST_F(Launcher, TheDestinationMayBeLeftOut) {
   environment->running = true;
   launcher.open();
   EXPECT_THAT(environment->log(), ElementsAre(installedTest, runningTest, refresh, openWindow));
 }
 
-TEST_F(Launcher, AnUpperCaseSchemeIsAcceptedAndTheAddressPassedAsItIs) {
+TEST_F(Launcher, AnUpperCaseSchemeIsAcceptedAndTheAddressIsPassedUnchanged) {
   launcher.open(URL{"HTTPS://A.Example/Ä b", "HTTPS"});
   EXPECT_EQ(environment->log().back(), openWindowAt("HTTPS://A.Example/Ä b"));
   launcher.open(URL{"hTTp://A.Example", "hTTp"});
@@ -182,7 +182,7 @@ TEST_F(Launcher, AnyOtherFailureOfTheRefreshCarriesItsText) {
   EXPECT_EQ(errorOfOpening(), Error::chromeLaunchFailed(std::bad_alloc().what()));
 }
 
-TEST_F(Launcher, AWindowThatCannotBeStartedCarriesTheFailuresText) {
+TEST_F(Launcher, AFailureToStartTheWindowCarriesItsText) {
   environment->onOpen = [] { throw std::runtime_error("Permission denied"); };
   EXPECT_EQ(errorOfOpening(), Error::chromeLaunchFailed("Permission denied"));
 }
@@ -215,7 +215,7 @@ TEST(ChromeProcess, AnUnsuccessfulExitTellsItsStatus) {
   EXPECT_EQ(ChromeProcessError::unsuccessfulExit(-15).status(), -15);
 }
 
-TEST(ChromeProcess, UnsuccessfulExitsAreEqualWhenTheirStatusIs) {
+TEST(ChromeProcess, UnsuccessfulExitsAreEqualWhenTheirStatusesAre) {
   EXPECT_TRUE(ChromeProcessError::unsuccessfulExit(3) == ChromeProcessError::unsuccessfulExit(3));
   EXPECT_FALSE(ChromeProcessError::unsuccessfulExit(3) == ChromeProcessError::unsuccessfulExit(-3));
 }

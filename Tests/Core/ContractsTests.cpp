@@ -41,7 +41,7 @@ TEST(Contracts, ASubjectWithoutACommonNameIsUnnamedWhateverElseItHas) {
   EXPECT_EQ(unnamed.displayName(), "Unnamed certificate");
 }
 
-TEST(Contracts, AnEmptyCommonNameIsTheDisplayNameAsItStands) {
+TEST(Contracts, AnEmptyCommonNameIsTheDisplayName) {
   const ClientIdentity empty = {"5d2a", onlyCommonName(""), noFields, Date()};
   EXPECT_EQ(empty.displayName(), "");
 }
@@ -98,7 +98,7 @@ using Field = Case<std::optional<std::string> CertificatePrincipal::*>;
 
 class PrincipalField : public testing::TestWithParam<Field> {};
 
-TEST_P(PrincipalField, AbsentEqualsOnlyAbsent) {
+TEST_P(PrincipalField, IsNotAbsentWhenItIsEmpty) {
   CertificatePrincipal principal = noFields;
   EXPECT_TRUE(principal == noFields);
   principal.*GetParam().value = "";
@@ -171,18 +171,18 @@ const std::vector<ErrorCase>& errorTexts() {
   return texts;
 }
 
-class ErrorCatalogue : public testing::TestWithParam<ErrorCase> {};
+class EachSelectorError : public testing::TestWithParam<ErrorCase> {};
 
-TEST_P(ErrorCatalogue, HasItsMessage) {
+TEST_P(EachSelectorError, HasItsMessage) {
   EXPECT_EQ(GetParam().value.error.what(), GetParam().value.message);
   EXPECT_EQ(GetParam().value.error.errorDescription(), GetParam().value.message);
 }
 
-TEST_P(ErrorCatalogue, HasItsKind) {
+TEST_P(EachSelectorError, HasItsKind) {
   EXPECT_EQ(GetParam().value.error.kind(), GetParam().value.kind);
 }
 
-TEST_P(ErrorCatalogue, EqualsOnlyItself) {
+TEST_P(EachSelectorError, EqualsOnlyItself) {
   for (const ErrorCase& other : errorTexts()) {
     EXPECT_EQ(GetParam().value.error == other.value.error,
               GetParam().value.kind == other.value.kind)
@@ -190,7 +190,7 @@ TEST_P(ErrorCatalogue, EqualsOnlyItself) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Contracts, ErrorCatalogue, testing::ValuesIn(errorTexts()), caseName);
+INSTANTIATE_TEST_SUITE_P(Contracts, EachSelectorError, testing::ValuesIn(errorTexts()), caseName);
 
 TEST(SelectorError, HasThirteenKindsInOrder) {
   ASSERT_EQ(errorTexts().size(), 13U);
@@ -227,7 +227,7 @@ TEST(SelectorError, AnEmptyLaunchFailureTextLeavesTheTrailingBlank) {
   EXPECT_TRUE(Error::chromeLaunchFailed("").errorDescription().ends_with(": "));
 }
 
-TEST(SelectorError, ALaunchFailureTextIsNeitherTrimmedNorEnded) {
+TEST(SelectorError, ALaunchFailureTextIsNeitherTrimmedNorPunctuated) {
   EXPECT_EQ(Error::chromeLaunchFailed(" Nada\n").errorDescription(),
             messages::told(messages::chromeLaunchFailed, " Nada\n"));
 }

@@ -328,13 +328,13 @@ TEST(ACLContents, AreEqualWhenEveryFieldIs) {
   EXPECT_FALSE((contents == Contents{{{"A", "B"}}, "Ana's key", 0}));
 }
 
-TEST(ACLContents, AnAbsentListIsNoEmptyList) {
+TEST(ACLContents, AnAbsentListDiffersFromAnEmptyOne) {
   using Contents = ChromeKeychainACLContents<std::string>;
   EXPECT_TRUE((Contents{std::nullopt, "", 0} == Contents{std::nullopt, "", 0}));
   EXPECT_FALSE((Contents{std::nullopt, "", 0} == Contents{std::vector<std::string>(), "", 0}));
 }
 
-TEST(BackendErrors, AreEqualWhenTheirStatusIs) {
+TEST(BackendErrors, AreEqualWhenTheirStatusesAre) {
   EXPECT_TRUE(BackendError::status(-128) == BackendError::status(-128));
   EXPECT_FALSE(BackendError::status(-128) == BackendError::status(128));
   EXPECT_TRUE(BackendError::unsupported() == BackendError::unsupported());
@@ -378,7 +378,7 @@ TEST(Authorizer, RunsTheWorkflowOverItsBackendForTheIdentitysId) {
   EXPECT_EQ(keychain.log.back(), "setAccess bea bea");
 }
 
-TEST(Authorizer, ACancelledConfirmationIsCancelled) {
+TEST(Authorizer, ACancelledConfirmationIsReportedAsCancelled) {
   EXPECT_EQ(mappedFromBackend(BackendError::status(-128)), Error::keychainAuthorizationCancelled());
 }
 
@@ -406,7 +406,7 @@ TEST(Authorizer, EverySelectorErrorIsPassedOn) {
   }
 }
 
-TEST(Authorizer, AnErrorOfAThirdKindIsAnInternalFailure) {
+TEST(Authorizer, AnyOtherErrorIsAnInternalFailure) {
   EXPECT_EQ(mapped(std::runtime_error("disk")), Error::keychainAuthorizationFailed(-2070));
   EXPECT_EQ(mapped(std::bad_alloc()), Error::keychainAuthorizationFailed(-2070));
   EXPECT_EQ(mapped(7), Error::keychainAuthorizationFailed(-2070));
@@ -414,7 +414,7 @@ TEST(Authorizer, AnErrorOfAThirdKindIsAnInternalFailure) {
 
 class UnsupportedStatus : public testing::TestWithParam<KeychainStatus> {};
 
-TEST_P(UnsupportedStatus, IsUnsupported) {
+TEST_P(UnsupportedStatus, IsReportedAsAnUnsupportedKey) {
   EXPECT_EQ(mapped(BackendError::status(GetParam())), Error::chromeKeyAuthorizationUnsupported());
 }
 

@@ -202,7 +202,7 @@ TEST(Loader, ADroppedIdentityDoesNotEndTheLoad) {
   EXPECT_THAT(loader.loadIds(), ElementsAre(idOf("E")));
 }
 
-TEST(Loader, ListsAnIdentityThatTheKeychainReturnsTwiceOnce) {
+TEST(Loader, AnIdentityThatTheKeychainReturnsTwiceIsListedOnce) {
   EXPECT_THAT(LoaderOver({stored("A", "Ana"), stored("A", "Ana")}).loadIds(),
               ElementsAre(idOf("A")));
 }
@@ -253,7 +253,7 @@ TEST(Loader, AnEmptyCommonNameSortsAsUnnamed) {
               ElementsAre(idOf("T"), idOf("E"), idOf("V")));
 }
 
-TEST(Loader, TheOrderDoesNotDependOnTheKeychains) {
+TEST(Loader, TheOrderDoesNotDependOnThatOfTheKeychain) {
   std::array<std::pair<std::string, std::string>, 4> people = {
       {{"A", "ana"}, {"B", "Bea"}, {"C", "carla"}, {"D", "Dora"}}};
   do {

@@ -61,7 +61,7 @@ TEST(OptionValue, IsThatOfTheFirstOccurrence) {
   EXPECT_EQ(url({"word", "--url", "a", "--url", "b"}), "a");
 }
 
-TEST(OptionValue, NeedsTheFlagAsAWordOfItsOwn) {
+TEST(OptionValue, RequiresTheFlagAsAWordOfItsOwn) {
   EXPECT_EQ(url({"--URL", "a", "-url", "b", "--url=c", "d", "--url ", "e", "--ur", "f"}),
             std::nullopt);
 }
@@ -126,7 +126,7 @@ TEST(MainDeathTest, WithAnUnknownWordWritesOnlyTheUsageToStandardError) {
               testing::Eq(usage + "\n"));
 }
 
-TEST(MainDeathTest, TakesTheProgramsPathForNoCommand) {
+TEST(MainDeathTest, DoesNotTakeTheProgramsPathForACommand) {
   EXPECT_EXIT(runMain({"list"}), exitedWithStatus1, testing::Eq(usage + "\n"));
 }
 

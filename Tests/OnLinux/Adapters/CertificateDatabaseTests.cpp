@@ -48,14 +48,16 @@ class CertificateDatabase : public ::testing::Test {
 
 constexpr KeychainStatus badDatabase = -8174;  // SEC_ERROR_BAD_DATABASE
 
-TEST_F(CertificateDatabase, NoDatabaseIsNoIdentities) { EXPECT_THAT(certificates(), IsEmpty()); }
+TEST_F(CertificateDatabase, AMissingDatabaseHasNoIdentities) {
+  EXPECT_THAT(certificates(), IsEmpty());
+}
 
-TEST_F(CertificateDatabase, AnEmptyFolderIsNoIdentities) {
+TEST_F(CertificateDatabase, AnEmptyFolderHasNoIdentities) {
   std::filesystem::create_directories(oldPlace());
   EXPECT_THAT(certificates(), IsEmpty());
 }
 
-TEST_F(CertificateDatabase, AnEmptyDatabaseIsNoIdentities) {
+TEST_F(CertificateDatabase, AnEmptyDatabaseHasNoIdentities) {
   const CertificateStore store(oldPlace());
   EXPECT_THAT(certificates(), IsEmpty());
 }
@@ -120,7 +122,7 @@ TEST_F(CertificateDatabase, FindsGuardedIdentitiesInFIPSMode) {
   EXPECT_THAT(unguarded(), ElementsAre(false));
 }
 
-TEST_F(CertificateDatabase, AMissingIdentifierTiesNoKeyToACertificate) {
+TEST_F(CertificateDatabase, AKeyWithoutAnIdentifierBelongsToNoCertificate) {
   const CertificateStore store(oldPlace());
   makeSoftwareToken(material_, "1234");
   store.addModule(softwareTokenModule);
@@ -148,7 +150,7 @@ TEST_F(CertificateDatabase, FindsALargeCertificate) {
   EXPECT_THAT(certificates(), ElementsAre(identity.der));
 }
 
-TEST_F(CertificateDatabase, FindsACertificateOnTwoTokensTwice) {
+TEST_F(CertificateDatabase, FindsACertificateTwiceWhenItIsOnTwoTokens) {
   const CertificateStore store(oldPlace());
   makeSoftwareToken(material_, "1234");
   store.addModule(softwareTokenModule);
@@ -182,7 +184,7 @@ TEST_F(CertificateDatabase, TheDataHomeIsUsedWhereTheOldPlaceIsMissing) {
   EXPECT_THAT(certificates(), ElementsAre(identity.der));
 }
 
-TEST_F(CertificateDatabase, ALinkThatLeadsNowhereIsNoOldPlace) {
+TEST_F(CertificateDatabase, ADanglingLinkIsNotTheOldPlace) {
   std::filesystem::create_directories(home_ / ".pki");
   std::filesystem::create_symlink(home_ / "nowhere", oldPlace());
   const CertificateStore store(home_ / ".local/share/pki/nssdb");
@@ -191,7 +193,7 @@ TEST_F(CertificateDatabase, ALinkThatLeadsNowhereIsNoOldPlace) {
   EXPECT_THAT(certificates(), ElementsAre(identity.der));
 }
 
-TEST_F(CertificateDatabase, LinksThatLeadNowhereAreNoEmptyDatabase) {
+TEST_F(CertificateDatabase, DanglingLinksAreNotAnEmptyDatabase) {
   std::filesystem::create_directories(oldPlace());
   for (const char* file : {"cert9.db", "key4.db", "pkcs11.txt"}) {
     std::filesystem::create_symlink(home_ / "nowhere", oldPlace() / file);

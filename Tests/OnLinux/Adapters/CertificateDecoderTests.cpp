@@ -195,19 +195,19 @@ TEST_F(CertificateDecoder, ReadsATimeIn1970) {
   EXPECT_EQ(expiry("19700101000001Z"), Date(std::chrono::seconds(1)));
 }
 
-TEST_F(CertificateDecoder, AMalformedTimeIsNoCertificateValue) {
+TEST_F(CertificateDecoder, ACertificateWithAMalformedTimeHasNoValues) {
   EXPECT_EQ(expiry("20991399999999Z"), std::nullopt);
   EXPECT_EQ(expiry("not a time at a"), std::nullopt);
 }
 
-TEST_F(CertificateDecoder, BrokenDERIsNoCertificate) {
+TEST_F(CertificateDecoder, BrokenDERIsRejected) {
   EXPECT_FALSE(decodeCertificate({}));
   EXPECT_FALSE(decodeCertificate(Bytes{0x30}));
   EXPECT_FALSE(decodeCertificate(Bytes(1000, 0xff)));
   EXPECT_FALSE(decodeCertificate(Bytes{0x30, 0x84, 0xff, 0xff, 0xff, 0xff}));
 }
 
-TEST_F(CertificateDecoder, EveryTruncationIsNoCertificate) {
+TEST_F(CertificateDecoder, ATruncatedCertificateIsRejected) {
   const Bytes whole = certificate("/O=Organization/CN=Name");
   for (std::size_t length = 0; length < whole.size(); ++length) {
     EXPECT_FALSE(decodeCertificate(std::span(whole).first(length))) << length;

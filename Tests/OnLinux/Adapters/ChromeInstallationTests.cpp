@@ -29,7 +29,7 @@ TEST_F(Installation, GoogleChromeIsPreferred) {
   EXPECT_EQ(chrome.userDataFolder, home_ / ".config/google-chrome");
 }
 
-TEST_F(Installation, ChromiumStandsInWhereItAloneIsInstalled) {
+TEST_F(Installation, ChromiumIsUsedWhereItAloneIsInstalled) {
   const auto chrome = ChromeInstallation::current();
   EXPECT_EQ(chrome.executable, "/usr/bin/chromium");
   EXPECT_EQ(chrome.managedPolicies, "/etc/chromium/policies/managed");
@@ -41,13 +41,13 @@ TEST_F(Installation, TheProfileLiesInTheConfigurationFolder) {
   EXPECT_EQ(ChromeInstallation::current().userDataFolder, "/config/chromium");
 }
 
-TEST_F(Installation, ChromesOwnConfigurationFolderOverridesThat) {
+TEST_F(Installation, ChromesOwnVariableOverridesTheConfigurationFolder) {
   ::setenv("XDG_CONFIG_HOME", "/config", 1);
   ::setenv("CHROME_CONFIG_HOME", "/chrome", 1);
   EXPECT_EQ(ChromeInstallation::current().userDataFolder, "/chrome/chromium");
 }
 
-TEST_F(Installation, AProfileThatIsGivenWholeOverridesBoth) {
+TEST_F(Installation, AVariableForTheWholeProfileOverridesBoth) {
   ::setenv("CHROME_CONFIG_HOME", "/chrome", 1);
   ::setenv("CHROME_USER_DATA_DIR", "/profile", 1);
   EXPECT_EQ(ChromeInstallation::current().userDataFolder, "/profile");

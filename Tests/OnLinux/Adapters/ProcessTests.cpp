@@ -69,12 +69,12 @@ TEST_F(Process, DoesNotAwaitItsEndUnlessAsked) {
   EXPECT_EQ(awaitedOutput(), "done\n");
 }
 
-TEST_F(Process, NobodyLooksAtTheStatusOfOneThatIsNotAwaited) {
+TEST_F(Process, MayFailUnnoticedUnlessAwaited) {
   EXPECT_NO_THROW(startProcess(script("echo done >\"${0%/*}/output\"; exit 3"), {}));
   EXPECT_EQ(awaitedOutput(), "done\n");
 }
 
-TEST_F(Process, ReportsAnotherStatusThanZero) {
+TEST_F(Process, ReportsItsExitStatus) {
   EXPECT_EQ(runProcess(script("exit 3"), {}), 3);
   EXPECT_EQ(runProcess(script("exit 255"), {}), 255);
   EXPECT_EQ(runProcess(script("exit 0"), {}), 0);
@@ -84,13 +84,13 @@ TEST_F(Process, ReportsTheSignalThatEndedIt) {
   EXPECT_EQ(runProcess(script("kill -KILL $$"), {}), SIGKILL);
 }
 
-TEST_F(Process, ReportsTheStatusToACallerThatIgnoresItsChildrenAndGoesOnToIgnoreThem) {
+TEST_F(Process, ReportsItsStatusToACallerThatGoesOnIgnoringItsChildren) {
   std::signal(SIGCHLD, SIG_IGN);
   EXPECT_EQ(runProcess(script("exit 3"), {}), 3);
   EXPECT_EQ(std::signal(SIGCHLD, SIG_DFL), SIG_IGN);
 }
 
-TEST_F(Process, CannotStartWhatIsNotThereOrNotExecutable) {
+TEST_F(Process, CannotStartAFileThatIsMissingOrNotExecutable) {
   EXPECT_EQ(startError("/no/such/file"), std::errc::no_such_file_or_directory);
   EXPECT_EQ(startError(script("", 0644)), std::errc::permission_denied);
   writeFile(folder_ / "empty", "");
@@ -125,7 +125,7 @@ TEST_F(Process, InheritsNoOpenFileAboveTheLimitEither) {
   EXPECT_THAT(output(), ::testing::Not(::testing::HasSubstr("500")));
 }
 
-TEST_F(Process, WhatItPrintsMayGoWhereItsErrorsGo) {
+TEST_F(Process, MayPrintToStandardErrorInPlaceOfStandardOutput) {
   const auto executable = script("echo printed; echo reported >&2");
   ::testing::internal::CaptureStdout();
   ::testing::internal::CaptureStderr();

@@ -50,17 +50,17 @@ TEST_F(ProfileLock, AProfileWithoutALockIsFree) { EXPECT_FALSE(isLocked()); }
 
 TEST_F(ProfileLock, AMissingProfileIsFree) { EXPECT_FALSE(isProfileLocked("/no/such/profile")); }
 
-TEST_F(ProfileLock, ALiveProcessOfThisUserAndHostHoldsIt) {
+TEST_F(ProfileLock, ALiveProcessOfThisUserAndHostHoldsTheLock) {
   lockBy(::getpid());
   EXPECT_TRUE(isLocked());
 }
 
-TEST_F(ProfileLock, ALockOfAnotherHostIsNotHere) {
+TEST_F(ProfileLock, ALockOfAnotherHostDoesNotCount) {
   lock("elsewhere-" + std::to_string(::getpid()));
   EXPECT_FALSE(isLocked());
 }
 
-TEST_F(ProfileLock, AnotherUsersProcessDoesNotHoldIt) {
+TEST_F(ProfileLock, AnotherUsersProcessDoesNotHoldTheLock) {
   if (::geteuid() != 0) {
     lockBy(1);
     EXPECT_FALSE(isLocked());
@@ -87,7 +87,7 @@ TEST_F(ProfileLock, AnotherUsersProcessDoesNotHoldIt) {
   ::waitpid(other, nullptr, 0);
 }
 
-TEST_F(ProfileLock, AnEndedProcessDoesNotHoldItEvenBeforeItsParentKnows) {
+TEST_F(ProfileLock, AnEndedProcessDoesNotHoldTheLockEvenBeforeItsParentKnows) {
   const pid_t child = ::fork();
   if (child == 0) {
     ::_exit(0);
@@ -100,7 +100,7 @@ TEST_F(ProfileLock, AnEndedProcessDoesNotHoldItEvenBeforeItsParentKnows) {
   EXPECT_FALSE(isLocked());
 }
 
-TEST_F(ProfileLock, NonsenseIsNoLock) {
+TEST_F(ProfileLock, NonsenseIsNotALock) {
   for (const std::string& content :
        {std::string("nonsense"), host(), host() + "-", host() + "-12x", host() + "-self",
         host() + "-../" + std::to_string(::getpid()), host() + "--1", std::string("-"),
@@ -111,25 +111,25 @@ TEST_F(ProfileLock, NonsenseIsNoLock) {
   }
 }
 
-TEST_F(ProfileLock, ARegularFileIsNoLock) {
+TEST_F(ProfileLock, ARegularFileIsNotALock) {
   writeFile(profile_ / "SingletonLock", host() + "-" + std::to_string(::getpid()));
   EXPECT_FALSE(isLocked());
 }
 
-TEST_F(ProfileLock, ASocketThatListensConfirmsIt) {
+TEST_F(ProfileLock, AListeningSocketConfirmsTheLock) {
   lockBy(::getpid());
   const FileDescriptor socket = bindSocket();
   ASSERT_EQ(::listen(socket.number(), 1), 0);
   EXPECT_TRUE(isLocked());
 }
 
-TEST_F(ProfileLock, ASocketThatNobodyListensOnIsACrashedBrowsers) {
+TEST_F(ProfileLock, ASocketWithoutAListenerMeansThatTheBrowserCrashed) {
   lockBy(::getpid());
   { const FileDescriptor closed = bindSocket(); }
   EXPECT_FALSE(isLocked());
 }
 
-TEST_F(ProfileLock, ASocketThatIsGoneIsACrashedBrowsers) {
+TEST_F(ProfileLock, AMissingSocketMeansThatTheBrowserCrashed) {
   lockBy(::getpid());
   std::filesystem::create_symlink("/no/such/socket", profile_ / "SingletonSocket");
   EXPECT_FALSE(isLocked());

@@ -63,16 +63,16 @@ TEST(StandardOutput, IsWrittenWholeIntoAPipeThatDoesNotBlock) {
   EXPECT_EQ(statusOf(child), 0);
 }
 
-TEST(StandardOutput, ThatIsFullIsAnError) {
+TEST(StandardOutput, CannotBeWrittenWhenItIsFull) {
   const FileDescriptor full(::open("/dev/full", O_WRONLY));
   EXPECT_EQ(statusOf(withStandardOutput(full.number(), [] { writeStandardOutput("x"); })), ENOSPC);
 }
 
-TEST(StandardOutput, ThatIsClosedIsAnError) {
+TEST(StandardOutput, CannotBeWrittenWhenItIsClosed) {
   EXPECT_EQ(statusOf(withStandardOutput(-1, [] { writeStandardOutput("x"); })), EBADF);
 }
 
-TEST(StandardOutput, ThatIsClosedGivesItsNumberToNoOtherFile) {
+TEST(StandardOutput, GivesItsNumberToNoOtherFileWhenItIsClosed) {
   EXPECT_EQ(statusOf(withStandardOutput(-1,
                                         [] {
                                           const FileDescriptor file(::open("/dev/null", O_WRONLY));
@@ -84,7 +84,7 @@ TEST(StandardOutput, ThatIsClosedGivesItsNumberToNoOtherFile) {
             0);
 }
 
-TEST(StandardOutput, WithoutAReaderIsAnErrorAndNoSignal) {
+TEST(StandardOutput, CannotBeWrittenWithoutAReaderAndRaisesNoSignal) {
   std::array<int, 2> pipe{};
   ASSERT_EQ(::pipe2(pipe.data(), O_CLOEXEC), 0);
   ::close(pipe[0]);

@@ -29,7 +29,7 @@ TEST(URL, AnySchemeIsParsed) {
   EXPECT_EQ(parseURL("javascript:alert(1)")->scheme, "javascript");
 }
 
-TEST(URL, AcceptsAddressesOfBothProtocolVersions) {
+TEST(URL, AcceptsHostsOfBothInternetProtocols) {
   EXPECT_TRUE(parseURL("https://127.0.0.1:8443/"));
   EXPECT_TRUE(parseURL("https://[::1]:8443/"));
 }
@@ -40,7 +40,7 @@ TEST(URL, AcceptsALongAddress) {
   EXPECT_EQ(parseURL(text)->absoluteString, text);
 }
 
-TEST(URL, RejectsTheEmptyText) { EXPECT_FALSE(parseURL("")); }
+TEST(URL, RejectsAnEmptyText) { EXPECT_FALSE(parseURL("")); }
 
 TEST(URL, RejectsWhatRFC3986DoesNotAllow) {
   for (const std::string text :

@@ -18,22 +18,22 @@ class UserFolders : public ::testing::Test {
 
 TEST_F(UserFolders, HomeIsWhatTheEnvironmentSays) { EXPECT_EQ(homeFolder(), home_.path()); }
 
-TEST_F(UserFolders, WithoutTheVariableHomeIsTheAccounts) {
+TEST_F(UserFolders, AnUnsetHomeGivesWayToTheAccounts) {
   ::unsetenv("HOME");
   EXPECT_EQ(homeFolder(), accountHome());
 }
 
-TEST_F(UserFolders, ARelativeHomeIsTheAccounts) {
+TEST_F(UserFolders, ARelativeHomeGivesWayToTheAccounts) {
   ::setenv("HOME", "somewhere", 1);
   EXPECT_EQ(homeFolder(), accountHome());
 }
 
-TEST_F(UserFolders, AnEmptyHomeIsTheAccounts) {
+TEST_F(UserFolders, AnEmptyHomeGivesWayToTheAccounts) {
   ::setenv("HOME", "", 1);
   EXPECT_EQ(homeFolder(), accountHome());
 }
 
-TEST_F(UserFolders, AHomeThatDoesNotExistIsTheAccounts) {
+TEST_F(UserFolders, AHomeThatDoesNotExistGivesWayToTheAccounts) {
   ::setenv("HOME", (home_ / "missing").c_str(), 1);
   EXPECT_EQ(homeFolder(), accountHome());
 }
@@ -50,7 +50,7 @@ TEST_F(UserFolders, BaseFoldersMayBeElsewhere) {
   EXPECT_EQ(configHomeFolder(), "/config");
 }
 
-TEST_F(UserFolders, ARelativeBaseFolderIsNone) {
+TEST_F(UserFolders, ARelativeBaseFolderIsIgnored) {
   ::setenv("XDG_DATA_HOME", "data", 1);
   EXPECT_EQ(dataHomeFolder(), home_ / ".local/share");
 }

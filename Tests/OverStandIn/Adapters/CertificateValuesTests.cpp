@@ -44,23 +44,23 @@ class CertificateValuesTest : public OverStandIn {
   }
 };
 
-TEST_F(CertificateValuesTest, NothingWhenTheFrameworkReturnsNothing) {
+TEST_F(CertificateValuesTest, AreAbsentWhenTheFrameworkReturnsNothing) {
   EXPECT_EQ(parsed(std::nullopt), std::nullopt);
 }
 
-TEST_F(CertificateValuesTest, NothingWithoutAnEntryForTheExpiry) {
+TEST_F(CertificateValuesTest, AreAbsentWithoutAnEntryForTheExpiry) {
   auto values = certificateValues({attribute(u"2.5.4.3", u"Ana")}, {farAhead});
   values.erase(u"kSecOIDX509V1ValidityNotAfter");
   EXPECT_EQ(parsed(values), std::nullopt);
 }
 
-TEST_F(CertificateValuesTest, NothingWhenTheExpirysEntryIsNoDictionary) {
+TEST_F(CertificateValuesTest, AreAbsentWhenTheEntryForTheExpiryIsNotADictionary) {
   auto values = certificateValues({}, {farAhead});
   values.insert_or_assign(u"kSecOIDX509V1ValidityNotAfter", standin::Value{farAhead});
   EXPECT_EQ(parsed(values), std::nullopt);
 }
 
-TEST_F(CertificateValuesTest, NothingWhenTheExpirysEntryHasNoValue) {
+TEST_F(CertificateValuesTest, AreAbsentWhenTheEntryForTheExpiryHasNoValue) {
   auto values = certificateValues({}, {farAhead});
   values.insert_or_assign(u"kSecOIDX509V1ValidityNotAfter", standin::Value{standin::Dictionary()});
   EXPECT_EQ(parsed(values), std::nullopt);
@@ -110,7 +110,7 @@ TEST_F(CertificateValuesTest, AnExpiryMayBeKeptAsAnInteger) {
   EXPECT_EQ(expiry({standin::Integer{std::numeric_limits<std::int64_t>::max()}}), std::nullopt);
 }
 
-TEST_F(CertificateValuesTest, AnExpiryOfAnyOtherTypeIsNone) {
+TEST_F(CertificateValuesTest, AnExpiryOfAnyOtherTypeIsRejected) {
   EXPECT_EQ(expiry(text(u"2099-12-31T23:59:59Z")), std::nullopt);
   EXPECT_EQ(expiry({standin::Bytes{1, 2}}), std::nullopt);
   EXPECT_EQ(expiry({true}), std::nullopt);
@@ -156,7 +156,7 @@ TEST_F(CertificateValuesTest, ASectionWithALabelOfAnotherTypeIsStillWalked) {
             "Ana");
 }
 
-TEST_F(CertificateValuesTest, ATextWithoutAUTF8FormIsNoValue) {
+TEST_F(CertificateValuesTest, ATextWithoutAUTF8FormIsLeftOut) {
   const standin::Text high = {u'A', 0xd83d};
   const standin::Text low = {0xde00, u'A'};
   EXPECT_EQ(subject({attribute(u"2.5.4.3", high), attribute(u"2.5.4.3", low),
@@ -165,7 +165,7 @@ TEST_F(CertificateValuesTest, ATextWithoutAUTF8FormIsNoValue) {
             "whole \xf0\x9f\x98\x80");
 }
 
-TEST_F(CertificateValuesTest, ALabelWithoutAUTF8FormIsNoLabel) {
+TEST_F(CertificateValuesTest, ALabelWithoutAUTF8FormIsIgnored) {
   EXPECT_EQ(subject({attribute({0xd800}, u"Ana")}), noFields);
 }
 

@@ -22,7 +22,7 @@ TEST_F(CoreFoundationOrder, IgnoresCase) {
   EXPECT_EQ(compare("", "a"), std::weak_ordering::less);
 }
 
-TEST_F(CoreFoundationOrder, ComparesWholeTextsUnderTheCurrentLocaleReadOnce) {
+TEST_F(CoreFoundationOrder, ComparesWholeTextsUnderTheCurrentLocaleWhichItReadsOnce) {
   const auto compare = localizedCaseInsensitiveComparison();
   (void)compare("Ana", "Bea");
   (void)compare("\xc3\x89va", "");

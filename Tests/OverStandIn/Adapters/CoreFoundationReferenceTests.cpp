@@ -46,7 +46,7 @@ TEST_F(CoreFoundationReferenceTest, ReceivingReleasesWhatWasHeld) {
   EXPECT_EQ(utf8Text(text.get()), "second");
 }
 
-TEST_F(CoreFoundationReferenceTest, NothingCanBeAdoptedRetainedAndCopied) {
+TEST_F(CoreFoundationReferenceTest, NullCanBeAdoptedRetainedAndCopied) {
   const auto adopted = TextReference::adopt(nullptr);
   const TextReference copy = TextReference::retain(adopted.get());
   EXPECT_FALSE(copy);

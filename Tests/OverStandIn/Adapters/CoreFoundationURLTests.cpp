@@ -75,7 +75,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 class FrameworkAddress : public OverStandIn {};
 
-TEST_F(FrameworkAddress, WhatTheFrameworkRejectsIsRejected) {
+TEST_F(FrameworkAddress, IsRejectedWhenTheFrameworkRejectsIt) {
   machine().answer("CFURLCreateWithBytes", Answer::nothing());
   EXPECT_FALSE(parseURL("https://example.com/"));
 }

@@ -50,7 +50,7 @@ TEST_F(CurrentUserChromePreferencesTest, ReadsTextsInTheirOrder) {
   EXPECT_THAT(read(), ElementsAre("b", "", "\xc3\xa1", "b"));
 }
 
-TEST_F(CurrentUserChromePreferencesTest, ReadsAnEmptyListAsOne) {
+TEST_F(CurrentUserChromePreferencesTest, ReadsAnEmptyList) {
   store({List()});
   EXPECT_THAT(read(), IsEmpty());
 }
@@ -102,7 +102,7 @@ TEST_F(CurrentUserChromePreferencesTest, SynchronizesTheWholeDomain) {
                           "kCFPreferencesAnyHost)"));
 }
 
-TEST_F(CurrentUserChromePreferencesTest, TellsThatSynchronizingFailed) {
+TEST_F(CurrentUserChromePreferencesTest, ReportsThatSynchronizingFailed) {
   machine().answer("CFPreferencesSynchronize", Answer::status(-1));
   EXPECT_FALSE(CurrentUserChromePreferences().synchronize());
 }

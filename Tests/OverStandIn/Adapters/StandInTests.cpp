@@ -38,7 +38,7 @@ TEST_F(StandInDeathTest, RefusesAnObjectOfTheWrongType) {
                "of the wrong type");
 }
 
-TEST_F(StandInDeathTest, RefusesNullAndWhatIsNoObject) {
+TEST_F(StandInDeathTest, RefusesNullAndAnythingThatIsNotAnObject) {
   const int number = 0;
   EXPECT_DEATH(CFRelease(nullptr), "CFRelease was given null");
   EXPECT_DEATH(CFRetain(&number), "CFRetain was given not an object");

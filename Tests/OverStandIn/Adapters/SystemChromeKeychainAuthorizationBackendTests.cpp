@@ -36,7 +36,7 @@ TEST_F(BackendTest, IdentitiesKeepTheKeychainsOrder) {
   EXPECT_THAT(certificates, ElementsAre(bytes("zoe"), bytes("ana"), bytes("zoe")));
 }
 
-TEST_F(BackendTest, ItemNotFoundIsNoIdentity) {
+TEST_F(BackendTest, ItemNotFoundMeansNoIdentities) {
   machine().answer("SecItemCopyMatching", Answer::status(-25300));
   EXPECT_THAT(backend.copyIdentities(), IsEmpty());
 }
@@ -46,7 +46,7 @@ TEST_F(BackendTest, ASingleIdentityIsAListOfOne) {
   EXPECT_EQ(backend.certificateData(firstIdentity()), bytes("ana"));
 }
 
-TEST_F(BackendTest, AnEmptyArrayIsNoIdentity) {
+TEST_F(BackendTest, AnEmptyArrayMeansNoIdentities) {
   machine().answer("SecItemCopyMatching", Answer::object({standin::List()}));
   EXPECT_THAT(backend.copyIdentities(), IsEmpty());
 }
@@ -58,7 +58,7 @@ TEST_F(BackendTest, AnIdentityWithoutAPrivateKeyHasNone) {
   EXPECT_FALSE(backend.copyPrivateKey(firstIdentity()));
 }
 
-TEST_F(BackendTest, SuccessWithoutAKeyIsNoKey) {
+TEST_F(BackendTest, SuccessWithoutAKeyMeansNoKey) {
   machine().answer("SecIdentityCopyPrivateKey", Answer::nothing());
   EXPECT_FALSE(backend.copyPrivateKey(firstIdentity()));
 }
@@ -92,7 +92,7 @@ TEST_F(BackendTest, AnAccessListWithoutSigningEntriesGivesNone) {
   EXPECT_THAT(backend.copySigningACLs(firstAccess()), IsEmpty());
 }
 
-TEST_F(BackendTest, ATagOfAnotherTypeIsNoTagForSigning) {
+TEST_F(BackendTest, ATagOfAnotherTypeIsNotATagForSigning) {
   machine().answer("SecACLCopyAuthorizations",
                    Answer::object({standin::List{{7.0}, {farAhead}, {standin::List()}}}));
   EXPECT_THAT(backend.copySigningACLs(firstAccess()), IsEmpty());
@@ -175,7 +175,7 @@ TEST_F(BackendTest, WritesAnAbsentListAsAbsentAndAnEmptyOneAsEmpty) {
   EXPECT_EQ(written(std::nullopt), std::nullopt);
 }
 
-TEST_F(BackendTest, ContentsReachTheKeyOnlyWithItsAccess) {
+TEST_F(BackendTest, ContentsReachTheKeyOnlyWhenItsAccessIsStored) {
   const auto access = firstAccess();
   backend.setContents({{}, "changed", 0}, backend.copySigningACLs(access).at(0));
   EXPECT_EQ(storedEntry().description, u"Ana's key");
@@ -189,7 +189,7 @@ TEST_F(BackendTest, ChromeIsKnownByItsBundle) {
               ElementsAre("SecTrustedApplicationCreateFromPath(/Applications/Google Chrome.app)"));
 }
 
-TEST_F(BackendTest, EmptyDataIsData) {
+TEST_F(BackendTest, AnApplicationMayHaveEmptyData) {
   machine().applicationData[chromeApplication] = {};
   EXPECT_THAT(backend.identityData(backend.chromeTrustedApplication()), IsEmpty());
 }

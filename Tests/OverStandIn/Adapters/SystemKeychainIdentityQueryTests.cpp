@@ -56,7 +56,7 @@ TEST_F(SystemKeychainIdentityQueryTest, KeepsTheOrderOfAnArray) {
   EXPECT_THAT(copiedCertificates(), ElementsAre("zoe", "ana", "mia"));
 }
 
-TEST_F(SystemKeychainIdentityQueryTest, ItemNotFoundIsNoIdentity) {
+TEST_F(SystemKeychainIdentityQueryTest, ItemNotFoundMeansNoIdentities) {
   machine().answer("SecItemCopyMatching", Answer::status(-25300));
   machine().identities = {identity("ana")};
   EXPECT_THAT(copiedCertificates(), IsEmpty());
@@ -67,12 +67,12 @@ TEST_F(SystemKeychainIdentityQueryTest, AnyOtherStatusIsAFailure) {
   EXPECT_EQ(failure(), Error::keychainFailure(-128));
 }
 
-TEST_F(SystemKeychainIdentityQueryTest, TheLegacyStatusesAreFailuresLikeEveryOther) {
+TEST_F(SystemKeychainIdentityQueryTest, TheLegacyStatusesAreFailuresLikeAnyOther) {
   machine().answer("SecItemCopyMatching", Answer::status(-25304));
   EXPECT_EQ(failure(), Error::keychainFailure(-25304));
 }
 
-TEST_F(SystemKeychainIdentityQueryTest, SuccessWithNothingIsNoIdentity) {
+TEST_F(SystemKeychainIdentityQueryTest, SuccessWithNothingMeansNoIdentities) {
   machine().answer("SecItemCopyMatching", Answer::nothing());
   EXPECT_THAT(copiedCertificates(), IsEmpty());
 }
@@ -83,18 +83,18 @@ TEST_F(SystemKeychainIdentityQueryTest, ASingleIdentityIsAListOfOne) {
   EXPECT_THAT(copiedCertificates(), ElementsAre("ana"));
 }
 
-TEST_F(SystemKeychainIdentityQueryTest, AnEmptyArrayIsNoIdentity) {
+TEST_F(SystemKeychainIdentityQueryTest, AnEmptyArrayMeansNoIdentities) {
   machine().answer("SecItemCopyMatching", Answer::object({standin::List()}));
   EXPECT_THAT(copiedCertificates(), IsEmpty());
 }
 
-TEST_F(SystemKeychainIdentityQueryTest, DropsWhatIsNoIdentityFromAnArray) {
+TEST_F(SystemKeychainIdentityQueryTest, DropsAnythingButIdentitiesFromAnArray) {
   machine().identities = {identity("ana"), identity("mia")};
   machine().answer("SecItemCopyMatching", Answer::foreignElement(1));
   EXPECT_THAT(copiedCertificates(), ElementsAre("ana", "mia"));
 }
 
-TEST_F(SystemKeychainIdentityQueryTest, AnArrayWithoutIdentitiesIsNoIdentity) {
+TEST_F(SystemKeychainIdentityQueryTest, AnArrayWithoutIdentitiesMeansNoIdentities) {
   machine().answer("SecItemCopyMatching",
                    Answer::object({standin::List{text(u"identity"), {7.0}}}));
   EXPECT_THAT(copiedCertificates(), IsEmpty());
@@ -151,10 +151,9 @@ TEST_F(LoaderOverKeychain, AsksNothingMoreOfAnIdentityThatItLeavesOut) {
 /// A function, and what it answers for the first of two identities.
 using Trouble = Case<std::pair<std::string, Answer>>;
 
-class LeavesOutAnIdentity : public LoaderOverKeychain,
-                            public testing::WithParamInterface<Trouble> {};
+class UnusableIdentity : public LoaderOverKeychain, public testing::WithParamInterface<Trouble> {};
 
-TEST_P(LeavesOutAnIdentity, AndKeepsTheOthers) {
+TEST_P(UnusableIdentity, IsLeftOutAndTheOthersAreKept) {
   auto [function, answer] = GetParam().value;
   machine().identities = {identity("ana"), identity("mia")};
   machine().answer(function, std::move(answer).onCall(1));
@@ -162,7 +161,7 @@ TEST_P(LeavesOutAnIdentity, AndKeepsTheOthers) {
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    When, LeavesOutAnIdentity,
+    When, UnusableIdentity,
     testing::Values(
         Trouble{"ItHasNoKey", {"SecIdentityCopyPrivateKey", Answer::status(-25300)}},
         Trouble{"ItsKeyCannotBeHad", {"SecIdentityCopyPrivateKey", Answer::status(-61)}},
@@ -173,12 +172,12 @@ INSTANTIATE_TEST_SUITE_P(
         Trouble{"ItsCertificateHasNoBytes", {"SecCertificateCopyData", Answer::nothing()}}),
     caseName);
 
-TEST_F(LoaderOverKeychain, ListsACertificateThatIsThereTwiceOnce) {
+TEST_F(LoaderOverKeychain, ACertificateThatIsThereTwiceIsListedOnce) {
   machine().identities = {identity("ana"), identity("ana")};
   EXPECT_THAT(loadedNames(), ElementsAre("ana"));
 }
 
-TEST_F(LoaderOverKeychain, SortsByNameWithoutCaseThenByFingerprint) {
+TEST_F(LoaderOverKeychain, SortsByNameIgnoringCaseThenByFingerprint) {
   auto second = identity("second");
   second.certificateValues = identity("Ben").certificateValues;
   machine().identities = {second, identity("Ben"), identity("alpha")};
