@@ -22,6 +22,7 @@ COMMON = {
     "share/doc/lumaret-macos-helper/CHANGELOG.md",
     "share/doc/lumaret-macos-helper/README.md",
     "share/doc/lumaret-macos-helper/SECURITY.md",
+    "share/doc/lumaret-macos-helper/docs/architecture.md",
     "share/doc/lumaret-macos-helper/docs/companion.md",
     "share/doc/lumaret-macos-helper/docs/hostile-surroundings.md",
     "share/doc/lumaret-macos-helper/docs/images/chrome-policy.png",
@@ -59,6 +60,16 @@ def modes(expected: set[str]) -> dict[str, str]:
     return {file: "-rwxr-xr-x" if file in PROGRAMS else "-rw-r--r--" for file in expected}
 
 
+def dangling_links(folder: Path) -> list[tuple[str, str]]:
+    """Of the documents in a folder: each link that leads to no file."""
+    return [
+        (document.name, link)
+        for document in folder.rglob("*.md")
+        for link in re.findall(r"\]\((?!https://)([^)#]+)", document.read_text())
+        if not (document.parent / link).is_file()
+    ]
+
+
 class InstallTests(PackagingTestCase):
     def test_every_file_goes_where_the_platform_expects_it(self):
         for umask in (0o022, 0o002):
@@ -69,6 +80,7 @@ class InstallTests(PackagingTestCase):
                     self.install(place)
                 self.assertEqual(files(place), modes(INSTALLED))
                 self.assertEqual(folder_modes(place), {"drwxr-xr-x"})
+                self.assertEqual(dangling_links(place), [])
         self.machine.environment["PATH"] = f"{place}/bin:/usr/bin:/bin"
         self.assertEqual(self.machine.run("lumaret-macos-helper", "list"), printed("[]"))
 
@@ -158,6 +170,7 @@ class DebianPackageTests(DebianPackageTestCase):
         self.assert_succeeds("dpkg-deb", "--extract", self.package, place)
         self.assertEqual(files(place / "usr"), modes(PACKAGED))
         self.assertEqual(folder_modes(place), {"drwxr-xr-x"})
+        self.assertEqual(dangling_links(place), [])
         changelog = self.assert_succeeds("zcat", place / "usr/share/doc/lumaret-macos-helper/changelog.gz")
         self.assertTrue(changelog.startswith(f"lumaret-macos-helper ({VERSION}) "))
 

@@ -1,0 +1,87 @@
+# SPDX-License-Identifier: Apache-2.0
+"""All documents: what they link to is there, and what they name of the sources."""
+
+import json
+import re
+import unittest
+from pathlib import Path
+
+from Tests.Support.Python.packaging_test_case import SOURCES
+
+FOLDERS = (".github", "Benchmarks", "Fuzzing", "LumaretMacHelper", "Packaging", "Tests", "Tools", "docs")
+FILES = {path for folder in FOLDERS for path in (SOURCES / folder).rglob("*")} | set(SOURCES.glob("*"))
+DOCUMENTS = sorted(path for path in FILES if path.suffix == ".md")
+ARCHITECTURE = SOURCES / "docs/architecture.md"
+SUFFIXES = (".cmake", ".cpp", ".hpp", ".md", ".mm", ".txt")
+
+# Functions of NSS that are named because the tool does not call them.
+NOT_CALLED = {"PK11_ListCerts", "CERT_FindUserCertsByUsage"}
+
+
+def names_in(document: Path) -> list[str]:
+    """What stands in backticks, outside transcripts."""
+    return re.findall(r"`([^`\n]+)`", re.sub(r"^```.*?^```$", "", document.read_text(), flags=re.M | re.S))
+
+
+def commands_in(document: Path) -> list[str]:
+    return re.findall(r"^    (\S.*)$", document.read_text(), re.M)
+
+
+def paths_in(document: Path) -> set[Path]:
+    """The words in backticks and in commands that name a file or a folder of the sources."""
+    words = {word for text in (*names_in(document), *commands_in(document)) for word in text.split()}
+    paths = {Path(word) for word in words if re.fullmatch(r"[\w.][\w./-]*", word)}
+    return {path for path in paths if path.parts and (path.parts[0] in FOLDERS or path.suffix in SUFFIXES)}
+
+
+class EveryDocumentTests(unittest.TestCase):
+    def test_every_link_leads_to_a_heading_or_a_file(self):
+        for document in DOCUMENTS:
+            for link in re.findall(r"\]\((?!https://)([^)]+)\)", document.read_text()):
+                with self.subTest(document.name, link=link):
+                    file, _, anchor = link.partition("#")
+                    target = document.parent / file
+                    self.assertTrue(target.is_file())
+                    headings = re.findall(r"^#+ (.+)$", target.read_text(), re.M) if anchor else []
+                    self.assertIn(anchor, ["", *(heading.lower().replace(" ", "-") for heading in headings)])
+
+    def test_every_path_is_there(self):
+        file_names = {path.name for path in FILES}
+        for document in DOCUMENTS:
+            for path in paths_in(document):
+                with self.subTest(document.name, path=str(path)):
+                    self.assertTrue((SOURCES / path).exists() or (len(path.parts) == 1 and path.name in file_names))
+
+    def test_every_preset_is_there(self):
+        presets = json.loads((SOURCES / "CMakePresets.json").read_text())
+        kinds = {"cmake": "configure", "ctest": "test", "--build": "build", "--workflow": "workflow"}
+        for document in DOCUMENTS:
+            for command in (*names_in(document), *commands_in(document)):
+                for word, name in re.findall(r"(\S+) --preset (\S+)", command):
+                    with self.subTest(document.name, command=command):
+                        self.assertIn(name, [preset["name"] for preset in presets[f"{kinds[word]}Presets"]])
+
+    def test_every_python_test_is_there(self):
+        loader = unittest.TestLoader()
+        for document in DOCUMENTS:
+            for name in re.findall(r"python3 -m unittest (\S+)", document.read_text()):
+                with self.subTest(document.name, name=name):
+                    self.assertGreater(loader.loadTestsFromName(name).countTestCases(), 0)
+                    self.assertEqual(loader.errors, [])
+
+
+class ArchitectureTests(unittest.TestCase):
+    def test_it_is_short(self):
+        self.assertLessEqual(len(ARCHITECTURE.read_text().splitlines()), 80)
+
+    def test_every_identifier_is_one_of_the_product(self):
+        product = [path for path in FILES if SOURCES / "LumaretMacHelper" in path.parents and path.is_file()]
+        text = "\n".join(path.read_text() for path in (SOURCES / "CMakeLists.txt", *product))
+        names = {name for name in names_in(ARCHITECTURE) if re.fullmatch(r"\w+(::\w+)*(\(\))?", name)}
+        identifiers = {identifier for name in names - NOT_CALLED for identifier in re.findall(r"\w+", name)}
+        self.assertGreater(len(identifiers), 40)
+        self.assertEqual(identifiers - set(re.findall(r"\w+", text)), set())
+
+
+if __name__ == "__main__":
+    unittest.main()
