@@ -6,7 +6,7 @@ import re
 import unittest
 from pathlib import Path
 
-from Tests.Support.Python.packaging_test_case import SOURCES
+from Tests.Support.Python.project import SOURCES
 
 FOLDERS = (".github", "Benchmarks", "Fuzzing", "LumaretMacHelper", "Packaging", "Tests", "Tools", "docs")
 FILES = {path for folder in FOLDERS for path in (SOURCES / folder).rglob("*")} | set(SOURCES.glob("*"))
