@@ -1,173 +1,257 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Tests/OverStandIn/Faults/FaultTable.hpp"
-
+#include <limits>
 #include <utility>
 
-#include "Tests/OverStandIn/Faults/FaultKinds.hpp"
-#include "Tests/OverStandIn/Faults/FaultMessages.hpp"
+#include "Tests/OverStandIn/Faults/Faults.hpp"
 #include "Tests/OverStandIn/SampleIdentities.hpp"
+#include "Tests/Support/Cpp/Messages.hpp"
 
 namespace lumaret::tests::faults {
 namespace {
 
+using standin::Answer;
 using standin::Bytes;
 using standin::Dictionary;
 using standin::List;
+using enum Checkpoint;
+using enum Seen;
 
-Dictionary valuesWith(const standin::Text& oid, standin::Value value) {
-  Dictionary values = certificateValues({attribute(u"2.5.4.3", u"someone")}, {farAhead});
-  values.insert_or_assign(oid, std::move(value));
-  return values;
+/// Ways to fail, each with a name for the reader of a failed test.
+using Kinds = std::vector<std::pair<std::string, Answer>>;
+/// What each of them comes to.
+using Lines = std::vector<std::pair<Kinds, Consequence>>;
+using Table = std::map<Phase, std::map<std::string, Lines>>;
+
+template <typename Element>
+std::vector<Element> operator+(std::vector<Element> left, const std::vector<Element>& right) {
+  left.insert(left.end(), right.begin(), right.end());
+  return left;
 }
 
-Dictionary valuesWithout(const standin::Text& oid) {
+// Kinds of faults
+
+Kinds status(std::int32_t status) {
+  return {{"status " + std::to_string(status), Answer::status(status)}};
+}
+
+const Kinds cancelled = status(-128);
+const Kinds itemNotFound = status(-25300);
+const Kinds noKeychainItem = status(-25304) + status(-25306);
+const Kinds unsupportedKey =
+    status(-4) + status(-25256) + status(-67734) + status(-67737) + status(-67739);
+const Kinds otherStatus =
+    status(-2070) + status(-67735) + status(-67738) + status(-25293) + status(1);
+const Kinds failureWithObject = {{"a failure with an object", Answer::statusAndObject(-25293)}};
+const Kinds anyFailure =
+    cancelled + itemNotFound + noKeychainItem + unsupportedKey + otherStatus + failureWithObject;
+
+/// Success with this object.
+Kinds object(std::string name, standin::Value value) {
+  return {{std::move(name), Answer::object(std::move(value))}};
+}
+
+const Kinds nothing = {{"nothing", Answer::nothing()}};
+const Kinds emptyArray = object("an empty array", {List()});
+const Kinds firstElement = {{"its first element alone", Answer::firstElement()}};
+/// A text in the function's own array.
+const Kinds foreignElements = {
+    {"a foreign first element", Answer::foreignElement(0)},
+    {"a foreign last element", Answer::foreignElement(std::numeric_limits<std::size_t>::max())}};
+const Kinds noBytes = object("no bytes", {Bytes()});
+const Kinds otherBytes = object("other bytes", {Bytes{1}});
+/// Those that no function answers with where any object may be.
+const Kinds otherTypes = object("a text", text(u"text")) + object("a number", {7.0}) +
+                         object("a boolean", {true}) + object("a date", {farAhead}) +
+                         object("data", {Bytes{1}}) + object("a dictionary", {Dictionary()});
+const Kinds noTextAlone = object("a text without a UTF-8 form", text({0xd800}));
+const Kinds noListsOfTexts =
+    otherTypes + object("an array with a number", {List{text(u"no rule"), {7.0}}}) +
+    object("an array in an array", {List{{List{text(u"no rule")}}}}) +
+    object("an array with a text without a UTF-8 form", {List{text({0xd800})}});
+
+/// A certificate's values, with this one in the place of its own, or with none there.
+Kinds values(std::string name, const standin::Text& oid, std::optional<standin::Value> value = {}) {
   Dictionary values = certificateValues({attribute(u"2.5.4.3", u"someone")}, {farAhead});
   values.erase(oid);
-  return values;
+  if (value) {
+    values.emplace(oid, *std::move(value));
+  }
+  return object(std::move(name), {std::move(values)});
 }
 
 const standin::Text subject = u"kSecOIDX509V1SubjectName";
 const standin::Text issuer = u"kSecOIDX509V1IssuerName";
 const standin::Text notAfter = u"kSecOIDX509V1ValidityNotAfter";
 
+const Kinds noValues =
+    nothing + object("no value", {Dictionary()}) + values("no expiry", notAfter) +
+    values("an expiry of another type", notAfter, {{farAhead}}) +
+    values("a text as expiry", notAfter, property(text(u""), text(u"2099-12-31"))) +
+    values("an expiry in the past", notAfter, property(text(u""), {standin::Date{0}}));
+
+// What they come to
+
+Ending at(Checkpoint checkpoint, std::string message) {
+  return {.checkpoint = checkpoint, .message = std::move(message)};
+}
+Consequence ends(Checkpoint checkpoint, std::string message) {
+  return {.ending = at(checkpoint, std::move(message))};
+}
+Consequence launchFails(Checkpoint checkpoint, const std::string& why) {
+  return ends(checkpoint, messages::told(messages::chromeLaunchFailed, why));
+}
+Consequence seen(Seen what, std::optional<Ending> ending = {}) {
+  return {.seen = what, .ending = std::move(ending)};
+}
+Consequence seenOfOne(Seen what, std::optional<Ending> ending = {}) {
+  return {.seen = what, .ending = std::move(ending), .ofSelectedAlone = true};
+}
+
+const Ending notFound = at(untouched, messages::selectedIdentityNotFound);
+const Consequence leftOut = seenOfOne(identityLeftOut, notFound);
+const Consequence unsupported = ends(untouched, messages::chromeKeyAuthorizationUnsupported);
+const Consequence failed = ends(untouched, messages::keychainAuthorizationFailed);
+const Consequence internal =
+    ends(untouched, messages::told(messages::keychainAuthorizationFailed, -2070));
+const Consequence notSaved = ends(keyAllowed, messages::policyWriteFailed);
+const Consequence notVerified = ends(ruleStored, messages::policyVerificationFailed);
+const Consequence harmless;
+
+/// While Chrome is authorized.
+const Lines ofAnyCall = {{cancelled, ends(untouched, messages::keychainAuthorizationCancelled)},
+                         {unsupportedKey, unsupported},
+                         {otherStatus, failed}};
+/// Of the functions that read and change access lists.
+const Lines ofAccessLists =
+    ofAnyCall + Lines{{itemNotFound, failed}, {noKeychainItem, unsupported}};
+const Lines ofOtherCalls = ofAnyCall + Lines{{itemNotFound + noKeychainItem, failed}};
+const Lines noObject = {{failureWithObject, failed}, {nothing, internal}};
+
+const Consequence notSynchronized = {.ending = Ending{.checkpoint = keyAllowed,
+                                                      .message = messages::policyWriteFailed,
+                                                      .isRulePending = true}};
+const Consequence notStarted = launchFails(
+    refreshed,
+    "/Applications/Google Chrome.app/Contents/MacOS/Google Chrome: No such file or directory");
+const Consequence noWindow = ends(windowOpened, notStarted.ending->message);
+
 // A result with a type of its own, such as SecKeyRef, is never an object of another type: the
 // framework's declaration rules that out. Only what may be any object, and an array's element, is.
 
-std::vector<Row> loadingRows() {
-  constexpr Phase phase = Phase::loading;
-  return {
-      {phase, "SecItemCopyMatching",
-       statuses(&StatusRow::ofQuery) +
-           Faults{failureWithObject(unreadable), nothing(Effect::noIdentities),
-                  emptyArray(Effect::noIdentities),
-                  object("an array of other things", {List{text(u"text"), {7.0}}},
-                         Effect::noIdentities),
-                  firstElement(Effect::onlyFirstIdentity)} +
-           foreignElements(Effect::none) + otherTypes(told(unreadable, -2070))},
-      {phase, "SecIdentityCopyPrivateKey",
-       anyStatus(Effect::leftOut) +
-           Faults{failureWithObject(Effect::leftOut), nothing(Effect::leftOut)}},
-      {phase, "SecIdentityCopyCertificate",
-       anyStatus(Effect::leftOut) +
-           Faults{failureWithObject(Effect::leftOut), nothing(Effect::leftOut)}},
-      {phase,
-       "SecCertificateCopyValues",
-       {nothing(Effect::leftOut), object("no value", {Dictionary()}, Effect::leftOut),
-        object("no expiry", {valuesWithout(notAfter)}, Effect::leftOut),
-        object("an expiry of another type", {valuesWith(notAfter, {farAhead})}, Effect::leftOut),
-        object("an expiry that is a text",
-               {valuesWith(notAfter, property(text(u""), text(u"2099-12-31")))}, Effect::leftOut),
-        object("an expiry in the past",
-               {valuesWith(notAfter, property(text(u""), {standin::Date{0}}))}, Effect::leftOut),
-        object("no subject", {valuesWithout(subject)}, Effect::noSubject),
-        object("a subject of another type", {valuesWith(subject, {7.0})}, Effect::noSubject),
-        object("no issuer", {valuesWithout(issuer)}, Effect::anotherName),
-        object("an issuer of another type", {valuesWith(issuer, {farAhead})},
-               Effect::anotherName)}},
-      {phase,
-       "SecCertificateCopyData",
-       {nothing(Effect::leftOut), object("no bytes", {Bytes()}, Effect::leftOut),
-        object("other bytes", {Bytes{1}}, Effect::anotherCertificate)}},
-      {phase, "CFLocaleCopyCurrent", {nothing(Effect::none)}},
-      {phase, "CC_SHA256", {}},
-      {phase, "CFStringCompareWithOptionsAndLocale", {}},
-      {phase, "SecIdentityGetTypeID", {}},
-  };
-}
+const Table rows = {
+    {Phase::loading,
+     {{"SecItemCopyMatching",
+       {{cancelled + noKeychainItem + unsupportedKey + otherStatus + failureWithObject,
+         ends(untouched, messages::keychainFailure)},
+        {itemNotFound + nothing + emptyArray, seen(noIdentities, notFound)},
+        {object("other things", {List{text(u"text"), {7.0}}}), seen(noIdentities, notFound)},
+        {firstElement, seen(firstIdentityAlone)},
+        {foreignElements, harmless},
+        {otherTypes, ends(untouched, messages::told(messages::keychainFailure, -2070))}}},
+      {"SecIdentityCopyPrivateKey", {{anyFailure + nothing, leftOut}}},
+      {"SecIdentityCopyCertificate", {{anyFailure + nothing, leftOut}}},
+      {"SecCertificateCopyValues",
+       {{noValues, leftOut},
+        {values("no subject", subject) + values("a subject of another type", subject, {{7.0}}),
+         seenOfOne(noSubject, at(keyAllowed, messages::certificateHasNoSubject))},
+        {values("no issuer", issuer) + values("an issuer of another type", issuer, {{farAhead}}),
+         seen(anotherName)}}},
+      {"SecCertificateCopyData",
+       {{nothing + noBytes, leftOut}, {otherBytes, seenOfOne(anotherCertificate, notFound)}}},
+      {"CFLocaleCopyCurrent", {{nothing, harmless}}},
+      {"CC_SHA256", {}},
+      {"CFStringCompareWithOptionsAndLocale", {}},
+      {"SecIdentityGetTypeID", {}}}},
+    {Phase::authorizing,
+     {{"SecItemCopyMatching", ofAnyCall + noObject +
+                                  Lines{{noKeychainItem, failed},
+                                        {itemNotFound + emptyArray, seen(noIdentities, notFound)},
+                                        {firstElement, seen(firstMatchAlone)},
+                                        {foreignElements + otherTypes, internal}}},
+      {"SecIdentityCopyCertificate", ofOtherCalls + noObject},
+      {"SecCertificateCopyData",
+       {{nothing, internal}, {noBytes + otherBytes, seenOfOne(noMatch, notFound)}}},
+      {"SecIdentityCopyPrivateKey",
+       ofAnyCall + Lines{{noKeychainItem + failureWithObject, failed},
+                         {itemNotFound + nothing,
+                          ends(untouched, messages::selectedIdentityHasNoPrivateKey)}}},
+      {"SecKeychainItemCopyAccess", ofAccessLists + noObject},
+      {"SecAccessCopyACLList",
+       ofAccessLists + noObject + Lines{{emptyArray, unsupported}, {foreignElements, internal}}},
+      {"SecACLCopyAuthorizations",
+       {{nothing, internal},
+        {emptyArray + object("tags of another type", {List{{7.0}, {farAhead}}}) +
+             object("unknown tags", {List{text(u"kSecACLAuthorizationSig"), text(u"")}}),
+         seen(noSignature)},
+        {foreignElements, harmless}}},
+      {"SecACLCopyContents",
+       ofAccessLists + Lines{{failureWithObject, failed},
+                             {nothing, seen(anyApplication)},
+                             {emptyArray, seen(noApplication)},
+                             {{{"no description", Answer::withoutSecond()}}, internal},
+                             {foreignElements, internal}}},
+      {"SecTrustedApplicationCreateFromPath", ofOtherCalls + noObject},
+      {"SecTrustedApplicationCopyData",
+       ofOtherCalls + noObject + Lines{{noBytes + otherBytes, seen(unknownApplication)}}},
+      {"SecACLSetContents", ofAccessLists},
+      {"SecKeychainItemSetAccess", ofAccessLists},
+      {"CC_SHA256", {}},
+      {"CFEqual", {}},
+      {"SecIdentityGetTypeID", {}},
+      {"SecACLGetTypeID", {}},
+      {"SecTrustedApplicationGetTypeID", {}}}},
+    {Phase::readingRules,
+     {{"CFPreferencesCopyValue",
+       {{nothing + emptyArray, seen(noRules)}, {noListsOfTexts, notSaved}}}}},
+    {Phase::writingRules,
+     {{"CFPreferencesSetValue",
+       {{{{"doing nothing", Answer::status(-1)}},
+         seen(rulesAsBefore, at(keyAllowed, messages::policyVerificationFailed))}}},
+      {"CFPreferencesSynchronize", {{status(-1), notSynchronized}}}}},
+    {Phase::verifyingRules,
+     {{"CFPreferencesCopyValue",
+       {{nothing + emptyArray + object("another rule", {List{text(u"no rule")}}), notVerified},
+        {foreignElements + noListsOfTexts, notVerified}}}}},
+    {Phase::refreshing,
+     {{"NSTask",
+       {{nothing, notStarted},
+        {status(1) + status(15) + status(255),
+         launchFails(refreshed, messages::unsuccessfulExit)}}}}},
+    {Phase::opening,
+     {{"CFURLCreateWithBytes", {{nothing, seen(noAddress)}}},
+      {"CFURLCopyScheme",
+       {{nothing + object("another scheme", text(u"ftp")) + noTextAlone,
+         launchFails(refreshed, messages::unsupportedScheme)}}},
+      {"NSFileManager", {{status(-1), ends(ruleStored, messages::chromeNotInstalled)}}},
+      {"NSRunningApplication", {}},
+      {"NSTask", {{nothing, noWindow}, {status(1), harmless}}}}}};
 
-std::vector<Row> authorizingRows() {
-  constexpr Phase phase = Phase::authorizing;
-  const Consequence internal = told(notAuthorized, -2070);
-  return {
-      {phase, "SecItemCopyMatching",
-       statuses(&StatusRow::ofOther, {{-25300, Effect::noIdentities}}) +
-           Faults{failureWithObject(notAuthorized), nothing(internal),
-                  emptyArray(Effect::noIdentities), firstElement(Effect::onlyFirstIdentity)} +
-           foreignElements(internal) + otherTypes(internal)},
-      {phase, "SecIdentityCopyCertificate",
-       statuses(&StatusRow::ofOther) + Faults{failureWithObject(notAuthorized), nothing(internal)}},
-      {phase,
-       "SecCertificateCopyData",
-       {nothing(internal), object("no bytes", {Bytes()}, Effect::anotherCertificate),
-        object("other bytes", {Bytes{1}}, Effect::anotherCertificate)}},
-      {phase, "SecIdentityCopyPrivateKey",
-       statuses(&StatusRow::ofOther, {{-25300, noPrivateKey}}) +
-           Faults{failureWithObject(notAuthorized), nothing(noPrivateKey)}},
-      {phase, "SecKeychainItemCopyAccess",
-       statuses(&StatusRow::ofAccessList) +
-           Faults{failureWithObject(notAuthorized), nothing(internal)}},
-      {phase, "SecAccessCopyACLList",
-       statuses(&StatusRow::ofAccessList) +
-           Faults{failureWithObject(notAuthorized), nothing(internal),
-                  emptyArray(Effect::noSigningEntries)} +
-           foreignElements(internal)},
-      {phase, "SecACLCopyAuthorizations",
-       Faults{nothing(internal), emptyArray(Effect::notSigning),
-              object("tags of another type", {List{{7.0}, {farAhead}}}, Effect::notSigning),
-              object("unknown tags", {List{text(u"kSecACLAuthorizationSig"), text(u"")}},
-                     Effect::notSigning)} +
-           foreignElements(Effect::none)},
-      {phase, "SecACLCopyContents",
-       statuses(&StatusRow::ofAccessList) +
-           Faults{failureWithObject(notAuthorized),
-                  nothing(Effect::openToAnyApplication),
-                  emptyArray(Effect::trustsNoApplication),
-                  {"no description", standin::Answer::withoutSecond(), internal}} +
-           foreignElements(internal)},
-      {phase, "SecTrustedApplicationCreateFromPath",
-       statuses(&StatusRow::ofOther) + Faults{failureWithObject(notAuthorized), nothing(internal)}},
-      {phase, "SecTrustedApplicationCopyData",
-       statuses(&StatusRow::ofOther) +
-           Faults{failureWithObject(notAuthorized), nothing(internal),
-                  object("no bytes", {Bytes()}, Effect::unknownApplication),
-                  object("other bytes", {Bytes{1}}, Effect::unknownApplication)}},
-      {phase, "SecACLSetContents", statuses(&StatusRow::ofAccessList)},
-      {phase, "SecKeychainItemSetAccess", statuses(&StatusRow::ofAccessList)},
-      {phase, "CC_SHA256", {}},
-      {phase, "CFEqual", {}},
-      {phase, "SecIdentityGetTypeID", {}},
-      {phase, "SecACLGetTypeID", {}},
-      {phase, "SecTrustedApplicationGetTypeID", {}},
-  };
-}
-
-std::vector<Row> otherRows() {
-  return {
-      {Phase::readingRules, "CFPreferencesCopyValue",
-       Faults{nothing(Effect::noRules), emptyArray(Effect::noRules)} + noListsOfTexts(notSaved)},
-      {Phase::writingRules,
-       "CFPreferencesSetValue",
-       {{"doing nothing", standin::Answer::status(-1), Effect::rulesNotTaken}}},
-      {Phase::writingRules, "CFPreferencesSynchronize", {status(-1, notSaved)}},
-      {Phase::verifyingRules, "CFPreferencesCopyValue",
-       Faults{nothing(notVerified), emptyArray(notVerified),
-              object("another rule", {List{text(u"no rule")}}, notVerified)} +
-           foreignElements(notVerified) + noListsOfTexts(notVerified)},
-      {Phase::opening, "CFURLCreateWithBytes", {nothing(Effect::noAddress)}},
-      {Phase::opening,
-       "CFURLCopyScheme",
-       {nothing(Effect::noWebAddress), object("another scheme", text(u"ftp"), Effect::noWebAddress),
-        object("a text without a UTF-8 form", text({0xd800}), Effect::noWebAddress)}},
-      {Phase::opening, "NSFileManager", {status(-1, notInstalled)}},
-      {Phase::opening, "NSRunningApplication", {}},
-      {Phase::refreshing,
-       "NSTask",
-       {nothing(notStarted), status(1, exited), status(15, exited), status(255, exited)}},
-      {Phase::opening, "NSTask", {nothing(notStarted), status(1, Effect::none)}},
-  };
+/// A message that tells a status tells that of the fault.
+Fault fault(const std::string& name, const Answer& answer, Consequence consequence) {
+  if (auto& end = consequence.ending; end && end->message.find("<status>") != std::string::npos) {
+    end->message = messages::told(end->message, answer.failure);
+  }
+  return {.name = name, .answer = answer, .consequence = std::move(consequence)};
 }
 
 }  // namespace
 
-const std::vector<Row>& table() {
-  static const std::vector<Row> rows = [] {
-    std::vector<Row> all = loadingRows();
-    for (const auto& more : {authorizingRows(), otherRows()}) {
-      all.insert(all.end(), more.begin(), more.end());
+const std::map<Phase, std::map<std::string, Faults>>& table() {
+  static const auto table = [] {
+    std::map<Phase, std::map<std::string, Faults>> faults;
+    for (const auto& [phase, functions] : rows) {
+      for (const auto& [function, lines] : functions) {
+        Faults& all = faults[phase][function];
+        for (const auto& [kinds, consequence] : lines) {
+          for (const auto& [name, answer] : kinds) {
+            all.push_back(fault(name, answer, consequence));
+          }
+        }
+      }
     }
-    return all;
+    return faults;
   }();
-  return rows;
+  return table;
 }
 
 }  // namespace lumaret::tests::faults

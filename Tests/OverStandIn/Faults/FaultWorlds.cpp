@@ -1,9 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Tests/OverStandIn/Faults/FaultWorlds.hpp"
-
-#include "Tests/OverStandIn/Faults/FaultListing.hpp"
-#include "Tests/OverStandIn/Faults/FaultMessages.hpp"
+#include "Tests/OverStandIn/Faults/Faults.hpp"
 #include "Tests/OverStandIn/SampleIdentities.hpp"
+#include "Tests/Support/Cpp/Messages.hpp"
 
 namespace lumaret::tests::faults {
 namespace {
@@ -11,199 +9,186 @@ namespace {
 using nlohmann::json;
 using standin::AccessList;
 using standin::AccessListEntry;
-using Texts = std::vector<std::string>;
+using Applications = std::vector<std::string>;
+using enum Checkpoint;
+using enum Seen;
 
-const std::string chrome = "/Applications/Google Chrome.app";
+const std::string chrome = chromeApplication;
 
-AccessListEntry signing(const Texts& applications) {
+AccessListEntry signing(const Applications& applications) {
   return {{"kSecACLAuthorizationSign"}, applications, u"sign", 0x0001};
 }
-AccessListEntry anyOperation(const Texts& applications) {
+AccessListEntry anyUse(const std::optional<Applications>& applications) {
   return {
       {"kSecACLAuthorizationMAC", "kSecACLAuthorizationAny"}, applications, u"Cl\u00e9", 0x0050};
 }
-AccessListEntry openToAnyApplication() {
-  return {{"kSecACLAuthorizationAny"}, std::nullopt, u"any", 0};
-}
-AccessListEntry decrypting() {
-  return {{"kSecACLAuthorizationDecrypt"}, {{"/Mail"}}, u"decrypt", 0};
-}
+
+const AccessListEntry none = signing({});
+const AccessListEntry chromeAlone = signing({chrome});
+const AccessListEntry mail = signing({"/Mail"});
+const AccessListEntry mailAndChrome = signing({"/Mail", chrome});
+const AccessListEntry zoom = signing({"/Zoom"});
+const AccessListEntry zoomAndChrome = signing({"/Zoom", chrome});
+const AccessListEntry any = anyUse({{"/Zoom", "/Mail"}});
+const AccessListEntry anyAndChrome = anyUse({{"/Zoom", "/Mail", chrome}});
+const AccessListEntry anyChromeAlone = anyUse({{chrome}});
+const AccessListEntry open = anyUse(std::nullopt);
+const AccessListEntry decrypting = {{"kSecACLAuthorizationDecrypt"}, {{"/Mail"}}, u"decrypt", 0};
 
 const std::string foreignRule =
     R"({"pattern": "https://a.example", "filter": {"SUBJECT": {"CN": "ana"}}})";
 const std::string noRule = "no rule";
-const std::string anasRule =
-    R"({"filter":{"ISSUER":{"CN":"Example CA"},"SUBJECT":{"CN":"ana"}},"pattern":"*"})";
 const std::string beasRule =
     R"({"filter":{"ISSUER":{"CN":"Example CA"},"SUBJECT":{"CN":"Bea"}},"pattern":"*"})";
 
 json list(const std::vector<json>& values) { return values; }
 
-Texts activation(const std::string& address = "") {
-  Texts arguments = {"activate", "--fingerprint", idOf("ana")};
-  if (!address.empty()) {
-    arguments.insert(arguments.end(), {"--url", address});
-  }
-  return arguments;
-}
+const Ending listed = {.checkpoint = untouched};
+const Ending success = {.checkpoint = windowOpened};
+const Ending notFound = {.checkpoint = untouched, .message = messages::selectedIdentityNotFound};
+const Ending ambiguous = {.checkpoint = untouched, .message = messages::selectedIdentityAmbiguous};
+const Ending unsupported = {.checkpoint = untouched,
+                            .message = messages::chromeKeyAuthorizationUnsupported};
 
-std::vector<World> listings() {
-  return {
-      {"ListAnEmptyKeychain", {"list"}, {}},
-      {"ListSeveralIdentities",
-       {"list"},
-       {{"zoe", {{signing({"/Mail"})}}},
-        {"ana", {{openToAnyApplication()}}},
-        {"old", {{signing({chrome})}}, State::expired},
-        {"Bea", {{decrypting()}}},
-        {"card", std::nullopt},
-        {"keyless", std::nullopt, State::withoutKey},
-        {"nameless", AccessList(), State::withoutSubject},
-        {"Bea", {{signing({})}}}},
-       list({anasRule}),
-       true,
-       "",
-       {{openToAnyApplication()}},
-       list({anasRule})},
-  };
-}
+// Of a world with one signing entry.
+const Variation noEntry = {.seen = noSignature, .ending = unsupported};
+const Variation noOther = {.seen = noApplication, .allowed = {{chromeAlone}}};
 
-std::vector<World> activations() {
-  return {
-      {"TwoSigningEntriesWithoutChrome",
-       activation(),
-       {{"ana", {{signing({"/Mail"}), decrypting(), anyOperation({"/Zoom", "/Mail"})}}}},
-       nullptr,
-       false,
-       "",
-       {{signing({"/Mail", chrome}), decrypting(), anyOperation({"/Zoom", "/Mail", chrome})}},
-       list({anasRule}),
-       {windowRequest + ")"}},
-      {"ChromeListedInTheSecondEntry",
-       activation("https://a.example/"),
-       {{"ana", {{signing({"/Mail"}), signing({"/Zoom", chrome})}}}},
-       list({foreignRule, noRule}),
-       true,
-       "",
-       {{signing({"/Mail"}), signing({"/Zoom", chrome})}},
-       list({foreignRule, noRule, anasRule}),
-       {policyRefresh, windowRequest + ", https://a.example/)"}},
-      {"AnyApplicationInTheSecondEntry",
-       activation(),
-       {{"ana", {{signing({"/Mail"}), openToAnyApplication(), signing({"/Zoom"})}}}},
-       list({}),
-       true,
-       "",
-       {{signing({"/Mail"}), openToAnyApplication(), signing({"/Zoom"})}},
-       list({anasRule}),
-       {policyRefresh, windowRequest + ")"}},
-      {"SeveralIdentities",
-       activation("HTTP://a.example"),
-       {{"zoe", {{signing({"/Mail"})}}},
-        {"old", {{signing({"/Mail"})}}, State::expired},
-        {"ana", {{signing({})}}},
-        {"keyless", std::nullopt, State::withoutKey},
-        {"nameless", AccessList(), State::withoutSubject}},
-       list({beasRule}),
-       false,
-       "",
-       {{signing({chrome})}},
-       list({anasRule}),
-       {windowRequest + ", HTTP://a.example)"}},
-      {"ForeignRules",
-       activation(),
-       {{"ana", {{anyOperation({"/Mail"})}}}, {"Bea", {{signing({})}}}},
-       list({foreignRule, beasRule, noRule, anasRule, foreignRule}),
-       true,
-       "",
-       {{anyOperation({"/Mail", chrome})}},
-       list({foreignRule, anasRule, noRule, foreignRule}),
-       {policyRefresh, windowRequest + ")"}},
-      {"ActivatedBefore",
-       activation(),
-       {{"ana", {{signing({chrome}), signing({"/Mail"})}}}},
-       list({noRule, anasRule}),
-       true,
-       "",
-       {{signing({chrome}), signing({"/Mail"})}},
-       list({noRule, anasRule}),
-       {policyRefresh, windowRequest + ")"}},
-  };
-}
-
-std::vector<World> failures() {
-  const AccessList before = {signing({"/Mail"})};
-  const AccessList afterwards = {signing({"/Mail", chrome})};
-  return {
-      {"NoSuchIdentity",
-       activation(),
-       {{"Bea", before}},
-       list({noRule}),
-       true,
-       notFound,
-       {},
-       list({noRule})},
-      {"TwiceInTheKeychain",
-       activation(),
-       {{"ana", before}, {"ana", {{decrypting()}}}},
-       list({noRule}),
-       true,
-       ambiguous,
-       before,
-       list({noRule})},
-      {"KeyOfAToken",
-       activation(),
-       {{"ana", {}}},
-       list({noRule}),
-       true,
-       unsupported,
-       {},
-       list({noRule})},
-      {"NoSigningEntry",
-       activation(),
-       {{"ana", {{decrypting()}}}},
-       nullptr,
-       false,
-       unsupported,
-       {{decrypting()}}},
-      {"NoSubject",
-       activation(),
-       {{"ana", before, State::withoutSubject}},
-       list({noRule}),
-       true,
-       unmatchable,
-       afterwards,
-       list({noRule})},
-      {"RulesOfAnotherType",
-       activation(),
-       {{"ana", before}},
-       list({noRule, 7}),
-       true,
-       notSaved,
-       afterwards,
-       list({noRule, 7})},
-      {"AddressOfAnotherScheme",
-       activation("ftp://a.example/"),
-       {{"ana", before}},
-       nullptr,
-       true,
-       refused,
-       afterwards,
-       list({anasRule}),
-       {policyRefresh}},
-  };
-}
+const Held ana = {.name = "ana", .accessList = {{mail}}, .allowed = {{mailAndChrome}}};
+const Held unnamedAna = {.name = "ana",
+                         .state = State::withoutSubject,
+                         .accessList = {{mail}},
+                         .allowed = {{mailAndChrome}}};
 
 }  // namespace
 
 const std::vector<World>& worlds() {
-  static const std::vector<World> all = [] {
-    std::vector<World> collected = listings();
-    for (const auto& more : {activations(), failures()}) {
-      collected.insert(collected.end(), more.begin(), more.end());
-    }
-    return collected;
-  }();
+  static const std::vector<World> all = {
+      {.name = "ListAnEmptyKeychain", .lists = true, .ending = listed},
+      {.name = "ListSeveralIdentities",
+       .lists = true,
+       .held = {{.name = "zoe", .accessList = {{mail}}},
+                {.name = "ana", .accessList = {{open}}},
+                {.name = "old", .state = State::expired, .accessList = {{chromeAlone}}},
+                {.name = "Bea", .accessList = {{decrypting}}},
+                {.name = "card"},
+                {.name = "keyless", .state = State::withoutKey},
+                {.name = "nameless", .state = State::withoutSubject, .accessList = AccessList()},
+                {.name = "Bea again", .certificate = "Bea", .accessList = {{none}}}},
+       .rules = list({anasRule}),
+       .ending = listed},
+      {.name = "TwoSigningEntriesWithoutChrome",
+       .held = {{.name = "ana",
+                 .accessList = {{mail, decrypting, any}},
+                 .allowed = {{mailAndChrome, decrypting, anyAndChrome}}}},
+       .isChromeRunning = false,
+       .storedRules = list({anasRule}),
+       .variations =
+           {{.seen = noSignature, .of = "entry 0", .allowed = {{mail, decrypting, anyAndChrome}}},
+            {.seen = noSignature, .of = "entry 2", .allowed = {{mailAndChrome, decrypting, any}}},
+            {.seen = noApplication,
+             .of = "entry 0",
+             .allowed = {{chromeAlone, decrypting, anyAndChrome}}},
+            {.seen = noApplication,
+             .of = "entry 2",
+             .allowed = {{mailAndChrome, decrypting, anyChromeAlone}}}}},
+      {.name = "ChromeListedInTheSecondEntry",
+       .address = "https://a.example/",
+       .held = {{.name = "ana", .accessList = {{mail, zoomAndChrome}}}},
+       .rules = list({foreignRule, noRule}),
+       .storedRules = list({foreignRule, noRule, anasRule}),
+       .variations =
+           {{.seen = noSignature, .of = "entry 1", .allowed = {{mailAndChrome, zoomAndChrome}}},
+            {.seen = noApplication, .of = "entry 1", .allowed = {{mailAndChrome, chromeAlone}}},
+            {.seen = unknownApplication,
+             .of = chrome,
+             .allowed = {{mailAndChrome, signing({"/Zoom", chrome, chrome})}}}}},
+      {.name = "AnyApplicationInTheSecondEntry",
+       .held = {{.name = "ana", .accessList = {{mail, open, zoom}}}},
+       .rules = list({}),
+       .storedRules = list({anasRule}),
+       .variations = {{.seen = noSignature,
+                       .of = "entry 1",
+                       .allowed = {{mailAndChrome, open, zoomAndChrome}}},
+                      {.seen = noApplication,
+                       .of = "entry 1",
+                       .allowed = {{mailAndChrome, anyChromeAlone, zoomAndChrome}}}}},
+      {.name = "SeveralIdentities",
+       .address = "HTTP://a.example",
+       .held = {{.name = "zoe", .accessList = {{mail}}},
+                {.name = "old", .state = State::expired, .accessList = {{mail}}},
+                {.name = "ana", .accessList = {{none}}, .allowed = {{chromeAlone}}},
+                {.name = "keyless", .state = State::withoutKey},
+                {.name = "nameless", .state = State::withoutSubject, .accessList = AccessList()}},
+       .isChromeRunning = false,
+       .rules = list({beasRule}),
+       .storedRules = list({anasRule}),
+       .variations = {noEntry,
+                      {.seen = firstIdentityAlone, .ending = notFound},
+                      {.seen = firstMatchAlone, .ending = notFound}}},
+      {.name = "ForeignRules",
+       .held = {{.name = "ana", .accessList = {{any}}, .allowed = {{anyAndChrome}}},
+                {.name = "Bea", .accessList = {{none}}}},
+       .rules = list({foreignRule, beasRule, noRule, anasRule, foreignRule}),
+       .storedRules = list({foreignRule, anasRule, noRule, foreignRule}),
+       .variations = {noEntry, {.seen = noApplication, .allowed = {{anyChromeAlone}}}}},
+      {.name = "ActivatedBefore",
+       .held = {{.name = "ana", .accessList = {{chromeAlone, mail}}}},
+       .rules = list({noRule, anasRule}),
+       .storedRules = list({noRule, anasRule}),
+       .variations =
+           {{.seen = noSignature, .of = "entry 0", .allowed = {{chromeAlone, mailAndChrome}}},
+            {.seen = noApplication, .of = "entry 0", .allowed = {{chromeAlone, mailAndChrome}}},
+            {.seen = unknownApplication,
+             .of = chrome,
+             .allowed = {{signing({chrome, chrome}), mailAndChrome}}},
+            {.seen = rulesAsBefore}}},
+      {.name = "NoSuchIdentity",
+       .held = {{.name = "Bea", .accessList = {{mail}}}},
+       .rules = list({noRule}),
+       .ending = notFound},
+      {.name = "TwiceInTheKeychain",
+       .held = {{.name = "one",
+                 .certificate = "ana",
+                 .accessList = {{mail}},
+                 .allowed = {{mailAndChrome}}},
+                {.name = "other", .certificate = "ana", .accessList = {{decrypting}}}},
+       .rules = list({noRule}),
+       .storedRules = list({noRule, anasRule}),
+       .ending = ambiguous,
+       .variations = {{.seen = firstMatchAlone, .ending = success},
+                      {.seen = noMatch, .of = "one", .ending = unsupported},
+                      {.seen = noMatch, .of = "other", .ending = success}}},
+      {.name = "KeyOfAToken",
+       .held = {{.name = "ana"}},
+       .rules = list({noRule}),
+       .ending = unsupported,
+       .variations = {{.seen = noSubject}}},
+      {.name = "NoSigningEntry",
+       .held = {{.name = "ana", .accessList = {{decrypting}}}},
+       .isChromeRunning = false,
+       .ending = unsupported,
+       .variations = {{.seen = noSubject}}},
+      {.name = "NoSubject",
+       .held = {unnamedAna},
+       .rules = list({noRule}),
+       .storedRules = list({noRule, anasRule}),
+       .ending = {.checkpoint = keyAllowed, .message = messages::certificateHasNoSubject},
+       .variations = {noEntry, noOther, {.seen = anotherName, .ending = success}}},
+      {.name = "RulesOfAnotherType",
+       .held = {ana},
+       .rules = list({noRule, 7.0}),
+       .ending = {.checkpoint = keyAllowed, .message = messages::policyWriteFailed},
+       .variations = {noEntry, noOther, {.seen = noRules, .ending = success}}},
+      {.name = "AddressOfAnotherScheme",
+       .address = "ftp://a.example/",
+       .held = {ana},
+       .storedRules = list({anasRule}),
+       .ending = {.checkpoint = refreshed,
+                  .message = messages::told(messages::chromeLaunchFailed,
+                                            messages::unsupportedScheme)},
+       .variations = {noEntry, noOther, {.seen = noAddress, .ending = success}}},
+  };
   return all;
 }
 

@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Whole runs of the executable over the stand-in, each with one framework call that fails."""
+"""Whole runs of the executable over the stand-in, each with one framework call that fails: a few of those that the
+fault sweep holds, to see that the executable prints what the sweep expects of it."""
 
 import copy
 import unittest
@@ -7,34 +8,20 @@ import unittest
 from Tests.Support.Python import messages
 from Tests.Support.Python import private_root
 from Tests.Support.Python.mac import CHROME, DOMAIN, EXECUTABLE, MacTestCase, identity, rule, signing
-from Tests.Support.Python.outcome import ACTIVATED, failed, printed
+from Tests.Support.Python.outcome import failed
 
 # A function, which of its calls fails, its status (None: success with nothing), and what is told.
 BEFORE_THE_KEY_IS_STORED = (
-    ("SecItemCopyMatching", 1, -128, messages.KEYCHAIN_FAILURE),
-    ("SecItemCopyMatching", 1, -25304, messages.KEYCHAIN_FAILURE),
     ("SecItemCopyMatching", 1, None, messages.SELECTED_IDENTITY_NOT_FOUND),
-    ("SecIdentityCopyPrivateKey", 1, -128, messages.SELECTED_IDENTITY_NOT_FOUND),
-    ("SecIdentityCopyCertificate", 1, None, messages.SELECTED_IDENTITY_NOT_FOUND),
-    ("SecCertificateCopyValues", 1, None, messages.SELECTED_IDENTITY_NOT_FOUND),
-    ("SecItemCopyMatching", 2, -25300, messages.SELECTED_IDENTITY_NOT_FOUND),
-    ("SecItemCopyMatching", 2, None, messages.KEYCHAIN_AUTHORIZATION_FAILED),
-    ("SecIdentityCopyCertificate", 2, -25306, messages.KEYCHAIN_AUTHORIZATION_FAILED),
+    ("SecItemCopyMatching", 2, -25304, messages.KEYCHAIN_AUTHORIZATION_FAILED),
     ("SecIdentityCopyPrivateKey", 2, -25300, messages.SELECTED_IDENTITY_HAS_NO_PRIVATE_KEY),
-    ("SecKeychainItemCopyAccess", 1, -25306, messages.CHROME_KEY_AUTHORIZATION_UNSUPPORTED),
-    ("SecAccessCopyACLList", 1, None, messages.KEYCHAIN_AUTHORIZATION_FAILED),
-    ("SecACLCopyAuthorizations", 2, None, messages.KEYCHAIN_AUTHORIZATION_FAILED),
     ("SecACLCopyContents", 2, -25304, messages.CHROME_KEY_AUTHORIZATION_UNSUPPORTED),
-    ("SecTrustedApplicationCreateFromPath", 1, -25304, messages.KEYCHAIN_AUTHORIZATION_FAILED),
-    ("SecTrustedApplicationCopyData", 3, -4, messages.CHROME_KEY_AUTHORIZATION_UNSUPPORTED),
-    ("SecACLSetContents", 2, -67735, messages.KEYCHAIN_AUTHORIZATION_FAILED),
+    ("SecTrustedApplicationCopyData", 3, None, messages.KEYCHAIN_AUTHORIZATION_FAILED),
     ("SecKeychainItemSetAccess", 1, -128, messages.KEYCHAIN_AUTHORIZATION_CANCELLED),
-    ("SecKeychainItemSetAccess", 1, -67737, messages.CHROME_KEY_AUTHORIZATION_UNSUPPORTED),
 )
 # The same, and whether the rule is stored all the same.
 AFTERWARDS = (
     ("CFPreferencesSetValue", 1, -1, messages.POLICY_VERIFICATION_FAILED, False),
-    ("CFPreferencesSynchronize", 1, -1, messages.POLICY_WRITE_FAILED, False),
     ("CFPreferencesCopyValue", 2, None, messages.POLICY_VERIFICATION_FAILED, True),
 )
 
@@ -74,19 +61,6 @@ class OneCallFails(MacTestCase):
                 self.assertEqual(self.access_list(), [signing("/Mail", CHROME), signing("/Zoom", CHROME, tag="Any")])
                 self.assertEqual(self.rules(), ["no rule", rule("Ana")] if is_stored else ["no rule"])
         self.assertEqual(self.launches(0), [])
-
-    def test_an_entry_that_becomes_open_to_any_application_is_left_alone(self):
-        self.let_fail("SecACLCopyContents", 2, None)
-        self.assertEqual(self.activate(), ACTIVATED)
-        self.assertEqual(self.mac["identities"], self._start["identities"])
-        self.assertEqual(self.rules(), ["no rule", rule("Ana")])
-
-    def test_an_identity_that_cannot_be_read_is_not_listed(self):
-        for function in ("SecIdentityCopyPrivateKey", "SecIdentityCopyCertificate"):
-            for status in (-128, -25300, None):
-                with self.subTest(function=function, status=status):
-                    self.let_fail(function, 1, status)
-                    self.assertEqual(self.helper("list"), printed("[]"))
 
     def test_a_refresh_that_a_signal_ends_is_told(self):
         EXECUTABLE.write_text("#!/bin/sh\nkill -TERM $$\n")
