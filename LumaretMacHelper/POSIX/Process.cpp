@@ -56,9 +56,9 @@ class SpawnAttributes {
   SpawnAttributes(ProcessGroup group, short furtherFlags) {
     check(::posix_spawnattr_init(&attributes_));
     sigset_t signals;
-    ::sigfillset(&signals);
+    sigfillset(&signals);  // Unqualified, as below: on macOS these two are macros.
     check(::posix_spawnattr_setsigdefault(&attributes_, &signals));
-    ::sigemptyset(&signals);
+    sigemptyset(&signals);
     check(::posix_spawnattr_setsigmask(&attributes_, &signals));
     int flags = POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK | furtherFlags;
     if (group == ProcessGroup::itsOwn) {

@@ -30,12 +30,23 @@ namespace lumaret::tests::conformance {
 ///         From now on no identity can be read; returns the status with which that fails.
 ///     auto contents() const
 ///         Everything that is stored, to be compared with ==.
+///     bool isForeign(const ClientIdentity&) const
+///         Only where the machine holds identities for every user, which a test cannot take away:
+///         whether this is one of them.
 template <typename Keychain>
 class IdentityContract : public testing::Test {
  protected:
-  static std::vector<ClientIdentity> load() { return KeychainIdentityLoader().loadIdentities(); }
+  std::vector<ClientIdentity> load() const {
+    auto identities = KeychainIdentityLoader().loadIdentities();
+    if constexpr (requires(const ClientIdentity& identity) { keychain_.isForeign(identity); }) {
+      std::erase_if(identities, [this](const ClientIdentity& identity) {
+        return keychain_.isForeign(identity);
+      });
+    }
+    return identities;
+  }
 
-  static std::vector<std::string> loadedNames() { return displayNames(load()); }
+  std::vector<std::string> loadedNames() const { return displayNames(load()); }
 
   /// The subject of the only identity, which is its issuer as well.
   CertificatePrincipal subjectOf(const Certificate& certificate) {

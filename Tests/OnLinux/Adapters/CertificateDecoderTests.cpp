@@ -7,7 +7,7 @@
 
 #include "LumaretMacHelper/KeychainIdentityLoader.hpp"
 #include "LumaretMacHelper/Linux/CertificateDecoder.hpp"
-#include "Tests/OnLinux/Adapters/CertificateStore.hpp"
+#include "Tests/Support/Cpp/FreshIdentity.hpp"
 
 namespace lumaret::tests {
 namespace {

@@ -4,30 +4,10 @@
 #include <filesystem>
 #include <string>
 
-#include "LumaretMacHelper/Contracts.hpp"
+#include "Tests/Support/Cpp/FreshIdentity.hpp"
 #include "Tests/Support/Cpp/TemporaryFolder.hpp"
 
 namespace lumaret::tests {
-
-/// Runs a command line of the shell; throws with its output when it fails. What is listed here
-/// stands for the tools that people use: openssl, certutil, pk12util, softhsm2-util.
-std::string shell(const std::string& command);
-
-/// A key and a self-signed certificate, made fresh.
-struct FreshIdentity {
-  std::filesystem::path key;
-  std::filesystem::path certificate;
-  /// With an empty passphrase.
-  std::filesystem::path bundle;
-  Bytes der;
-};
-
-enum class KeyType { ec, rsa };
-
-/// The subject is in the form of openssl's -subj: "/CN=Anna/O=Example".
-FreshIdentity makeIdentity(const TemporaryFolder& folder, const std::string& subject,
-                           KeyType keyType = KeyType::ec,
-                           const std::string& expiry = "20991231235959Z");
 
 /// An NSS certificate database, as Chrome keeps it.
 class CertificateStore {

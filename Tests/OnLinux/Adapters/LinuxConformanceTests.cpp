@@ -2,14 +2,13 @@
 #include <unistd.h>
 
 #include <array>
-#include <chrono>
-#include <cstdio>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 
 #include "LumaretMacHelper/Linux/ChromeInstallation.hpp"
 #include "Tests/Conformance/AuthorizationConformance.hpp"
+#include "Tests/Conformance/ConformanceIdentity.hpp"
 #include "Tests/Conformance/IdentityConformance.hpp"
 #include "Tests/Conformance/LaunchingConformance.hpp"
 #include "Tests/Conformance/PreferencesConformance.hpp"
@@ -43,23 +42,7 @@ class Keychain {
   }
 
   FreshIdentity made(const Certificate& certificate) {
-    std::string subject;
-    for (const auto& [shortName, value] : certificate.name) {
-      subject += "/" + shortName + "=";
-      for (const char character : value) {
-        subject += character == '/' ? "\\/" : std::string(1, character);
-      }
-    }
-    const auto day = std::chrono::floor<std::chrono::days>(certificate.expiresAt);
-    const std::chrono::year_month_day date(day);
-    const std::chrono::hh_mm_ss time(
-        std::chrono::floor<std::chrono::seconds>(certificate.expiresAt - day));
-    std::array<char, 32> expiry{};
-    std::snprintf(expiry.data(), expiry.size(), "%04d%02u%02u%02ld%02ld%02ldZ",
-                  static_cast<int>(date.year()), static_cast<unsigned>(date.month()),
-                  static_cast<unsigned>(date.day()), time.hours().count(), time.minutes().count(),
-                  time.seconds().count());
-    return makeIdentity(material_, subject, KeyType::ec, expiry.data());
+    return makeIdentity(material_, certificate, KeyType::ec);
   }
 
   Bytes add(const Certificate& certificate, const std::string& password) {

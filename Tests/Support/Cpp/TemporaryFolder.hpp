@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <unistd.h>  // Where macOS declares mkdtemp.
+
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>

@@ -1,0 +1,85 @@
+// SPDX-License-Identifier: Apache-2.0
+// The suites over the real frameworks of this Mac. They have not run on one yet.
+
+#include <gtest/gtest.h>
+
+#include <set>
+#include <string>
+
+#include "LumaretMacHelper/KeychainIdentityLoader.hpp"
+#include "Tests/Conformance/AuthorizationConformance.hpp"
+#include "Tests/Conformance/ConformanceIdentity.hpp"
+#include "Tests/Conformance/IdentityConformance.hpp"
+#include "Tests/Conformance/LaunchingConformance.hpp"
+#include "Tests/Conformance/PreferencesConformance.hpp"
+#include "Tests/OnMac/ChromePreferences.hpp"
+#include "Tests/OnMac/KeychainItems.hpp"
+#include "Tests/OnMac/TestKeychain.hpp"
+
+namespace lumaret::tests::conformance {
+namespace {
+
+/// Ends the test as skipped: a real Mac cannot be put into the situation that it is about.
+/// GoogleTest takes this type of exception to be reported already.
+[[noreturn]] void leaveOut(const char* why) {
+  [why] { GTEST_SKIP() << why; }();
+  throw testing::AssertionException(
+      testing::TestPartResult(testing::TestPartResult::kSkip, __FILE__, __LINE__, why));
+}
+
+class Keychain {
+ public:
+  Keychain() {
+    for (const ClientIdentity& identity : KeychainIdentityLoader().loadIdentities()) {
+      foreign_.insert(identity.id);
+    }
+  }
+
+  Bytes addIdentity(const Certificate& certificate) {
+    const FreshIdentity identity = makeIdentity(material_, certificate, KeyType::rsa);
+    keychain_.addIdentity(identity, accessForAnyApplication().get());
+    return identity.der;
+  }
+  Bytes addIdentityOfToken(const Certificate&) { leaveOut("There is no smart card in this Mac."); }
+  void addCertificateWithoutKey(const Certificate& certificate) {
+    keychain_.addCertificate(makeIdentity(material_, certificate, KeyType::rsa));
+  }
+  KeychainStatus damage() {
+    leaveOut("The search passes over a keychain file that it cannot read, and says nothing.");
+  }
+
+  [[nodiscard]] std::string contents() const { return keychain_.bytes(); }
+
+  /// The system's own keychain may hold identities, and is always searched.
+  [[nodiscard]] bool isForeign(const ClientIdentity& identity) const {
+    return foreign_.contains(identity.id);
+  }
+
+ private:
+  TestKeychain keychain_;
+  TemporaryFolder material_;
+  std::set<std::string> foreign_;
+};
+
+class PreferenceStore : public ChromePreferences {
+ public:
+  void refuseWrites() {
+    leaveOut("The daemon that keeps this user's preferences refuses nothing.");
+  }
+};
+
+/// Neither the user's Chrome nor anything else under its bundle identifier is started.
+class Desktop {
+ public:
+  void startChrome() { leaveOut("The user's Chrome is left alone."); }
+  void stopChrome() {}
+};
+
+}  // namespace
+
+INSTANTIATE_TYPED_TEST_SUITE_P(Identities, IdentityContract, Keychain);
+INSTANTIATE_TYPED_TEST_SUITE_P(Authorization, AuthorizationContract, Keychain);
+INSTANTIATE_TYPED_TEST_SUITE_P(Preferences, PreferencesContract, PreferenceStore);
+INSTANTIATE_TYPED_TEST_SUITE_P(Launching, LaunchingContract, Desktop);
+
+}  // namespace lumaret::tests::conformance

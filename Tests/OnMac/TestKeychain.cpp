@@ -1,0 +1,130 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "Tests/OnMac/TestKeychain.hpp"
+
+#include <unistd.h>
+
+#include <array>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <stdexcept>
+#include <string_view>
+
+#include "LumaretMacHelper/macOS/CoreFoundationValues.hpp"
+#include "Tests/OnMac/KeychainItems.hpp"
+
+// Keychain files have been deprecated since macOS 10.10 and 12, and identities are still in them.
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+
+namespace lumaret::tests {
+namespace {
+
+std::filesystem::path newFolder() {
+  const auto parent = testKeychainFolder();
+  std::filesystem::create_directories(parent);
+  std::string name = (parent / "XXXXXX").string();
+  if (::mkdtemp(name.data()) == nullptr) {
+    throw std::runtime_error("no folder below " + parent.string());
+  }
+  // The system expects it in every home.
+  std::filesystem::create_directories(std::filesystem::path(name) / "Library/Preferences");
+  return name;
+}
+
+CoreFoundationReference<CFArrayRef> searchList() {
+  CoreFoundationReference<CFArrayRef> list;
+  require(::SecKeychainCopySearchList(list.receive()), "SecKeychainCopySearchList");
+  return list;
+}
+
+std::vector<std::string> paths(CFArrayRef keychains) {
+  std::vector<std::string> paths;
+  for (const CFTypeRef keychain : elements(keychains)) {
+    std::array<char, PATH_MAX> path{};
+    auto length = static_cast<UInt32>(path.size());
+    require(::SecKeychainGetPath(objectAs<SecKeychainRef>(keychain, ::SecKeychainGetTypeID()),
+                                 &length, path.data()),
+            "SecKeychainGetPath");
+    paths.emplace_back(path.data(), length);
+  }
+  return paths;
+}
+
+}  // namespace
+
+std::filesystem::path testKeychainFolder() {
+  const char* folder = std::getenv("LUMARET_TEST_KEYCHAIN_FOLDER");
+  if (folder == nullptr || *folder != '/') {
+    throw std::runtime_error(
+        "These tests change this user's keychain search list and Chrome's preferences while they "
+        "run: let CTest run them, which names a folder in LUMARET_TEST_KEYCHAIN_FOLDER.");
+  }
+  return folder;
+}
+
+ChangedVariable::ChangedVariable(const char* name, const std::string& value) : name_(name) {
+  if (const char* before = std::getenv(name)) {
+    before_ = before;
+  }
+  ::setenv(name, value.c_str(), 1);
+}
+
+ChangedVariable::~ChangedVariable() {
+  if (before_) {
+    ::setenv(name_, before_->c_str(), 1);
+  } else {
+    ::unsetenv(name_);
+  }
+}
+
+PrivateSearchList::PrivateSearchList()
+    : folder_(newFolder()), before_(searchList()), pathsBefore_(paths(before_.get())) {
+  home_.emplace("HOME", folder_.string());
+}
+
+PrivateSearchList::~PrivateSearchList() {
+  home_.reset();
+  try {
+    if (paths(searchList().get()) != pathsBefore_) {
+      require(::SecKeychainSetSearchList(before_.get()), "SecKeychainSetSearchList");
+    }
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "The keychain search list was not put back: %s\n", error.what());
+  }
+  std::error_code ignored;
+  std::filesystem::remove_all(folder_, ignored);
+}
+
+void PrivateSearchList::set(SecKeychainRef keychain) const {
+  const auto only =
+      coreFoundationArray(std::vector{CoreFoundationReference<SecKeychainRef>::retain(keychain)});
+  require(::SecKeychainSetSearchList(only.get()), "SecKeychainSetSearchList");
+}
+
+TestKeychain::TestKeychain() : file_(searchList_.folder() / "test.keychain-db") {
+  require(::SecKeychainSetUserInteractionAllowed(false), "SecKeychainSetUserInteractionAllowed");
+  constexpr std::string_view password = "test";
+  require(::SecKeychainCreate(file_.c_str(), password.size(), password.data(),
+                              /*promptUser=*/false, /*initialAccess=*/nullptr, keychain_.receive()),
+          "SecKeychainCreate");
+  searchList_.set(keychain_.get());
+}
+
+TestKeychain::~TestKeychain() { ::SecKeychainDelete(keychain_.get()); }
+
+void TestKeychain::addIdentity(const FreshIdentity& identity, SecAccessRef access) const {
+  importIdentity(keychain_.get(), identity.bundle, access);
+}
+
+void TestKeychain::addCertificate(const FreshIdentity& identity) const {
+  const auto data = CoreFoundationReference<CFDataRef>::adopt(::CFDataCreate(
+      kCFAllocatorDefault, identity.der.data(), static_cast<CFIndex>(identity.der.size())));
+  const auto certificate = CoreFoundationReference<SecCertificateRef>::adopt(
+      ::SecCertificateCreateWithData(kCFAllocatorDefault, data.get()));
+  require(::SecCertificateAddToKeychain(certificate.get(), keychain_.get()),
+          "SecCertificateAddToKeychain");
+}
+
+std::string TestKeychain::bytes() const { return readFile(file_); }
+
+}  // namespace lumaret::tests
