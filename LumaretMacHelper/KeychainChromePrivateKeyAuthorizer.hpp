@@ -86,10 +86,11 @@ concept ChromeKeychainAuthorizationBackend =
     } -> std::same_as<ChromeKeychainACLContents<typename Backend::TrustedApplication>>;
   // Edits the access object in memory.
   { backend.setContents(contents, acl) } -> std::same_as<void>;
-  // Stores the access object on the key.
+  // Stores the access object on the key. A Keychain stores it entry by entry: where one fails,
+  // those before it are stored.
   { backend.setAccess(access, privateKey) } -> std::same_as<void>;
   { backend.chromeTrustedApplication() } -> std::same_as<typename Backend::TrustedApplication>;
-  // The bytes that tell one application from another.
+  // The bytes by which one application is told from another; on macOS its path, not its signature.
   { backend.identityData(application) } -> std::same_as<Bytes>;
 };
 
@@ -99,10 +100,11 @@ class ChromeKeychainAuthorizationWorkflow {
  public:
   explicit ChromeKeychainAuthorizationWorkflow(Backend backend) : backend_(std::move(backend)) {}
 
-  /// Writes nothing when Chrome, or every application, may already sign; otherwise stores the
-  /// access list once, as the last step, so that a failure leaves the key as it was. Throws
-  /// CertificateSelectorError (not found, ambiguous, no private key, unsupported) or what the
-  /// backend throws.
+  /// Writes nothing when Chrome is listed in a signing entry or every application may sign;
+  /// otherwise stores the access list with one call, as the last step, so that a failure before it
+  /// leaves the key as it was. A failure of that call may leave Chrome in some of the entries.
+  /// Throws CertificateSelectorError (not found, ambiguous, no private key, unsupported) or what
+  /// the backend throws.
   void authorize(const std::string& fingerprint) const;
 
  private:

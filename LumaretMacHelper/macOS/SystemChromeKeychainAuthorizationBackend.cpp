@@ -16,7 +16,8 @@ namespace {
 
 using Backend = SystemChromeKeychainAuthorizationBackend;
 
-/// The bundle: the Keychain finds the executable inside and knows it by its signature.
+/// The bundle. An access list keeps its path and a requirement on its code signature: the Keychain
+/// goes by the requirement, and SecTrustedApplicationCopyData gives the path alone.
 constexpr const char* chromeApplication = "/Applications/Google Chrome.app";
 
 void requireSuccess(OSStatus status) {

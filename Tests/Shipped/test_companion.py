@@ -3,10 +3,8 @@
 
 import copy
 import json
-import re
 import time
 import unittest
-from pathlib import Path
 
 try:
     import jsonschema
@@ -15,6 +13,7 @@ except ImportError:
 
 from Tests.Support.Python import messages, private_machine
 from Tests.Support.Python.certificates import Database
+from Tests.Support.Python.markdown import code_blocks
 from Tests.Support.Python.outcome import ACTIVATED, failed
 from Tests.Support.Python.packaging_test_case import PackagingTestCase
 from Tests.Support.Python.private_machine import CHROMIUM, other_processes
@@ -26,11 +25,6 @@ DOCUMENT = SOURCES / "docs/companion.md"
 SCHEMA = json.loads((SOURCES / "Packaging/listing.schema.json").read_text())
 NAME = {"commonName": "Ana Example", "locality": "Lugo", "organization": None, "organizationalUnit": "R/D"}
 ENTRY = {"expiresAt": "2099-12-31T23:59:59Z", "id": "0a" * 32, "issuer": NAME, "subject": NAME}
-
-
-def code_blocks(document: Path, language: str) -> list[str]:
-    """The fenced blocks of a language in a document, in order."""
-    return re.findall(rf"^```{language}\n(.*?)^```$", document.read_text(), re.M | re.S)
 
 
 @unittest.skipUnless(jsonschema, "the validator, Debian's python3-jsonschema, is not installed")

@@ -8,7 +8,7 @@ import tempfile
 import unittest
 from pathlib import Path
 
-from Tests.Support.Python.packaging_test_case import SOURCES
+from Tests.Support.Python.project import SOURCES
 
 MAKE_FORMULA = SOURCES / "Packaging/macOS/make-formula"
 REPOSITORY = "https://example.test/people/lumaret"

@@ -26,6 +26,7 @@ COMMON = {
     "share/doc/lumaret-macos-helper/docs/companion.md",
     "share/doc/lumaret-macos-helper/docs/hostile-surroundings.md",
     "share/doc/lumaret-macos-helper/docs/images/chrome-policy.png",
+    "share/doc/lumaret-macos-helper/docs/troubleshooting-macos.md",
     "share/doc/lumaret-macos-helper/docs/troubleshooting.md",
     "share/fish/vendor_completions.d/lumaret-macos-helper.fish",
     "share/lumaret-macos-helper/listing.schema.json",

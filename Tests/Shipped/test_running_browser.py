@@ -5,6 +5,8 @@ import unittest
 
 from Tests.Support.Python import chromium, private_machine
 from Tests.Support.Python.browser_test_case import BrowserTestCase
+from Tests.Support.Python.policy_files import policies
+from Tests.Support.Python.private_machine import CHROMIUM
 
 setUpModule = private_machine.enter
 
@@ -37,6 +39,37 @@ class RunningBrowserTests(BrowserTestCase):
         print(f"activated: Ben Example. Shown early: {early}. Shown later: {later}")
         self.assertIn(early, (ANA["CN"], BEN["CN"]))
         self.assertEqual(later, BEN["CN"])
+
+    def start(self, *arguments: str) -> None:
+        """The browser itself, not by the tool."""
+        self.machine.run("sh", "-c", '"$@" &', "sh", CHROMIUM.executable, *arguments)
+
+    def test_a_recommended_rule_is_followed_until_there_is_a_mandatory_one(self):
+        """On a Mac, Chrome takes the user's preference as recommended. Here, a folder is for such policies."""
+        self.machine.write_policies("empty.json", "{}")
+        recommended = CHROMIUM.policies.parent / "recommended"
+        recommended.mkdir()
+        (recommended / "user.json").write_text(policies(self.rule_for(self.ana)))
+        self.start(self.server.url("/recommended"))
+        self.assertEqual(self.server.await_visit("/recommended").common_name, ANA["CN"])
+        self.machine.write_policies("administrator.json", policies(self.rule_for(self.ben)))
+        chromium.await_ready_for_refresh(self.machine)
+        self.start(self.server.url("/mandatory", "other.localhost"))
+        self.assertEqual(self.server.await_visit("/mandatory").common_name, BEN["CN"])
+
+    def test_a_switch_that_it_does_not_know_is_no_failure_and_opens_a_window(self):
+        """As `--refresh-platform-policy` is to a Chrome before version 142."""
+        new_tab = {"NewTabPageLocation": self.server.url("/new-window")}
+        self.machine.write_policies("new-tab.json", policies(self.rule_for(self.ana), **new_tab))
+        self.start(self.server.url("/first"))
+        self.server.await_visit("/first")
+        chromium.await_ready_for_refresh(self.machine)
+        self.start(self.server.url("/second"))
+        self.server.await_visit("/second")
+        self.assertNotIn("/new-window", self.server.visited_paths())
+        outcome = self.machine.run(CHROMIUM.executable, "--switch-of-a-later-release")
+        self.assertEqual((outcome.status, outcome.stdout), (0, b"Opening in existing browser session.\n"))
+        self.server.await_visit("/new-window")
 
 
 if __name__ == "__main__":

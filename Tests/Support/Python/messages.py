@@ -26,5 +26,11 @@ def told(message: str, value) -> str:
     return re.sub("<(status|text)>", lambda _: str(value), message, count=1)
 
 
+def is_message(line: str) -> bool:
+    """Whether the tool says this, with some number and some text where the table has a place for one."""
+    patterns = (re.escape(text).replace("<status>", "-?[0-9]+").replace("<text>", ".+") for text in _TEXTS.values())
+    return any(re.fullmatch(pattern, line) for pattern in patterns)
+
+
 def launch_failed(text: str) -> str:
     return told(__getattr__("CHROME_LAUNCH_FAILED"), text)

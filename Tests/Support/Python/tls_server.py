@@ -109,6 +109,9 @@ class TlsServer:
 
         return await_until(first, f"a visit to {path}")
 
+    def visited_paths(self) -> list[str]:
+        return [visit.path for visit in self._visits]
+
     def close(self) -> None:
         self._server.shutdown()
         self._server.server_close()

@@ -1,0 +1,62 @@
+# SPDX-License-Identifier: Apache-2.0
+"""docs/troubleshooting-macos.md: what can be checked of it without a Mac."""
+
+import re
+import subprocess
+import unittest
+
+from Tests.Support.Python import messages
+from Tests.Support.Python.markdown import code_blocks
+from Tests.Support.Python.project import SOURCES
+
+DOCUMENT = SOURCES / "docs/troubleshooting-macos.md"
+MANUAL = SOURCES / "Packaging/man/lumaret-macos-helper.1.in"
+ENTRIES = dict(re.findall(r"^### (.+)\n((?:(?!##).*\n?)*)", DOCUMENT.read_text(), re.M))
+
+
+def anchor(heading: str) -> str:
+    return re.sub(r"[^\w -]", "", heading.lower()).replace(" ", "-")
+
+
+class TroubleshootingOnMacTests(unittest.TestCase):
+    def test_every_entry_ends_with_its_source(self):
+        self.assertGreater(len(ENTRIES), 15)
+        for heading, body in ENTRIES.items():
+            with self.subTest(heading):
+                last_paragraph = body.strip().rpartition("\n\n")[2]
+                self.assertRegex(last_paragraph, "^Source: (Apple|Chromium)'s ")
+
+    def test_every_message_is_one_of_the_tools(self):
+        quoted = code_blocks(DOCUMENT, "text")
+        self.assertGreater(len(quoted), 5)
+        for message in quoted:
+            with self.subTest(message):
+                self.assertTrue(messages.is_message(message.removesuffix("\n")))
+
+    def test_the_statuses_are_those_of_the_manual(self):
+        explained = re.findall(r"\(error (-?\d+)\)", DOCUMENT.read_text())
+        listed = re.findall(r"^\.It\n(-?\d+): ", MANUAL.read_text(), re.M)
+        self.assertGreater(len(explained), 3)
+        self.assertEqual(sorted(explained), sorted(listed))
+
+    def test_the_commands_are_well_formed(self):
+        commands = code_blocks(DOCUMENT, "sh")
+        self.assertGreater(len(commands), 5)
+        for command in commands:
+            with self.subTest(command):
+                checked = subprocess.run(("sh", "-n", "-c", command), stderr=subprocess.PIPE, text=True)
+                self.assertEqual(checked.stderr, "")
+
+    def test_every_link_to_an_entry_leads_to_one(self):
+        headings = re.findall(r"^#+ (.+)$", DOCUMENT.read_text(), re.M)
+        anchors = {anchor(heading) for heading in headings}
+        links = []
+        for document in (DOCUMENT, *SOURCES.glob("*.md"), *SOURCES.glob("docs/*.md")):
+            place = "" if document == DOCUMENT else r"[^)#]*troubleshooting-macos\.md"
+            links += re.findall(rf"\]\({place}#([^)]+)\)", document.read_text())
+        self.assertGreater(len(links), 2)
+        self.assertEqual([link for link in links if link not in anchors], [])
+
+
+if __name__ == "__main__":
+    unittest.main()
