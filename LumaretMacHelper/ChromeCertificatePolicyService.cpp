@@ -26,7 +26,7 @@ void ChromeCertificatePolicyService::apply(const ClientIdentity& identity) const
     rules = replacingRule(rule, preferences_->readRules());
     preferences_->writeRules(rules);
     isStored = preferences_->synchronize();
-  } catch (const std::exception&) {
+  } catch (...) {
     // Not stored. A value that cannot be read is never overwritten.
   }
   if (!isStored) {
@@ -36,7 +36,7 @@ void ChromeCertificatePolicyService::apply(const ClientIdentity& identity) const
   std::vector<std::string> stored;
   try {
     stored = preferences_->readRules();
-  } catch (const std::exception&) {
+  } catch (...) {
     throw CertificateSelectorError::policyVerificationFailed();
   }
   if (stored != rules) {

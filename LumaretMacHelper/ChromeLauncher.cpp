@@ -54,6 +54,8 @@ void ChromeLauncher::open(const std::optional<URL>& destination) const {
     throw;
   } catch (const std::exception& error) {
     throw CertificateSelectorError::chromeLaunchFailed(error.what());
+  } catch (...) {
+    throw CertificateSelectorError::chromeLaunchFailed(unknownError);
   }
 }
 

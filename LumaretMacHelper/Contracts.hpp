@@ -28,6 +28,9 @@ inline constexpr KeychainStatus keychainStatusUserCanceled = -128;
 /// no status of its own (`errSecInternalComponent`).
 inline constexpr KeychainStatus keychainStatusInternalComponent = -2070;
 
+/// What is told of a failure that is no std::exception, as a foreign library may throw.
+inline constexpr const char* unknownError = "Unknown error.";
+
 /// A distinguished name reduced to the attributes that Chrome's certificate filters match.
 /// An attribute that the certificate does not carry is absent, never empty.
 struct CertificatePrincipal {
@@ -101,7 +104,8 @@ class CertificateSelectorError : public std::runtime_error {
   static CertificateSelectorError keychainAuthorizationCancelled();
 
   [[nodiscard]] Kind kind() const noexcept { return kind_; }
-  [[nodiscard]] std::string errorDescription() const { return what(); }
+  /// The whole message. what() ends at a zero byte of the payload's text, if it has one.
+  [[nodiscard]] std::string errorDescription() const { return message(kind_, payload_); }
 
   bool operator==(const CertificateSelectorError& other) const {
     return kind_ == other.kind_ && payload_ == other.payload_;

@@ -39,6 +39,11 @@ json principalObject(const CertificatePrincipal& principal) {
           {"locality", textOrNull(principal.locality)}};
 }
 
+[[noreturn]] void fail(const std::string& message) {
+  writeStandardError(message + "\n");
+  std::exit(EXIT_FAILURE);
+}
+
 /// ISO 8601 internet date-time in UTC, to the second.
 std::string internetDateTime(Date date) {
   const auto day = std::chrono::floor<std::chrono::days>(date);
@@ -65,9 +70,12 @@ void LumaretMacHelper::main(int argumentCount, const char* const* processArgumen
     // A process may be started without even its own path.
     const int first = std::min(1, argumentCount);
     run({processArguments + first, processArguments + argumentCount});
+  } catch (const CertificateSelectorError& error) {
+    fail(error.errorDescription());
   } catch (const std::exception& error) {
-    writeStandardError(std::string(error.what()) + "\n");
-    std::exit(EXIT_FAILURE);
+    fail(error.what());
+  } catch (...) {
+    fail(unknownError);
   }
 }
 

@@ -117,8 +117,7 @@ class KeptExitStatuses {
 }  // namespace
 
 bool isExecutableFile(const std::filesystem::path& path) {
-  std::error_code ignored;
-  return std::filesystem::is_regular_file(path, ignored) && ::access(path.c_str(), X_OK) == 0;
+  return ::access(path.c_str(), X_OK) == 0;
 }
 
 void startProcess(const std::filesystem::path& executable,

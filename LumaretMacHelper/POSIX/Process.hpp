@@ -8,7 +8,8 @@
 
 namespace lumaret {
 
-/// A regular file that this user may execute.
+/// Whether this user may execute the file. As for the file manager of macOS, a folder that may be
+/// searched counts, too: starting it is what fails.
 bool isExecutableFile(const std::filesystem::path& path);
 
 enum class StandardOutput : std::uint8_t {

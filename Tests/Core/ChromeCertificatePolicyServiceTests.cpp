@@ -399,6 +399,18 @@ TEST(ApplyPolicy, AnyOtherFailureToReadBackIsAFailureToVerify) {
   EXPECT_EQ(errorOfApplying(named("Ana"), preferences), Error::policyVerificationFailed());
 }
 
+TEST(ApplyPolicy, AFailureThatIsNoExceptionOfTheLibraryIsMappedLikeEveryOther) {
+  const auto reading = preferencesHolding({});
+  reading->onFirstRead = []() -> Rules { throw 7; };
+  EXPECT_EQ(errorOfApplying(named("Ana"), reading), Error::policyWriteFailed());
+  const auto writing = preferencesHolding({});
+  writing->onWrite = [] { throw 7; };
+  EXPECT_EQ(errorOfApplying(named("Ana"), writing), Error::policyWriteFailed());
+  const auto readingBack = preferencesHolding({});
+  readingBack->onSecondRead = []() -> Rules { throw 7; };
+  EXPECT_EQ(errorOfApplying(named("Ana"), readingBack), Error::policyVerificationFailed());
+}
+
 TEST(ApplyPolicy, TheSameTextsInAnotherOrderAreNotVerified) {
   const auto preferences = preferencesHolding({site});
   preferences->onSecondRead = [] { return Rules{anaRule, site}; };

@@ -171,6 +171,12 @@ TEST_F(Launcher, ARefreshThatExitsUnsuccessfullyOpensNoWindow) {
   EXPECT_THAT(environment->log(), ElementsAre(installedTest, runningTest, refresh));
 }
 
+TEST_F(Launcher, AFailureThatIsNoExceptionOfTheLibraryIsMappedLikeEveryOther) {
+  environment->running = true;
+  environment->onRefresh = [] { throw 7; };
+  EXPECT_EQ(errorOfOpening(), Error::chromeLaunchFailed("Unknown error."));
+}
+
 TEST_F(Launcher, AnyOtherFailureOfTheRefreshCarriesItsText) {
   environment->running = true;
   const std::system_error noMemory(std::make_error_code(std::errc::not_enough_memory), "fork");

@@ -232,6 +232,12 @@ TEST(SelectorError, ALaunchFailureTextIsNeitherTrimmedNorPunctuated) {
             messages::told(messages::chromeLaunchFailed, " Nada\n"));
 }
 
+TEST(SelectorError, AZeroByteDoesNotEndTheTextOfALaunchFailure) {
+  const std::string text("a\0b", 3);
+  EXPECT_EQ(Error::chromeLaunchFailed(text).errorDescription(),
+            messages::told(messages::chromeLaunchFailed, text));
+}
+
 TEST(SelectorError, TheSameStatusInTwoKindsIsTwoErrors) {
   EXPECT_FALSE(Error::keychainFailure(1) == Error::keychainAuthorizationFailed(1));
   EXPECT_TRUE(Error::keychainFailure(1) == Error::keychainFailure(1));

@@ -180,10 +180,10 @@ TEST_F(Process, HasAGroupOfItsOwnUnlessAwaited) {
   EXPECT_NE(std::stoi(awaitedOutput()), ::getpgrp());
 }
 
-TEST_F(Process, OnlyARegularFileThatMayBeExecutedIsExecutable) {
+TEST_F(Process, WhatMayBeExecutedOrSearchedIsExecutable) {
   EXPECT_TRUE(isExecutableFile(script("")));
   EXPECT_FALSE(isExecutableFile(script("", 0644)));
-  EXPECT_FALSE(isExecutableFile(folder_.path()));
+  EXPECT_TRUE(isExecutableFile(folder_.path())) << "A folder that may be searched.";
   EXPECT_FALSE(isExecutableFile("/no/such/file"));
   EXPECT_FALSE(isExecutableFile(""));
   EXPECT_TRUE(isExecutableFile(script("", 0755)));
