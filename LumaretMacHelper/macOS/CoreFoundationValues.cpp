@@ -9,6 +9,8 @@ namespace {
 /// Texts are exchanged without a byte order mark.
 constexpr Boolean isExternalRepresentation = 0;
 
+const std::string byteOrderMark = "\xef\xbb\xbf";
+
 }  // namespace
 
 std::optional<std::string> utf8Text(CFStringRef text) {
@@ -30,10 +32,14 @@ std::optional<std::string> utf8Text(CFStringRef text) {
 }
 
 CoreFoundationReference<CFStringRef> coreFoundationText(const std::string& text) {
+  // Core Foundation drops one leading U+FEFF, whatever is said of external representations: where
+  // the text has one, another goes before it.
+  const std::string given = text.starts_with(byteOrderMark) ? byteOrderMark + text : text;
   auto result = CoreFoundationReference<CFStringRef>::adopt(::CFStringCreateWithBytes(
-      kCFAllocatorDefault, reinterpret_cast<const UInt8*>(text.data()),
-      static_cast<CFIndex>(text.size()), kCFStringEncodingUTF8, isExternalRepresentation));
-  if (!result) {
+      kCFAllocatorDefault, reinterpret_cast<const UInt8*>(given.data()),
+      static_cast<CFIndex>(given.size()), kCFStringEncodingUTF8, isExternalRepresentation));
+  // It also lets some stray bytes pass, and puts a replacement in their place.
+  if (!result || utf8Text(result.get()) != text) {
     throw std::invalid_argument("A text is not UTF-8.");
   }
   return result;

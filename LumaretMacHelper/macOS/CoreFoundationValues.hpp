@@ -16,7 +16,7 @@ namespace lumaret {
 /// The text in UTF-8; nothing when it has no such form, as a lone surrogate has none.
 std::optional<std::string> utf8Text(CFStringRef text);
 
-/// Throws std::invalid_argument when the text is not UTF-8.
+/// Exactly the text. Throws std::invalid_argument when it is not UTF-8.
 CoreFoundationReference<CFStringRef> coreFoundationText(const std::string& text);
 
 Bytes bytes(CFDataRef data);

@@ -53,10 +53,23 @@ std::vector<CoreFoundationReference<Object>> retainedElements(CFArrayRef array, 
   return retained;
 }
 
-/// A key of the file-based Keychain is one of its items. Any other key is none, and the calls that
-/// take the item say so by their status.
 SecKeychainItemRef keychainItem(const Backend::PrivateKey& privateKey) {
   return reinterpret_cast<SecKeychainItemRef>(privateKey.get());
+}
+
+/// Throws `unsupported` for a key that is no item of a file-based keychain, such as a smart card's.
+/// The access-list calls must not see one: since macOS 15 they take it for a null object and crash.
+/// This call is safe with it on every macOS.
+void requireKeychainItem(const Backend::PrivateKey& privateKey) {
+  CoreFoundationReference<SecKeychainRef> keychain;
+  const OSStatus status =
+      ::SecKeychainItemCopyKeychain(keychainItem(privateKey), keychain.receive());
+  if (status == errSecInvalidItemRef || status == errSecNoSuchKeychain ||
+      status == errSecNoAccessForItem) {
+    throw KeychainAuthorizationBackendError::unsupported();
+  }
+  requireSuccess(status);
+  required(std::move(keychain));
 }
 
 bool authorizesSigning(SecACLRef acl) {
@@ -108,6 +121,7 @@ std::optional<Backend::PrivateKey> Backend::copyPrivateKey(const Identity& ident
 }
 
 Backend::Access Backend::copyAccess(const PrivateKey& privateKey) const {
+  requireKeychainItem(privateKey);
   Access access;
   requireLegacyAccessSuccess(
       ::SecKeychainItemCopyAccess(keychainItem(privateKey), access.receive()));

@@ -11,11 +11,13 @@
 
 namespace lumaret {
 
-/// The access lists of the file-based Keychain. A status of -25304 (`errSecInvalidItemRef`) or
-/// -25306 (`errSecNoSuchClass`) from one of its five access-list calls means a key that such a
-/// Keychain does not hold, as a smart card's, and is `unsupported`; from any other call it is a
-/// failure like every other. Success with nothing, or with an object of another type, is a failure
-/// with -2070 (`errSecInternalComponent`).
+/// The access lists of the file-based Keychain. Whether a key is one of its items is asked first: a
+/// status of -25304 (`errSecInvalidItemRef`), -25294 (`errSecNoSuchKeychain`) or -25243
+/// (`errSecNoAccessForItem`) from that call is `unsupported`. A status of -25304
+/// (`errSecInvalidItemRef`) or -25306 (`errSecNoSuchClass`) from one of its five access-list calls
+/// means a key that such a Keychain does not hold, as a smart card's, and is `unsupported`; from
+/// any other call it is a failure like every other. Success with nothing, or with an object of
+/// another type, is a failure with -2070 (`errSecInternalComponent`).
 class SystemChromeKeychainAuthorizationBackend {
  public:
   using Identity = CoreFoundationReference<SecIdentityRef>;

@@ -15,10 +15,10 @@
 
 namespace lumaret::tests::conformance {
 
-/// What becomes of a private key that Chrome is to sign with. A `Keychain` is what IdentityContract
-/// asks for.
+/// What becomes of a private key that Chrome is to sign with. A `Keychain` is what
+/// IdentityConformance asks for.
 template <typename Keychain>
-class AuthorizationContract : public testing::Test {
+class AuthorizationConformance : public testing::Test {
  protected:
   static std::optional<CertificateSelectorError> authorize(const std::string& fingerprint) {
     const ClientIdentity identity = {fingerprint, {}, {}, {}};
@@ -29,23 +29,23 @@ class AuthorizationContract : public testing::Test {
   Keychain keychain_;
 };
 
-TYPED_TEST_SUITE_P(AuthorizationContract);
+TYPED_TEST_SUITE_P(AuthorizationConformance);
 
-TYPED_TEST_P(AuthorizationContract, AKeyThatAnyApplicationMayUseStaysAsItIs) {
+TYPED_TEST_P(AuthorizationConformance, AKeyThatAnyApplicationMayUseStaysAsItIs) {
   const Bytes der = this->keychain_.addIdentity(named("Ana"));
   const auto before = this->keychain_.contents();
   EXPECT_EQ(this->authorize(fingerprint(der)), std::nullopt);
   EXPECT_EQ(this->keychain_.contents(), before);
 }
 
-TYPED_TEST_P(AuthorizationContract, OnlyTheIdentityThatWasAskedForMatters) {
+TYPED_TEST_P(AuthorizationConformance, OnlyTheIdentityThatWasAskedForMatters) {
   this->keychain_.addIdentity(named("Bea"));
   const Bytes der = this->keychain_.addIdentity(named("Ana"));
   this->keychain_.addIdentity(named("Zoe"));
   EXPECT_EQ(this->authorize(fingerprint(der)), std::nullopt);
 }
 
-TYPED_TEST_P(AuthorizationContract, AKeyOfATokenIsUnsupportedAndStaysAsItIs) {
+TYPED_TEST_P(AuthorizationConformance, AKeyOfATokenIsUnsupportedAndStaysAsItIs) {
   const Bytes der = this->keychain_.addIdentityOfToken(named("card"));
   const auto before = this->keychain_.contents();
   EXPECT_EQ(this->authorize(fingerprint(der)),
@@ -53,12 +53,12 @@ TYPED_TEST_P(AuthorizationContract, AKeyOfATokenIsUnsupportedAndStaysAsItIs) {
   EXPECT_EQ(this->keychain_.contents(), before);
 }
 
-TYPED_TEST_P(AuthorizationContract, AnEmptyKeychainDoesNotHoldTheIdentity) {
+TYPED_TEST_P(AuthorizationConformance, AnEmptyKeychainDoesNotHoldTheIdentity) {
   EXPECT_EQ(this->authorize(std::string(64, '0')),
             CertificateSelectorError::selectedIdentityNotFound());
 }
 
-TYPED_TEST_P(AuthorizationContract, AFingerprintIsMatchedExactly) {
+TYPED_TEST_P(AuthorizationConformance, AFingerprintIsMatchedExactly) {
   std::string id = fingerprint(this->keychain_.addIdentity(named("Ana")));
   EXPECT_EQ(this->authorize(id + " "), CertificateSelectorError::selectedIdentityNotFound());
   std::transform(id.begin(), id.end(), id.begin(),
@@ -66,20 +66,20 @@ TYPED_TEST_P(AuthorizationContract, AFingerprintIsMatchedExactly) {
   EXPECT_EQ(this->authorize(id), CertificateSelectorError::selectedIdentityNotFound());
 }
 
-TYPED_TEST_P(AuthorizationContract, ACertificateWithoutAKeyIsNotFound) {
+TYPED_TEST_P(AuthorizationConformance, ACertificateWithoutAKeyIsNotFound) {
   this->keychain_.addCertificateWithoutKey(named("no key"));
   EXPECT_EQ(this->authorize(std::string(64, '0')),
             CertificateSelectorError::selectedIdentityNotFound());
 }
 
-TYPED_TEST_P(AuthorizationContract, AKeychainThatCannotBeReadIsAFailureWithItsStatus) {
+TYPED_TEST_P(AuthorizationConformance, AKeychainThatCannotBeReadIsAFailureWithItsStatus) {
   const Bytes der = this->keychain_.addIdentity(named("Ana"));
   const KeychainStatus status = this->keychain_.damage();
   EXPECT_EQ(this->authorize(fingerprint(der)),
             CertificateSelectorError::keychainAuthorizationFailed(status));
 }
 
-REGISTER_TYPED_TEST_SUITE_P(AuthorizationContract, AKeyThatAnyApplicationMayUseStaysAsItIs,
+REGISTER_TYPED_TEST_SUITE_P(AuthorizationConformance, AKeyThatAnyApplicationMayUseStaysAsItIs,
                             OnlyTheIdentityThatWasAskedForMatters,
                             AKeyOfATokenIsUnsupportedAndStaysAsItIs,
                             AnEmptyKeychainDoesNotHoldTheIdentity, AFingerprintIsMatchedExactly,

@@ -34,7 +34,7 @@ namespace lumaret::tests::conformance {
 ///         Only where the machine holds identities for every user, which a test cannot take away:
 ///         whether this is one of them.
 template <typename Keychain>
-class IdentityContract : public testing::Test {
+class IdentityConformance : public testing::Test {
  protected:
   std::vector<ClientIdentity> load() const {
     auto identities = KeychainIdentityLoader().loadIdentities();
@@ -60,13 +60,13 @@ class IdentityContract : public testing::Test {
   Keychain keychain_;
 };
 
-TYPED_TEST_SUITE_P(IdentityContract);
+TYPED_TEST_SUITE_P(IdentityConformance);
 
-TYPED_TEST_P(IdentityContract, AnEmptyKeychainHasNoIdentities) {
+TYPED_TEST_P(IdentityConformance, AnEmptyKeychainHasNoIdentities) {
   EXPECT_THAT(this->load(), testing::IsEmpty());
 }
 
-TYPED_TEST_P(IdentityContract, AnIdentityIsListedWithItsFingerprintNamesAndExpiry) {
+TYPED_TEST_P(IdentityConformance, AnIdentityIsListedWithItsFingerprintNamesAndExpiry) {
   using namespace std::chrono_literals;
   const Date expiresAt = std::chrono::sys_days(2087y / 3 / 1) + 12h + 34min + 56s;
   const Bytes der = this->keychain_.addIdentity(
@@ -77,28 +77,28 @@ TYPED_TEST_P(IdentityContract, AnIdentityIsListedWithItsFingerprintNamesAndExpir
               testing::ElementsAre(ClientIdentity{fingerprint(der), name, name, expiresAt}));
 }
 
-TYPED_TEST_P(IdentityContract, AttributesThatACertificateLacksAreAbsent) {
+TYPED_TEST_P(IdentityConformance, AttributesThatACertificateLacksAreAbsent) {
   EXPECT_EQ(this->subjectOf({{{"C", "ES"}, {"O", "Example Org"}}}),
             (CertificatePrincipal{std::nullopt, "Example Org", std::nullopt, std::nullopt}));
 }
 
-TYPED_TEST_P(IdentityContract, TheFirstOfSeveralUnitsIsTheUnit) {
+TYPED_TEST_P(IdentityConformance, TheFirstOfSeveralUnitsIsTheUnit) {
   EXPECT_EQ(this->subjectOf({{{"CN", "Ana"}, {"OU", "X"}, {"OU", "Y"}}}).organizationalUnit, "X");
 }
 
-TYPED_TEST_P(IdentityContract, TextsBeyondASCIIAreCarriedWhole) {
+TYPED_TEST_P(IdentityConformance, TextsBeyondASCIIAreCarriedWhole) {
   const std::string name = "\xc3\x81ngela \xe4\xb8\xad \xf0\x9f\x98\x80";
   EXPECT_EQ(this->subjectOf(named(name)).commonName, name);
 }
 
-TYPED_TEST_P(IdentityContract, AnExpiredCertificateIsLeftOut) {
+TYPED_TEST_P(IdentityConformance, AnExpiredCertificateIsLeftOut) {
   this->keychain_.addIdentity(
       {{{"CN", "expired"}}, std::chrono::sys_days(std::chrono::year(2020) / 1 / 1)});
   this->keychain_.addIdentity(named("valid"));
   EXPECT_THAT(this->loadedNames(), testing::ElementsAre("valid"));
 }
 
-TYPED_TEST_P(IdentityContract, ACertificateThatNeverExpiresIsListedWithItsExpiry) {
+TYPED_TEST_P(IdentityConformance, ACertificateThatNeverExpiresIsListedWithItsExpiry) {
   using namespace std::chrono_literals;
   const Date never = std::chrono::sys_days(9999y / 12 / 31) + 23h + 59min + 59s;
   this->keychain_.addIdentity({{{"CN", "Ana"}}, never});
@@ -107,38 +107,38 @@ TYPED_TEST_P(IdentityContract, ACertificateThatNeverExpiresIsListedWithItsExpiry
   EXPECT_EQ(identities[0].expiresAt, never);
 }
 
-TYPED_TEST_P(IdentityContract, ACertificateWithoutAKeyIsNotAnIdentity) {
+TYPED_TEST_P(IdentityConformance, ACertificateWithoutAKeyIsNotAnIdentity) {
   this->keychain_.addCertificateWithoutKey(named("no key"));
   EXPECT_THAT(this->load(), testing::IsEmpty());
 }
 
-TYPED_TEST_P(IdentityContract, AKeyOfATokenMakesAnIdentityToo) {
+TYPED_TEST_P(IdentityConformance, AKeyOfATokenMakesAnIdentityToo) {
   this->keychain_.addIdentityOfToken(named("card"));
   EXPECT_THAT(this->loadedNames(), testing::ElementsAre("card"));
 }
 
-TYPED_TEST_P(IdentityContract, NamesAreInOrderWhateverTheirCase) {
+TYPED_TEST_P(IdentityConformance, NamesAreInOrderWhateverTheirCase) {
   for (const char* name : {"beta", "Gamma", "alpha", "Alpha 2"}) {
     this->keychain_.addIdentity(named(name));
   }
   EXPECT_THAT(this->loadedNames(), testing::ElementsAre("alpha", "Alpha 2", "beta", "Gamma"));
 }
 
-TYPED_TEST_P(IdentityContract, ListingChangesNothing) {
+TYPED_TEST_P(IdentityConformance, ListingChangesNothing) {
   this->keychain_.addIdentity(named("Ana"));
   const auto before = this->keychain_.contents();
   EXPECT_EQ(this->load(), this->load());
   EXPECT_EQ(this->keychain_.contents(), before);
 }
 
-TYPED_TEST_P(IdentityContract, AKeychainThatCannotBeReadIsAFailureWithItsStatus) {
+TYPED_TEST_P(IdentityConformance, AKeychainThatCannotBeReadIsAFailureWithItsStatus) {
   this->keychain_.addIdentity(named("Ana"));
   const KeychainStatus status = this->keychain_.damage();
   EXPECT_EQ(selectorErrorOf([this] { (void)this->load(); }),
             CertificateSelectorError::keychainFailure(status));
 }
 
-REGISTER_TYPED_TEST_SUITE_P(IdentityContract, AnEmptyKeychainHasNoIdentities,
+REGISTER_TYPED_TEST_SUITE_P(IdentityConformance, AnEmptyKeychainHasNoIdentities,
                             AnIdentityIsListedWithItsFingerprintNamesAndExpiry,
                             AttributesThatACertificateLacksAreAbsent,
                             TheFirstOfSeveralUnitsIsTheUnit, TextsBeyondASCIIAreCarriedWhole,

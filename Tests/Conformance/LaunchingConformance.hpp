@@ -33,13 +33,13 @@ namespace lumaret::tests::conformance {
 ///     void stopChrome()
 ///         From now on the platform takes Chrome to be running, or not to be.
 template <typename Desktop>
-class LaunchingContract : public testing::Test {
+class LaunchingConformance : public testing::Test {
  protected:
-  LaunchingContract() {
+  LaunchingConformance() {
     std::string name = (std::filesystem::temp_directory_path() / "lumaret.XXXXXX").string();
     folder_ = ::mkdtemp(name.data());
   }
-  ~LaunchingContract() override { std::filesystem::remove_all(folder_); }
+  ~LaunchingConformance() override { std::filesystem::remove_all(folder_); }
 
   [[nodiscard]] std::filesystem::path file(const std::string& name) const { return folder_ / name; }
 
@@ -78,9 +78,9 @@ class LaunchingContract : public testing::Test {
   std::filesystem::path folder_;
 };
 
-TYPED_TEST_SUITE_P(LaunchingContract);
+TYPED_TEST_SUITE_P(LaunchingConformance);
 
-TYPED_TEST_P(LaunchingContract, ChromeIsReportedAsRunningWhileItRuns) {
+TYPED_TEST_P(LaunchingConformance, ChromeIsReportedAsRunningWhileItRuns) {
   EXPECT_FALSE(this->environment_.isApplicationRunning("com.google.Chrome"));
   this->desktop_.startChrome();
   EXPECT_TRUE(this->environment_.isApplicationRunning("com.google.Chrome"));
@@ -89,7 +89,7 @@ TYPED_TEST_P(LaunchingContract, ChromeIsReportedAsRunningWhileItRuns) {
   EXPECT_FALSE(this->environment_.isApplicationRunning("com.google.Chrome"));
 }
 
-TYPED_TEST_P(LaunchingContract, OnlyAFileThatMayBeExecutedIsExecutable) {
+TYPED_TEST_P(LaunchingConformance, OnlyAFileThatMayBeExecutedIsExecutable) {
   const auto path = this->script("");
   EXPECT_TRUE(this->environment_.isExecutableFile(path));
   std::filesystem::permissions(path, std::filesystem::perms::owner_read);
@@ -97,35 +97,35 @@ TYPED_TEST_P(LaunchingContract, OnlyAFileThatMayBeExecutedIsExecutable) {
   EXPECT_FALSE(this->environment_.isExecutableFile(this->file("missing")));
 }
 
-TYPED_TEST_P(LaunchingContract, ArgumentsArriveUnchanged) {
+TYPED_TEST_P(LaunchingConformance, ArgumentsArriveUnchanged) {
   const auto path = this->script(R"(printf '<%s>' "$@" > log)");
   this->environment_.run(path, {"--new-window", "", "a b", "\"'$HOME`*", "\xc3\xa1"}, true);
   EXPECT_EQ(this->written(), "<--new-window><><a b><\"'$HOME`*><\xc3\xa1>");
 }
 
-TYPED_TEST_P(LaunchingContract, AnAwaitedProcessHasEndedOnReturn) {
+TYPED_TEST_P(LaunchingConformance, AnAwaitedProcessHasEndedOnReturn) {
   EXPECT_EQ(this->failure("sleep 0.2; echo done > log"), std::nullopt);
   EXPECT_EQ(this->written(), "done\n");
 }
 
-TYPED_TEST_P(LaunchingContract, AnAwaitedProcessThatFailsIsAnErrorWithItsStatus) {
+TYPED_TEST_P(LaunchingConformance, AnAwaitedProcessThatFailsIsAnErrorWithItsStatus) {
   EXPECT_EQ(this->failure("exit 3"), 3);
   EXPECT_EQ(this->failure("exit 255"), 255);
 }
 
-TYPED_TEST_P(LaunchingContract, AnAwaitedProcessThatASignalEndsIsAnErrorWithItsNumber) {
+TYPED_TEST_P(LaunchingConformance, AnAwaitedProcessThatASignalEndsIsAnErrorWithItsNumber) {
   EXPECT_EQ(this->failure("kill -TERM $$"), SIGTERM);
   EXPECT_EQ(this->failure("kill -KILL $$"), SIGKILL);
 }
 
-TYPED_TEST_P(LaunchingContract, AFileThatCannotBeStartedIsAnError) {
+TYPED_TEST_P(LaunchingConformance, AFileThatCannotBeStartedIsAnError) {
   for (const bool waitUntilExit : {true, false}) {
     EXPECT_TRUE(thrownBy<std::system_error>(
         [&] { this->environment_.run(this->file("missing"), {}, waitUntilExit); }));
   }
 }
 
-TYPED_TEST_P(LaunchingContract, AProcessThatIsNotAwaitedGoesOnByItself) {
+TYPED_TEST_P(LaunchingConformance, AProcessThatIsNotAwaitedGoesOnByItself) {
   const auto path = this->script("until [ -e go ]; do sleep 0.01; done; echo done > log; exit 7");
   this->environment_.run(path, {}, /*waitUntilExit=*/false);
   EXPECT_EQ(this->written(), "");
@@ -133,7 +133,7 @@ TYPED_TEST_P(LaunchingContract, AProcessThatIsNotAwaitedGoesOnByItself) {
   this->await([&] { return this->written() == "done\n"; });
 }
 
-TYPED_TEST_P(LaunchingContract, AProcessThatIsNotAwaitedOutlivesWhatStartedIt) {
+TYPED_TEST_P(LaunchingConformance, AProcessThatIsNotAwaitedOutlivesWhatStartedIt) {
   const auto path = this->script("until [ -e go ]; do sleep 0.01; done; echo done > log");
   EXPECT_EXIT(
       {
@@ -145,7 +145,7 @@ TYPED_TEST_P(LaunchingContract, AProcessThatIsNotAwaitedOutlivesWhatStartedIt) {
   this->await([&] { return this->written() == "done\n"; });
 }
 
-TYPED_TEST_P(LaunchingContract, EnvironmentAndWorkingFolderAreInherited) {
+TYPED_TEST_P(LaunchingConformance, EnvironmentAndWorkingFolderAreInherited) {
   ::setenv("LUMARET_TEST", "inherited", 1);
   const auto path = this->script("");
   std::ofstream(path) << "#!/bin/sh\n{ echo $LUMARET_TEST; pwd; } > \"$1\"\n";
@@ -153,7 +153,7 @@ TYPED_TEST_P(LaunchingContract, EnvironmentAndWorkingFolderAreInherited) {
   EXPECT_EQ(this->written(), "inherited\n" + std::filesystem::current_path().string() + "\n");
 }
 
-TYPED_TEST_P(LaunchingContract, OpenFilesAreNotInherited) {
+TYPED_TEST_P(LaunchingConformance, OpenFilesAreNotInherited) {
   const int open = ::open("/dev/null", O_RDONLY);
   ASSERT_EQ(::dup2(open, 47), 47);
   EXPECT_EQ(this->failure("test ! -e /dev/fd/47"), std::nullopt);
@@ -161,7 +161,7 @@ TYPED_TEST_P(LaunchingContract, OpenFilesAreNotInherited) {
   ::close(open);
 }
 
-TYPED_TEST_P(LaunchingContract, ARunningChromeReloadsItsPoliciesBeforeItOpensAWindow) {
+TYPED_TEST_P(LaunchingConformance, ARunningChromeReloadsItsPoliciesBeforeItOpensAWindow) {
   const auto path = this->script(R"(echo "$@" >> log)");
   const ChromeLauncher launcher(path, std::make_shared<SystemChromeLaunchEnvironment>());
   launcher.open();
@@ -174,7 +174,7 @@ TYPED_TEST_P(LaunchingContract, ARunningChromeReloadsItsPoliciesBeforeItOpensAWi
   });
 }
 
-TYPED_TEST_P(LaunchingContract, NoWindowIsOpenedAfterARefreshThatFailed) {
+TYPED_TEST_P(LaunchingConformance, NoWindowIsOpenedAfterARefreshThatFailed) {
   const ChromeLauncher launcher(this->script(R"(echo "$@" >> log; exit 3)"),
                                 std::make_shared<SystemChromeLaunchEnvironment>());
   this->desktop_.startChrome();
@@ -185,9 +185,9 @@ TYPED_TEST_P(LaunchingContract, NoWindowIsOpenedAfterARefreshThatFailed) {
 }
 
 REGISTER_TYPED_TEST_SUITE_P(
-    LaunchingContract, ChromeIsReportedAsRunningWhileItRuns, OnlyAFileThatMayBeExecutedIsExecutable,
-    ArgumentsArriveUnchanged, AnAwaitedProcessHasEndedOnReturn,
-    AnAwaitedProcessThatFailsIsAnErrorWithItsStatus,
+    LaunchingConformance, ChromeIsReportedAsRunningWhileItRuns,
+    OnlyAFileThatMayBeExecutedIsExecutable, ArgumentsArriveUnchanged,
+    AnAwaitedProcessHasEndedOnReturn, AnAwaitedProcessThatFailsIsAnErrorWithItsStatus,
     AnAwaitedProcessThatASignalEndsIsAnErrorWithItsNumber, AFileThatCannotBeStartedIsAnError,
     AProcessThatIsNotAwaitedGoesOnByItself, AProcessThatIsNotAwaitedOutlivesWhatStartedIt,
     EnvironmentAndWorkingFolderAreInherited, OpenFilesAreNotInherited,

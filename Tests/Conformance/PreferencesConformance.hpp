@@ -25,7 +25,7 @@ namespace lumaret::tests::conformance {
 ///     void refuseWrites()
 ///         From now on no list can be made permanent.
 template <typename PreferenceStore>
-class PreferencesContract : public testing::Test {
+class PreferencesConformance : public testing::Test {
  protected:
   static std::vector<std::string> read() { return CurrentUserChromePreferences().readRules(); }
 
@@ -49,23 +49,23 @@ class PreferencesContract : public testing::Test {
   PreferenceStore store_;
 };
 
-TYPED_TEST_SUITE_P(PreferencesContract);
+TYPED_TEST_SUITE_P(PreferencesConformance);
 
-TYPED_TEST_P(PreferencesContract, WithoutAStoredValueTheListIsEmpty) {
+TYPED_TEST_P(PreferencesConformance, WithoutAStoredValueTheListIsEmpty) {
   EXPECT_THAT(this->read(), testing::IsEmpty());
 }
 
-TYPED_TEST_P(PreferencesContract, AListIsReadInItsOrder) {
+TYPED_TEST_P(PreferencesConformance, AListIsReadInItsOrder) {
   this->store_.store({"b", "", "\xc3\xa1 \xf0\x9f\x98\x80", "b"});
   EXPECT_THAT(this->read(), testing::ElementsAre("b", "", "\xc3\xa1 \xf0\x9f\x98\x80", "b"));
 }
 
-TYPED_TEST_P(PreferencesContract, AnEmptyListIsRead) {
+TYPED_TEST_P(PreferencesConformance, AnEmptyListIsRead) {
   this->store_.store(nlohmann::json::array());
   EXPECT_THAT(this->read(), testing::IsEmpty());
 }
 
-TYPED_TEST_P(PreferencesContract, AValueThatIsNotAListOfTextsIsRefusedAndKept) {
+TYPED_TEST_P(PreferencesConformance, AValueThatIsNotAListOfTextsIsRefusedAndKept) {
   this->expectRefusal("a single text");
   this->expectRefusal(7);
   this->expectRefusal(true);
@@ -74,7 +74,7 @@ TYPED_TEST_P(PreferencesContract, AValueThatIsNotAListOfTextsIsRefusedAndKept) {
   this->expectRefusal(nlohmann::json::array({nlohmann::json::array({"text"})}));
 }
 
-TYPED_TEST_P(PreferencesContract, WhatIsWrittenAndSynchronizedIsStored) {
+TYPED_TEST_P(PreferencesConformance, WhatIsWrittenAndSynchronizedIsStored) {
   const std::vector<std::string> rules = {"b", "", "\xc3\xa1", std::string(100'000, 'x')};
   CurrentUserChromePreferences preferences;
   preferences.writeRules(rules);
@@ -84,7 +84,7 @@ TYPED_TEST_P(PreferencesContract, WhatIsWrittenAndSynchronizedIsStored) {
   EXPECT_EQ(this->store_.stored(), nlohmann::json(rules));
 }
 
-TYPED_TEST_P(PreferencesContract, AnEmptyListCanBeWritten) {
+TYPED_TEST_P(PreferencesConformance, AnEmptyListCanBeWritten) {
   this->store_.store({"rule"});
   CurrentUserChromePreferences preferences;
   preferences.writeRules({});
@@ -92,12 +92,12 @@ TYPED_TEST_P(PreferencesContract, AnEmptyListCanBeWritten) {
   EXPECT_THAT(this->read(), testing::IsEmpty());
 }
 
-TYPED_TEST_P(PreferencesContract, ARuleIsStoredWhereNothingWas) {
+TYPED_TEST_P(PreferencesConformance, ARuleIsStoredWhereNothingWas) {
   EXPECT_EQ(this->apply(), std::nullopt);
   EXPECT_EQ(this->store_.stored(), nlohmann::json::array({this->rule}));
 }
 
-TYPED_TEST_P(PreferencesContract, ForeignRulesKeepTheirTextsAndTheirOrder) {
+TYPED_TEST_P(PreferencesConformance, ForeignRulesKeepTheirTextsAndTheirOrder) {
   this->store_.store({R"({"pattern":"a"})", R"({"pattern":"*"})", "no rule", R"({"pattern":"*"})"});
   const nlohmann::json expected = {R"({"pattern":"a"})", this->rule, "no rule"};
   EXPECT_EQ(this->apply(), std::nullopt);
@@ -106,14 +106,14 @@ TYPED_TEST_P(PreferencesContract, ForeignRulesKeepTheirTextsAndTheirOrder) {
   EXPECT_EQ(this->store_.stored(), expected);
 }
 
-TYPED_TEST_P(PreferencesContract, AListThatCannotBeMadePermanentIsAFailure) {
+TYPED_TEST_P(PreferencesConformance, AListThatCannotBeMadePermanentIsAFailure) {
   this->store_.store({"no rule"});
   this->store_.refuseWrites();
   EXPECT_EQ(this->apply(), CertificateSelectorError::policyWriteFailed());
   EXPECT_EQ(this->store_.stored(), nlohmann::json::array({"no rule"}));
 }
 
-REGISTER_TYPED_TEST_SUITE_P(PreferencesContract, WithoutAStoredValueTheListIsEmpty,
+REGISTER_TYPED_TEST_SUITE_P(PreferencesConformance, WithoutAStoredValueTheListIsEmpty,
                             AListIsReadInItsOrder, AnEmptyListIsRead,
                             AValueThatIsNotAListOfTextsIsRefusedAndKept,
                             WhatIsWrittenAndSynchronizedIsStored, AnEmptyListCanBeWritten,

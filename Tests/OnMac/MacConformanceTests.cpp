@@ -77,9 +77,9 @@ class Desktop {
 
 }  // namespace
 
-INSTANTIATE_TYPED_TEST_SUITE_P(Identities, IdentityContract, Keychain);
-INSTANTIATE_TYPED_TEST_SUITE_P(Authorization, AuthorizationContract, Keychain);
-INSTANTIATE_TYPED_TEST_SUITE_P(Preferences, PreferencesContract, PreferenceStore);
-INSTANTIATE_TYPED_TEST_SUITE_P(Launching, LaunchingContract, Desktop);
+INSTANTIATE_TYPED_TEST_SUITE_P(Identities, IdentityConformance, Keychain);
+INSTANTIATE_TYPED_TEST_SUITE_P(Authorization, AuthorizationConformance, Keychain);
+INSTANTIATE_TYPED_TEST_SUITE_P(Preferences, PreferencesConformance, PreferenceStore);
+INSTANTIATE_TYPED_TEST_SUITE_P(Launching, LaunchingConformance, Desktop);
 
 }  // namespace lumaret::tests::conformance

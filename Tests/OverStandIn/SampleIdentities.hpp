@@ -12,7 +12,7 @@ namespace lumaret::tests {
 
 inline constexpr const char* chromeApplication = "/Applications/Google Chrome.app";
 
-/// 2099-12-31 23:59:59 UTC.
+/// 2099-12-31 23:59:59 UTC, as a date. The Security framework tells a validity by the number.
 inline constexpr standin::Date farAhead = {3124137599};
 
 inline standin::Value text(standin::Text value) { return {std::move(value)}; }
@@ -31,6 +31,11 @@ inline standin::Value section(standin::Text label, standin::List attributes) {
   return property(text(std::move(label)), {std::move(attributes)});
 }
 
+/// A part of a name that holds several attributes: a section without a label.
+inline standin::Value multiValuedPart(standin::List attributes) {
+  return {standin::Dictionary{{u"kSecPropertyKeyValue", {std::move(attributes)}}}};
+}
+
 inline standin::Dictionary certificateValues(standin::List subject, standin::Value notAfter) {
   return {
       {u"kSecOIDX509V1SubjectName", section(u"Subject Name", std::move(subject))},
@@ -46,10 +51,11 @@ inline standin::AccessListEntry signingEntry(std::vector<std::string> applicatio
 /// Its certificate's bytes are its name.
 inline standin::Identity identity(const std::string& name,
                                   standin::AccessList accessList = {signingEntry({})}) {
-  return {name,
-          {name.begin(), name.end()},
-          certificateValues({attribute(u"2.5.4.3", {name.begin(), name.end()})}, {farAhead}),
-          std::make_shared<standin::PrivateKey>(standin::PrivateKey{std::move(accessList)})};
+  return {
+      name,
+      {name.begin(), name.end()},
+      certificateValues({attribute(u"2.5.4.3", {name.begin(), name.end()})}, {farAhead.seconds}),
+      std::make_shared<standin::PrivateKey>(standin::PrivateKey{std::move(accessList)})};
 }
 
 }  // namespace lumaret::tests

@@ -7,10 +7,12 @@
 #include <string>
 
 #include "LumaretMacHelper/Linux/ChromeInstallation.hpp"
+#include "Tests/Conformance/AddressConformance.hpp"
 #include "Tests/Conformance/AuthorizationConformance.hpp"
 #include "Tests/Conformance/ConformanceIdentity.hpp"
 #include "Tests/Conformance/IdentityConformance.hpp"
 #include "Tests/Conformance/LaunchingConformance.hpp"
+#include "Tests/Conformance/OrderConformance.hpp"
 #include "Tests/Conformance/PreferencesConformance.hpp"
 #include "Tests/OnLinux/Adapters/CertificateStore.hpp"
 #include "Tests/OnLinux/Adapters/PrivateMounts.hpp"
@@ -102,11 +104,23 @@ class Desktop {
   TemporaryHome home_;
 };
 
+class Languages {
+ public:
+  static std::vector<std::string> all() { return {"C", "en", "es", "sv", "ja", "de", "tr"}; }
+  static void choose(const std::string& language) {
+    ::setenv("LANG", (language + ".UTF-8").c_str(), 1);
+  }
+
+ private:
+  TemporaryHome home_;  // Without any variable of the locale.
+};
+
 }  // namespace
 
-INSTANTIATE_TYPED_TEST_SUITE_P(Identities, IdentityContract, Keychain);
-INSTANTIATE_TYPED_TEST_SUITE_P(Authorization, AuthorizationContract, Keychain);
-INSTANTIATE_TYPED_TEST_SUITE_P(Preferences, PreferencesContract, PreferenceStore);
-INSTANTIATE_TYPED_TEST_SUITE_P(Launching, LaunchingContract, Desktop);
+INSTANTIATE_TYPED_TEST_SUITE_P(Identities, IdentityConformance, Keychain);
+INSTANTIATE_TYPED_TEST_SUITE_P(Authorization, AuthorizationConformance, Keychain);
+INSTANTIATE_TYPED_TEST_SUITE_P(Preferences, PreferencesConformance, PreferenceStore);
+INSTANTIATE_TYPED_TEST_SUITE_P(Launching, LaunchingConformance, Desktop);
+INSTANTIATE_TYPED_TEST_SUITE_P(Order, OrderConformance, Languages);
 
 }  // namespace lumaret::tests::conformance

@@ -35,7 +35,7 @@ class CertificateValuesTest : public OverStandIn {
   }
 
   static CertificatePrincipal subject(standin::List attributes) {
-    return parsed(certificateValues(std::move(attributes), {farAhead})).value().subject;
+    return parsed(certificateValues(std::move(attributes), {farAhead.seconds})).value().subject;
   }
 
   static std::optional<Date> expiry(standin::Value notAfter) {
@@ -49,7 +49,7 @@ TEST_F(CertificateValuesTest, AreAbsentWhenTheFrameworkReturnsNothing) {
 }
 
 TEST_F(CertificateValuesTest, AreAbsentWithoutAnEntryForTheExpiry) {
-  auto values = certificateValues({attribute(u"2.5.4.3", u"Ana")}, {farAhead});
+  auto values = certificateValues({attribute(u"2.5.4.3", u"Ana")}, {farAhead.seconds});
   values.erase(u"kSecOIDX509V1ValidityNotAfter");
   EXPECT_EQ(parsed(values), std::nullopt);
 }
@@ -128,6 +128,18 @@ TEST_F(CertificateValuesTest, NestedSectionsAreWalkedDepthFirst) {
   EXPECT_EQ(subject({section(u"Set", {section(u"Set", {attribute(u"2.5.4.3", u"deep")})}),
                      attribute(u"2.5.4.3", u"flat"), attribute(u"2.5.4.7", u"here")}),
             (CertificatePrincipal{"deep", std::nullopt, std::nullopt, "here"}));
+}
+
+TEST_F(CertificateValuesTest, SeveralAttributesInOnePartOfANameAreASectionWithoutALabel) {
+  const auto name =
+      subject({attribute(u"2.5.4.6", u"ES"),
+               multiValuedPart({attribute(u"2.5.4.11", u"Sales"), attribute(u"2.5.4.3", u"Ana")})});
+  EXPECT_EQ(name.commonName, "Ana");
+  EXPECT_EQ(name.organizationalUnit, "Sales");
+}
+
+TEST_F(CertificateValuesTest, AValueThatTheFrameworkCannotDecodeIsItsHexadecimalText) {
+  EXPECT_EQ(subject({attribute(u"2.5.4.3", u"41 42")}).commonName, "41 42");
 }
 
 TEST_F(CertificateValuesTest, ASectionUnderAnAttributesLabelIsWalkedToo) {

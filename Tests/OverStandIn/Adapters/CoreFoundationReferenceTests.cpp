@@ -41,7 +41,7 @@ TEST_F(CoreFoundationReferenceTest, ACopyOutlivesTheOriginalAndAMoveLeavesNothin
 
 TEST_F(CoreFoundationReferenceTest, ReceivingReleasesWhatWasHeld) {
   auto text = coreFoundationText("first");
-  *text.receive() = standin::createAs<CFStringRef>(standin::TextObject{u"second"});
+  *text.receive() = standin::createAs<CFStringRef>(standin::Value{standin::Text(u"second")});
   EXPECT_EQ(standin::liveObjects(), 1U);
   EXPECT_EQ(utf8Text(text.get()), "second");
 }

@@ -66,9 +66,9 @@ TEST_F(AuthorizerOverKeychain, CallsTheFrameworkInOrder) {
       ElementsAre(testing::StartsWith("SecItemCopyMatching("), "SecIdentityGetTypeID()",
                   "SecIdentityCopyCertificate(ana)", "SecCertificateCopyData(ana)",
                   "SecIdentityCopyCertificate(mia)", "SecCertificateCopyData(mia)",
-                  "SecIdentityCopyPrivateKey(ana)", "SecKeychainItemCopyAccess(ana)",
-                  "SecAccessCopyACLList(ana)", "SecACLGetTypeID()",
-                  "SecACLCopyAuthorizations(entry 0)", "SecACLGetTypeID()",
+                  "SecIdentityCopyPrivateKey(ana)", "SecKeychainItemCopyKeychain(ana)",
+                  "SecKeychainItemCopyAccess(ana)", "SecAccessCopyACLList(ana)",
+                  "SecACLGetTypeID()", "SecACLCopyAuthorizations(entry 0)", "SecACLGetTypeID()",
                   "SecACLCopyAuthorizations(entry 1)", "SecACLCopyContents(entry 0)",
                   "SecTrustedApplicationGetTypeID()", "SecACLCopyContents(entry 1)",
                   "SecTrustedApplicationGetTypeID()",
@@ -85,7 +85,8 @@ TEST_F(AuthorizerOverKeychain, CallsTheFrameworkInOrder) {
 TEST_F(AuthorizerOverKeychain, WritesNothingWhereChromeMaySignAlready) {
   const AccessList list = {signingEntry({"/Mail"}), signingEntry({"/Zoom", "/Old/Chrome.app"})};
   store(list);
-  machine().applicationData["/Old/Chrome.app"] = bytes(chromeApplication);
+  machine().applicationData["/Old/Chrome.app"] =
+      bytes(std::string(chromeApplication) + std::string(1, '\0'));
   EXPECT_EQ(authorize(), std::nullopt);
   EXPECT_EQ(stored(), list);
   EXPECT_THAT(calls("SecACLSetContents"), IsEmpty());

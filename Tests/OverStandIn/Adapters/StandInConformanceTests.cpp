@@ -4,9 +4,11 @@
 #include <string>
 #include <utility>
 
+#include "Tests/Conformance/AddressConformance.hpp"
 #include "Tests/Conformance/AuthorizationConformance.hpp"
 #include "Tests/Conformance/IdentityConformance.hpp"
 #include "Tests/Conformance/LaunchingConformance.hpp"
+#include "Tests/Conformance/OrderConformance.hpp"
 #include "Tests/Conformance/PreferencesConformance.hpp"
 #include "Tests/OverStandIn/Adapters/FreshMac.hpp"
 #include "Tests/OverStandIn/AppleFrameworks/MachineFile.hpp"
@@ -22,6 +24,7 @@ class Keychain : public FreshMac {
   Bytes addIdentity(const Certificate& certificate) {
     standin::AccessListEntry entry;
     entry.authorizations = {"kSecACLAuthorizationAny"};
+    entry.description = u"key";
     return add(certificate, standin::AccessList{entry});
   }
   Bytes addIdentityOfToken(const Certificate& certificate) {
@@ -60,7 +63,7 @@ class Keychain : public FreshMac {
     }
     const std::chrono::duration<double> sinceReferenceDate =
         certificate.expiresAt - std::chrono::sys_days(std::chrono::year(2001) / 1 / 1);
-    auto values = certificateValues(name, {standin::Date{sinceReferenceDate.count()}});
+    auto values = certificateValues(name, {sinceReferenceDate.count()});
     values.insert_or_assign(u"kSecOIDX509V1IssuerName", section(u"Issuer Name", name));
 
     const std::string bytes = "certificate " + std::to_string(machine().identities.size());
@@ -98,11 +101,19 @@ class Desktop : public FreshMac {
   void stopChrome() { machine().runningApplications.clear(); }
 };
 
+/// The stand-in folds case alike in every language; Apple's own Core Foundation does not.
+class Languages : public FreshMac {
+ public:
+  static std::vector<std::string> all() { return {"en", "es", "sv", "ja", "de", "tr"}; }
+  static void choose(const std::string& language) { machine().locale = language; }
+};
+
 }  // namespace
 
-INSTANTIATE_TYPED_TEST_SUITE_P(Identities, IdentityContract, Keychain);
-INSTANTIATE_TYPED_TEST_SUITE_P(Authorization, AuthorizationContract, Keychain);
-INSTANTIATE_TYPED_TEST_SUITE_P(Preferences, PreferencesContract, PreferenceStore);
-INSTANTIATE_TYPED_TEST_SUITE_P(Launching, LaunchingContract, Desktop);
+INSTANTIATE_TYPED_TEST_SUITE_P(Identities, IdentityConformance, Keychain);
+INSTANTIATE_TYPED_TEST_SUITE_P(Authorization, AuthorizationConformance, Keychain);
+INSTANTIATE_TYPED_TEST_SUITE_P(Preferences, PreferencesConformance, PreferenceStore);
+INSTANTIATE_TYPED_TEST_SUITE_P(Launching, LaunchingConformance, Desktop);
+INSTANTIATE_TYPED_TEST_SUITE_P(Order, OrderConformance, Languages);
 
 }  // namespace lumaret::tests::conformance

@@ -15,11 +15,6 @@ namespace {
 class StandIn : public OverStandIn {};
 class StandInDeathTest : public OverStandIn {};
 
-TEST_F(StandInDeathTest, RefusesAnObjectThatWasReleased) {
-  const CFStringRef released = coreFoundationText("text").get();
-  EXPECT_DEATH(CFStringGetLength(released), "CFStringGetLength was given an object that was rel");
-}
-
 TEST_F(StandInDeathTest, RefusesOneReleaseTooMany) {
   const auto text = coreFoundationText("text");
   EXPECT_DEATH(
@@ -32,28 +27,53 @@ TEST_F(StandInDeathTest, RefusesOneReleaseTooMany) {
 
 TEST_F(StandInDeathTest, RefusesAnObjectOfTheWrongType) {
   const auto text = coreFoundationText("text");
-  EXPECT_DEATH(CFArrayGetCount(reinterpret_cast<CFArrayRef>(text.get())), "of the wrong type");
   EXPECT_DEATH(SecIdentityCopyPrivateKey(
                    reinterpret_cast<SecIdentityRef>(const_cast<__CFString*>(text.get())), nullptr),
                "of the wrong type");
 }
 
-TEST_F(StandInDeathTest, RefusesNullAndAnythingThatIsNotAnObject) {
-  const int number = 0;
-  EXPECT_DEATH(CFRelease(nullptr), "CFRelease was given null");
-  EXPECT_DEATH(CFRetain(&number), "CFRetain was given not an object");
+/// The key of the machine's first identity, as a keychain item.
+CoreFoundationReference<SecKeychainItemRef> firstKey() {
+  const standin::Identity& first = standin::machine().identities.at(0);
+  return CoreFoundationReference<SecKeychainItemRef>::adopt(
+      standin::createAs<SecKeychainItemRef>(standin::KeyObject{first.name, first.privateKey}));
 }
 
-TEST_F(StandInDeathTest, RefusesAnIndexBeyondTheArray) {
-  const auto array = coreFoundationArray<CFStringRef>({});
-  EXPECT_DEATH(CFArrayGetValueAtIndex(array.get(), 0), "an index beyond the array");
+TEST_F(StandInDeathTest, RefusesTheAccessListOfAKeyThatIsNoKeychainItem) {
+  machine().identities = {identity("card", {})};
+  machine().identities[0].privateKey->accessList.reset();
+  const auto key = firstKey();
+  SecAccessRef access = nullptr;
+  EXPECT_DEATH(SecKeychainItemCopyAccess(key.get(), &access), "a key that is no keychain item");
+}
+
+TEST_F(StandIn, UpToMacOS14TheAccessListOfAnotherKeyIsAFailure) {
+  machine().identities = {identity("card", {})};
+  machine().identities[0].privateKey->accessList.reset();
+  machine().failsForOtherKeys = true;
+  SecAccessRef access = nullptr;
+  EXPECT_EQ(SecKeychainItemCopyAccess(firstKey().get(), &access), errSecNoAccessForItem);
+}
+
+TEST_F(StandIn, AnApplicationIsKnownByItsPathAndAZeroByte) {
+  CoreFoundationReference<SecTrustedApplicationRef> application;
+  ASSERT_EQ(SecTrustedApplicationCreateFromPath("/Mail", application.receive()), errSecSuccess);
+  CoreFoundationReference<CFDataRef> data;
+  ASSERT_EQ(SecTrustedApplicationCopyData(application.get(), data.receive()), errSecSuccess);
+  EXPECT_EQ(bytes(data.get()), (Bytes{'/', 'M', 'a', 'i', 'l', 0}));
+}
+
+TEST_F(StandIn, AMissingApplicationIsAFailureOfTheFileSystem) {
+  machine().missingApplications = {"/Mail"};
+  CoreFoundationReference<SecTrustedApplicationRef> application;
+  EXPECT_EQ(SecTrustedApplicationCreateFromPath("/Mail", application.receive()), 100002);
 }
 
 TEST_F(StandIn, EditsOfAnAccessObjectReachTheKeyOnlyWhenStored) {
   machine().identities = {identity("ana", {signingEntry({"/Mail"})})};
   const auto& key = machine().identities[0].privateKey;
   const auto item = CoreFoundationReference<SecKeychainItemRef>::adopt(
-      standin::createAs<SecKeychainItemRef>(standin::Content(standin::KeyObject{"ana", key})));
+      standin::createAs<SecKeychainItemRef>(standin::KeyObject{"ana", key}));
   CoreFoundationReference<SecAccessRef> access;
   ASSERT_EQ(SecKeychainItemCopyAccess(item.get(), access.receive()), errSecSuccess);
   CoreFoundationReference<CFArrayRef> list;
@@ -64,6 +84,42 @@ TEST_F(StandIn, EditsOfAnAccessObjectReachTheKeyOnlyWhenStored) {
   EXPECT_EQ(key->accessList, standin::AccessList{signingEntry({"/Mail"})});
   ASSERT_EQ(SecKeychainItemSetAccess(item.get(), access.get()), errSecSuccess);
   EXPECT_EQ(key->accessList, (standin::AccessList{{{"kSecACLAuthorizationSign"}, {}, u"new", 1}}));
+}
+
+TEST_F(StandIn, AnAccessListIsStoredEntryByEntry) {
+  machine().identities = {identity("ana", {signingEntry({}), signingEntry({}), signingEntry({})})};
+  machine().answer("SecKeychainItemSetAccess", standin::Answer::status(-25293).afterEntries(2));
+  const auto key = firstKey();
+  CoreFoundationReference<SecAccessRef> access;
+  ASSERT_EQ(SecKeychainItemCopyAccess(key.get(), access.receive()), errSecSuccess);
+  CoreFoundationReference<CFArrayRef> list;
+  ASSERT_EQ(SecAccessCopyACLList(access.get(), list.receive()), errSecSuccess);
+  for (const CFTypeRef acl : elements(list.get())) {
+    ASSERT_EQ(SecACLSetContents(objectAs<SecACLRef>(acl, SecACLGetTypeID()), nullptr,
+                                coreFoundationText("new").get(), 0),
+              errSecSuccess);
+  }
+  EXPECT_EQ(SecKeychainItemSetAccess(key.get(), access.get()), -25293);
+  const auto& stored = *machine().identities[0].privateKey->accessList;
+  EXPECT_EQ(stored[0].description, u"new");
+  EXPECT_EQ(stored[1].description, u"new");
+  EXPECT_EQ(stored[2], signingEntry({}));
+}
+
+TEST_F(StandIn, AnEntryOpenToAnyApplicationHasNoEmptyDescription) {
+  machine().identities = {identity("ana", {{{"kSecACLAuthorizationAny"}, std::nullopt, u"", 0}})};
+  CoreFoundationReference<SecAccessRef> access;
+  ASSERT_EQ(SecKeychainItemCopyAccess(firstKey().get(), access.receive()), errSecSuccess);
+  CoreFoundationReference<CFArrayRef> list;
+  ASSERT_EQ(SecAccessCopyACLList(access.get(), list.receive()), errSecSuccess);
+  CoreFoundationReference<CFArrayRef> applications;
+  CoreFoundationReference<CFStringRef> description;
+  SecKeychainPromptSelector selector = 0;
+  ASSERT_EQ(SecACLCopyContents(objectAs<SecACLRef>(elements(list.get()).at(0), SecACLGetTypeID()),
+                               applications.receive(), description.receive(), &selector),
+            errSecSuccess);
+  EXPECT_FALSE(applications);
+  EXPECT_FALSE(description);
 }
 
 }  // namespace

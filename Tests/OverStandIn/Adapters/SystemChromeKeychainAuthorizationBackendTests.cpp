@@ -24,7 +24,7 @@ TEST_F(BackendTest, AsksForEveryIdentityAndNothingElse) {
   EXPECT_THAT(backend.copyIdentities(), SizeIs(1));
   EXPECT_THAT(calls("SecItem"),
               ElementsAre("SecItemCopyMatching({kSecClass: kSecClassIdentity, "
-                          "kSecReturnRef: true, kSecMatchLimit: kSecMatchLimitAll})"));
+                          "kSecMatchLimit: kSecMatchLimitAll, kSecReturnRef: true})"));
 }
 
 TEST_F(BackendTest, IdentitiesKeepTheKeychainsOrder) {
@@ -64,6 +64,37 @@ TEST_F(BackendTest, SuccessWithoutAKeyMeansNoKey) {
 }
 
 // copyAccess
+
+TEST_F(BackendTest, AKeyIsAskedForItsKeychainBeforeItsAccessList) {
+  (void)firstAccess();
+  EXPECT_THAT(calls("SecKeychainItem"),
+              ElementsAre("SecKeychainItemCopyKeychain(ana)", "SecKeychainItemCopyAccess(ana)"));
+}
+
+TEST_F(BackendTest, AKeyThatIsNoKeychainItemIsUnsupportedAndItsAccessListIsNotAskedFor) {
+  for (const OSStatus status : {-25304, -25294, -25243}) {
+    machine().answers.clear();
+    machine().answer("SecKeychainItemCopyKeychain", standin::Answer::status(status));
+    EXPECT_EQ(failure([] { (void)firstAccess(); }), BackendError::unsupported()) << status;
+    EXPECT_THAT(calls("SecKeychainItemCopyAccess"), IsEmpty()) << status;
+  }
+}
+
+TEST_F(BackendTest, OtherStatusesOfTheKeychainQuestionAreFailures) {
+  for (const OSStatus status : {-25306, -25300, -128, -2070, 1}) {
+    machine().answers.clear();
+    machine().answer("SecKeychainItemCopyKeychain", standin::Answer::status(status));
+    EXPECT_EQ(failure([] { (void)firstAccess(); }), BackendError::status(status));
+  }
+  machine().answers.clear();
+  machine().answer("SecKeychainItemCopyKeychain", standin::Answer::nothing());
+  EXPECT_EQ(failure([] { (void)firstAccess(); }), BackendError::status(-2070));
+}
+
+TEST_F(BackendTest, AnAccessListThatIsRefusedForAnotherKeyIsAPlainFailure) {
+  machine().answer("SecKeychainItemCopyAccess", standin::Answer::status(-25243));
+  EXPECT_EQ(failure([] { (void)firstAccess(); }), BackendError::status(-25243));
+}
 
 TEST_F(BackendTest, AKeyOfATokenIsUnsupported) {
   machine().identities[0].privateKey->accessList.reset();
@@ -132,7 +163,8 @@ TEST_F(BackendTest, ApplicationsKeepTheirOrder) {
   for (const auto& application : contents.trustedApplications.value()) {
     data.push_back(backend.identityData(application));
   }
-  EXPECT_THAT(data, ElementsAre(bytes("/Zoom"), bytes("/Mail"), bytes("/Zoom")));
+  EXPECT_THAT(data,
+              ElementsAre(bytes({"/Zoom\0", 6}), bytes({"/Mail\0", 6}), bytes({"/Zoom\0", 6})));
 }
 
 TEST_F(BackendTest, AMissingDescriptionIsAFailure) {

@@ -48,7 +48,7 @@ TEST_F(SystemKeychainIdentityQueryTest, AsksForEveryIdentityAndNothingElse) {
   (void)SystemKeychainIdentityQuery().copyIdentities();
   EXPECT_THAT(calls("SecItem"),
               ElementsAre("SecItemCopyMatching({kSecClass: kSecClassIdentity, "
-                          "kSecReturnRef: true, kSecMatchLimit: kSecMatchLimitAll})"));
+                          "kSecMatchLimit: kSecMatchLimitAll, kSecReturnRef: true})"));
 }
 
 TEST_F(SystemKeychainIdentityQueryTest, KeepsTheOrderOfAnArray) {

@@ -12,21 +12,29 @@ namespace {
 
 AccessListEntry& entryOf(SecACLRef acl, const char* function) {
   const ACLObject& object = as<ACLObject>(acl, function);
-  return object.list->at(object.index);
+  return object.list->entries.at(object.index);
 }
 
 CFTypeRef applicationArray(const std::vector<std::string>& paths) {
-  ArrayObject array;
+  std::vector<CFTypeRef> applications;
   for (const std::string& path : paths) {
-    array.elements.push_back(create(ApplicationObject{path}));
+    applications.push_back(create(ApplicationObject{path}));
   }
-  return create(std::move(array));
+  return createArray(applications);
 }
 
 Bytes dataOf(const std::string& application) {
   const auto found = machine().applicationData.find(application);
-  return found != machine().applicationData.end() ? found->second
-                                                  : Bytes(application.begin(), application.end());
+  return found != machine().applicationData.end()
+             ? found->second
+             : Bytes(application.c_str(), application.c_str() + application.size() + 1);
+}
+
+OSStatus refusalOfOtherKey(const char* function) {
+  if (!machine().failsForOtherKeys) {
+    refuse(function, "a key that is no keychain item");
+  }
+  return errSecNoAccessForItem;
 }
 
 }  // namespace
@@ -36,26 +44,45 @@ extern "C" {
 const CFStringRef kSecACLAuthorizationAny = constantText("kSecACLAuthorizationAny");
 const CFStringRef kSecACLAuthorizationSign = constantText("kSecACLAuthorizationSign");
 
-OSStatus SecKeychainItemCopyAccess(SecKeychainItemRef item, SecAccessRef* access) {
+// Safe with any key: what is no keychain item is null to it.
+OSStatus SecKeychainItemCopyKeychain(SecKeychainItemRef item, SecKeychainRef* keychain) {
   const KeyObject& key = as<KeyObject>(item, __func__);
   const Call call(__func__, key.name);
   if (!key.key->accessList && call.answersItself()) {
-    return errSecNoSuchClass;
+    return errSecInvalidItemRef;
+  }
+  return call.leave(keychain, [] { return createAs<SecKeychainRef>(KeychainObject()); });
+}
+
+OSStatus SecKeychainItemCopyAccess(SecKeychainItemRef item, SecAccessRef* access) {
+  const KeyObject& key = as<KeyObject>(item, __func__);
+  const Call call(__func__, key.name);
+  if (!key.key->accessList) {
+    return refusalOfOtherKey(__func__);
   }
   return call.leave(access, [&] {
     return createAs<SecAccessRef>(AccessObject{
-        key.name, std::make_shared<AccessList>(key.key->accessList.value_or(AccessList()))});
+        key.name, std::make_shared<EditedAccessList>(EditedAccessList{*key.key->accessList})});
   });
 }
 
+// Entry by entry: what was stored before a failure stays.
 OSStatus SecKeychainItemSetAccess(SecKeychainItemRef item, SecAccessRef access) {
   const KeyObject& key = as<KeyObject>(item, __func__);
-  const AccessObject& edited = as<AccessObject>(access, __func__);
-  const Call call(__func__, key.name + ", " + edited.name);
-  if (!call.fails()) {
-    key.key->accessList = *edited.list;
-    writeMachineFile();
+  EditedAccessList& list = *as<AccessObject>(access, __func__).list;
+  const Call call(__func__, key.name + ", " + described(access, __func__));
+  if (!key.key->accessList) {
+    return refusalOfOtherKey(__func__);
   }
+  for (std::size_t stored = 0; !list.edited.empty(); ++stored) {
+    if (call.fails() && stored == call.storedEntries()) {
+      break;
+    }
+    const std::size_t index = *list.edited.begin();
+    key.key->accessList->at(index) = list.entries.at(index);
+    list.edited.erase(index);
+  }
+  writeMachineFile();
   return call.status();
 }
 
@@ -63,11 +90,11 @@ OSStatus SecAccessCopyACLList(SecAccessRef access, CFArrayRef* list) {
   const AccessObject& object = as<AccessObject>(access, __func__);
   const Call call(__func__, object.name);
   return call.leave(list, [&] {
-    ArrayObject array;
-    for (std::size_t index = 0; index < object.list->size(); ++index) {
-      array.elements.push_back(create(ACLObject{object.list, index}));
+    std::vector<CFTypeRef> entries;
+    for (std::size_t index = 0; index < object.list->entries.size(); ++index) {
+      entries.push_back(create(ACLObject{object.list, index}));
     }
-    return createAs<CFArrayRef>(std::move(array));
+    return static_cast<CFArrayRef>(createArray(entries));
   });
 }
 
@@ -79,11 +106,11 @@ CFTypeID SecACLGetTypeID() {
 CFArrayRef SecACLCopyAuthorizations(SecACLRef acl) {
   const Call call(__func__, described(acl, __func__));
   return call.result<CFArrayRef>([&] {
-    ArrayObject array;
+    std::vector<CFTypeRef> tags;
     for (const std::string& tag : entryOf(acl, __func__).authorizations) {
-      array.elements.push_back(create(TextObject{*fromUTF8(tag)}));
+      tags.push_back(create(Value{*fromUTF8(tag)}));
     }
-    return createAs<CFArrayRef>(std::move(array));
+    return static_cast<CFArrayRef>(createArray(tags));
   });
 }
 
@@ -98,8 +125,11 @@ OSStatus SecACLCopyContents(SecACLRef acl, CFArrayRef* applications, CFStringRef
                               : nullptr;
   });
   if (status == errSecSuccess) {
-    *description = entry.description && !call.leavesOutSecond()
-                       ? createAs<CFStringRef>(TextObject{*entry.description})
+    // An entry open to any application keeps a description only if that is not empty.
+    const bool isDescribed =
+        entry.description && (entry.applications || !entry.description->empty());
+    *description = isDescribed && !call.leavesOutSecond()
+                       ? createAs<CFStringRef>(Value{*entry.description})
                        : nullptr;
     *promptSelector = entry.promptSelector;
   }
@@ -114,15 +144,17 @@ OSStatus SecACLSetContents(SecACLRef acl, CFArrayRef applications, CFStringRef d
   if (call.fails()) {
     return call.status();
   }
-  AccessListEntry& entry = entryOf(acl, __func__);
+  const ACLObject& object = as<ACLObject>(acl, __func__);
+  object.list->edited.insert(object.index);
+  AccessListEntry& entry = object.list->entries.at(object.index);
   entry.applications.reset();
   if (applications != nullptr) {
     entry.applications.emplace();
-    for (const CFTypeRef element : as<ArrayObject>(applications, __func__).elements) {
+    for (const CFTypeRef element : elementsOf(applications, __func__)) {
       entry.applications->push_back(as<ApplicationObject>(element, __func__).path);
     }
   }
-  entry.description = as<TextObject>(description, __func__).text;
+  entry.description = textOf(description, __func__);
   entry.promptSelector = promptSelector;
   return errSecSuccess;
 }
@@ -135,6 +167,10 @@ CFTypeID SecTrustedApplicationGetTypeID() {
 OSStatus SecTrustedApplicationCreateFromPath(const char* path,
                                              SecTrustedApplicationRef* application) {
   const Call call(__func__, path);
+  if (machine().missingApplications.contains(path) && call.answersItself()) {
+    constexpr OSStatus noSuchFile = 100002;  // errSecErrnoBase and ENOENT
+    return noSuchFile;
+  }
   return call.leave(application,
                     [&] { return createAs<SecTrustedApplicationRef>(ApplicationObject{path}); });
 }
@@ -142,6 +178,6 @@ OSStatus SecTrustedApplicationCreateFromPath(const char* path,
 OSStatus SecTrustedApplicationCopyData(SecTrustedApplicationRef application, CFDataRef* data) {
   const ApplicationObject& object = as<ApplicationObject>(application, __func__);
   const Call call(__func__, object.path);
-  return call.leave(data, [&] { return createAs<CFDataRef>(DataObject{dataOf(object.path)}); });
+  return call.leave(data, [&] { return createAs<CFDataRef>(Value{dataOf(object.path)}); });
 }
 }

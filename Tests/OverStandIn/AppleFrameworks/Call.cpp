@@ -49,22 +49,24 @@ CFTypeRef Call::instead(CFTypeRef own) const {
   if (answer_->kind == Answer::Kind::withoutSecond) {
     return own;
   }
-  if (own == nullptr) {
-    own = create(ArrayObject());
+  std::vector<CFTypeRef> elements;
+  if (own != nullptr) {
+    for (const CFTypeRef element : elementsOf(own, function_)) {
+      retain(element, function_);
+      elements.push_back(element);
+    }
+    release(own, function_);
   }
-  auto& elements = as<ArrayObject>(own, function_).elements;
   if (answer_->kind == Answer::Kind::foreignElement) {
     const std::size_t index = std::min(answer_->elementIndex, elements.size());
     elements.insert(elements.begin() + static_cast<std::ptrdiff_t>(index),
-                    create(TextObject{u"foreign"}));
-    return own;
+                    create(Value{Text(u"foreign")}));
+    return createArray(elements);
   }
-  const CFTypeRef first = elements.empty() ? nullptr : elements.front();
-  if (first != nullptr) {
-    retain(first, function_);
+  for (std::size_t index = 1; index < elements.size(); ++index) {
+    release(elements[index], function_);
   }
-  release(own, function_);
-  return first;
+  return elements.empty() ? nullptr : elements.front();
 }
 
 }  // namespace standin

@@ -59,6 +59,9 @@ class Call {
     return 0;
   }
 
+  /// How many entries a failing store of an access list leaves stored.
+  [[nodiscard]] std::size_t storedEntries() const { return answer_->storedEntries; }
+
   /// For a function that returns a status alone.
   [[nodiscard]] OSStatus status() const { return fails() ? answer_->failure : 0; }
 

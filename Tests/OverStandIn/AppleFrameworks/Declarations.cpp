@@ -35,18 +35,20 @@ static_assert(isDeclaredAs<CFErrorRef, struct __CFError*>);
 static_assert(isDeclaredAs<CFLocaleRef, const struct __CFLocale*>);
 static_assert(isDeclaredAs<CFNumberRef, const struct __CFNumber*>);
 static_assert(isDeclaredAs<CFStringRef, const struct __CFString*>);
-static_assert(isDeclaredAs<CFURLRef, const struct __CFURL*>);
+static_assert(isDeclaredAs<CFMutableStringRef, struct __CFString*>);
 static_assert(isDeclaredAs<CFStringEncoding, unsigned int>);
 static_assert(isDeclaredAs<CFStringCompareFlags, unsigned long>);
 static_assert(isDeclaredAs<decltype(CFRange::location), CFIndex>);
 static_assert(isDeclaredAs<decltype(CFRange::length), CFIndex>);
 static_assert(isDeclaredAs<std::underlying_type_t<CFComparisonResult>, CFIndex>);
 static_assert(isDeclaredAs<std::underlying_type_t<CFNumberType>, CFIndex>);
+static_assert(isDeclaredAs<std::underlying_type_t<CFStringNormalizationForm>, CFIndex>);
 static_assert(isDeclaredAs<SecAccessRef, struct __SecAccess*>);
 static_assert(isDeclaredAs<SecACLRef, struct __SecACL*>);
 static_assert(isDeclaredAs<SecCertificateRef, struct __SecCertificate*>);
 static_assert(isDeclaredAs<SecIdentityRef, struct __SecIdentity*>);
 static_assert(isDeclaredAs<SecKeychainItemRef, struct __SecKeychainItem*>);
+static_assert(isDeclaredAs<SecKeychainRef, struct __SecKeychain*>);
 static_assert(isDeclaredAs<SecKeyRef, struct __SecKey*>);
 static_assert(isDeclaredAs<SecTrustedApplicationRef, struct __SecTrustedApplication*>);
 static_assert(isDeclaredAs<SecKeychainPromptSelector, unsigned short>);
@@ -58,8 +60,11 @@ static_assert(kCFCompareLessThan == -1 && kCFCompareEqualTo == 0 && kCFCompareGr
 static_assert(kCFNumberDoubleType == 13);
 static_assert(kCFStringEncodingUTF8 == 0x08000100);
 static_assert(kCFCompareCaseInsensitive == 1 && kCFCompareLocalized == 32);
+static_assert(kCFStringNormalizationFormC == 2);
 static_assert(errSecSuccess == 0);
 static_assert(errSecInternalComponent == -2070);
+static_assert(errSecNoAccessForItem == -25243);
+static_assert(errSecNoSuchKeychain == -25294);
 static_assert(errSecItemNotFound == -25300);
 static_assert(errSecInvalidItemRef == -25304);
 static_assert(errSecNoSuchClass == -25306);
@@ -126,10 +131,12 @@ static_assert(isDeclaredAs<decltype(CFStringCompareWithOptionsAndLocale),
                            CFComparisonResult(CFStringRef, CFStringRef, CFRange,
                                               CFStringCompareFlags, CFLocaleRef)>);
 static_assert(isDeclaredAs<decltype(CFLocaleCopyCurrent), CFLocaleRef()>);
+static_assert(isDeclaredAs<decltype(CFStringCreateMutableCopy),
+                           CFMutableStringRef(CFAllocatorRef, CFIndex, CFStringRef)>);
 static_assert(
-    isDeclaredAs<decltype(CFURLCreateWithBytes),
-                 CFURLRef(CFAllocatorRef, const UInt8*, CFIndex, CFStringEncoding, CFURLRef)>);
-static_assert(isDeclaredAs<decltype(CFURLCopyScheme), CFStringRef(CFURLRef)>);
+    isDeclaredAs<decltype(CFStringNormalize), void(CFMutableStringRef, CFStringNormalizationForm)>);
+static_assert(isDeclaredAs<decltype(CFStringFold),
+                           void(CFMutableStringRef, CFStringCompareFlags, CFLocaleRef)>);
 static_assert(isDeclaredAs<decltype(CFPreferencesCopyValue),
                            CFPropertyListRef(CFStringRef, CFStringRef, CFStringRef, CFStringRef)>);
 static_assert(
@@ -146,6 +153,8 @@ static_assert(
 static_assert(isDeclaredAs<decltype(SecCertificateCopyData), CFDataRef(SecCertificateRef)>);
 static_assert(isDeclaredAs<decltype(SecCertificateCopyValues),
                            CFDictionaryRef(SecCertificateRef, CFArrayRef, CFErrorRef*)>);
+static_assert(isDeclaredAs<decltype(SecKeychainItemCopyKeychain),
+                           OSStatus(SecKeychainItemRef, SecKeychainRef*)>);
 static_assert(
     isDeclaredAs<decltype(SecKeychainItemCopyAccess), OSStatus(SecKeychainItemRef, SecAccessRef*)>);
 static_assert(

@@ -54,10 +54,13 @@ Identity identity(const json& description) {
   return identity;
 }
 
-/// A status, or null for success with nothing; for one call alone, an object with both.
+/// A status, or null for success with nothing; for one call alone, an object with both, and where
+/// it matters the number of entries that are stored before a failure.
 Answer answer(const json& failure) {
   if (failure.is_object()) {
-    return answer(failure.at("answer")).onCall(failure.at("call"));
+    return answer(failure.at("answer"))
+        .afterEntries(failure.value("afterEntries", 0U))
+        .onCall(failure.at("call"));
   }
   return failure.is_null() ? Answer::nothing() : Answer::status(failure);
 }
@@ -136,6 +139,7 @@ Machine readMachineFile() {
     machine.preferences[application] = std::get<Dictionary>(valueOf(values).content);
   }
   file.at("runningApplications").get_to(machine.runningApplications);
+  file.at("missingApplications").get_to(machine.missingApplications);
   for (const auto& [function, failure] : file.at("failures").items()) {
     machine.answer(function, answer(failure));
   }

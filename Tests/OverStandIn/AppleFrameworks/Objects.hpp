@@ -5,45 +5,20 @@
 
 #include <cstddef>
 #include <memory>
+#include <set>
 #include <string>
-#include <string_view>
 #include <utility>
 #include <variant>
 #include <vector>
 
 #include "Tests/OverStandIn/AppleFrameworks/StandIn.hpp"
 
+// The Security framework's objects, and what its functions do with those of Core Foundation. Two
+// sources define these functions: CoreFoundationStandIn/Objects.cpp, where the stand-in is Core
+// Foundation too, and OverCoreFoundation/Objects.cpp, over Apple's own library.
+
 namespace standin {
 
-struct TextObject {
-  Text text;
-};
-struct NumberObject {
-  double number;
-  /// Whether that is the number itself, not only the nearest double.
-  bool isExact = true;
-};
-struct BooleanObject {
-  bool value;
-};
-struct DateObject {
-  double seconds;
-};
-struct DataObject {
-  Bytes bytes;
-};
-/// Owns its elements.
-struct ArrayObject {
-  std::vector<CFTypeRef> elements;
-};
-/// Owns its keys and values.
-struct DictionaryObject {
-  std::vector<std::pair<CFTypeRef, CFTypeRef>> entries;
-};
-struct LocaleObject {};
-struct URLObject {
-  std::string text;
-};
 struct IdentityObject {
   Identity identity;
 };
@@ -54,33 +29,37 @@ struct KeyObject {
   std::string name;
   std::shared_ptr<PrivateKey> key;
 };
-/// A copy of a key's access list, to edit and to store.
+/// The keychain that holds a key.
+struct KeychainObject {};
+/// A copy of a key's access list, to edit.
+struct EditedAccessList {
+  AccessList entries;
+  /// The indices of those that were edited and not yet stored.
+  std::set<std::size_t> edited = {};
+};
 struct AccessObject {
   std::string name;
-  std::shared_ptr<AccessList> list;
+  std::shared_ptr<EditedAccessList> list;
 };
 struct ACLObject {
-  std::shared_ptr<AccessList> list;
+  std::shared_ptr<EditedAccessList> list;
   std::size_t index;
 };
 struct ApplicationObject {
   std::string path;
 };
 
-using Content =
-    std::variant<TextObject, NumberObject, BooleanObject, DateObject, DataObject, ArrayObject,
-                 DictionaryObject, LocaleObject, URLObject, IdentityObject, CertificateObject,
-                 KeyObject, AccessObject, ACLObject, ApplicationObject>;
+using SecurityObject = std::variant<IdentityObject, CertificateObject, KeyObject, KeychainObject,
+                                    AccessObject, ACLObject, ApplicationObject>;
 
 /// Ends the process with a message.
 [[noreturn]] void refuse(const char* function, const std::string& why);
 
-/// Refuses every encoding but UTF-8.
-void requireUTF8(CFStringEncoding encoding, const char* function);
-
-/// A new object with one reference, which the caller owns.
-CFTypeRef create(Content content);
+// Each makes a new object with one reference, which the caller owns.
+CFTypeRef create(SecurityObject object);
 CFTypeRef create(const Value& value);
+/// Takes the caller's references of the elements over.
+CFTypeRef createArray(const std::vector<CFTypeRef>& elements);
 
 template <typename Reference, typename Source>
 Reference createAs(Source source) {
@@ -89,34 +68,42 @@ Reference createAs(Source source) {
 
 /// An object that is never released and that counts nowhere, as the frameworks' constants are.
 CFStringRef constantText(const char* name);
-CFBooleanRef constantTrue();
 
 void retain(CFTypeRef object, const char* function);
 void release(CFTypeRef object, const char* function);
 
-/// The live object's content; refuses every other.
-Content& content(CFTypeRef object, const char* function);
+/// A live object of the Security framework; refuses every other.
+SecurityObject& securityObject(CFTypeRef object, const char* function);
 
 /// Refuses an object of another type, too.
 template <typename Type>
 Type& as(CFTypeRef object, const char* function) {
-  auto* const typed = std::get_if<Type>(&content(object, function));
+  auto* const typed = std::get_if<Type>(&securityObject(object, function));
   if (typed == nullptr) {
     refuse(function, "an object of the wrong type");
   }
   return *typed;
 }
 
+/// Of the alternative of this index.
+CFTypeID securityTypeIdentifier(std::size_t index);
+
 template <typename Type>
 CFTypeID typeIdentifier() {
-  return Content(Type{}).index() + 1;
+  return securityTypeIdentifier(SecurityObject(Type{}).index());
 }
 
-/// The other way: what an object holds, as a preference. Refuses what no preference can be.
+// What Core Foundation's objects hold. Each refuses an object of another type.
+Text textOf(CFTypeRef text, const char* function);
+/// Borrowed.
+std::vector<CFTypeRef> elementsOf(CFTypeRef array, const char* function);
+/// A text, or a list of them.
 Value valueOf(CFTypeRef object, const char* function);
 
-/// For the trace.
+/// For the trace: any object, or null.
 std::string described(CFTypeRef object, const char* function);
+/// The same, of the Security framework's objects alone.
+std::string described(const SecurityObject& object);
 
 void forgetEveryObject();
 

@@ -25,11 +25,11 @@ OSStatus SecItemCopyMatching(CFDictionaryRef query, CFTypeRef* result) {
     return errSecItemNotFound;
   }
   return call.leave(result, [] {
-    ArrayObject array;
+    std::vector<CFTypeRef> identities;
     for (const Identity& identity : machine().identities) {
-      array.elements.push_back(create(IdentityObject{identity}));
+      identities.push_back(create(IdentityObject{identity}));
     }
-    return create(std::move(array));
+    return createArray(identities);
   });
 }
 
@@ -59,8 +59,7 @@ OSStatus SecIdentityCopyPrivateKey(SecIdentityRef identity, SecKeyRef* privateKe
 CFDataRef SecCertificateCopyData(SecCertificateRef certificate) {
   const Identity& stored = as<CertificateObject>(certificate, __func__).identity;
   const Call call(__func__, stored.name);
-  return call.result<CFDataRef>(
-      [&] { return createAs<CFDataRef>(DataObject{stored.certificate}); });
+  return call.result<CFDataRef>([&] { return createAs<CFDataRef>(Value{stored.certificate}); });
 }
 
 // Answers with every value that the certificate has, asked for or not.

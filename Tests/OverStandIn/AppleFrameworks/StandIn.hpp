@@ -93,6 +93,13 @@ struct Answer {
   /// Succeeds with its own object, and with nothing in the place of the second one.
   static Answer withoutSecond() { return {.kind = Kind::withoutSecond}; }
 
+  /// Of storing an access list, which goes entry by entry: fails after so many entries, which stay
+  /// stored.
+  Answer afterEntries(std::size_t count) && {
+    storedEntries = count;
+    return std::move(*this);
+  }
+
   /// For one call of the function alone, counted from 1.
   Answer onCall(std::size_t number) && {
     call = number;
@@ -104,17 +111,26 @@ struct Answer {
   bool leavesObject = false;
   std::optional<Value> value = std::nullopt;
   std::size_t elementIndex = 0;
+  std::size_t storedEntries = 0;
   std::optional<std::size_t> call = std::nullopt;
 };
 
 struct Machine {
   std::vector<Identity> identities;
-  /// What tells one application from another, by path; by default the path itself.
+  /// Up to macOS 14 the access-list calls fail with -25243 for a key that is no keychain item.
+  /// Since macOS 15 they crash.
+  bool failsForOtherKeys = false;
+  /// Paths of applications that are not there, so that no access list can be told of them.
+  std::set<std::string> missingApplications;
+  /// What tells one application from another, by path; by default the path itself with a zero byte
+  /// at its end.
   std::map<std::string, Bytes> applicationData;
   /// Of the current user on any host, by application.
   std::map<std::string, Dictionary> preferences;
   /// Set in the same way, and not yet synchronized.
   std::map<std::string, Dictionary> pendingPreferences;
+  /// The current locale, such as "sv"; the library's own where it is empty.
+  std::string locale;
   /// Bundle identifiers.
   std::set<std::string> runningApplications;
   std::map<std::string, std::vector<Answer>> answers;

@@ -110,18 +110,33 @@ World worldSeen(World world, const Step& step, Seen seen) {
     world.storedRules = json::array({anasRule});
   } else if (seen == Seen::anotherName && step.argument == "ana") {
     std::ranges::replace(world.storedRules, json(anasRule), json(someonesRule));
-  } else if (seen == Seen::noAddress) {
-    world.address.clear();
   }
   return world;
+}
+
+/// The access list with the first entries that change, so many of them, as they are meant to be.
+standin::AccessList partlyStored(standin::AccessList before, const standin::AccessList& after,
+                                 std::size_t storedEntries) {
+  for (std::size_t index = 0; index < before.size() && storedEntries > 0; ++index) {
+    if (before[index] != after[index]) {
+      before[index] = after[index];
+      --storedEntries;
+    }
+  }
+  return before;
 }
 
 Outcome macAt(const World& world, const Ending& ending) {
   const auto reaches = [&ending](Checkpoint each) { return ending.checkpoint >= each; };
   Outcome mac = {{"access lists", json::array()}, {"launches", json::array()}};
   for (const Held& held : world.held) {
-    const bool isAllowed = reaches(Checkpoint::keyAllowed) && held.allowed;
-    mac["access lists"].push_back(described(isAllowed ? held.allowed : held.accessList));
+    auto accessList = held.accessList;
+    if (reaches(Checkpoint::keyAllowed) && held.allowed) {
+      accessList = held.allowed;
+    } else if (held.allowed) {
+      accessList = partlyStored(*held.accessList, *held.allowed, ending.storedEntries);
+    }
+    mac["access lists"].push_back(described(accessList));
   }
   mac["rules"] = reaches(Checkpoint::ruleStored) ? world.storedRules : world.rules;
   mac["rules not synchronized"] = ending.isRulePending ? world.storedRules : json(nullptr);

@@ -30,7 +30,7 @@ Phase phaseOf(const std::string& call, const std::vector<Step>& before) {
   if (call.starts_with("CFPreferencesSetValue(")) {
     return Phase::writingRules;
   }
-  if (call.starts_with("CFURL") || call.starts_with("NS")) {
+  if (call.starts_with("NS")) {
     return call.ends_with(", awaited)") ? Phase::refreshing : Phase::opening;
   }
   return last;
@@ -65,7 +65,8 @@ std::size_t fewestFaults(const std::string& function) {
   using Functions = std::set<std::string>;
   static const Functions ofStatus = {"SecACLSetContents", "SecKeychainItemSetAccess"};
   static const Functions ofObject = {
-      "SecIdentityCopyPrivateKey", "SecIdentityCopyCertificate", "SecKeychainItemCopyAccess",
+      "SecIdentityCopyPrivateKey",           "SecIdentityCopyCertificate",
+      "SecKeychainItemCopyKeychain",         "SecKeychainItemCopyAccess",
       "SecTrustedApplicationCreateFromPath", "SecTrustedApplicationCopyData"};
   static const Functions ofArray = {"SecItemCopyMatching", "SecAccessCopyACLList",
                                     "SecACLCopyContents"};

@@ -63,7 +63,6 @@ const Kinds otherBytes = object("other bytes", {Bytes{1}});
 const Kinds otherTypes = object("a text", text(u"text")) + object("a number", {7.0}) +
                          object("a boolean", {true}) + object("a date", {farAhead}) +
                          object("data", {Bytes{1}}) + object("a dictionary", {Dictionary()});
-const Kinds noTextAlone = object("a text without a UTF-8 form", text({0xd800}));
 const Kinds noListsOfTexts =
     otherTypes + object("an array with a number", {List{text(u"no rule"), {7.0}}}) +
     object("an array in an array", {List{{List{text(u"no rule")}}}}) +
@@ -116,6 +115,9 @@ const Consequence internal =
 const Consequence notSaved = ends(keyAllowed, messages::policyWriteFailed);
 const Consequence notVerified = ends(ruleStored, messages::policyVerificationFailed);
 const Consequence harmless;
+const Consequence partlyStored = {.ending = Ending{.checkpoint = untouched,
+                                                   .message = messages::keychainAuthorizationFailed,
+                                                   .storedEntries = 1}};
 
 /// While Chrome is authorized.
 const Lines ofAnyCall = {{cancelled, ends(untouched, messages::keychainAuthorizationCancelled)},
@@ -175,6 +177,10 @@ const Table rows = {
        ofAnyCall + Lines{{noKeychainItem + failureWithObject, failed},
                          {itemNotFound + nothing,
                           ends(untouched, messages::selectedIdentityHasNoPrivateKey)}}},
+      {"SecKeychainItemCopyKeychain",
+       ofAnyCall + noObject +
+           Lines{{status(-25304) + status(-25294) + status(-25243), unsupported},
+                 {itemNotFound + status(-25306), failed}}},
       {"SecKeychainItemCopyAccess", ofAccessLists + noObject},
       {"SecAccessCopyACLList",
        ofAccessLists + noObject + Lines{{emptyArray, unsupported}, {foreignElements, internal}}},
@@ -194,7 +200,10 @@ const Table rows = {
       {"SecTrustedApplicationCopyData",
        ofOtherCalls + noObject + Lines{{noBytes + otherBytes, seen(unknownApplication)}}},
       {"SecACLSetContents", ofAccessLists},
-      {"SecKeychainItemSetAccess", ofAccessLists},
+      {"SecKeychainItemSetAccess",
+       ofAccessLists +
+           Lines{{{{"a failure after the first entry", Answer::status(-25293).afterEntries(1)}},
+                  partlyStored}}},
       {"CC_SHA256", {}},
       {"CFEqual", {}},
       {"SecIdentityGetTypeID", {}},
@@ -218,11 +227,7 @@ const Table rows = {
         {status(1) + status(15) + status(255),
          launchFails(refreshed, messages::unsuccessfulExit)}}}}},
     {Phase::opening,
-     {{"CFURLCreateWithBytes", {{nothing, seen(noAddress)}}},
-      {"CFURLCopyScheme",
-       {{nothing + object("another scheme", text(u"ftp")) + noTextAlone,
-         launchFails(refreshed, messages::unsupportedScheme)}}},
-      {"NSFileManager", {{status(-1), ends(ruleStored, messages::chromeNotInstalled)}}},
+     {{"NSFileManager", {{status(-1), ends(ruleStored, messages::chromeNotInstalled)}}},
       {"NSRunningApplication", {}},
       {"NSTask", {{nothing, noWindow}, {status(1), harmless}}}}}};
 

@@ -187,7 +187,7 @@ const std::vector<World>& worlds() {
        .ending = {.checkpoint = refreshed,
                   .message = messages::told(messages::chromeLaunchFailed,
                                             messages::unsupportedScheme)},
-       .variations = {noEntry, noOther, {.seen = noAddress, .ending = success}}},
+       .variations = {noEntry, noOther}},
   };
   return all;
 }

@@ -27,6 +27,8 @@ struct Ending {
   std::string message = "";
   /// The rule was set, and is not synchronized.
   bool isRulePending = false;
+  /// So many entries of the access list were stored before storing it failed.
+  std::size_t storedEntries = 0;
 };
 
 /// What a run is doing when it makes a call.
@@ -60,7 +62,6 @@ enum class Seen : std::uint8_t {
   // Afterwards
   noRules,
   rulesAsBefore,
-  noAddress,
 };
 
 struct Consequence {

@@ -87,7 +87,13 @@ class MacTestCase(unittest.TestCase):
         self.addCleanup(await_children)
         self._file = Path(folder.name, "mac.json")
         self._launches = Path(folder.name, "launches")
-        self.mac = {"identities": [], "preferences": {}, "runningApplications": [], "failures": {}}
+        self.mac = {
+            "identities": [],
+            "preferences": {},
+            "runningApplications": [],
+            "missingApplications": [],
+            "failures": {},
+        }
 
     def install_chrome(self, refresh_status: int = 0) -> None:
         EXECUTABLE.parent.mkdir(parents=True)

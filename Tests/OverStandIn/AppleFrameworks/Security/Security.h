@@ -12,6 +12,7 @@ using SecACLRef = struct __SecACL*;
 using SecCertificateRef = struct __SecCertificate*;
 using SecIdentityRef = struct __SecIdentity*;
 using SecKeychainItemRef = struct __SecKeychainItem*;
+using SecKeychainRef = struct __SecKeychain*;
 using SecKeyRef = struct __SecKey*;
 using SecTrustedApplicationRef = struct __SecTrustedApplication*;
 using SecKeychainPromptSelector = std::uint16_t;
@@ -19,6 +20,8 @@ using SecKeychainPromptSelector = std::uint16_t;
 enum : OSStatus {
   errSecSuccess = 0,
   errSecInternalComponent = -2070,
+  errSecNoAccessForItem = -25243,
+  errSecNoSuchKeychain = -25294,
   errSecItemNotFound = -25300,
   errSecInvalidItemRef = -25304,
   errSecNoSuchClass = -25306,
@@ -54,6 +57,7 @@ CFDictionaryRef SecCertificateCopyValues(SecCertificateRef certificate, CFArrayR
 extern const CFStringRef kSecACLAuthorizationAny;
 extern const CFStringRef kSecACLAuthorizationSign;
 
+OSStatus SecKeychainItemCopyKeychain(SecKeychainItemRef item, SecKeychainRef* keychain);
 OSStatus SecKeychainItemCopyAccess(SecKeychainItemRef item, SecAccessRef* access);
 OSStatus SecKeychainItemSetAccess(SecKeychainItemRef item, SecAccessRef access);
 OSStatus SecAccessCopyACLList(SecAccessRef access, CFArrayRef* list);

@@ -28,7 +28,7 @@ using CFErrorRef = struct __CFError*;
 using CFLocaleRef = const struct __CFLocale*;
 using CFNumberRef = const struct __CFNumber*;
 using CFStringRef = const struct __CFString*;
-using CFURLRef = const struct __CFURL*;
+using CFMutableStringRef = struct __CFString*;
 
 extern const CFAllocatorRef kCFAllocatorDefault;
 
@@ -108,13 +108,13 @@ CFComparisonResult CFStringCompareWithOptionsAndLocale(CFStringRef left, CFStrin
                                                        CFRange range, CFStringCompareFlags options,
                                                        CFLocaleRef locale);
 
+CFMutableStringRef CFStringCreateMutableCopy(CFAllocatorRef allocator, CFIndex maxLength,
+                                             CFStringRef text);
+enum CFStringNormalizationForm : CFIndex { kCFStringNormalizationFormC = 2 };
+void CFStringNormalize(CFMutableStringRef text, CFStringNormalizationForm form);
+void CFStringFold(CFMutableStringRef text, CFStringCompareFlags flags, CFLocaleRef locale);
+
 CFLocaleRef CFLocaleCopyCurrent();
-
-// Addresses
-
-CFURLRef CFURLCreateWithBytes(CFAllocatorRef allocator, const UInt8* bytes, CFIndex count,
-                              CFStringEncoding encoding, CFURLRef baseURL);
-CFStringRef CFURLCopyScheme(CFURLRef url);
 
 // Preferences
 

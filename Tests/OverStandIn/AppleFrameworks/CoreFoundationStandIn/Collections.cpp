@@ -4,7 +4,7 @@
 #include <cstring>
 
 #include "Tests/OverStandIn/AppleFrameworks/Call.hpp"
-#include "Tests/OverStandIn/AppleFrameworks/Objects.hpp"
+#include "Tests/OverStandIn/AppleFrameworks/CoreFoundationStandIn/Contents.hpp"
 
 using namespace standin;
 
@@ -37,7 +37,7 @@ const CFDictionaryKeyCallBacks kCFTypeDictionaryKeyCallBacks;
 const CFDictionaryValueCallBacks kCFTypeDictionaryValueCallBacks;
 const CFBooleanRef kCFBooleanTrue = constantTrue();
 
-CFTypeID CFGetTypeID(CFTypeRef object) { return content(object, __func__).index() + 1; }
+CFTypeID CFGetTypeID(CFTypeRef object) { return typeIdentifierOf(content(object, __func__)); }
 
 CFTypeRef CFRetain(CFTypeRef object) { return retained(object, __func__); }
 
@@ -51,7 +51,7 @@ Boolean CFEqual(CFTypeRef left, CFTypeRef right) {
                                                      : left == right;
 }
 
-CFTypeID CFArrayGetTypeID() { return typeIdentifier<ArrayObject>(); }
+CFTypeID CFArrayGetTypeID() { return contentTypeIdentifier<ArrayObject>(); }
 
 CFArrayRef CFArrayCreate(CFAllocatorRef, const void** values, CFIndex count,
                          const CFArrayCallBacks* callBacks) {
@@ -60,22 +60,22 @@ CFArrayRef CFArrayCreate(CFAllocatorRef, const void** values, CFIndex count,
   for (CFIndex index = 0; index < count; ++index) {
     array.elements.push_back(retained(values[index], __func__));
   }
-  return createAs<CFArrayRef>(std::move(array));
+  return createContentAs<CFArrayRef>(std::move(array));
 }
 
 CFIndex CFArrayGetCount(CFArrayRef array) {
-  return static_cast<CFIndex>(as<ArrayObject>(array, __func__).elements.size());
+  return static_cast<CFIndex>(contentAs<ArrayObject>(array, __func__).elements.size());
 }
 
 const void* CFArrayGetValueAtIndex(CFArrayRef array, CFIndex index) {
-  const auto& elements = as<ArrayObject>(array, __func__).elements;
+  const auto& elements = contentAs<ArrayObject>(array, __func__).elements;
   if (index < 0 || static_cast<std::size_t>(index) >= elements.size()) {
     refuse(__func__, "an index beyond the array");
   }
   return elements[static_cast<std::size_t>(index)];
 }
 
-CFTypeID CFDictionaryGetTypeID() { return typeIdentifier<DictionaryObject>(); }
+CFTypeID CFDictionaryGetTypeID() { return contentTypeIdentifier<DictionaryObject>(); }
 
 CFDictionaryRef CFDictionaryCreate(CFAllocatorRef, const void** keys, const void** values,
                                    CFIndex count, const CFDictionaryKeyCallBacks* keyCallBacks,
@@ -87,41 +87,41 @@ CFDictionaryRef CFDictionaryCreate(CFAllocatorRef, const void** keys, const void
     dictionary.entries.emplace_back(retained(keys[index], __func__),
                                     retained(values[index], __func__));
   }
-  return createAs<CFDictionaryRef>(std::move(dictionary));
+  return createContentAs<CFDictionaryRef>(std::move(dictionary));
 }
 
 const void* CFDictionaryGetValue(CFDictionaryRef dictionary, const void* key) {
-  const Text& wanted = as<TextObject>(key, __func__).text;
-  for (const auto& [entryKey, value] : as<DictionaryObject>(dictionary, __func__).entries) {
-    if (as<TextObject>(entryKey, __func__).text == wanted) {
+  const Text& wanted = contentAs<TextObject>(key, __func__).text;
+  for (const auto& [entryKey, value] : contentAs<DictionaryObject>(dictionary, __func__).entries) {
+    if (contentAs<TextObject>(entryKey, __func__).text == wanted) {
       return value;
     }
   }
   return nullptr;
 }
 
-CFTypeID CFNumberGetTypeID() { return typeIdentifier<NumberObject>(); }
+CFTypeID CFNumberGetTypeID() { return contentTypeIdentifier<NumberObject>(); }
 
 Boolean CFNumberGetValue(CFNumberRef number, CFNumberType type, void* value) {
   if (type != kCFNumberDoubleType) {
     refuse(__func__, "another type of number than double");
   }
-  const auto& object = as<NumberObject>(number, __func__);
+  const auto& object = contentAs<NumberObject>(number, __func__);
   std::memcpy(value, &object.number, sizeof(double));
   return object.isExact ? 1 : 0;
 }
 
-CFTypeID CFDateGetTypeID() { return typeIdentifier<DateObject>(); }
+CFTypeID CFDateGetTypeID() { return contentTypeIdentifier<DateObject>(); }
 
 CFAbsoluteTime CFDateGetAbsoluteTime(CFDateRef date) {
-  return as<DateObject>(date, __func__).seconds;
+  return contentAs<DateObject>(date, __func__).seconds;
 }
 
 CFIndex CFDataGetLength(CFDataRef data) {
-  return static_cast<CFIndex>(as<DataObject>(data, __func__).bytes.size());
+  return static_cast<CFIndex>(contentAs<DataObject>(data, __func__).bytes.size());
 }
 
 const UInt8* CFDataGetBytePtr(CFDataRef data) {
-  return as<DataObject>(data, __func__).bytes.data();
+  return contentAs<DataObject>(data, __func__).bytes.data();
 }
 }

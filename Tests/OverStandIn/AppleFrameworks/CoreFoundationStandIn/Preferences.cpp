@@ -2,8 +2,8 @@
 #include <CoreFoundation/CoreFoundation.h>
 
 #include "Tests/OverStandIn/AppleFrameworks/Call.hpp"
+#include "Tests/OverStandIn/AppleFrameworks/CoreFoundationStandIn/Contents.hpp"
 #include "Tests/OverStandIn/AppleFrameworks/MachineFile.hpp"
-#include "Tests/OverStandIn/AppleFrameworks/Objects.hpp"
 #include "Tests/OverStandIn/AppleFrameworks/UnicodeConversion.hpp"
 
 using namespace standin;
@@ -34,7 +34,7 @@ CFPropertyListRef CFPreferencesCopyValue(CFStringRef key, CFStringRef applicatio
       if (values == preferences->end()) {
         continue;
       }
-      const auto value = values->second.find(as<TextObject>(key, __func__).text);
+      const auto value = values->second.find(contentAs<TextObject>(key, __func__).text);
       if (value != values->second.end()) {
         return create(value->second);
       }
@@ -50,9 +50,8 @@ void CFPreferencesSetValue(CFStringRef key, CFPropertyListRef value, CFStringRef
   if (call.fails()) {
     return;
   }
-  machine()
-      .pendingPreferences[described(application, __func__)][as<TextObject>(key, __func__).text] =
-      valueOf(value, __func__);
+  machine().pendingPreferences[described(
+      application, __func__)][contentAs<TextObject>(key, __func__).text] = valueOf(value, __func__);
 }
 
 Boolean CFPreferencesSynchronize(CFStringRef application, CFStringRef user, CFStringRef host) {

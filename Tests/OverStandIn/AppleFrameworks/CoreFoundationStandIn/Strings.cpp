@@ -1,0 +1,163 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <CoreFoundation/CoreFoundation.h>
+#include <unicode/unorm2.h>
+#include <unicode/ustring.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "Tests/OverStandIn/AppleFrameworks/Call.hpp"
+#include "Tests/OverStandIn/AppleFrameworks/CoreFoundationStandIn/Contents.hpp"
+#include "Tests/OverStandIn/AppleFrameworks/UnicodeConversion.hpp"
+
+using namespace standin;
+
+namespace {
+
+void requireUTF8(CFStringEncoding encoding, const char* function) {
+  if (encoding != kCFStringEncodingUTF8) {
+    refuse(function, "another encoding than UTF-8");
+  }
+}
+
+/// Whether the byte belongs to the character of a byte before it.
+bool continues(std::string_view bytes, std::size_t index) {
+  for (std::size_t length = 1; length <= std::min<std::size_t>(index, 3); ++length) {
+    const auto before = static_cast<unsigned char>(bytes[index - length]);
+    if ((before & 0xc0) != 0x80) {
+      return before >= 0xc0 && length < (before < 0xe0 ? 2U : before < 0xf0 ? 3U : 4U);
+    }
+  }
+  return false;
+}
+
+void requireSuccess(UErrorCode status, const char* function) {
+  if (U_FAILURE(status) != 0) {
+    refuse(function, u_errorName(status));
+  }
+}
+
+/// Case-insensitive as Unicode folds case, whatever the locale.
+Text folded(const Text& text) {
+  UErrorCode status = U_ZERO_ERROR;
+  Text result(text.size() * 3, u'\0');  // No character folds to more than three.
+  const int32_t length =
+      u_strFoldCase(result.data(), static_cast<int32_t>(result.size()), text.data(),
+                    static_cast<int32_t>(text.size()), U_FOLD_CASE_DEFAULT, &status);
+  requireSuccess(status, __func__);
+  result.resize(static_cast<std::size_t>(length));
+  return result;
+}
+
+Text composed(const Text& text) {
+  UErrorCode status = U_ZERO_ERROR;
+  Text result(text.size() * 3, u'\0');
+  const int32_t length = unorm2_normalize(unorm2_getNFCInstance(&status), text.data(),
+                                          static_cast<int32_t>(text.size()), result.data(),
+                                          static_cast<int32_t>(result.size()), &status);
+  requireSuccess(status, __func__);
+  result.resize(static_cast<std::size_t>(length));
+  return result;
+}
+
+/// As Apple's library reads UTF-8: one leading U+FEFF is dropped, and a stray byte 0xA9 becomes
+/// U+FFFD.
+std::optional<Text> leniently(std::string_view bytes) {
+  std::string lenient;
+  for (std::size_t index = 0; index < bytes.size(); ++index) {
+    const bool isStray = bytes[index] == '\xa9' && !continues(bytes, index);
+    lenient += isStray ? "\xef\xbf\xbd" : std::string(1, bytes[index]);
+  }
+  auto text = fromUTF8(lenient);
+  if (text && text->starts_with(u'\ufeff')) {
+    text->erase(0, 1);
+  }
+  return text;
+}
+
+}  // namespace
+
+extern "C" {
+
+CFTypeID CFStringGetTypeID() { return contentTypeIdentifier<TextObject>(); }
+
+CFStringRef CFStringCreateWithBytes(CFAllocatorRef, const UInt8* bytes, CFIndex count,
+                                    CFStringEncoding encoding, Boolean) {
+  requireUTF8(encoding, __func__);
+  const auto text =
+      leniently({reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(count)});
+  return text ? createContentAs<CFStringRef>(TextObject{*text}) : nullptr;
+}
+
+CFIndex CFStringGetLength(CFStringRef text) {
+  return static_cast<CFIndex>(contentAs<TextObject>(text, __func__).text.size());
+}
+
+// A caller without a buffer only learns of a size that suffices: here it is the largest that the
+// text could take, and every character counts as converted.
+CFIndex CFStringGetBytes(CFStringRef text, CFRange range, CFStringEncoding encoding, UInt8 lossByte,
+                         Boolean, UInt8* buffer, CFIndex maxBufLen, CFIndex* usedBufLen) {
+  requireUTF8(encoding, __func__);
+  const std::u16string_view whole = contentAs<TextObject>(text, __func__).text;
+  if (lossByte != 0 || range.location < 0 || range.length < 0 ||
+      static_cast<std::size_t>(range.location + range.length) > whole.size()) {
+    refuse(__func__, "a replacement, or a range beyond the text");
+  }
+  if (buffer == nullptr) {
+    *usedBufLen = range.length * 3;
+    return range.length;
+  }
+  const auto converted = toUTF8(whole.substr(static_cast<std::size_t>(range.location),
+                                             static_cast<std::size_t>(range.length)));
+  if (converted.text.size() > static_cast<std::size_t>(maxBufLen)) {
+    refuse(__func__, "too small a buffer");
+  }
+  std::memcpy(buffer, converted.text.data(), converted.text.size());
+  *usedBufLen = static_cast<CFIndex>(converted.text.size());
+  return static_cast<CFIndex>(converted.units);
+}
+
+CFComparisonResult CFStringCompareWithOptionsAndLocale(CFStringRef left, CFStringRef right,
+                                                       CFRange range, CFStringCompareFlags options,
+                                                       CFLocaleRef locale) {
+  const Call call(__func__, described(left, __func__) + ", " + described(right, __func__) + ", " +
+                                std::to_string(range.length) + ", " + std::to_string(options) +
+                                ", " + described(locale, __func__));
+  Text leftText = contentAs<TextObject>(left, __func__).text;
+  Text rightText = contentAs<TextObject>(right, __func__).text;
+  if ((options & kCFCompareCaseInsensitive) != 0) {
+    leftText = folded(leftText);
+    rightText = folded(rightText);
+  }
+  const int order = leftText.compare(rightText);
+  return order < 0 ? kCFCompareLessThan : order > 0 ? kCFCompareGreaterThan : kCFCompareEqualTo;
+}
+
+CFMutableStringRef CFStringCreateMutableCopy(CFAllocatorRef, CFIndex maxLength, CFStringRef text) {
+  if (maxLength != 0) {
+    refuse(__func__, "a limit of the length");
+  }
+  return createContentAs<CFMutableStringRef>(contentAs<TextObject>(text, __func__));
+}
+
+void CFStringNormalize(CFMutableStringRef text, CFStringNormalizationForm form) {
+  if (form != kCFStringNormalizationFormC) {
+    refuse(__func__, "another form than C");
+  }
+  Text& content = contentAs<TextObject>(text, __func__).text;
+  content = composed(content);
+}
+
+void CFStringFold(CFMutableStringRef text, CFStringCompareFlags flags, CFLocaleRef locale) {
+  if (flags != kCFCompareCaseInsensitive || locale == nullptr) {
+    refuse(__func__, "another folding than of case under a locale");
+  }
+  Text& content = contentAs<TextObject>(text, __func__).text;
+  content = folded(content);
+}
+
+CFLocaleRef CFLocaleCopyCurrent() {
+  const Call call(__func__, "");
+  return call.result<CFLocaleRef>([] { return createContentAs<CFLocaleRef>(LocaleObject()); });
+}
+}
