@@ -11,6 +11,7 @@
 #include <array>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <memory>
 #include <set>
 #include <string>
@@ -89,8 +90,7 @@ class Session {
   ~Session() { NSS_Shutdown(); }
 };
 
-void collectIdentifiers(const TokenSession& token, CK_OBJECT_CLASS keyClass,
-                        std::set<std::string>& ids) {
+void collectIdentifiers(TokenSession& token, CK_OBJECT_CLASS keyClass, std::set<std::string>& ids) {
   for (const CK_OBJECT_HANDLE key : token.objects(keyClass)) {
     ids.insert(token.attribute(key, CKA_ID));
   }
@@ -98,7 +98,7 @@ void collectIdentifiers(const TokenSession& token, CK_OBJECT_CLASS keyClass,
 
 /// The identifiers that tie a token's certificates to its private keys. A token hides its private
 /// keys until someone logs in; there, a public key tells that its private half is near.
-std::set<std::string> privateKeyIdentifiers(PK11SlotInfo* slot, const TokenSession& token) {
+std::set<std::string> privateKeyIdentifiers(PK11SlotInfo* slot, TokenSession& token) {
   std::set<std::string> ids;
   collectIdentifiers(token, CKO_PRIVATE_KEY, ids);
   if (PK11_NeedLogin(slot) != PR_FALSE && PK11_IsLoggedIn(slot, nullptr) == PR_FALSE) {
@@ -108,20 +108,22 @@ std::set<std::string> privateKeyIdentifiers(PK11SlotInfo* slot, const TokenSessi
   return ids;
 }
 
-void appendIdentities(PK11SlotInfo* slot, std::vector<StoredIdentity>& identities) {
-  const TokenSession token(slot);
+std::vector<StoredIdentity> identitiesOf(PK11SlotInfo* slot) {
+  TokenSession token(slot);
   const std::set<std::string> keys = privateKeyIdentifiers(slot, token);
   if (keys.empty()) {
-    return;
+    return {};
   }
   const bool unguarded =
       PK11_IsInternalKeySlot(slot) != PR_FALSE && PK11_NeedLogin(slot) == PR_FALSE;
+  std::vector<StoredIdentity> identities;
   for (const CK_OBJECT_HANDLE certificate : token.objects(CKO_CERTIFICATE)) {
     if (keys.contains(token.attribute(certificate, CKA_ID))) {
       const std::string der = token.attribute(certificate, CKA_VALUE);
       identities.push_back({{der.begin(), der.end()}, unguarded});
     }
   }
+  return identities;
 }
 
 }  // namespace
@@ -145,7 +147,8 @@ std::vector<StoredIdentity> readStoredIdentities() {
   for (auto* element = PK11_GetFirstSafe(slots.get()); element != nullptr;
        element = PK11_GetNextSafe(slots.get(), element, PR_FALSE)) {
     try {
-      appendIdentities(element->slot, identities);
+      std::vector<StoredIdentity> found = identitiesOf(element->slot);
+      std::move(found.begin(), found.end(), std::back_inserter(identities));
     } catch (const CertificateDatabaseError&) {
       if (PK11_IsInternal(element->slot) != PR_FALSE) {
         PK11_FreeSlotListElement(slots.get(), element);

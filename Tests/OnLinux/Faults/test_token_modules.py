@@ -1,0 +1,92 @@
+# SPDX-License-Identifier: Apache-2.0
+"""PKCS#11 modules that break their promises: their tokens count as absent, and hide nothing else."""
+
+import resource
+import unittest
+
+from Tests.Support.Python.certificates import Database
+from Tests.Support.Python.fault_test_case import FaultTestCase, enter
+from Tests.Support.Python.outcome import printed
+from Tests.Support.Python.packaging_test_case import BUILD
+
+setUpModule = enter
+
+MODULE = BUILD / "Tests/OnLinux/MisbehavingModule/libMisbehavingModule.so"
+SECONDS = 60
+MEMORY = 1 << 30
+
+
+def limit_memory():
+    """The sanitizers reserve more addresses than anybody has memory."""
+    if "-fsanitize=" not in (BUILD / "CMakeCache.txt").read_text():
+        resource.setrlimit(resource.RLIMIT_AS, (MEMORY, MEMORY))
+
+
+class ModuleTestCase(FaultTestCase):
+    """One identity in the database, and one on the module's token."""
+
+    def setUp(self):
+        super().setUp()
+        self.make_authority()
+        self.in_database, self.on_token = (self.authority.issue({"CN": name}) for name in ("Ana", "Ben"))
+        self.database = Database(self.machine.home / ".pki/nssdb")
+        self.database.add(self.in_database)
+        certificate = self.machine.folder / "token.der"
+        certificate.write_bytes(self.on_token.der)
+        self.machine.environment["LUMARET_MODULE_CERTIFICATE"] = str(certificate)
+        self.machine.run(
+            "modutil", "-force", "-dbdir", f"sql:{self.database.folder}", "-add", "Token", "-libfile", MODULE
+        )
+        self.assertIn(str(MODULE), (self.database.folder / "pkcs11.txt").read_text())
+
+    def list(self, misbehaviour: str, **settings):
+        return self.helper(
+            "list",
+            environment={"LUMARET_MISBEHAVIOUR": misbehaviour},
+            timeout=SECONDS,
+            preexec_fn=limit_memory,
+            **settings,
+        )
+
+
+class TokenTests(ModuleTestCase):
+    def test_a_token_that_keeps_its_promises_is_listed(self):
+        self.assertEqual(self.list(""), printed(self.line_of(self.in_database, self.on_token)))
+
+    def assert_absent(self, *misbehaviours: str):
+        expected = printed(self.line_of(self.in_database))
+        for misbehaviour in misbehaviours:
+            with self.subTest(misbehaviour):
+                self.assertEqual(self.list(misbehaviour), expected)
+
+    def test_lengths_of_attributes(self):
+        self.assert_absent(
+            "length-unavailable",
+            "length-huge",
+            "length-above-buffer",
+            "length-shrinks",
+            "length-grows",
+            "length-above-limit",
+            "length-refused-for-ever",
+        )
+
+    def test_counts_of_objects(self):
+        self.assert_absent("handles-unavailable", "handles-huge", "handles-too-many")
+
+    def test_searches_without_an_end(self):
+        self.assert_absent("search-endless", "search-endless-in-single-steps")
+
+    def test_more_bytes_than_memory_holds(self):
+        self.assert_absent("attributes-fill-memory")
+
+    def test_searches_that_fail(self):
+        self.assert_absent("search-fails", "search-breaks-off")
+
+    def test_what_nss_refuses(self):
+        self.assert_absent(
+            "does-not-start", "token-unknown", "slots-none", "slots-unavailable", "slots-huge", "mechanisms-unavailable"
+        )
+
+
+if __name__ == "__main__":
+    unittest.main()
