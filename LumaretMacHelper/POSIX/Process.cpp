@@ -11,6 +11,7 @@
 #include <system_error>
 
 #include "LumaretMacHelper/POSIX/DescriptorInheritance.hpp"
+#include "LumaretMacHelper/POSIX/StandardStreams.hpp"
 
 // POSIX leaves this declaration to the program; glibc makes it too.
 // NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables,readability-redundant-declaration)
@@ -31,9 +32,9 @@ class SpawnFileActions {
  public:
   explicit SpawnFileActions(StandardOutput output) {
     check(::posix_spawn_file_actions_init(&actions_));
-    if (output == StandardOutput::toStandardError) {
-      check(::posix_spawn_file_actions_adddup2(&actions_, STDERR_FILENO, STDOUT_FILENO));
-    }
+    const int destination =
+        output == StandardOutput::inherited ? callersStandardOutput() : STDERR_FILENO;
+    check(::posix_spawn_file_actions_adddup2(&actions_, destination, STDOUT_FILENO));
     flags_ = inheritStandardStreamsAlone(actions_);
   }
   SpawnFileActions(const SpawnFileActions&) = delete;

@@ -4,9 +4,10 @@
 import resource
 import unittest
 
+from Tests.Support.Python import messages
 from Tests.Support.Python.certificates import Database
 from Tests.Support.Python.fault_test_case import FaultTestCase, enter
-from Tests.Support.Python.outcome import printed
+from Tests.Support.Python.outcome import failed, printed
 from Tests.Support.Python.packaging_test_case import BUILD
 
 setUpModule = enter
@@ -86,6 +87,36 @@ class TokenTests(ModuleTestCase):
         self.assert_absent(
             "does-not-start", "token-unknown", "slots-none", "slots-unavailable", "slots-huge", "mechanisms-unavailable"
         )
+
+
+class PrintingTests(ModuleTestCase):
+    def setUp(self):
+        super().setUp()
+        self.expected = (self.line_of(self.in_database, self.on_token) + "\n").encode()
+
+    def test_what_a_module_prints_is_no_part_of_the_result(self):
+        outcome = self.list("prints")
+        self.assertEqual((outcome.status, outcome.stdout), (0, self.expected))
+        for place in ("at load", "at start", "at the end", "at unload", "at exit"):
+            for manner in ("printed", "buffered"):
+                self.assertIn(f"{manner} {place}\n".encode(), outcome.stderr)
+
+    def test_nor_of_a_failure(self):
+        outcome = self.helper("activate", "--fingerprint", "0", environment={"LUMARET_MISBEHAVIOUR": "prints"})
+        self.assertEqual((outcome.status, outcome.stdout), (1, b""))
+        self.assertIn(failed(messages.SELECTED_IDENTITY_NOT_FOUND).stderr, outcome.stderr)
+
+    def test_what_nss_s_own_debugging_variables_print_is_none_either(self):
+        for variables in (
+            {"NSS_DEBUG_PKCS11_MODULE": "Token"},
+            {"NSS_DEBUG_PKCS11_MODULE": "Token", "NSPR_LOG_MODULES": "all:5"},
+            {"NSPR_LOG_MODULES": "all:5"},
+            {"NSPR_LOG_MODULES": "all:5", "NSPR_LOG_FILE": "/dev/stdout"},
+            {"NSPR_LOG_MODULES": "all:5", "NSPR_LOG_FILE": "/proc/self/fd/1"},
+        ):
+            with self.subTest(variables):
+                outcome = self.helper("list", environment=variables)
+                self.assertEqual((outcome.status, outcome.stdout), (0, self.expected))
 
 
 if __name__ == "__main__":

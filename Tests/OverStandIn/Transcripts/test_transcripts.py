@@ -189,6 +189,15 @@ class Activation(MacTestCase):
                 self.assertEqual(self.launches(2), ["--refresh-platform-policy", start])
                 self.forget_launches()
 
+    def test_what_chrome_prints_goes_to_the_caller(self):
+        EXECUTABLE.write_text("#!/bin/sh\necho printed; echo reported >&2\n")
+        self.hold(any_application())
+        self.mac["runningApplications"] = [DOMAIN]
+        outcome = self.activate()
+        self.assertEqual((outcome.status, outcome.stdout.splitlines()[0]), (0, b"printed"))
+        self.assertIn(b'{"ok":true}', outcome.stdout.splitlines())
+        self.assertTrue(outcome.stderr.startswith(b"reported\n"))
+
     def test_a_chrome_that_cannot_be_started_is_told(self):
         EXECUTABLE.write_bytes(b"\0no program")
         self.hold(any_application())
