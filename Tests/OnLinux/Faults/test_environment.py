@@ -6,7 +6,7 @@ import os
 import unittest
 
 from Tests.Support.Python import private_machine
-from Tests.Support.Python.fault_test_case import CHROMIUM, FaultTestCase, effective_rules, enter
+from Tests.Support.Python.fault_test_case import FaultTestCase, effective_rules, enter
 from Tests.Support.Python.outcome import ACTIVATED, printed
 
 setUpModule = enter
