@@ -3,10 +3,11 @@
 
 import json
 import os
+import resource
 import unittest
 
 from Tests.Support.Python import private_machine
-from Tests.Support.Python.fault_test_case import FaultTestCase, effective_rules, enter
+from Tests.Support.Python.fault_test_case import FaultTestCase, effective_rules, enter, is_sanitized
 from Tests.Support.Python.outcome import ACTIVATED, printed
 
 setUpModule = enter
@@ -134,6 +135,32 @@ class EnvironmentTests(FaultTestCase):
                 with self.subTest(name, text=text[:40]):
                     outcome = self.run_with({name: text}, "activate", "--fingerprint", self.identities[0].fingerprint)
                     self.assertEqual(outcome, ACTIVATED)
+
+
+class StackTests(FaultTestCase):
+    """A limit of the stack that is far below the usual eight megabytes."""
+
+    def setUp(self):
+        super().setUp()
+        if is_sanitized():
+            self.skipTest("the sanitizers need more of the stack")
+
+    def limited(self, kilobytes: int, *arguments: str):
+        size = kilobytes << 10
+        return self.helper(*arguments, preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_STACK, (size, size)))
+
+    def test_both_commands_work(self):
+        identity = self.make_identity()
+        for kilobytes in (128, 256, 1024):
+            with self.subTest(kilobytes):
+                self.assertEqual(self.limited(kilobytes, "list"), printed(self.line_of(identity)))
+                self.assertEqual(self.limited(kilobytes, "activate", "--fingerprint", identity.fingerprint), ACTIVATED)
+
+    def test_listing_works_with_less(self):
+        identity = self.make_identity()
+        for kilobytes in (48, 64):
+            with self.subTest(kilobytes):
+                self.assertEqual(self.limited(kilobytes, "list"), printed(self.line_of(identity)))
 
 
 if __name__ == "__main__":

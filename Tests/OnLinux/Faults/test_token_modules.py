@@ -6,7 +6,7 @@ import unittest
 
 from Tests.Support.Python import messages
 from Tests.Support.Python.certificates import Database
-from Tests.Support.Python.fault_test_case import FaultTestCase, enter
+from Tests.Support.Python.fault_test_case import FaultTestCase, enter, is_sanitized
 from Tests.Support.Python.outcome import failed, printed
 from Tests.Support.Python.packaging_test_case import BUILD
 
@@ -18,8 +18,7 @@ MEMORY = 1 << 30
 
 
 def limit_memory():
-    """The sanitizers reserve more addresses than anybody has memory."""
-    if "-fsanitize=" not in (BUILD / "CMakeCache.txt").read_text():
+    if not is_sanitized():
         resource.setrlimit(resource.RLIMIT_AS, (MEMORY, MEMORY))
 
 
