@@ -156,8 +156,10 @@ CK_RV findObjects(CK_SESSION_HANDLE /*session*/, CK_OBJECT_HANDLE* objects, CK_U
   } else if (isOurs && misbehaves("handles-huge")) {
     *count = huge;
   } else if (isOurs && misbehaves("handles-too-many")) {
-    std::fill_n(objects, most, keyObject);
-    *count = most + 1;
+    std::fill_n(objects, most,
+                searchedClass == CKO_PRIVATE_KEY ? keyObject : honestCertificateObject);
+    *count = found.empty() ? 0 : most + 1;
+    found.clear();
   } else if (isOurs && misbehaves("search-endless")) {
     std::fill_n(objects, most, keyObject);
     *count = most;
