@@ -3,9 +3,11 @@
 
 #include <secmod.h>
 
+#include <array>
 #include <memory>
 #include <string>
 #include <system_error>
+#include <vector>
 
 extern "C" {
 #include <utilpars.h>  // Which does not say itself that it is C.
@@ -19,40 +21,33 @@ struct PortDeleter {
 };
 using PortText = std::unique_ptr<char, PortDeleter>;
 
-/// Each module's entry in the database, in the one line that NSS makes of it.
-class ModuleList {
- public:
-  explicit ModuleList(const std::filesystem::path& folder)
-      : parameters_(
-            "configdir='" +
-            std::string(PortText(NSSUTIL_Escape(("sql:" + folder.string()).c_str(), '\'')).get()) +
-            "' flags=readOnly"),
-        entries_(NSSUTIL_DoModuleDBFunction(SECMOD_MODULE_DB_FUNCTION_FIND, parameters_.data(),
-                                            nullptr)) {}
-  ModuleList(const ModuleList&) = delete;
-  ModuleList& operator=(const ModuleList&) = delete;
-  ~ModuleList() {
-    if (entries_ != nullptr) {
-      NSSUTIL_DoModuleDBFunction(SECMOD_MODULE_DB_FUNCTION_RELEASE, parameters_.data(), entries_);
+/// Each module's entry in the database, in the one line that NSS makes of it, but for NSS's own.
+std::vector<std::string> foreignModules(const std::filesystem::path& folder) {
+  const PortText place(NSSUTIL_Escape(("sql:" + folder.string()).c_str(), '\''));
+  std::string parameters = "configdir='" + std::string(place.get()) + "' flags=readOnly";
+  char** const entries =
+      NSSUTIL_DoModuleDBFunction(SECMOD_MODULE_DB_FUNCTION_FIND, parameters.data(), nullptr);
+  if (entries == nullptr) {
+    return {};
+  }
+  std::vector<std::string> found;
+  for (char** entry = entries; *entry != nullptr; ++entry) {
+    if (entry != entries) {  // The first is NSS's own.
+      found.emplace_back(*entry);
     }
   }
-
-  /// Those after NSS's own, which is always the first; up to a null pointer.
-  [[nodiscard]] char** foreign() const {
-    static char* none = nullptr;
-    return entries_ == nullptr || *entries_ == nullptr ? &none : entries_ + 1;
-  }
-
- private:
-  std::string parameters_;
-  char** entries_;
-};
+  NSSUTIL_DoModuleDBFunction(SECMOD_MODULE_DB_FUNCTION_RELEASE, parameters.data(), entries);
+  return found;
+}
 
 /// A name without a folder is searched for in the system's, as dlopen(3) does.
-bool mayBeLoaded(const char* entry) {
-  char *library = nullptr, *name = nullptr, *parameters = nullptr, *options = nullptr;
-  NSSUTIL_ArgParseModuleSpec(entry, &library, &name, &parameters, &options);
-  const PortText owned[] = {PortText(library), PortText(name), PortText(parameters),
+bool mayBeLoaded(const std::string& module) {
+  char* library = nullptr;
+  char* name = nullptr;
+  char* parameters = nullptr;
+  char* options = nullptr;
+  NSSUTIL_ArgParseModuleSpec(module.c_str(), &library, &name, &parameters, &options);
+  const std::array owned = {PortText(library), PortText(name), PortText(parameters),
                             PortText(options)};
   const std::string path = library != nullptr ? library : "";
   std::error_code error;
@@ -62,12 +57,11 @@ bool mayBeLoaded(const char* entry) {
 }  // namespace
 
 void loadTokenModules(const std::filesystem::path& databaseFolder) {
-  const ModuleList list(databaseFolder);
-  for (char** entry = list.foreign(); *entry != nullptr; ++entry) {
-    if (mayBeLoaded(*entry)) {
+  for (std::string& module : foreignModules(databaseFolder)) {
+    if (mayBeLoaded(module)) {
       // NSS keeps a reference of its own until it is shut down.
-      if (SECMODModule* module = SECMOD_LoadUserModule(*entry, nullptr, PR_TRUE)) {
-        SECMOD_DestroyModule(module);
+      if (SECMODModule* loaded = SECMOD_LoadUserModule(module.data(), nullptr, PR_TRUE)) {
+        SECMOD_DestroyModule(loaded);
       }
     }
   }

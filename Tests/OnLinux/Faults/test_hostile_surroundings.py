@@ -25,6 +25,7 @@ from Tests.Support.Python.fault_test_case import (
     FaultTestCase,
     effective_rules,
     enter,
+    is_sanitized,
     policies,
 )
 from Tests.Support.Python.helper_test_case import HELPER, compact_json, needs_real_root
@@ -384,6 +385,8 @@ class HiddenProcTests(FaultTestCase):
 
     def setUp(self):
         super().setUp()
+        if is_sanitized():
+            self.skipTest("the sanitizers need /proc themselves")
         self.identity = self.make_identity()
 
     def activate_hidden(self, **settings):
