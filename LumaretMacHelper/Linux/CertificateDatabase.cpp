@@ -8,17 +8,16 @@
 #include <secmod.h>
 
 #include <algorithm>
-#include <array>
 #include <filesystem>
-#include <fstream>
+#include <iterator>
 #include <memory>
 #include <set>
 #include <string>
-#include <system_error>
 #include <utility>
 
+#include "LumaretMacHelper/Linux/DatabaseFolder.hpp"
+#include "LumaretMacHelper/Linux/TokenModules.hpp"
 #include "LumaretMacHelper/Linux/TokenSession.hpp"
-#include "LumaretMacHelper/Linux/UserFolders.hpp"
 
 namespace lumaret {
 namespace {
@@ -27,70 +26,28 @@ struct SlotListDeleter {
   void operator()(PK11SlotList* slots) const { PK11_FreeSlotList(slots); }
 };
 
-/// Not being allowed to look is not the same as nothing being there.
-bool mayExist(const std::filesystem::path& path) {
-  std::error_code error;
-  return std::filesystem::symlink_status(path, error).type() !=
-         std::filesystem::file_type::not_found;
-}
-
-/// The folder that Chrome for Linux takes: the old place where it exists. A link that leads nowhere
-/// does not, to Chrome either.
-std::filesystem::path databaseFolder() {
-  const auto folder = homeFolder() / ".pki/nssdb";
-  std::error_code error;
-  const bool isMissing =
-      std::filesystem::status(folder, error).type() == std::filesystem::file_type::not_found;
-  return isMissing ? dataHomeFolder() / "pki/nssdb" : folder;
-}
-
-/// NSS says "bad database" alike for one that is missing and one that is damaged.
-bool isMissing(const std::filesystem::path& folder) {
-  std::error_code ignored;
-  if (mayExist(folder) && !std::filesystem::is_directory(folder, ignored)) {
-    return false;
-  }
-  const auto files = {"cert9.db", "key4.db", "pkcs11.txt"};
-  return std::none_of(files.begin(), files.end(),
-                      [&](const char* file) { return mayExist(folder / file); });
-}
-
-/// A file of SQLite is a whole number of pages, whose size stands in its header; it would read what
-/// is missing of the last one as zeros.
-bool isCutShort(const std::filesystem::path& file) {
-  std::array<unsigned char, 18> header{};
-  std::ifstream stream(file, std::ios::binary);
-  if (!stream.read(reinterpret_cast<char*>(header.data()), header.size())) {
-    return false;  // NSS tells what is wrong with it.
-  }
-  const unsigned pageSize = header[16] * 256U + header[17];
-  std::error_code error;
-  const auto size = std::filesystem::file_size(file, error);
-  return !error && size % (pageSize == 1 ? 65536 : std::max(pageSize, 1U)) != 0;
-}
-
 /// Answers every request for a password with none.
 char* noPassword(PK11SlotInfo* /*slot*/, PRBool /*retry*/, void* /*context*/) { return nullptr; }
 
-/// NSS over one database, opened for reading.
+/// NSS over one database, opened for reading, and over the modules that it names.
 class Session {
  public:
   explicit Session(const std::filesystem::path& folder) {
     PK11_SetPasswordFunc(noPassword);
     // The built-in root certificates are a module of their own that holds no keys.
     if (NSS_Initialize(("sql:" + folder.string()).c_str(), "", "", SECMOD_DB,
-                       NSS_INIT_READONLY | NSS_INIT_NOROOTINIT | NSS_INIT_OPTIMIZESPACE) !=
-        SECSuccess) {
+                       NSS_INIT_READONLY | NSS_INIT_NOMODDB | NSS_INIT_NOROOTINIT |
+                           NSS_INIT_OPTIMIZESPACE) != SECSuccess) {
       throw CertificateDatabaseError(PR_GetError());
     }
+    loadTokenModules(folder);
   }
   Session(const Session&) = delete;
   Session& operator=(const Session&) = delete;
   ~Session() { NSS_Shutdown(); }
 };
 
-void collectIdentifiers(const TokenSession& token, CK_OBJECT_CLASS keyClass,
-                        std::set<std::string>& ids) {
+void collectIdentifiers(TokenSession& token, CK_OBJECT_CLASS keyClass, std::set<std::string>& ids) {
   for (const CK_OBJECT_HANDLE key : token.objects(keyClass)) {
     ids.insert(token.attribute(key, CKA_ID));
   }
@@ -98,7 +55,7 @@ void collectIdentifiers(const TokenSession& token, CK_OBJECT_CLASS keyClass,
 
 /// The identifiers that tie a token's certificates to its private keys. A token hides its private
 /// keys until someone logs in; there, a public key tells that its private half is near.
-std::set<std::string> privateKeyIdentifiers(PK11SlotInfo* slot, const TokenSession& token) {
+std::set<std::string> privateKeyIdentifiers(PK11SlotInfo* slot, TokenSession& token) {
   std::set<std::string> ids;
   collectIdentifiers(token, CKO_PRIVATE_KEY, ids);
   if (PK11_NeedLogin(slot) != PR_FALSE && PK11_IsLoggedIn(slot, nullptr) == PR_FALSE) {
@@ -108,30 +65,32 @@ std::set<std::string> privateKeyIdentifiers(PK11SlotInfo* slot, const TokenSessi
   return ids;
 }
 
-void appendIdentities(PK11SlotInfo* slot, std::vector<StoredIdentity>& identities) {
-  const TokenSession token(slot);
+std::vector<StoredIdentity> identitiesOf(PK11SlotInfo* slot) {
+  TokenSession token(slot);
   const std::set<std::string> keys = privateKeyIdentifiers(slot, token);
   if (keys.empty()) {
-    return;
+    return {};
   }
   const bool unguarded =
       PK11_IsInternalKeySlot(slot) != PR_FALSE && PK11_NeedLogin(slot) == PR_FALSE;
+  std::vector<StoredIdentity> identities;
   for (const CK_OBJECT_HANDLE certificate : token.objects(CKO_CERTIFICATE)) {
     if (keys.contains(token.attribute(certificate, CKA_ID))) {
       const std::string der = token.attribute(certificate, CKA_VALUE);
       identities.push_back({{der.begin(), der.end()}, unguarded});
     }
   }
+  return identities;
 }
 
 }  // namespace
 
 std::vector<StoredIdentity> readStoredIdentities() {
   const auto folder = databaseFolder();
-  if (isMissing(folder)) {
+  if (isDatabaseMissing(folder)) {
     return {};
   }
-  if (isCutShort(folder / "cert9.db") || isCutShort(folder / "key4.db")) {
+  if (isDatabaseDamaged(folder)) {
     throw CertificateDatabaseError(SEC_ERROR_BAD_DATABASE);
   }
   const Session session(folder);
@@ -145,7 +104,8 @@ std::vector<StoredIdentity> readStoredIdentities() {
   for (auto* element = PK11_GetFirstSafe(slots.get()); element != nullptr;
        element = PK11_GetNextSafe(slots.get(), element, PR_FALSE)) {
     try {
-      appendIdentities(element->slot, identities);
+      std::vector<StoredIdentity> found = identitiesOf(element->slot);
+      std::move(found.begin(), found.end(), std::back_inserter(identities));
     } catch (const CertificateDatabaseError&) {
       if (PK11_IsInternal(element->slot) != PR_FALSE) {
         PK11_FreeSlotListElement(slots.get(), element);

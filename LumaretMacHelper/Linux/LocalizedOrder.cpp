@@ -38,7 +38,15 @@ std::string collationName() {
   return U_SUCCESS(status) != 0 ? name.data() : "root";
 }
 
+/// Of its own accord, ICU takes its default from the environment, and a text there that it cannot
+/// make a name of ends the process (seen with ICU 76). Nothing here depends on that default.
+void setDefaultLocale() {
+  UErrorCode ignored = U_ZERO_ERROR;
+  uloc_setDefault("root", &ignored);
+}
+
 std::shared_ptr<UCollator> openCollator() {
+  setDefaultLocale();
   UErrorCode status = U_ZERO_ERROR;
   // A locale without a collation of its own gets the root collation; nonsense is refused.
   UCollator* opened = ucol_open(collationName().c_str(), &status);

@@ -7,10 +7,14 @@
 
 #include <array>
 #include <cerrno>
+#include <charconv>
 #include <climits>
+#include <csignal>
 #include <cstring>
 #include <fstream>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <system_error>
 
 #include "LumaretMacHelper/POSIX/FileDescriptor.hpp"
@@ -24,11 +28,23 @@ std::string hostName() {
   return ::gethostname(name.data(), name.size()) == 0 ? name.data() : "";
 }
 
-/// From the kernel's own account of the process, since a finished one keeps its number until its
-/// parent asks.
-bool isLiveProcessOfThisUser(const std::string& process) {
-  std::ifstream status("/proc/" + process + "/status");
-  bool live = false;
+/// Nothing for any text but a decimal number as the kernel gives one to a process.
+std::optional<pid_t> processNumber(std::string_view text) {
+  pid_t number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  const bool isWhole = error == std::errc() && end == text.data() + text.size();
+  return isWhole && number > 0 && text.front() != '0' ? std::optional(number) : std::nullopt;
+}
+
+/// The kernel's own account of a process tells two things that no call does: that it has ended,
+/// though it keeps its number until its parent asks, and, to root, whose it is. Where /proc is
+/// hidden, a process that may be sent a signal is taken for this user's live one.
+bool isLiveProcessOfThisUser(pid_t process) {
+  if (::kill(process, 0) != 0) {
+    return false;
+  }
+  std::ifstream status("/proc/" + std::to_string(process) + "/status");
+  bool live = !status && !std::ifstream("/proc/self/status");
   for (std::string line; std::getline(status, line);) {
     if (line.starts_with("State:")) {
       live = line.find_first_of("ZX", std::strlen("State:")) == std::string::npos;
@@ -36,19 +52,39 @@ bool isLiveProcessOfThisUser(const std::string& process) {
       return live && std::stoul(line.substr(std::strlen("Uid:"))) == ::geteuid();
     }
   }
-  return false;
+  return live;
 }
 
-/// A socket that nobody listens on any more is what a crash left.
-bool isAbandoned(const std::filesystem::path& socketLink) {
+/// The place of the browser's socket: what the link to it names, or, as an old browser had it, the
+/// place of that link. Nothing where neither can be told.
+std::optional<std::filesystem::path> socketPlace(const std::filesystem::path& socketLink) {
   std::error_code error;
-  const std::string target = std::filesystem::read_symlink(socketLink, error).string();
-  sockaddr_un address{};
-  if (error || target.size() >= sizeof(address.sun_path)) {
+  auto target = std::filesystem::read_symlink(socketLink, error);
+  if (error == std::errc::invalid_argument) {
+    return socketLink;  // It is no link.
+  }
+  return error ? std::nullopt : std::optional(socketLink.parent_path() / target);
+}
+
+/// Whether it is certain that nobody listens at the browser's socket: a crash left one that
+/// refuses, or there is none, or something else in its place. Whatever cannot be told is not
+/// certain.
+bool isAbandoned(const std::filesystem::path& socketLink) {
+  const auto place = socketPlace(socketLink);
+  if (!place) {
     return false;
   }
+  std::error_code ignored;
+  const auto type = std::filesystem::status(*place, ignored).type();
+  if (type != std::filesystem::file_type::socket) {
+    return type != std::filesystem::file_type::none && type != std::filesystem::file_type::unknown;
+  }
+  sockaddr_un address{};
   address.sun_family = AF_UNIX;
-  target.copy(address.sun_path, target.size());
+  if (place->native().size() >= sizeof(address.sun_path)) {
+    return false;
+  }
+  place->native().copy(address.sun_path, place->native().size());
   const FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   return socket &&
          ::connect(socket.number(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) !=
@@ -66,10 +102,8 @@ bool isProfileLocked(const std::filesystem::path& userDataFolder) {
   if (error || dash == std::string::npos) {
     return false;
   }
-  const std::string process = lock.substr(dash + 1);
-  const bool isNumber =
-      !process.empty() && process.find_first_not_of("0123456789") == std::string::npos;
-  return isNumber && lock.substr(0, dash) == hostName() && isLiveProcessOfThisUser(process) &&
+  const auto process = processNumber(std::string_view(lock).substr(dash + 1));
+  return process && lock.substr(0, dash) == hostName() && isLiveProcessOfThisUser(*process) &&
          !isAbandoned(userDataFolder / "SingletonSocket");
 }
 

@@ -5,6 +5,7 @@
 #include <secerr.h>
 #include <secmod.h>
 
+#include <algorithm>
 #include <array>
 
 namespace lumaret {
@@ -32,7 +33,7 @@ TokenSession::TokenSession(PK11SlotInfo* slot)
 
 TokenSession::~TokenSession() { functions_->C_CloseSession(session_); }
 
-std::vector<CK_OBJECT_HANDLE> TokenSession::objects(CK_OBJECT_CLASS objectClass) const {
+std::vector<CK_OBJECT_HANDLE> TokenSession::objects(CK_OBJECT_CLASS objectClass) {
   CK_ATTRIBUTE wanted = {CKA_CLASS, &objectClass, sizeof objectClass};
   CK_RV result = functions_->C_FindObjectsInit(session_, &wanted, 1);
   if (result == CKR_USER_NOT_LOGGED_IN) {
@@ -44,6 +45,9 @@ std::vector<CK_OBJECT_HANDLE> TokenSession::objects(CK_OBJECT_CLASS objectClass)
   CK_ULONG count = 0;
   do {
     result = functions_->C_FindObjects(session_, batch.data(), batch.size(), &count);
+    if (result == CKR_OK && count > std::min(batch.size(), mostObjects - found.size())) {
+      result = CKR_GENERAL_ERROR;
+    }
     if (result == CKR_OK) {
       found.insert(found.end(), batch.begin(), batch.begin() + count);
     }
@@ -53,23 +57,41 @@ std::vector<CK_OBJECT_HANDLE> TokenSession::objects(CK_OBJECT_CLASS objectClass)
   return found;
 }
 
-std::string TokenSession::attribute(CK_OBJECT_HANDLE object, CK_ATTRIBUTE_TYPE type) const {
+void TokenSession::countBytes(CK_ULONG length) {
+  if (length > std::min(mostAttributeBytes, mostBytes - bytes_)) {
+    check(CKR_GENERAL_ERROR);
+  }
+  bytes_ += length;
+}
+
+std::string TokenSession::attribute(CK_OBJECT_HANDLE object, CK_ATTRIBUTE_TYPE type) {
   std::array<char, 4096> usual{};  // Enough for nearly every certificate.
   CK_ATTRIBUTE wanted = {type, usual.data(), usual.size()};
-  CK_RV result = functions_->C_GetAttributeValue(session_, object, &wanted, 1);
-  std::string bytes;
+  const CK_RV result = functions_->C_GetAttributeValue(session_, object, &wanted, 1);
   if (result == CKR_BUFFER_TOO_SMALL) {
-    wanted = {type, nullptr, 0};
-    check(functions_->C_GetAttributeValue(session_, object, &wanted, 1));
-    bytes.resize(wanted.ulValueLen);
-    wanted.pValue = bytes.data();
-    result = functions_->C_GetAttributeValue(session_, object, &wanted, 1);
+    return longAttribute(object, type);
   }
   if (meansNoAttribute(result)) {
     return {};
   }
-  check(result);
-  return bytes.empty() ? std::string(usual.data(), wanted.ulValueLen) : bytes;
+  check(wanted.ulValueLen > usual.size() ? CKR_GENERAL_ERROR : result);
+  countBytes(wanted.ulValueLen);
+  return {usual.data(), wanted.ulValueLen};
+}
+
+std::string TokenSession::longAttribute(CK_OBJECT_HANDLE object, CK_ATTRIBUTE_TYPE type) {
+  CK_ATTRIBUTE wanted = {type, nullptr, 0};
+  check(functions_->C_GetAttributeValue(session_, object, &wanted, 1));
+  countBytes(wanted.ulValueLen);
+  std::string bytes(wanted.ulValueLen, '\0');
+  wanted.pValue = bytes.data();
+  const CK_RV result = functions_->C_GetAttributeValue(session_, object, &wanted, 1);
+  if (meansNoAttribute(result)) {
+    return {};
+  }
+  // PKCS#11 has the first answer be the exact length.
+  check(wanted.ulValueLen != bytes.size() ? CKR_GENERAL_ERROR : result);
+  return bytes;
 }
 
 }  // namespace lumaret

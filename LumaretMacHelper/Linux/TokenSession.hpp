@@ -4,6 +4,7 @@
 #include <pk11pub.h>
 #include <pkcs11t.h>
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -16,8 +17,18 @@ namespace lumaret {
 /// A session of PKCS#11 on one token, through the module that NSS has loaded. NSS's own object
 /// calls ask for each attribute twice, for its length and then for its bytes, which doubles the
 /// time of a listing. Every operation throws CertificateDatabaseError.
+///
+/// The module is foreign code: every count and length that it returns is compared with what it was
+/// asked for and with the limits below before it is used. What does not keep to them is an error.
 class TokenSession {
  public:
+  /// The most objects of one class on a token.
+  static constexpr std::size_t mostObjects = 100'000;
+  /// The most bytes of one attribute.
+  static constexpr std::size_t mostAttributeBytes = std::size_t{1} << 20;
+  /// The most bytes of all attributes that are read in one session.
+  static constexpr std::size_t mostBytes = std::size_t{256} << 20;
+
   /// The slot must outlive the session.
   explicit TokenSession(PK11SlotInfo* slot);
   TokenSession(const TokenSession&) = delete;
@@ -25,14 +36,18 @@ class TokenSession {
   ~TokenSession();
 
   /// The token's objects of a class that are visible without logging in, in its own order.
-  [[nodiscard]] std::vector<CK_OBJECT_HANDLE> objects(CK_OBJECT_CLASS objectClass) const;
+  [[nodiscard]] std::vector<CK_OBJECT_HANDLE> objects(CK_OBJECT_CLASS objectClass);
 
   /// An attribute's bytes; empty when the object has none, or is gone.
-  [[nodiscard]] std::string attribute(CK_OBJECT_HANDLE object, CK_ATTRIBUTE_TYPE type) const;
+  [[nodiscard]] std::string attribute(CK_OBJECT_HANDLE object, CK_ATTRIBUTE_TYPE type);
 
  private:
+  [[nodiscard]] std::string longAttribute(CK_OBJECT_HANDLE object, CK_ATTRIBUTE_TYPE type);
+  void countBytes(CK_ULONG length);
+
   CK_FUNCTION_LIST* functions_;
   CK_SESSION_HANDLE session_ = CK_INVALID_HANDLE;
+  std::size_t bytes_ = 0;
 };
 
 }  // namespace lumaret

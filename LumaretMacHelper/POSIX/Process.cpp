@@ -11,6 +11,7 @@
 #include <system_error>
 
 #include "LumaretMacHelper/POSIX/DescriptorInheritance.hpp"
+#include "LumaretMacHelper/POSIX/StandardStreams.hpp"
 
 // POSIX leaves this declaration to the program; glibc makes it too.
 // NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables,readability-redundant-declaration)
@@ -31,10 +32,8 @@ class SpawnFileActions {
  public:
   explicit SpawnFileActions(StandardOutput output) {
     check(::posix_spawn_file_actions_init(&actions_));
-    if (output == StandardOutput::toStandardError) {
-      check(::posix_spawn_file_actions_adddup2(&actions_, STDERR_FILENO, STDOUT_FILENO));
-    }
-    flags_ = inheritStandardStreamsAlone(actions_);
+    check(::posix_spawn_file_actions_adddup2(&actions_, destinationOf(output), STDOUT_FILENO));
+    closeOtherFiles();
   }
   SpawnFileActions(const SpawnFileActions&) = delete;
   SpawnFileActions& operator=(const SpawnFileActions&) = delete;
@@ -45,6 +44,11 @@ class SpawnFileActions {
   [[nodiscard]] short flags() const { return flags_; }
 
  private:
+  static int destinationOf(StandardOutput output) {
+    return output == StandardOutput::inherited ? callersStandardOutput() : STDERR_FILENO;
+  }
+  void closeOtherFiles() { flags_ = inheritStandardStreamsAlone(actions_); }
+
   posix_spawn_file_actions_t actions_{};
   short flags_ = 0;
 };

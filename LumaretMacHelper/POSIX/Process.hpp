@@ -13,14 +13,16 @@ namespace lumaret {
 bool isExecutableFile(const std::filesystem::path& path);
 
 enum class StandardOutput : std::uint8_t {
+  /// What the process prints goes to the tool's caller, as if it were the tool's own result.
   inherited,
   /// What the process prints goes where its errors go.
   toStandardError,
 };
 
-// A process that is started here gets the tool's own standard streams, environment and working
-// directory, and none of its other open files. It begins with the default disposition of every
-// signal and with none blocked. Nothing of the tool itself changes for it.
+// A process that is started here gets the standard streams that the tool's caller gave it, the
+// tool's environment and working directory, and none of its other open files. It begins with the
+// default disposition of every signal and with none blocked. Nothing of the tool itself changes for
+// it.
 
 /// Starts a process and does not wait for it. It gets a process group of its own, so that what ends
 /// the tool does not end it. Throws std::system_error when it cannot be started.

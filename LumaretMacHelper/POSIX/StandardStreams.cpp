@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "LumaretMacHelper/POSIX/StandardStreams.hpp"
+
 #include <fcntl.h>
 #include <poll.h>
 #include <unistd.h>
@@ -11,6 +13,21 @@
 
 namespace lumaret {
 namespace {
+
+// What is written before the streams are prepared goes to the usual place.
+// NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables)
+int resultDescriptor = STDOUT_FILENO;
+
+/// Keeps the caller's standard output for results alone: the libraries and modules of this process
+/// may print, and what they print must not be taken for a result. Where no descriptor is left for
+/// that, nothing can be opened or loaded that would print.
+void keepStandardOutputApart() noexcept {
+  const int kept = ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+  if (kept >= 0) {
+    resultDescriptor = kept;
+    ::dup2(STDERR_FILENO, STDOUT_FILENO);
+  }
+}
 
 /// Returns 0, or the error that stopped it.
 int writeAll(int descriptor, std::string_view text) noexcept {
@@ -38,11 +55,14 @@ void prepareStandardStreams() noexcept {
       ::open("/dev/null", descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY);
     }
   }
+  keepStandardOutputApart();
   static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
 }
 
+int callersStandardOutput() noexcept { return resultDescriptor; }
+
 void writeStandardOutput(std::string_view text) {
-  if (const int error = writeAll(STDOUT_FILENO, text); error != 0) {
+  if (const int error = writeAll(resultDescriptor, text); error != 0) {
     throw std::system_error(error, std::generic_category(), "Standard output could not be written");
   }
 }

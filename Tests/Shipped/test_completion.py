@@ -5,20 +5,24 @@ import os
 import pty
 import re
 import select
+import shutil
+import subprocess
 import time
 import unittest
 
 from Tests.Support.Python import private_machine
 from Tests.Support.Python.compact_json import compact_json
 from Tests.Support.Python.packaging_test_case import PackagingTestCase
-from Tests.Support.Python.project import MADE
+from Tests.Support.Python.project import SOURCES
 
 setUpModule = private_machine.enter
 
-COMPLETIONS = MADE / "completions"
+COMPLETIONS = SOURCES / "Packaging/completions"
+PROGRAM = "lumaret-macos-helper/identities.awk"
 OPTIONS = ["--fingerprint", "--url"]
 TOOL = "lumaret-macos-helper"
 UNTIL = ", until 2099-12-31"
+MOST = 64  # characters of a name
 
 # Each would leave a file named "executed" if a shell evaluated it, or break out of what a completion reads.
 HOSTILE = [
@@ -58,14 +62,25 @@ SHOWN = {  # how a terminal is shown the ones that it would obey
 
 
 def shown(name: str) -> str:
-    return SHOWN.get(name, name) + UNTIL
+    name = SHOWN.get(name, name)
+    return (name if len(name) <= MOST else name[:MOST] + "...") + UNTIL
 
 
 class CompletionTestCase(PackagingTestCase):
+    PLACES = {  # of each shell's file in an installation
+        "bash": "bash-completion/completions/lumaret-macos-helper",
+        "fish": "fish/vendor_completions.d/lumaret-macos-helper.fish",
+        "zsh": "zsh/site-functions/_lumaret-macos-helper",
+    }
+
     def setUp(self):
         super().setUp()
         self.work = self.machine.folder / "work"
         self.work.mkdir()
+        self.share = self.machine.folder / "share"
+        for source, place in (("identities.awk", PROGRAM), *((each, self.PLACES[each]) for each in self.PLACES)):
+            (self.share / place).parent.mkdir(parents=True, exist_ok=True)
+            shutil.copy(COMPLETIONS / source, self.share / place)
 
     def make_people(self):
         return self.make_identities({"CN": "Ana Example"}, {"CN": "Ben Example"}, {"O": "no common name"})
@@ -83,10 +98,84 @@ class CompletionTestCase(PackagingTestCase):
         self.assertEqual(list(self.work.iterdir()), [])
 
 
+def awks() -> list[tuple[str, ...]]:
+    """Those of this machine; a system has any of them as "awk"."""
+    candidates = (("mawk",), ("gawk",), ("gawk", "--posix"), ("busybox", "awk"), ("original-awk",), ("awk",))
+    return [command for command in candidates if shutil.which(command[0])]
+
+
+class ProgramTests(unittest.TestCase):
+    """The program by itself, with listings that no certificate tool would make: names are longer there than allowed."""
+
+    def read(self, awk: tuple[str, ...], *names: str | None, seconds: float = 20) -> list[str]:
+        listing = compact_json(
+            [
+                {
+                    "expiresAt": "2099-12-31T23:59:59Z",
+                    "id": f"{number:064x}",
+                    "issuer": self.principal(name),
+                    "subject": self.principal(name),
+                }
+                for number, name in enumerate(names)
+            ]
+        )
+        done = subprocess.run(
+            [*awk, "-f", COMPLETIONS / "identities.awk"],
+            input=listing.encode() + b"\n",
+            env={"LC_ALL": "C", "PATH": os.environ["PATH"]},
+            stdout=subprocess.PIPE,
+            timeout=seconds,
+            check=True,
+        )
+        return done.stdout.decode().splitlines()
+
+    @staticmethod
+    def principal(name: str | None) -> dict:
+        return {key: name for key in ("commonName", "locality", "organization", "organizationalUnit")}
+
+    def assert_shown(self, *names: str, seconds: float = 20):
+        expected = [f"{number:064x}\t{shown(name)}" for number, name in enumerate(names)]
+        self.assertNotEqual(awks(), [])
+        for awk in awks():
+            with self.subTest(awk):
+                # As one text each: the difference of two long lists takes unittest minutes.
+                self.assertEqual("\n".join(self.read(awk, *names, seconds=seconds)), "\n".join(expected))
+
+    def test_hostile_names(self):
+        self.assert_shown(*HOSTILE)
+
+    def test_a_name_of_as_many_characters_as_are_shown(self):
+        self.assert_shown(*(character * count for character in 'xé😀\\"' for count in (MOST - 1, MOST, MOST + 1)))
+
+    def test_escapes_are_not_cut_in_two(self):
+        for awk in awks():
+            for count in range(58, 71):
+                for before in range(6):
+                    name = "x" * before + "\x01" * count
+                    wanted = "x" * before + "?" * count
+                    self.assertEqual(self.read(awk, name), [f"{0:064x}\t{shown(wanted)}"])
+
+    def test_long_names_take_no_longer_than_their_length(self):
+        for character in ('"', "\\", "x", "é", "\x01", "{", "'"):
+            wanted = "?" if character == "\x01" else character
+            for awk in awks():
+                with self.subTest(awk, character=character):
+                    found = self.read(awk, character * 500_000, seconds=10)
+                    self.assertEqual(found, [f"{0:064x}\t{wanted * MOST}...{UNTIL}"])
+
+    def test_many_identities(self):
+        self.assert_shown(*(f'Person "{number}"' for number in range(5_000)), seconds=20)
+
+    def test_no_name_at_all(self):
+        for awk in awks():
+            self.assertEqual(self.read(awk, None), [f"{0:064x}\tUnnamed certificate{UNTIL}"])
+            self.assertEqual(self.read(awk), [])
+
+
 class BashTests(CompletionTestCase):
     def complete(self, *words: str, kind: int = 9) -> list[str]:
         script = (
-            f'source "{COMPLETIONS}/lumaret-macos-helper"; COMP_TYPE={kind} COMP_WORDS=("$@") '
+            f'source "{self.share}/{self.PLACES["bash"]}"; COMP_TYPE={kind} COMP_WORDS=("$@") '
             "COMP_CWORD=$(($# - 1)); _lumaret_macos_helper; "
             'for word in "${COMPREPLY[@]}"; do printf \'%s\\0\' "$word"; done'
         )
@@ -141,14 +230,14 @@ class BashTests(CompletionTestCase):
         (programs / TOOL).chmod(0o755)
         self.machine.environment["PATH"] = f"{programs}:/usr/bin:/bin"
         self.assertEqual(
-            self.complete("activate", "--fingerprint", "", kind=63), [f"{digit * 64}  {name}{UNTIL}" for digit in "ab"]
+            self.complete("activate", "--fingerprint", "", kind=63), [f"{digit * 64}  {shown(name)}" for digit in "ab"]
         )
 
     def test_at_a_terminal(self):
         """As a person meets it: a tabulator completes, and two list."""
         identities = self.make_people()
         with Terminal(self, ["bash", "--norc", "--noprofile", "-i"]) as terminal:
-            terminal.send(f'source "{COMPLETIONS}/lumaret-macos-helper"; PS1="ready> "\n')
+            terminal.send(f'source "{self.share}/{self.PLACES["bash"]}"; PS1="ready> "\n')
             terminal.wait_for("ready> ")
             terminal.send(f"{TOOL} act\t--fing\t\t\t")
             for identity, name in zip(identities, ("Ana Example", "Ben Example", "Unnamed certificate")):
@@ -164,7 +253,7 @@ class FishTests(CompletionTestCase):
             "fish",
             "--no-config",
             "--command",
-            f"source {COMPLETIONS}/lumaret-macos-helper.fish; complete --do-complete $argv[1]",
+            f"source {self.share}/{self.PLACES['fish']}; complete --do-complete $argv[1]",
             line,
             cwd=self.work,
         )
@@ -250,7 +339,10 @@ class ZshTests(CompletionTestCase):
     def start(self) -> Terminal:
         terminal = Terminal(self, ["zsh", "-f", "-i"])
         self.addCleanup(terminal.__exit__)
-        terminal.send(self.SETTINGS.replace("COMPLETIONS", str(COMPLETIONS)) + "print started$((1))\n")
+        terminal.send(
+            self.SETTINGS.replace("COMPLETIONS", str((self.share / self.PLACES["zsh"]).parent))
+            + "print started$((1))\n"
+        )
         terminal.wait_for("started1")
         return terminal
 

@@ -29,6 +29,7 @@ COMMON = {
     "share/doc/lumaret-macos-helper/docs/troubleshooting-macos.md",
     "share/doc/lumaret-macos-helper/docs/troubleshooting.md",
     "share/fish/vendor_completions.d/lumaret-macos-helper.fish",
+    "share/lumaret-macos-helper/identities.awk",
     "share/lumaret-macos-helper/listing.schema.json",
 }
 INSTALLED = COMMON | {
@@ -45,6 +46,7 @@ PACKAGED = COMMON | {
     "share/man/man8/lumaret-policy-access.8.gz",
     "share/zsh/vendor-completions/_lumaret-macos-helper",
 }
+TOOL = "lumaret_macos_helper"  # in the names of functions
 PROGRAMS = {"bin/lumaret-macos-helper", "sbin/lumaret-policy-access"}
 
 
@@ -84,6 +86,19 @@ class InstallTests(PackagingTestCase):
                 self.assertEqual(dangling_links(place), [])
         self.machine.environment["PATH"] = f"{place}/bin:/usr/bin:/bin"
         self.assertEqual(self.machine.run("lumaret-macos-helper", "list"), printed("[]"))
+        self.assert_completes(place / "share")
+
+    def assert_completes(self, share: Path):
+        """Each completion finds its program where both were installed; here with a link to fish's, as README has it."""
+        identity = self.make_identity()
+        link = self.machine.folder / "lumaret-macos-helper.fish"
+        link.symlink_to(share / "fish/vendor_completions.d/lumaret-macos-helper.fish")
+        completed = identity.fingerprint + "\tAna Example, until 2099-12-31\n"
+        for command in (
+            ("bash", "-c", f". {share}/bash-completion/completions/lumaret-macos-helper; cd /; _{TOOL}_identities"),
+            ("fish", "--no-config", "--command", f"source {link}; cd /; __{TOOL}_identities"),
+        ):
+            self.assertEqual(self.assert_succeeds(*command), completed)
 
 
 class MacPackageTests(PackagingTestCase):

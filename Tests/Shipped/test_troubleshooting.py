@@ -193,8 +193,14 @@ class TroubleshootingEntryTests(PackagingTestCase):
             file.chmod(0o600)
         self.assert_transcript()
 
-    def test_the_database_is_damaged(self):
+    def test_an_import_was_interrupted(self):
         self.make_ana()
+        self.interrupt_import(self.authority.issue({"CN": "Ben Example"}), self.database, "unlink", 1)
+        self.give_to_ana()
+        self.assert_transcript()
+
+    def test_the_database_is_damaged(self):
+        self.leave_file(self.make_ana())
         (self.database.folder / "cert9.db").write_bytes(b"not a database" * 1000)
         self.assert_transcript()
 

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <gmock/gmock.h>
+#include <unicode/uloc.h>
 
 #include <algorithm>
 #include <string>
@@ -63,6 +64,13 @@ TEST_F(LocalizedOrder, FollowsTheUsersLanguage) {
   EXPECT_THAT(sorted({"Örjan", "Zara", "Olle"}), ElementsAre("Olle", "Zara", "Örjan"));
   ::setenv("LANG", "de_DE.UTF-8", 1);
   EXPECT_THAT(sorted({"Örjan", "Zara", "Olle"}), ElementsAre("Olle", "Örjan", "Zara"));
+}
+
+/// With ICU 76, taking its default from some texts ends the process.
+TEST_F(LocalizedOrder, ICUTakesNoDefaultFromTheEnvironment) {
+  ::setenv("LANG", "sv_SE.UTF-8", 1);
+  EXPECT_THAT(sorted({"Örjan", "Zara", "Olle"}), ElementsAre("Olle", "Zara", "Örjan"));
+  EXPECT_STREQ(uloc_getDefault(), "");  // The root locale.
 }
 
 TEST_F(LocalizedOrder, TheVariablesOverrideOneAnotherAsInPOSIX) {

@@ -1,16 +1,20 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <gmock/gmock.h>
+#include <sys/mount.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
 #include <csignal>
+#include <stdexcept>
 #include <string>
 
 #include "LumaretMacHelper/Linux/ProfileLock.hpp"
 #include "LumaretMacHelper/POSIX/FileDescriptor.hpp"
+#include "Tests/OnLinux/Adapters/PrivateMounts.hpp"
 #include "Tests/Support/Cpp/TemporaryFolder.hpp"
 
 namespace lumaret::tests {
@@ -104,9 +108,56 @@ TEST_F(ProfileLock, NonsenseIsNotALock) {
   for (const std::string& content :
        {std::string("nonsense"), host(), host() + "-", host() + "-12x", host() + "-self",
         host() + "-../" + std::to_string(::getpid()), host() + "--1", std::string("-"),
-        host() + "-99999999999999999999"}) {
+        host() + "-99999999999999999999", host() + "-0", host() + "-4294967297",
+        host() + "-0" + std::to_string(::getpid()), host() + "-+" + std::to_string(::getpid())}) {
     lock(content);
     EXPECT_FALSE(isLocked()) << content;
+    std::filesystem::remove(profile_ / "SingletonLock");
+  }
+}
+
+/// In a process of its own, where an empty file system lies over /proc.
+template <typename Action>
+bool whereProcIsHidden(Action action) {
+  const pid_t child = ::fork();
+  if (child == 0) {
+    PrivateMounts mounts;
+    const bool hidden = ::mount("none", "/proc", "tmpfs", 0, nullptr) == 0;
+    ::_exit(!hidden ? 2 : action() ? 1 : 0);
+  }
+  int status = 0;
+  ::waitpid(child, &status, 0);
+  if (!WIFEXITED(status) || WEXITSTATUS(status) == 2) {
+    throw std::runtime_error("/proc could not be hidden");
+  }
+  return WEXITSTATUS(status) == 1;
+}
+
+TEST_F(ProfileLock, ALiveProcessHoldsItWhereProcIsHidden) {
+  lockBy(::getpid());
+  EXPECT_TRUE(whereProcIsHidden([this] { return isLocked(); }));
+  const FileDescriptor socket = bindSocket();
+  EXPECT_FALSE(whereProcIsHidden([this] { return isLocked(); })) << "Nobody listens.";
+  ASSERT_EQ(::listen(socket.number(), 1), 0);
+  EXPECT_TRUE(whereProcIsHidden([this] { return isLocked(); }));
+}
+
+TEST_F(ProfileLock, AProcessThatIsGoneDoesNotHoldItWhereProcIsHidden) {
+  const pid_t child = ::fork();
+  if (child == 0) {
+    ::_exit(0);
+  }
+  ::waitpid(child, nullptr, 0);
+  lockBy(child);
+  EXPECT_FALSE(whereProcIsHidden([this] { return isLocked(); }));
+}
+
+TEST_F(ProfileLock, NonsenseIsNoLockWhereProcIsHidden) {
+  for (const std::string& content :
+       {host() + "-0", host() + "--1", host() + "-", host() + "-4294967297",
+        host() + "-0" + std::to_string(::getpid())}) {
+    lock(content);
+    EXPECT_FALSE(whereProcIsHidden([this] { return isLocked(); })) << content;
     std::filesystem::remove(profile_ / "SingletonLock");
   }
 }
@@ -133,6 +184,72 @@ TEST_F(ProfileLock, AMissingSocketMeansThatTheBrowserCrashed) {
   lockBy(::getpid());
   std::filesystem::create_symlink("/no/such/socket", profile_ / "SingletonSocket");
   EXPECT_FALSE(isLocked());
+}
+
+/// What is in the place of the socket: a link leads to it, or it is in the place of that link.
+class NoSocket : public ProfileLock, public ::testing::WithParamInterface<std::string> {
+ protected:
+  void make(const std::filesystem::path& place) const {
+    if (GetParam() == "file") {
+      writeFile(place, "");
+    } else if (GetParam() == "folder") {
+      std::filesystem::create_directory(place);
+    } else if (GetParam() == "pipe") {
+      ASSERT_EQ(::mkfifo(place.c_str(), 0600), 0);
+    } else {
+      std::filesystem::create_symlink("/dev/null", place);
+    }
+  }
+};
+
+TEST_P(NoSocket, IsACrashedBrowsers) {
+  lockBy(::getpid());
+  make(profile_ / "elsewhere");
+  std::filesystem::create_symlink(profile_ / "elsewhere", profile_ / "SingletonSocket");
+  EXPECT_FALSE(isLocked());
+}
+
+TEST_P(NoSocket, IsACrashedBrowsersInPlaceOfTheLinkToo) {
+  lockBy(::getpid());
+  make(profile_ / "SingletonSocket");
+  EXPECT_FALSE(isLocked());
+}
+
+TEST_P(NoSocket, IsACrashedBrowsersWhateverItsPermissions) {
+  lockBy(::getpid());
+  make(profile_ / "elsewhere");
+  if (GetParam() != "device") {
+    ::chmod((profile_ / "elsewhere").c_str(), 0);
+  }
+  std::filesystem::create_symlink(profile_ / "elsewhere", profile_ / "SingletonSocket");
+  EXPECT_FALSE(isLocked());
+}
+
+INSTANTIATE_TEST_SUITE_P(OfAnyKind, NoSocket,
+                         ::testing::Values<std::string>("file", "folder", "pipe", "device"),
+                         [](const auto& kind) { return kind.param; });
+
+TEST_F(ProfileLock, ASocketInPlaceOfTheLinkIsAnOldBrowsers) {
+  lockBy(::getpid());
+  const FileDescriptor socket = bindSocket();
+  std::filesystem::rename(profile_ / "socket", profile_ / "SingletonSocket");
+  EXPECT_FALSE(isLocked());
+  ASSERT_EQ(::listen(socket.number(), 1), 0);
+  EXPECT_TRUE(isLocked());
+}
+
+TEST_F(ProfileLock, ASocketThatCannotBeAskedLeavesTheLockInForce) {
+  lockBy(::getpid());
+  const FileDescriptor socket = bindSocket();
+  const auto folder = profile_ / std::string(100, 'x');
+  std::filesystem::create_directory(folder);
+  std::filesystem::rename(profile_ / "socket", folder / "socket");
+  std::filesystem::remove(profile_ / "SingletonSocket");
+  std::filesystem::create_symlink(folder / "socket", profile_ / "SingletonSocket");
+  EXPECT_TRUE(isLocked()) << "Its path is too long.";
+  std::filesystem::remove(profile_ / "SingletonSocket");
+  std::filesystem::create_symlink("SingletonSocket", profile_ / "SingletonSocket");
+  EXPECT_TRUE(isLocked()) << "The link leads to itself.";
 }
 
 }  // namespace

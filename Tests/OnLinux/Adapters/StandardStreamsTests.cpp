@@ -6,10 +6,14 @@
 
 #include <array>
 #include <cerrno>
+#include <cstdio>
 #include <string>
 #include <system_error>
+#include <utility>
 
 #include "LumaretMacHelper/POSIX/FileDescriptor.hpp"
+#include "LumaretMacHelper/POSIX/Process.hpp"
+#include "LumaretMacHelper/POSIX/StandardStreams.hpp"
 #include "LumaretMacHelper/Platform.hpp"
 
 namespace lumaret::tests {
@@ -42,6 +46,24 @@ int statusOf(pid_t child) {
   int status = 0;
   ::waitpid(child, &status, 0);
   return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+}
+
+/// What an action writes to standard output, in a process of its own, and its status.
+template <typename Action>
+std::pair<std::string, int> outputOf(Action action) {
+  std::array<int, 2> pipe{};
+  if (::pipe2(pipe.data(), O_CLOEXEC) != 0) {
+    throw std::system_error(errno, std::generic_category());
+  }
+  const pid_t child = withStandardOutput(pipe[1], action);
+  ::close(pipe[1]);
+  const FileDescriptor readEnd(pipe[0]);
+  std::string output;
+  std::array<char, 4096> buffer{};
+  for (ssize_t count = 0; (count = ::read(pipe[0], buffer.data(), buffer.size())) > 0;) {
+    output.append(buffer.data(), static_cast<std::size_t>(count));
+  }
+  return {output, statusOf(child)};
 }
 
 TEST(StandardOutput, IsWrittenWholeIntoAPipeThatDoesNotBlock) {
@@ -90,6 +112,38 @@ TEST(StandardOutput, CannotBeWrittenWithoutAReaderAndRaisesNoSignal) {
   ::close(pipe[0]);
   EXPECT_EQ(statusOf(withStandardOutput(pipe[1], [] { writeStandardOutput("x"); })), EPIPE);
   ::close(pipe[1]);
+}
+
+/// Libraries print through the descriptor, or through a buffer that is written when they like.
+TEST(StandardOutput, HoldsNothingThatAnybodyElsePrints) {
+  const auto [output, status] = outputOf([] {
+    std::printf("buffered before\n");
+    EXPECT_EQ(::write(STDOUT_FILENO, "at once\n", 8), 8);
+    writeStandardOutput("result\n");
+    std::printf("buffered after\n");
+    std::fflush(stdout);
+  });
+  EXPECT_EQ(output, "result\n");
+  EXPECT_EQ(status, 0);
+}
+
+TEST(StandardOutput, IsInheritedByNoProcessThatALibraryStarts) {
+  EXPECT_EQ(outputOf([] {
+              const int kept = callersStandardOutput();
+              if (kept <= STDERR_FILENO || ::fcntl(kept, F_GETFD) != FD_CLOEXEC) {
+                throw std::system_error(EEXIST, std::generic_category());
+              }
+            }).second,
+            0);
+}
+
+TEST(StandardOutput, IsThatOfAStartedProcessWhereItInheritsIt) {
+  const auto [output, status] = outputOf([] { runProcess("/usr/bin/id", {"-u"}); });
+  EXPECT_EQ(output, std::to_string(::getuid()) + "\n");
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(
+      outputOf([] { runProcess("/usr/bin/id", {"-u"}, StandardOutput::toStandardError); }).first,
+      "");
 }
 
 }  // namespace

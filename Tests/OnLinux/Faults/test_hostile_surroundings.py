@@ -27,7 +27,7 @@ from Tests.Support.Python.policy_files import (
     policies,
 )
 from Tests.Support.Python.private_machine import CHROMIUM, await_until, contents
-from Tests.Support.Python.project import HELPER
+from Tests.Support.Python.project import HELPER, is_sanitized
 from Tests.Support.Python.users import NOBODY, needs_real_root
 
 setUpModule = private_machine.enter
@@ -347,13 +347,81 @@ class BrowserLockTests(FaultTestCase):
         identity = self.make_identity()
         self.machine.mark_running(CHROMIUM)
         place = self.machine.profile(CHROMIUM) / "SingletonSocket"
-        for target in ("x" * 4000, "/" + "x" * 107, str(place), "/proc/self"):
+        for target in ("x" * 4000, str(place)):
             with self.subTest(target[:40]):
                 place.unlink(missing_ok=True)
                 place.symlink_to(target)
                 self.assertEqual(self.activate(identity), ACTIVATED)
                 self.assertEqual(self.machine.launches(), [("chromium", REFRESH), ("chromium", NEW_WINDOW)])
                 self.forget_launches()
+
+    def test_what_is_no_socket_in_its_place_is_no_running_browser(self):
+        identity = self.make_identity()
+        self.machine.mark_running(CHROMIUM)
+        place = self.machine.profile(CHROMIUM) / "SingletonSocket"
+        pipe = self.machine.folder / "pipe"
+        os.mkfifo(pipe)
+        for target in (pipe, "/dev/null", "/proc/self", "/etc/passwd", "/" + "x" * 107):
+            with self.subTest(target):
+                place.unlink(missing_ok=True)
+                place.symlink_to(target)
+                self.assertEqual(self.activate(identity), ACTIVATED)
+                self.assertEqual(self.machine.launches(), [("chromium", NEW_WINDOW)])
+                self.forget_launches()
+        place.unlink()
+        os.mkfifo(place)
+        self.assertEqual(self.activate(identity, timeout=20), ACTIVATED)
+        self.assertEqual(self.machine.launches(), [("chromium", NEW_WINDOW)])
+
+
+class HiddenProcTests(FaultTestCase):
+    """An empty file system lies over /proc."""
+
+    def hidden(self, *command: str, **settings):
+        script = 'mount -t tmpfs none /proc && exec "$@"'
+        return self.machine.run("unshare", "--mount", "sh", "-c", script, "sh", *command, **settings)
+
+    def setUp(self):
+        super().setUp()
+        if is_sanitized():
+            self.skipTest("the sanitizers need /proc themselves")
+        self.identity = self.make_identity()
+
+    def activate_hidden(self, **settings):
+        return self.hidden(HELPER, "activate", "--fingerprint", self.identity.fingerprint, **settings)
+
+    def test_the_browser_inherits_no_file_of_the_caller(self):
+        """The stand-in tries to write to every descriptor that it may have inherited."""
+        written = self.machine.folder / "written"
+        script = self.machine.folder / "browser"
+        numbers = (100, 101, 250, 500, 1000)
+        script.write_text(
+            "#!/usr/bin/python3 -IS\nimport os\n"
+            f"for number in {numbers}:\n"
+            "    try:\n        os.write(number, b'inherited')\n    except OSError:\n        pass\n"
+            f"open({str(self.machine.folder / 'ended')!r}, 'w').close()\n"
+        )
+        script.chmod(0o755)
+        self.machine.mount_over(CHROMIUM.executable, script)
+        with open(written, "wb", buffering=0) as file:
+            for number in numbers:
+                os.dup2(file.fileno(), number)
+                self.addCleanup(os.close, number)
+            self.assertEqual(self.activate_hidden(pass_fds=numbers, timeout=30), ACTIVATED)
+            await_until((self.machine.folder / "ended").exists, "the browser to end")
+        self.assertEqual(written.read_bytes(), b"")
+
+    def test_a_running_browser_is_refreshed(self):
+        self.machine.mark_running(CHROMIUM)
+        self.assertEqual(self.activate_hidden(), ACTIVATED)
+        self.assertEqual(self.machine.launches(), [("chromium", REFRESH), ("chromium", NEW_WINDOW)])
+
+    def test_a_browser_that_has_ended_is_not(self):
+        ended = subprocess.Popen(["true"])
+        ended.wait()
+        self.machine.mark_running(CHROMIUM, process=ended.pid)
+        self.assertEqual(self.activate_hidden(), ACTIVATED)
+        self.assertEqual(self.machine.launches(), [("chromium", NEW_WINDOW)])
 
 
 class UnresponsiveBrowserTests(FaultTestCase):

@@ -6,6 +6,7 @@ import unittest
 from Tests.Support.Python import private_machine
 from Tests.Support.Python.fault_test_case import FaultTestCase
 from Tests.Support.Python.outcome import ACTIVATED
+from Tests.Support.Python.packaging_test_case import BUILD
 
 setUpModule = private_machine.enter
 
@@ -29,6 +30,14 @@ class LeakTests(FaultTestCase):
         outcome = self.helper("list", prefix=VALGRIND)
         self.assertEqual(outcome.stderr.decode(), "")
         self.assertEqual((outcome.status, outcome.stdout.decode()), (0, self.line_of(*identities) + "\n"))
+
+    def test_list_over_a_module_leaks_nothing(self):
+        identity = self.make_identity()
+        self.database.name_module(str(BUILD / "Tests/OnLinux/MisbehavingModule/libMisbehavingModule.so"))
+        self.database.name_module("/nonexistent/module.so")
+        outcome = self.helper("list", prefix=VALGRIND)
+        self.assertEqual(outcome.stderr.decode(), "")
+        self.assertEqual((outcome.status, outcome.stdout.decode()), (0, self.line_of(identity) + "\n"))
 
     def test_activate_leaks_nothing(self):
         identity = self.make_identity()

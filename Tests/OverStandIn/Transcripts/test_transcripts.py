@@ -18,7 +18,7 @@ from Tests.Support.Python.mac import (
     rule,
     signing,
 )
-from Tests.Support.Python.outcome import ACTIVATED, failed, printed
+from Tests.Support.Python.outcome import ACTIVATED, Outcome, failed, printed
 
 
 def setUpModule():
@@ -188,6 +188,14 @@ class ActivationTranscriptTests(MacTestCase):
                 self.assertEqual(self.activate(*arguments), ACTIVATED)
                 self.assertEqual(self.launches(2), ["--refresh-platform-policy", start])
                 self.forget_launches()
+
+    def test_what_chrome_prints_goes_to_the_caller(self):
+        EXECUTABLE.write_text(
+            "#!/bin/sh\ncase $1 in --refresh-platform-policy) echo printed; echo reported >&2;; esac\n"
+        )
+        self.hold(any_application())
+        self.mac["runningApplications"] = [DOMAIN]
+        self.assertEqual(self.activate(), Outcome(0, b"printed\n" + ACTIVATED.stdout, b"reported\n"))
 
     def test_a_chrome_that_cannot_be_started_is_reported(self):
         EXECUTABLE.write_bytes(b"\0no program")

@@ -203,7 +203,10 @@ class Database:
 
     def add(self, *identities: Identity) -> None:
         for identity in identities:
-            _run("pk12util", "-i", bundle_of(identity), "-d", f"sql:{self.folder}", "-k", self._password, "-W", "")
+            _run(*self.import_command(identity))
+
+    def import_command(self, identity: Identity) -> tuple:
+        return "pk12util", "-i", bundle_of(identity), "-d", f"sql:{self.folder}", "-k", self._password, "-W", ""
 
     def name_module(self, library: str) -> None:
         """Has the database name one more PKCS#11 module, which need not exist."""

@@ -76,6 +76,16 @@ class HelperTestCase(unittest.TestCase):
     def make_identity(self) -> Identity:
         return self.make_identities({"CN": "Ana Example", "O": "Example Org"})[0]
 
+    def interrupt_import(self, identity: Identity, database: Database, call: str, number: int) -> bool:
+        """Kills an import at a system call, counted from one; whether there were so many calls."""
+        outcome = self.machine.run(
+            *("strace", "--follow-forks", "--output=/dev/null", f"--trace={call}"),
+            f"--inject={call}:signal=KILL:when={number}",
+            *database.import_command(identity),
+        )
+        self.assertIn(outcome.status, (0, -9))
+        return outcome.status != 0
+
     # Expectations
 
     def line_of(self, *identities: Identity) -> str:

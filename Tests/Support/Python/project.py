@@ -17,3 +17,8 @@ HELPER = executable("release/lumaret-macos-helper")
 BUILD = Path(HELPER).parent  # configured and built
 MADE = BUILD / "Packaging"
 VERSION = re.search(r"^project\([^)]*\bVERSION (\S+)", (SOURCES / "CMakeLists.txt").read_text(), re.M)[1]
+
+
+def is_sanitized() -> bool:
+    """Under the sanitizers a program needs more of everything, so that limits tell nothing."""
+    return "-fsanitize=" in (BUILD / "CMakeCache.txt").read_text()

@@ -1,0 +1,170 @@
+# SPDX-License-Identifier: Apache-2.0
+"""No text in any variable of the environment ends a run, or changes more than the variable is for."""
+
+import json
+import os
+import resource
+import unittest
+
+from Tests.Support.Python import private_machine
+from Tests.Support.Python.fault_test_case import FaultTestCase
+from Tests.Support.Python.outcome import ACTIVATED, printed
+from Tests.Support.Python.policy_files import effective_rules
+from Tests.Support.Python.project import is_sanitized
+
+
+setUpModule = private_machine.enter
+
+LANGUAGES = ("LANG", "LC_ALL", "LC_COLLATE", "LANGUAGE", "LC_CTYPE", "LC_MESSAGES")
+# Where the certificates are, and where the browser's profile is.
+FOLDERS = ("HOME", "XDG_DATA_HOME", "XDG_CONFIG_HOME", "CHROME_CONFIG_HOME", "CHROME_USER_DATA_DIR")
+OTHERS = (
+    "TMPDIR",
+    "SQLITE_TMPDIR",
+    "ICU_DATA",
+    "TZ",
+    "NSPR_FD_CACHE_SIZE_HIGH",
+    "NSPR_FD_CACHE_SIZE_LOW",
+    "NSPR_INHERIT_FDS",
+    "NSPR_LOG_FILE",
+    "NSPR_LOG_MODULES",
+    "NSPR_TRACE_LOG",
+    "NSRANDCOUNT",
+    "NSRANDFILE",
+    "NSS_ALLOW_WEAK_SIGNATURE_ALG",
+    "NSS_DEBUG_PKCS11_MODULE",
+    "NSS_DEFAULT_DB_TYPE",
+    "NSS_DISABLE_ARENA_FREE_LIST",
+    "NSS_DISABLE_UNLOAD",
+    "NSS_FIPS",
+    "NSS_HASH_ALG_SUPPORT",
+    "NSS_IGNORE_SYSTEM_POLICY",
+    "NSS_MAX_MP_PBE_ITERATION_COUNT",
+    "NSS_OUTPUT_FILE",
+    "NSS_SDB_USE_CACHE",
+    "NSS_SSL_CBC_RANDOM_IV",
+    "NSS_STRICT_NOFORK",
+    "NSS_STRICT_SHUTDOWN",
+    "NSS_TRACE_OCSP",
+    "NSS_USE_SHEXP_IN_CERT_NAME",
+    "SSLDEBUG",
+    "SSLKEYLOGFILE",
+)
+TEXTS = (
+    b"",
+    b" ",
+    b"x",
+    b"abcdefghijkl",
+    b"a" * 156,
+    b"a" * 157,
+    b"de_DE" + b"_x" * 100,
+    b"x" * 10_000,
+    b"en@" + b"collation=x;" * 1_500,
+    b"_" * 1_000,
+    b"-" * 1_000,
+    b"@" * 1_000,
+    b"." * 1_000,
+    b"en_US_POSIX@collation=search;colstrength=quaternary;colnumeric=yes",
+    b"de-u-co-phonebk-ks-identic-" + b"x-" * 200,
+    b"\xff\xfe\x80",
+    "é".encode() * 500,
+    b"%s%n%d%x",
+    b"../" * 1_000,
+    b"/" * 5_000,
+    b"/dev/null",
+    b"/proc/self/mem",
+    b"-1",
+    b"0",
+    b"4294967296",
+    b"18446744073709551616",
+    b"1" * 5_000,
+    b"'\"\\`$(true);&|<>*?[]{}~#!\n\t\r\x01\x7f",
+    b"sql:/nowhere",
+    b"dbm:/nowhere",
+    b"all:5",
+    b"all:-1,bufsize:99999999999,timestamp,append,sync",
+)
+
+
+class EnvironmentTests(FaultTestCase):
+    def setUp(self):
+        super().setUp()
+        self.identities = self.make_identities({"CN": "Ana"}, {"CN": "Ben"})
+        self.folder = self.machine.folder / "work"  # where a relative path leads
+        self.folder.mkdir()
+        accounts = self.machine.folder / "passwd"
+        accounts.write_text(f"tester:x:{os.geteuid()}:{os.getegid()}::{self.machine.home}:/bin/sh\n")
+        self.machine.mount_over(private_machine.Path("/etc/passwd"), accounts)
+
+    def run_with(self, variables: dict[str, bytes], *arguments):
+        return self.helper(*arguments, environment=variables, cwd=self.folder, timeout=30)
+
+    def test_of_the_language(self):
+        for name in LANGUAGES:
+            for text in TEXTS:
+                with self.subTest(name, text=text[:40]):
+                    self.assertEqual(self.run_with({name: text}, "list"), printed(self.line_of(*self.identities)))
+
+    def test_of_the_folders(self):
+        """Where such a folder is none, the account's home is taken, or there are no certificates."""
+        for name in FOLDERS:
+            for text in TEXTS:
+                with self.subTest(name, text=text[:40]):
+                    outcome = self.run_with({name: text}, "list")
+                    self.assertEqual((outcome.status, outcome.stderr), (0, b""))
+                    expected = [[], [identity.fingerprint for identity in self.identities]]
+                    self.assertIn([identity["id"] for identity in json.loads(outcome.stdout)], expected)
+
+    def test_of_the_libraries(self):
+        """NSS may print what it makes of them, but never where the result is."""
+        expected = printed(self.line_of(*self.identities))
+        for name in OTHERS:
+            for text in TEXTS:
+                with self.subTest(name, text=text[:40]):
+                    outcome = self.run_with({name: text}, "list")
+                    self.assertEqual((outcome.status, outcome.stdout), (0, expected.stdout))
+
+    def test_all_at_once(self):
+        for text in TEXTS:
+            with self.subTest(text[:40]):
+                variables = {name: text for name in (*LANGUAGES, *OTHERS) if name != "NSPR_LOG_FILE"}
+                outcome = self.run_with(variables, "activate", "--fingerprint", self.identities[0].fingerprint)
+                self.assertEqual((outcome.status, outcome.stdout), (0, ACTIVATED.stdout))
+                self.assertEqual(effective_rules(), [self.rule_for(self.identities[0])])
+
+    def test_of_the_profile(self):
+        for name in FOLDERS[1:]:
+            for text in TEXTS:
+                with self.subTest(name, text=text[:40]):
+                    outcome = self.run_with({name: text}, "activate", "--fingerprint", self.identities[0].fingerprint)
+                    self.assertEqual(outcome, ACTIVATED)
+
+
+class StackTests(FaultTestCase):
+    """A limit of the stack that is far below the usual eight megabytes."""
+
+    def setUp(self):
+        super().setUp()
+        if is_sanitized():
+            self.skipTest("the sanitizers need more of the stack")
+
+    def limited(self, kilobytes: int, *arguments: str):
+        size = kilobytes << 10
+        return self.helper(*arguments, preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_STACK, (size, size)))
+
+    def test_both_commands_work(self):
+        identity = self.make_identity()
+        for kilobytes in (128, 256, 1024):
+            with self.subTest(kilobytes):
+                self.assertEqual(self.limited(kilobytes, "list"), printed(self.line_of(identity)))
+                self.assertEqual(self.limited(kilobytes, "activate", "--fingerprint", identity.fingerprint), ACTIVATED)
+
+    def test_listing_works_with_less(self):
+        identity = self.make_identity()
+        for kilobytes in (48, 64):
+            with self.subTest(kilobytes):
+                self.assertEqual(self.limited(kilobytes, "list"), printed(self.line_of(identity)))
+
+
+if __name__ == "__main__":
+    unittest.main()
