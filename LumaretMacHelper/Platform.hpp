@@ -49,7 +49,7 @@ std::filesystem::path chromeExecutable();
 
 /// To be called before any file is opened. Reserves the descriptors 0 to 2 that the caller left
 /// closed, so that nothing written to them lands in another file, and makes a write to a closed
-/// pipe an error instead of the end of the process.
+/// pipe, or beyond the limit for the size of files, an error instead of the end of the process.
 void prepareStandardStreams() noexcept;
 
 /// Writes every byte. Throws std::system_error when the stream is closed, full or broken.

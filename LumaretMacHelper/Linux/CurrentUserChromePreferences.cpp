@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <system_error>
+
 #include "LumaretMacHelper/Linux/ChromeInstallation.hpp"
 #include "LumaretMacHelper/Linux/ManagedPolicyFolder.hpp"
 #include "LumaretMacHelper/Platform.hpp"
@@ -20,7 +22,11 @@ std::vector<std::string> CurrentUserChromePreferences::readRules() const {
 }
 
 void CurrentUserChromePreferences::writeRules(const std::vector<std::string>& rules) {
-  policies().writeRules(rules);
+  const ManagedPolicyFolder folder = policies();
+  if (!folder.isOpenToEveryUser()) {
+    throw std::system_error(std::make_error_code(std::errc::permission_denied));
+  }
+  folder.writeRules(rules);
 }
 
 bool CurrentUserChromePreferences::synchronize() { return policies().synchronize(); }

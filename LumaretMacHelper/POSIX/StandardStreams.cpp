@@ -39,6 +39,7 @@ void prepareStandardStreams() noexcept {
     }
   }
   static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
+  static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));  // A file over its limit is an error too.
 }
 
 void writeStandardOutput(std::string_view text) {

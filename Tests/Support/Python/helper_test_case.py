@@ -19,10 +19,8 @@ POLICY = "AutoSelectCertificateForUrls"
 OWN_FILE = "zz-lumaret-macos-helper.json"
 
 NOBODY = 65534
-needs_real_root = unittest.skipUnless(
-    os.geteuid() == 0 and int(Path("/proc/self/uid_map").read_text().split()[2]) > NOBODY,
-    "only real root can become another user",
-)
+IS_REAL_ROOT = os.geteuid() == 0 and int(Path("/proc/self/uid_map").read_text().split()[2]) > NOBODY
+needs_real_root = unittest.skipUnless(IS_REAL_ROOT, "only real root can become another user")
 
 
 def compact_json(value) -> str:
