@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace lumaret {
@@ -17,9 +18,10 @@ enum class StandardOutput : std::uint8_t {
   toStandardError,
 };
 
-// A process that is started here gets the tool's own standard streams, environment and working
-// directory, and none of its other open files. It begins with the default disposition of every
-// signal and with none blocked. Nothing of the tool itself changes for it.
+// A process that is started here gets the tool's own environment and working directory, the tool's
+// standard streams unless the function says otherwise, and none of its other open files. It begins
+// with the default disposition of every signal and with none blocked. Nothing of the tool itself
+// changes for it.
 
 /// Starts a process and does not wait for it. It gets a process group of its own, so that what ends
 /// the tool does not end it. Throws std::system_error when it cannot be started.
@@ -32,5 +34,11 @@ void startProcess(const std::filesystem::path& executable,
 std::int32_t runProcess(const std::filesystem::path& executable,
                         const std::vector<std::string>& arguments,
                         StandardOutput output = StandardOutput::inherited);
+
+/// Runs a process to its end like runProcess, but nothing that it prints is seen: its standard
+/// input is this text, its other streams lead nowhere, and it has a session of its own, without a
+/// terminal. It need not read the text to its end.
+std::int32_t runUnseen(const std::filesystem::path& executable,
+                       const std::vector<std::string>& arguments, std::string_view input);
 
 }  // namespace lumaret

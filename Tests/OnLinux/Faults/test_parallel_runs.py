@@ -13,11 +13,13 @@ from Tests.Support.Python.fault_test_case import (
     ELSEWHERE,
     OLD_CATCH_ALL,
     OWN_PATH,
+    NOBODY,
     FaultTestCase,
     effective_rules,
     enter,
     policies,
 )
+from Tests.Support.Python.helper_test_case import STORE_RULES_PROGRAM, needs_real_root
 from Tests.Support.Python.outcome import ACTIVATED, Outcome, failed
 
 setUpModule = enter
@@ -108,6 +110,21 @@ class ParallelRunTests(FaultTestCase):
 
         self.kept = []
         self.run_rounds(prepare)
+
+    @needs_real_root
+    def test_granted_users_and_root_at_once(self):
+        """Every user's own program, and root's store for them."""
+        self.machine.install_store_rules(STORE_RULES_PROGRAM)
+        self.user = self.become_ordinary_user()
+        self.machine.grant(NOBODY)
+        as_root = iter(range(10**6))
+
+        def start(identity):
+            prefix = () if next(as_root) % 3 == 0 else self.user
+            return self.machine.run(*prefix, self.readable_helper(), "activate", "--fingerprint", identity.fingerprint)
+
+        self.start = start
+        self.run_rounds(lambda: self.write_own_file(policies(*self.kept, OLD_CATCH_ALL)))
 
     def test_a_lock_of_any_reader_does_not_keep_root_from_replacing_the_file(self):
         self.write_own_file(policies(*self.kept, OLD_CATCH_ALL))

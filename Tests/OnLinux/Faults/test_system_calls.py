@@ -4,6 +4,7 @@
 Each scenario is run once under strace to learn its calls, and then once for each call and each fault.
 """
 
+import json
 import os
 import re
 import shutil
@@ -26,16 +27,20 @@ from Tests.Support.Python.fault_test_case import (
     enter,
     policies,
 )
-from Tests.Support.Python.helper_test_case import IS_REAL_ROOT
-from Tests.Support.Python.outcome import ACTIVATED
+from Tests.Support.Python.helper_test_case import IS_REAL_ROOT, STORE_RULES_PROGRAM, needs_real_root
+from Tests.Support.Python.outcome import ACTIVATED, Outcome
 
 setUpModule = enter
 
-ROAD = str(CHROMIUM.policies.parent.parent)
+ROADS = (str(CHROMIUM.policies.parent.parent), "/run/lumaret-macos-helper")
 ERRORS = ("EIO", "ENOSPC", "EACCES", "EINTR", "EFBIG")
 KILLED = "SIGKILL"
 FAULTS = (*ERRORS, KILLED)
 ACCESS_LIST = "system.posix_acl_access"
+
+
+def is_on_the_road(line: str) -> bool:
+    return any(road in line for road in ROADS)
 
 
 class Call(NamedTuple):
@@ -57,7 +62,7 @@ def calls_on_the_road(log: str) -> list[Call]:
         if match := re.match(r"(\w+)\(", line):
             name = match[1]
             counts[name] = counts.get(name, 0) + 1
-            if ROAD in line:
+            if is_on_the_road(line):
                 found.append(Call(name, counts[name], line))
     return found
 
@@ -78,7 +83,12 @@ def access_of_own_file() -> Access | None:
     return Access(status.st_uid, stat.filemode(status.st_mode), os.getxattr(OWN_PATH, ACCESS_LIST) if granted else None)
 
 
-class SystemCallTests(FaultTestCase):
+class SystemCallTestCase(FaultTestCase):
+    """A program that stores rules; `activate` as root, unless a class says otherwise."""
+
+    SUCCESS = ACTIVATED
+    LAUNCHES = [("chromium", [b"--new-window"])]
+
     def setUp(self):
         super().setUp()
         self.identity = self.make_identity()
@@ -151,7 +161,7 @@ class SystemCallTests(FaultTestCase):
                 with self.subTest(call=call.line, fault=fault):
                     outcome = self.run_faulty(call, fault, first)
                     cases += 1
-                    result = "killed" if fault == KILLED else outcome.stderr.decode().strip() or "succeeded"
+                    result = "killed" if fault == KILLED else self.told(outcome) or "succeeded"
                     results[result] = results.get(result, 0) + 1
         print(
             f"{self.id().rpartition('.')[2]}: {cases} cases over {len(calls)} calls: "
@@ -166,7 +176,7 @@ class SystemCallTests(FaultTestCase):
         # The fault did hit that call.
         mine = [line for line in self.log.read_text().splitlines() if line.startswith(call.name + "(")]
         hit = mine[call.number - 1]
-        self.assertIn(ROAD, hit)
+        self.assertTrue(is_on_the_road(hit))
         if fault == KILLED:
             self.assertEqual(outcome, (-9, b"", b""))
         else:
@@ -181,18 +191,24 @@ class SystemCallTests(FaultTestCase):
 
     def assert_sound(self, outcome, killed: bool = False) -> None:
         launches = self.machine.launches()
-        if outcome == ACTIVATED:
+        if outcome == self.SUCCESS:
             self.assertEqual(effective_rules(), self.rules)
-            self.assertEqual(launches, [("chromium", [b"--new-window"])])
+            self.assertEqual(launches, self.LAUNCHES)
         else:
             self.assertEqual(launches, [])
             if not killed:
-                self.assertIn(outcome, DOCUMENTED_FAILURES)
+                self.assert_documented(outcome)
         self.assert_own_file_is_whole()
         managed = {path.name for path in CHROMIUM.policies.iterdir()} if CHROMIUM.policies.exists() else set()
         self.assertLessEqual(managed, {OWN_FILE, *self.links})
         if not killed and CHROMIUM.policies.parent.exists() and "unlink(" not in self.log.read_text():
             self.assertLessEqual({path.name for path in CHROMIUM.policies.parent.iterdir()}, {"managed"})
+
+    def assert_documented(self, outcome) -> None:
+        self.assertIn(outcome, DOCUMENTED_FAILURES)
+
+    def told(self, outcome) -> str:
+        return outcome.stderr.decode().strip()
 
     def assert_made_permanent_in_order(self, calls: list[str]) -> None:
         """A new text reaches the disk before the name that leads to it, and the name before anything is verified."""
@@ -213,14 +229,14 @@ class SystemCallTests(FaultTestCase):
 
     def assert_next_run_succeeds(self) -> None:
         self.forget_launches()
-        self.assertEqual(self.run_helper(), ACTIVATED)
+        self.assertEqual(self.run_helper(), self.SUCCESS)
         self.assertEqual(OWN_PATH.read_bytes(), self.new_bytes)
         self.assertEqual(access_of_own_file(), self.new_access)
         for folder in (CHROMIUM.policies, CHROMIUM.policies.parent):
             self.assertEqual(stat.filemode(folder.stat().st_mode), "drwxr-xr-x")
 
-    # Scenarios
 
+class SystemCallTests(SystemCallTestCase):
     def test_first_file_in_a_folder_that_is_missing(self):
         self.own_file = None
         self.rules = self.rules[1:]
@@ -261,6 +277,54 @@ class SystemCallTests(FaultTestCase):
 
     def test_clearing_up_after_a_failed_rename(self):
         self.sweep("unlink", "close", first_fault=("rename", "EIO"))
+
+
+@needs_real_root
+class StoreRulesSystemCallTests(SystemCallTestCase):
+    """`store-rules`, as sudo starts it."""
+
+    SUCCESS = Outcome(0, b"", b"")
+    LAUNCHES: list = []
+
+    def setUp(self):
+        super().setUp()
+        self.list = self.machine.folder / "list"
+        # Where there is no file yet, too: the merge puts a rule at the end.
+        self.list.write_text(json.dumps(self.rules))
+
+    def run_helper(self, *prefix: str):
+        with open(self.list, "rb") as stream:
+            return self.machine.run(*prefix, STORE_RULES_PROGRAM, umask=0o077, stdin=stream)
+
+    def assert_documented(self, outcome) -> None:
+        self.assertEqual((outcome.status, outcome.stdout), (1, b""))
+        self.assertRegex(outcome.stderr, rb"\Astore-rules: [^\n]+\n\Z")
+
+    def told(self, outcome) -> str:
+        return "failed with a message" if outcome.stderr else ""
+
+    def test_stored_for_a_user(self):
+        self.sweep("openat", "flock", "read", "write", "fsync", "fchown", "fchmod", "fremovexattr", "rename", "close")
+
+    def test_first_file_stored_for_a_user(self):
+        self.own_file = None
+        self.rules = self.rules[1:]
+        self.list.write_text(json.dumps(self.rules))
+        self.sweep("mkdir", "chmod", "openat", "flock", "write", "fsync", "rename")
+
+
+@needs_real_root
+class GrantedUserSystemCallTests(SystemCallTestCase):
+    """`activate` of a user, who has sudo store the list. The calls are those of the user's own process."""
+
+    def setUp(self):
+        super().setUp()
+        self.machine.install_store_rules(STORE_RULES_PROGRAM)
+        self.machine.grant(NOBODY)
+        self.user = self.become_ordinary_user()
+
+    def test_granted_user(self):
+        self.sweep("openat", "read", "getdents64", "fsync", "close")
 
 
 if __name__ == "__main__":

@@ -15,6 +15,8 @@ HELPER = os.path.abspath(
     os.environ.get("LUMARET_MACOS_HELPER") or Path(__file__).parents[3] / "build/release/lumaret-macos-helper"
 )
 
+STORE_RULES_PROGRAM = Path(HELPER).parent / "store-rules"
+
 POLICY = "AutoSelectCertificateForUrls"
 OWN_FILE = "zz-lumaret-macos-helper.json"
 
