@@ -549,11 +549,16 @@ class RevokeTests(AccessTestCase):
         FILE.chmod(0o666)
         self.fill_disk()
         old = FILE.stat().st_ino
-        message = f"{FILE} is root's again, but a program that has it open may still write it."
+        message = f"{FILE} is root's again, but a program that has it open may still write it. Revoke again."
         self.assert_failed(self.revoke(), message)
-        self.assert_root_s()
+        self.assertEqual((stat.filemode(FILE.stat().st_mode), FILE.stat().st_uid), ("-rw-r--r--", 0))
         self.assertEqual(os.listdir(FILE.parent.parent), ["managed"])
         self.assertEqual((os.listdir(FILE.parent), FILE.stat().st_ino), ([OWN_FILE], old))
+        self.assert_refused(f"A program that has it open may write {FILE}. First: lumaret-policy-access revoke")
+        os.truncate(FILE, 4096)
+        self.assertEqual(self.revoke(), TAKEN_BACK)
+        self.assertNotEqual(FILE.stat().st_ino, old)
+        self.assert_root_s()
 
     def test_a_disk_that_takes_no_change(self):
         self.give_file()
