@@ -86,11 +86,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const bool isOther = (data[0] & 1) != 0;
   std::filesystem::remove(place.own);
   std::filesystem::remove(place.other);
-  lumaret::writeFile(isOther ? place.other : place.own, text);
+  lumaret::tests::writeFile(isOther ? place.other : place.own, text);
   const lumaret::ManagedPolicyFolder folder(place.managed);
 
   const auto before = rulesOf(folder);
-  REQUIRE(lumaret::readFile(isOther ? place.other : place.own) == text);
+  REQUIRE(lumaret::tests::readFile(isOther ? place.other : place.own) == text);
   if (!before) {
     return 0;  // Refused: nobody writes then.
   }
@@ -107,18 +107,18 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   folder.writeRules(merged);
   REQUIRE(folder.synchronize());
   REQUIRE(rulesOf(folder) == merged);
-  const std::string written = lumaret::readFile(place.own);
+  const std::string written = lumaret::tests::readFile(place.own);
   const json policies = json::parse(written);  // Strict, and so UTF-8.
   REQUIRE(policies.at(policyName) == json(merged));
   if (isOther) {
     REQUIRE(policies.size() == 1);
-    REQUIRE(lumaret::readFile(place.other) == text);
+    REQUIRE(lumaret::tests::readFile(place.other) == text);
   } else {
     REQUIRE(othersIn(written) == othersIn(text));
   }
 
   folder.writeRules(merged);
-  REQUIRE(lumaret::readFile(place.own) == written);
+  REQUIRE(lumaret::tests::readFile(place.own) == written);
   const auto entries = std::filesystem::directory_iterator(place.root);
   REQUIRE(std::distance(begin(entries), end(entries)) == 1);
   return 0;

@@ -21,7 +21,7 @@ ManagedPolicyFolder policies() {
 bool isRoot() { return ::geteuid() == 0; }
 
 std::system_error refusal() {
-  return std::system_error(std::make_error_code(std::errc::permission_denied));
+  return {std::make_error_code(std::errc::permission_denied), "the rules"};
 }
 
 /// As the service uses them: root keeps other runs out from the first look at the rules to the

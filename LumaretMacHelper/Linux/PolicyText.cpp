@@ -35,7 +35,7 @@ class PolicyText::Reader {
     return scalar(text);
   }
   bool string(std::string& value) {
-    if (isInRules_ && hasMembers_.size() == 2) {
+    if (isInRules_) {
       policies_.rules_.push_back(std::move(value));
       return true;
     }

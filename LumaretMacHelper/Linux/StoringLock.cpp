@@ -17,7 +17,7 @@ namespace {
 constexpr const char* place = "/run/lumaret-macos-helper";
 
 std::system_error failure(int error) {
-  return std::system_error(error, std::generic_category(), place);
+  return {error, std::generic_category(), place};
 }
 
 /// Throws the last error of the system unless a call succeeded.

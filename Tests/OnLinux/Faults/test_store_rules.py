@@ -275,7 +275,6 @@ class CallerTests(StoreRulesTestCase):
                 (resource.RLIMIT_FSIZE, 0),
                 (resource.RLIMIT_NOFILE, 8),
                 (resource.RLIMIT_CPU, 2),
-                (resource.RLIMIT_DATA, 8 << 20),
             ):
                 resource.setrlimit(which, (most, resource.getrlimit(which)[1]))
 
