@@ -386,11 +386,11 @@ class LockTests(StoreRulesTestCase):
                 LOCK.unlink()
 
     def test_root_s_run_and_a_user_s_take_turns(self):
-        """Whoever holds the lock keeps both waiting, and both then store."""
+        """Whoever holds the lock, or only shares it, keeps both waiting, and both then store."""
         LOCK.mkdir(mode=0o700)
         lock = os.open(LOCK, os.O_RDONLY)
         self.addCleanup(os.close, lock)
-        fcntl.flock(lock, fcntl.LOCK_EX)
+        fcntl.flock(lock, fcntl.LOCK_SH)
         command = (self.readable_helper(), "activate", "--fingerprint", self.identity.fingerprint)
         for user in ((), self.user):
             waiting = subprocess.Popen(
@@ -402,7 +402,7 @@ class LockTests(StoreRulesTestCase):
             fcntl.flock(lock, fcntl.LOCK_UN)
             self.assertEqual(waiting.wait(30), 0)
             OWN_PATH.unlink()
-            fcntl.flock(lock, fcntl.LOCK_EX)
+            fcntl.flock(lock, fcntl.LOCK_SH)
 
 
 if __name__ == "__main__":
