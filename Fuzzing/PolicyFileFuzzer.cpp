@@ -42,7 +42,10 @@ struct Folder {
   std::filesystem::path own = managed / lumaret::ManagedPolicyFolder::ownFileName;
   std::filesystem::path other = managed / "company.json";
 
-  Folder() { std::filesystem::create_directory(managed); }
+  Folder() {
+    ::umask(022);
+    std::filesystem::create_directory(managed);
+  }
   ~Folder() { std::filesystem::remove_all(root); }
 };
 

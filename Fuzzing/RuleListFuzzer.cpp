@@ -52,6 +52,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   REQUIRE(place == (first != before.end() ? first - before.begin()
                                           : static_cast<std::ptrdiff_t>(foreign.size())));
   REQUIRE(ChromeCertificatePolicyService::replacingRule(ownRule, after) == after);
+  REQUIRE(ChromeCertificatePolicyService::isReplacement(after, before, ownRule.size()));
 
   for (const std::string& rule : before) {
     const auto pattern = ChromeCertificatePolicyService::rulePattern(rule);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "LumaretMacHelper/ChromeCertificatePolicyService.hpp"
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 #include <utility>
 
@@ -10,6 +11,17 @@ namespace {
 using nlohmann::json;
 
 constexpr const char* catchAllPattern = "*";
+
+/// The principal of which a filter's member with this name would be made.
+CertificatePrincipal principalIn(const json& rule, const std::string& name) {
+  const auto field = [&](const char* key) -> std::optional<std::string> {
+    const json::json_pointer place("/filter/" + name + "/" + key);
+    return rule.contains(place) && rule[place].is_string()
+               ? std::optional(rule[place].get<std::string>())
+               : std::nullopt;
+  };
+  return {field("CN"), field("O"), field("OU"), field("L")};
+}
 
 }  // namespace
 
@@ -93,6 +105,27 @@ std::vector<std::string> ChromeCertificatePolicyService::replacingRule(
     result.push_back(newRule);
   }
   return result;
+}
+
+bool ChromeCertificatePolicyService::isEncodedRule(const std::string& rule) {
+  const json parsed = json::parse(rule, nullptr, /*allow_exceptions=*/false);
+  try {
+    return encodedRule(
+               {"", principalIn(parsed, "SUBJECT"), principalIn(parsed, "ISSUER"), Date()}) == rule;
+  } catch (const CertificateSelectorError&) {
+    return false;  // No subject.
+  }
+}
+
+bool ChromeCertificatePolicyService::isReplacement(const std::vector<std::string>& rules,
+                                                   const std::vector<std::string>& current,
+                                                   std::size_t longestRule) {
+  const auto isCatchAll = [](const std::string& rule) {
+    return rulePattern(rule) == catchAllPattern;
+  };
+  const auto newRule = std::find_if(rules.begin(), rules.end(), isCatchAll);
+  return newRule != rules.end() && newRule->size() <= longestRule && isEncodedRule(*newRule) &&
+         replacingRule(*newRule, current) == rules;
 }
 
 }  // namespace lumaret

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <exception>
 #include <memory>
@@ -62,6 +63,15 @@ class ChromeCertificatePolicyService final : public ChromePolicyApplying {
   /// further catch-all rule is dropped, and all others stay as they are.
   static std::vector<std::string> replacingRule(const std::string& newRule,
                                                 const std::vector<std::string>& rules);
+
+  /// Whether the text is, byte for byte, what encodedRule makes of some identity: a rule for every
+  /// site, with a subject, perhaps an issuer, and nothing else.
+  static bool isEncodedRule(const std::string& rule);
+
+  /// Whether the list is what replacingRule makes of the current one with a rule of encodedRule
+  /// that has no more than `longestRule` bytes.
+  static bool isReplacement(const std::vector<std::string>& rules,
+                            const std::vector<std::string>& current, std::size_t longestRule);
 
  private:
   std::shared_ptr<ChromePreferencesStoring> preferences_;

@@ -49,8 +49,9 @@ std::filesystem::path chromeExecutable();
 
 /// To be called once, before any file is opened. Reserves the descriptors 0 to 2 that the caller
 /// left closed, so that nothing written to them lands in another file, and makes a write to a
-/// closed pipe an error instead of the end of the process. From then on only writeStandardOutput()
-/// reaches the caller's standard output: whatever else this process prints goes to standard error.
+/// closed pipe, or beyond the limit for the size of files, an error instead of the end of the
+/// process. From then on only writeStandardOutput() reaches the caller's standard output: whatever
+/// else this process prints goes to standard error.
 void prepareStandardStreams() noexcept;
 
 /// Writes every byte to the caller's standard output. Throws std::system_error when that is closed,

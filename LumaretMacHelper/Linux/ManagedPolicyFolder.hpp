@@ -20,15 +20,18 @@ class ManagedPolicyFolder {
   /// The rules in force; no value anywhere is an empty list. Throws ChromePreferencesError when
   /// they cannot be told for sure: the value in force is no list of texts, the tool's own file is
   /// no JSON object, or another file is none but speaks of rules, since Chrome's reader forgives
-  /// more than this one. Throws std::system_error when something cannot be read.
+  /// more than this one. Throws std::system_error when a file cannot be read, or may not be: see
+  /// readPolicyFile.
   [[nodiscard]] std::vector<std::string> readRules() const;
 
   /// Puts the rules into the tool's own file and keeps what else it holds. The file is replaced as
-  /// a whole; a user who may write only the file itself has it rewritten in place, after waiting
-  /// for other runs at it, five seconds at most. A link in its place is not replaced. Throws
-  /// std::system_error or ChromePreferencesError; the file is then as it was, or, where rewriting
-  /// failed at its end, holds the new text.
+  /// a whole, by one that belongs to this process's user and that all may read; see
+  /// replacePolicyFile. Throws std::system_error or ChromePreferencesError; the file is then as it
+  /// was.
   void writeRules(const std::vector<std::string>& rules) const;
+
+  /// Whether the browser of every user finds the folder's files; see isOpenToEveryUser.
+  [[nodiscard]] bool isOpenToEveryUser() const;
 
   /// Makes the folder's entries permanent; false when that failed.
   [[nodiscard]] bool synchronize() const;

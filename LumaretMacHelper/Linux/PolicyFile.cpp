@@ -8,20 +8,16 @@
 
 #include <array>
 #include <cerrno>
-#include <chrono>
-#include <csignal>
 #include <cstdlib>
+#include <iterator>
 #include <string_view>
 #include <system_error>
-#include <thread>
 #include <utility>
 
 #include "LumaretMacHelper/POSIX/FileDescriptor.hpp"
 
 namespace lumaret {
 namespace {
-
-constexpr mode_t readableByAll = S_IRUSR | S_IRGRP | S_IROTH;
 
 /// Throws the last error of the system when the result tells of one.
 template <typename Result>
@@ -44,12 +40,14 @@ void writeAll(const FileDescriptor& file, std::string_view bytes,
 }
 
 /// Returns 0, or the error. The umask is put aside, not mended afterwards: a run that ended in
-/// between would leave a folder that no browser can enter, and the next one would find it made.
+/// between would leave a folder that no browser can enter, and the next one would find it made. An
+/// access-control list that is inherited takes the place of the umask, and the second call undoes
+/// what it took away from others or gave to somebody.
 int makeOneFolder(const std::filesystem::path& folder) {
   const mode_t mask = ::umask(0);
   const int error = ::mkdir(folder.c_str(), 0755) == 0 ? 0 : errno;
   ::umask(mask);
-  return error;
+  return error == 0 && ::chmod(folder.c_str(), 0755) != 0 ? errno : error;
 }
 
 /// Makes the folder and those above it that are missing. A dangling link on the way exists, and yet
@@ -64,41 +62,6 @@ void makeFolder(const std::filesystem::path& folder) {
     throw std::system_error(error, std::generic_category(), folder.string());
   }
 }
-
-/// Keeps runs that would meet in one file apart until the descriptor is closed. A lock for writing
-/// takes a descriptor for writing, so that nobody else can keep readers out; a writer waits only so
-/// long, for whoever may read the file may hold a lock.
-void awaitLock(const FileDescriptor& file, short type, const std::filesystem::path& path) {
-  struct flock wholeFile {};
-  wholeFile.l_type = type;
-  wholeFile.l_whence = SEEK_SET;
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-  while (::fcntl(file.number(), F_OFD_SETLK, &wholeFile) != 0) {
-    if (errno != EAGAIN && errno != EACCES) {
-      return;  // The file system has no locks.
-    }
-    if (std::chrono::steady_clock::now() > deadline) {
-      throw std::system_error(std::make_error_code(std::errc::timed_out), path.string());
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
-}
-
-/// Puts signals off: one that ends the process in the middle of a long write leaves half of it.
-class SignalsPutOff {
- public:
-  SignalsPutOff() {
-    sigset_t all;
-    ::sigfillset(&all);
-    ::sigprocmask(SIG_BLOCK, &all, &before_);
-  }
-  SignalsPutOff(const SignalsPutOff&) = delete;
-  SignalsPutOff& operator=(const SignalsPutOff&) = delete;
-  ~SignalsPutOff() { ::sigprocmask(SIG_SETMASK, &before_, nullptr); }
-
- private:
-  sigset_t before_{};
-};
 
 /// A file under a name of its own, which goes unless it is renamed.
 class StagedFile {
@@ -119,34 +82,15 @@ class StagedFile {
     check(::fsync(descriptor_.number()), path_);
   }
 
-  /// Owner, permissions and access-control list of the file that is to be replaced. A link is not:
-  /// whoever put it there wanted the file that it leads to.
-  void takeAccessFrom(const std::filesystem::path& file) {
-    struct stat status {};
-    if (::lstat(file.c_str(), &status) != 0) {
-      if (errno != ENOENT) {
-        check(-1, file);
-      }
-      check(::fchmod(descriptor_.number(), readableByAll | S_IWUSR), path_);
-      return;
+  /// For every user to read and for its owner alone to write. What the folder hands down to new
+  /// files, a group or an access-control list, is taken off before others may read it.
+  void openToEveryUser() {
+    check(::fchown(descriptor_.number(), ::geteuid(), ::getegid()), path_);
+    if (::fremovexattr(descriptor_.number(), "system.posix_acl_access") != 0 && errno != ENODATA &&
+        errno != EOPNOTSUPP) {
+      check(-1, path_);
     }
-    if (S_ISLNK(status.st_mode)) {
-      throw std::system_error(std::make_error_code(std::errc::too_many_symbolic_link_levels),
-                              file.string());
-    }
-    check(::fchown(descriptor_.number(), status.st_uid, status.st_gid), path_);
-    constexpr const char* accessList = "system.posix_acl_access";
-    std::array<char, 4096> list{};
-    const ssize_t size = ::getxattr(file.c_str(), accessList, list.data(), list.size());
-    if (size > 0) {
-      check(::fsetxattr(descriptor_.number(), accessList, list.data(),
-                        static_cast<std::size_t>(size), 0),
-            path_);
-    } else if (errno != ENODATA && errno != EOPNOTSUPP) {
-      check(size, file);
-    }
-    // After the list, whose entry for all others it may have to open.
-    check(::fchmod(descriptor_.number(), (status.st_mode & 0777) | readableByAll), path_);
+    check(::fchmod(descriptor_.number(), S_IRUSR | S_IWUSR | S_IRGRP | S_IROTH), path_);
   }
 
   void renameTo(const std::filesystem::path& file) {
@@ -159,80 +103,111 @@ class StagedFile {
   FileDescriptor descriptor_;
 };
 
-void replaceFile(const std::filesystem::path& file, std::string_view bytes) {
-  // Where the folder is a link, beside the folder that it leads to: a file is renamed within one
-  // file system.
-  StagedFile staged(std::filesystem::canonical(file.parent_path()).parent_path());
-  staged.write(bytes);
-  staged.takeAccessFrom(file);
-  staged.renameTo(file);
-}
-
-/// One write that covers the old text, blanks at its end where the new one is shorter, and only
-/// then the new length: the file is whole at any moment, but for a kill in the middle of a long
-/// write. Room is reserved first, so that a full disk is found before anything changes.
-void rewriteInPlace(const std::filesystem::path& file, const std::string& bytes) {
-  const FileDescriptor descriptor(
-      check(::open(file.c_str(), O_WRONLY | O_NOFOLLOW | O_CLOEXEC), file));
-  awaitLock(descriptor, F_WRLCK, file);
+mode_t modeOf(const FileDescriptor& file, const std::filesystem::path& path) {
   struct stat status {};
-  check(::fstat(descriptor.number(), &status), file);
-  const auto length = static_cast<off_t>(bytes.size());
-  if (::fallocate(descriptor.number(), FALLOC_FL_KEEP_SIZE, 0, length) != 0 &&
-      errno != EOPNOTSUPP) {
-    check(-1, file);
-  }
-  std::string padded = bytes;
-  if (status.st_size > length) {
-    padded.resize(static_cast<std::size_t>(status.st_size), '\n');
-  }
-  const SignalsPutOff untilWritten;
-  writeAll(descriptor, padded, file);
-  check(::ftruncate(descriptor.number(), length), file);
-  check(::fsync(descriptor.number()), file);
+  check(::fstat(check(file.number(), path), &status), path);
+  return status.st_mode;
 }
 
-bool isRefusal(const std::error_code& error) {
-  return error == std::errc::permission_denied || error == std::errc::operation_not_permitted;
+std::system_error refusal(std::errc reason, const std::filesystem::path& path) {
+  return {std::make_error_code(reason), path.string()};
+}
+
+/// Opens a file for reading if an ordinary user may. The folders on the way to what a link leads to
+/// are opened one after the other: each is the one that was looked at, whoever changes names
+/// meanwhile.
+FileDescriptor openAsEveryUserMay(const std::filesystem::path& file) {
+  constexpr int reading = O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC;
+  FileDescriptor opened;
+  if (!std::filesystem::is_symlink(file)) {
+    opened = FileDescriptor(::open(file.c_str(), reading));
+  } else {
+    const std::filesystem::path target = std::filesystem::canonical(file).relative_path();
+    opened = FileDescriptor(::open("/", O_PATH | O_CLOEXEC));
+    for (auto name = target.begin(); name != target.end(); ++name) {
+      if ((modeOf(opened, file) & S_IXOTH) == 0) {
+        throw refusal(std::errc::permission_denied, file);
+      }
+      const bool isLast = std::next(name) == target.end();
+      opened = FileDescriptor(::openat(opened.number(), name->c_str(),
+                                       isLast ? reading : O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    }
+  }
+  const mode_t mode = modeOf(opened, file);
+  if (!S_ISREG(mode)) {
+    throw refusal(std::errc::not_supported, file);
+  }
+  if ((mode & S_IROTH) == 0) {
+    throw refusal(std::errc::permission_denied, file);
+  }
+  return opened;
+}
+
+std::string readWhole(const FileDescriptor& file, const std::filesystem::path& path) {
+  std::string bytes;
+  std::array<char, 4096> buffer{};
+  while (true) {
+    const ssize_t count = ::read(file.number(), buffer.data(), buffer.size());
+    if (count < 0 && errno == EINTR) {
+      continue;
+    }
+    if (check(count, path) == 0) {
+      return bytes;
+    }
+    bytes.append(buffer.data(), static_cast<std::size_t>(count));
+    if (bytes.size() > largestPolicyFile) {
+      throw refusal(std::errc::file_too_large, path);
+    }
+  }
 }
 
 }  // namespace
 
 std::optional<std::string> readPolicyFile(const std::filesystem::path& file) {
-  const FileDescriptor descriptor(::open(file.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-  if (!descriptor && errno == ENOENT) {
-    return std::nullopt;
-  }
-  struct stat status {};
-  check(::fstat(check(descriptor.number(), file), &status), file);
-  if (!S_ISREG(status.st_mode)) {
-    throw std::system_error(std::make_error_code(std::errc::not_supported), file.string());
-  }
-  awaitLock(descriptor, F_RDLCK, file);
-  std::string bytes;
-  std::array<char, 65536> buffer{};
-  while (true) {
-    const ssize_t count = ::read(descriptor.number(), buffer.data(), buffer.size());
-    if (count < 0 && errno == EINTR) {
-      continue;
+  try {
+    return readWhole(openAsEveryUserMay(file), file);
+  } catch (const std::system_error& error) {
+    if (error.code() == std::errc::no_such_file_or_directory) {
+      return std::nullopt;
     }
-    if (check(count, file) == 0) {
-      return bytes;
-    }
-    bytes.append(buffer.data(), static_cast<std::size_t>(count));
+    throw;
   }
 }
 
-void writePolicyFile(const std::filesystem::path& file, const std::string& bytes) {
-  try {
-    makeFolder(file.parent_path());
-    replaceFile(file, bytes);
-  } catch (const std::system_error& error) {
-    if (!isRefusal(error.code())) {
-      throw;
-    }
-    rewriteInPlace(file, bytes);
+void replacePolicyFile(const std::filesystem::path& file, const std::string& bytes) {
+  if (bytes.size() > largestPolicyFile) {
+    throw refusal(std::errc::file_too_large, file);
   }
+  makeFolder(file.parent_path());
+  // Whoever put a link there wanted the file that it leads to.
+  if (std::filesystem::is_symlink(file)) {
+    throw refusal(std::errc::too_many_symbolic_link_levels, file);
+  }
+  // Where the folder is a link, beside the folder that it leads to: a file is renamed within one
+  // file system.
+  StagedFile staged(std::filesystem::canonical(file.parent_path()).parent_path());
+  staged.write(bytes);
+  staged.openToEveryUser();
+  staged.renameTo(file);
+}
+
+bool isOpenToEveryUser(const std::filesystem::path& folder) {
+  const auto letsThrough = [](const std::filesystem::path& place, mode_t wanted) {
+    struct stat status {};
+    return ::stat(place.c_str(), &status) == 0 ? (status.st_mode & wanted) == wanted
+                                               : errno == ENOENT;
+  };
+  std::error_code missing;
+  for (std::filesystem::path place : {folder, std::filesystem::weakly_canonical(folder, missing)}) {
+    mode_t wanted = S_IROTH | S_IXOTH;
+    for (; place.has_relative_path(); place = place.parent_path()) {
+      if (!letsThrough(place, wanted)) {
+        return false;
+      }
+      wanted = S_IXOTH;
+    }
+  }
+  return letsThrough("/", S_IXOTH);
 }
 
 bool synchronizeFolder(const std::filesystem::path& folder) {

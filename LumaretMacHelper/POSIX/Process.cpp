@@ -1,16 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "LumaretMacHelper/POSIX/Process.hpp"
 
+#include <fcntl.h>
 #include <spawn.h>
 #include <sys/types.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <system_error>
 
 #include "LumaretMacHelper/POSIX/DescriptorInheritance.hpp"
+#include "LumaretMacHelper/POSIX/FileDescriptor.hpp"
 #include "LumaretMacHelper/POSIX/StandardStreams.hpp"
 
 // POSIX leaves this declaration to the program; glibc makes it too.
@@ -20,7 +23,7 @@ extern char** environ;
 namespace lumaret {
 namespace {
 
-enum class ProcessGroup : std::uint8_t { ofTheTool, itsOwn };
+enum class ProcessGroup : std::uint8_t { ofTheTool, itsOwn, ofASessionOfItsOwn };
 
 void check(int error) {
   if (error != 0) {
@@ -33,6 +36,15 @@ class SpawnFileActions {
   explicit SpawnFileActions(StandardOutput output) {
     check(::posix_spawn_file_actions_init(&actions_));
     check(::posix_spawn_file_actions_adddup2(&actions_, destinationOf(output), STDOUT_FILENO));
+    closeOtherFiles();
+  }
+  /// Reads from this descriptor, and what it writes goes nowhere.
+  explicit SpawnFileActions(const FileDescriptor& input) {
+    check(::posix_spawn_file_actions_init(&actions_));
+    check(::posix_spawn_file_actions_adddup2(&actions_, input.number(), STDIN_FILENO));
+    for (const int stream : {STDOUT_FILENO, STDERR_FILENO}) {
+      check(::posix_spawn_file_actions_addopen(&actions_, stream, "/dev/null", O_WRONLY, 0));
+    }
     closeOtherFiles();
   }
   SpawnFileActions(const SpawnFileActions&) = delete;
@@ -68,6 +80,8 @@ class SpawnAttributes {
     if (group == ProcessGroup::itsOwn) {
       check(::posix_spawnattr_setpgroup(&attributes_, 0));
       flags |= POSIX_SPAWN_SETPGROUP;
+    } else if (group == ProcessGroup::ofASessionOfItsOwn) {
+      flags |= POSIX_SPAWN_SETSID;
     }
     check(::posix_spawnattr_setflags(&attributes_, static_cast<short>(flags)));
   }
@@ -82,7 +96,7 @@ class SpawnAttributes {
 };
 
 pid_t spawn(const std::filesystem::path& executable, const std::vector<std::string>& arguments,
-            StandardOutput output, ProcessGroup group) {
+            const SpawnFileActions& fileActions, ProcessGroup group) {
   // posix_spawn takes writable texts and does not write them.
   std::vector<char*> argv = {const_cast<char*>(executable.c_str())};
   for (const std::string& argument : arguments) {
@@ -90,7 +104,6 @@ pid_t spawn(const std::filesystem::path& executable, const std::vector<std::stri
   }
   argv.push_back(nullptr);
 
-  const SpawnFileActions fileActions(output);
   const SpawnAttributes attributes(group, fileActions.flags());
   pid_t process = 0;
   const int error = ::posix_spawn(&process, executable.c_str(), fileActions.get(), attributes.get(),
@@ -101,22 +114,52 @@ pid_t spawn(const std::filesystem::path& executable, const std::vector<std::stri
   return process;
 }
 
-/// While a process ignores SIGCHLD, as its caller may have had it do, the kernel drops the exit
-/// status of its children.
-class KeptExitStatuses {
+/// Another disposition of a signal for some time.
+class SignalDisposition {
  public:
-  KeptExitStatuses() {
-    struct sigaction byDefault {};
-    byDefault.sa_handler = SIG_DFL;
-    ::sigaction(SIGCHLD, &byDefault, &before_);
+  SignalDisposition(int signal, void (*disposition)(int)) : signal_(signal) {
+    struct sigaction action {};
+    action.sa_handler = disposition;
+    ::sigaction(signal_, &action, &before_);
   }
-  KeptExitStatuses(const KeptExitStatuses&) = delete;
-  KeptExitStatuses& operator=(const KeptExitStatuses&) = delete;
-  ~KeptExitStatuses() { ::sigaction(SIGCHLD, &before_, nullptr); }
+  SignalDisposition(const SignalDisposition&) = delete;
+  SignalDisposition& operator=(const SignalDisposition&) = delete;
+  ~SignalDisposition() { ::sigaction(signal_, &before_, nullptr); }
 
  private:
+  int signal_;
   struct sigaction before_ {};
 };
+
+/// While a process ignores SIGCHLD, as its caller may have had it do, the kernel drops the exit
+/// status of its children.
+class KeptExitStatuses : private SignalDisposition {
+ public:
+  KeptExitStatuses() : SignalDisposition(SIGCHLD, SIG_DFL) {}
+};
+
+/// Until the process has ended, or does not read on.
+void feed(const FileDescriptor& input, std::string_view text) {
+  const SignalDisposition brokenPipeIsAnError(SIGPIPE, SIG_IGN);
+  while (!text.empty()) {
+    const ssize_t written = ::write(input.number(), text.data(), text.size());
+    if (written >= 0) {
+      text.remove_prefix(static_cast<std::size_t>(written));
+    } else if (errno != EINTR) {
+      return;  // What it makes of the rest, it says by its exit status.
+    }
+  }
+}
+
+std::int32_t awaitEnd(pid_t process) {
+  int status = 0;
+  while (::waitpid(process, &status, 0) < 0) {
+    if (errno != EINTR) {
+      throw std::system_error(errno, std::generic_category());
+    }
+  }
+  return WIFEXITED(status) ? WEXITSTATUS(status) : WTERMSIG(status);
+}
 
 }  // namespace
 
@@ -126,20 +169,28 @@ bool isExecutableFile(const std::filesystem::path& path) {
 
 void startProcess(const std::filesystem::path& executable,
                   const std::vector<std::string>& arguments, StandardOutput output) {
-  spawn(executable, arguments, output, ProcessGroup::itsOwn);
+  spawn(executable, arguments, SpawnFileActions(output), ProcessGroup::itsOwn);
 }
 
 std::int32_t runProcess(const std::filesystem::path& executable,
                         const std::vector<std::string>& arguments, StandardOutput output) {
   const KeptExitStatuses untilAwaited;
-  const pid_t process = spawn(executable, arguments, output, ProcessGroup::ofTheTool);
-  int status = 0;
-  while (::waitpid(process, &status, 0) < 0) {
-    if (errno != EINTR) {
-      throw std::system_error(errno, std::generic_category());
-    }
-  }
-  return WIFEXITED(status) ? WEXITSTATUS(status) : WTERMSIG(status);
+  return awaitEnd(spawn(executable, arguments, SpawnFileActions(output), ProcessGroup::ofTheTool));
+}
+
+std::int32_t runUnseen(const std::filesystem::path& executable,
+                       const std::vector<std::string>& arguments, std::string_view input) {
+  std::array<int, 2> ends{};
+  check(::pipe(ends.data()) == 0 ? 0 : errno);
+  FileDescriptor reading(ends[0]);
+  FileDescriptor writing(ends[1]);
+  const KeptExitStatuses untilAwaited;
+  const pid_t process =
+      spawn(executable, arguments, SpawnFileActions(reading), ProcessGroup::ofASessionOfItsOwn);
+  reading = FileDescriptor();
+  feed(writing, input);
+  writing = FileDescriptor();
+  return awaitEnd(process);
 }
 
 }  // namespace lumaret

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace lumaret {
@@ -19,10 +20,10 @@ enum class StandardOutput : std::uint8_t {
   toStandardError,
 };
 
-// A process that is started here gets the standard streams that the tool's caller gave it, the
-// tool's environment and working directory, and none of its other open files. It begins with the
-// default disposition of every signal and with none blocked. Nothing of the tool itself changes for
-// it.
+// A process that is started here gets the standard streams that the tool's caller gave it, unless
+// the function says otherwise, the tool's environment and working directory, and none of its other
+// open files. It begins with the default disposition of every signal and with none blocked. Nothing
+// of the tool itself changes for it.
 
 /// Starts a process and does not wait for it. It gets a process group of its own, so that what ends
 /// the tool does not end it. Throws std::system_error when it cannot be started.
@@ -35,5 +36,11 @@ void startProcess(const std::filesystem::path& executable,
 std::int32_t runProcess(const std::filesystem::path& executable,
                         const std::vector<std::string>& arguments,
                         StandardOutput output = StandardOutput::inherited);
+
+/// Runs a process to its end like runProcess, but nothing that it prints is seen: its standard
+/// input is this text, its other streams lead nowhere, and it has a session of its own, without a
+/// terminal. It need not read the text to its end.
+std::int32_t runUnseen(const std::filesystem::path& executable,
+                       const std::vector<std::string>& arguments, std::string_view input);
 
 }  // namespace lumaret

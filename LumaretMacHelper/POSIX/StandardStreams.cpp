@@ -57,6 +57,7 @@ void prepareStandardStreams() noexcept {
   }
   keepStandardOutputApart();
   static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
+  static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));  // A file over its limit is an error too.
 }
 
 int callersStandardOutput() noexcept { return resultDescriptor; }

@@ -29,12 +29,12 @@ certificate database, and makes one of them the one that the browser uses
 without asking: it writes the browser's auto-select policy, verifies it, has a
 running browser take it up, and opens a window.
 .
-With lumaret-policy-access an administrator lets one user write that policy.")
+With lumaret-policy-access an administrator lets a user store that rule.")
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION web)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "chromium | google-chrome-stable")
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "chromium | google-chrome-stable, sudo")
 set(CPACK_DEBIAN_PACKAGE_SUGGESTS "bash-completion, jq, libnss3-tools")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
   ${CMAKE_CURRENT_LIST_DIR}/postrm ${CMAKE_CURRENT_LIST_DIR}/prerm)

@@ -427,5 +427,105 @@ TEST(ApplyPolicy, AnyDifferenceInWhatIsReadBackIsNotVerified) {
   }
 }
 
+// What root stores for a user
+
+TEST(IsEncodedRule, IsWhatEncodedRuleMakes) {
+  for (const ClientIdentity& identity :
+       {named("Ana"), named("R/D \"\\ \n"), named("\u00e1 \U0001f600"),
+        identityOf({"a", "b", "c", "d"}, {"e", "f", "g", "h"}),
+        identityOf({std::nullopt, std::nullopt, "c", std::nullopt},
+                   {std::nullopt, "f", std::nullopt, std::nullopt})}) {
+    EXPECT_TRUE(Service::isEncodedRule(Service::encodedRule(identity)));
+  }
+}
+
+class OtherRule : public testing::TestWithParam<TextCase> {};
+
+TEST_P(OtherRule, IsNoEncodedRule) { EXPECT_FALSE(Service::isEncodedRule(GetParam().value)); }
+
+INSTANTIATE_TEST_SUITE_P(
+    Rules, OtherRule,
+    testing::Values(
+        TextCase{"Empty", ""}, TextCase{"NotJSON", "not JSON"}, TextCase{"Array", "[]"},
+        TextCase{"Text", R"("*")"}, TextCase{"NoMembers", "{}"},
+        TextCase{"NoFilter", R"({"pattern":"*"})"},
+        TextCase{"EmptyFilter", R"({"filter":{},"pattern":"*"})"},
+        TextCase{"FilterOfAnotherType", R"({"filter":["SUBJECT"],"pattern":"*"})"},
+        TextCase{"EmptySubject", R"({"filter":{"SUBJECT":{}},"pattern":"*"})"},
+        TextCase{"SubjectOfAnotherType", R"({"filter":{"SUBJECT":"CN"},"pattern":"*"})"},
+        TextCase{"EmptyField", R"({"filter":{"SUBJECT":{"CN":""}},"pattern":"*"})"},
+        TextCase{"OneEmptyField", R"({"filter":{"SUBJECT":{"CN":"Ana","O":""}},"pattern":"*"})"},
+        TextCase{"FieldOfAnotherType", R"({"filter":{"SUBJECT":{"CN":1}},"pattern":"*"})"},
+        TextCase{"OtherField", R"({"filter":{"SUBJECT":{"C":"ES","CN":"Ana"}},"pattern":"*"})"},
+        TextCase{"IssuerAlone", R"({"filter":{"ISSUER":{"CN":"CA"}},"pattern":"*"})"},
+        TextCase{"EmptyIssuer", R"({"filter":{"ISSUER":{},"SUBJECT":{"CN":"Ana"}},"pattern":"*"})"},
+        TextCase{"OtherMemberOfFilter",
+                 R"({"filter":{"OTHER":{"CN":"CA"},"SUBJECT":{"CN":"Ana"}},"pattern":"*"})"},
+        TextCase{"OtherMember", R"({"a":1,"filter":{"SUBJECT":{"CN":"Ana"}},"pattern":"*"})"},
+        TextCase{"OtherPattern",
+                 R"({"filter":{"SUBJECT":{"CN":"Ana"}},"pattern":"https://elsewhere.test"})"},
+        TextCase{"NoPattern", R"({"filter":{"SUBJECT":{"CN":"Ana"}}})"},
+        TextCase{"OtherOrder", R"({"pattern":"*","filter":{"SUBJECT":{"CN":"Ana"}}})"},
+        TextCase{"Blank", R"({"filter":{"SUBJECT":{"CN":"Ana"}}, "pattern":"*"})"},
+        TextCase{"BlankAfter", R"({"filter":{"SUBJECT":{"CN":"Ana"}},"pattern":"*"} )"},
+        TextCase{"EscapedLetter", R"({"filter":{"SUBJECT":{"CN":"An\u0061"}},"pattern":"*"})"},
+        TextCase{"FieldTwice", R"({"filter":{"SUBJECT":{"CN":"Ana","CN":"Ana"}},"pattern":"*"})"},
+        TextCase{"NotUTF8", "{\"filter\":{\"SUBJECT\":{\"CN\":\"\xff\"}},\"pattern\":\"*\"}"}),
+    caseName);
+
+TEST(IsEncodedRule, EndsWithTheText) {
+  EXPECT_FALSE(Service::isEncodedRule(ruleNaming("Ana") + '\0'));
+}
+
+class Replacement : public testing::Test {
+ protected:
+  static bool isReplacement(const Rules& rules, const Rules& current) {
+    return Service::isReplacement(rules, current, 100);
+  }
+
+  const std::string site_ = R"({"filter":{},"pattern":"https://site.test"})";
+  const std::string other_ = R"({"pattern":"https://other.test"})";
+  const std::string ana_ = ruleNaming("Ana");
+  const std::string ben_ = ruleNaming("Ben");
+};
+
+TEST_F(Replacement, IsTheCurrentListWithOneRule) {
+  EXPECT_TRUE(isReplacement({ana_}, {}));
+  EXPECT_TRUE(isReplacement({ana_}, {ana_}));
+  EXPECT_TRUE(isReplacement({ana_}, {ben_}));
+  EXPECT_TRUE(isReplacement({site_, ana_}, {site_}));
+  EXPECT_TRUE(isReplacement({site_, ana_, "text"}, {site_, ben_, "text", ben_}));
+}
+
+TEST_F(Replacement, ChangesNoRuleForASite) {
+  EXPECT_FALSE(isReplacement({ana_}, {site_}));
+  EXPECT_FALSE(isReplacement({other_, ana_}, {site_}));
+  EXPECT_FALSE(isReplacement({site_, other_, ana_}, {site_}));
+  EXPECT_FALSE(isReplacement({other_, site_, ana_}, {site_, other_}));
+  EXPECT_FALSE(isReplacement({ana_, "text"}, {"text "}));
+}
+
+TEST_F(Replacement, HasTheRuleInItsPlaceAndOnce) {
+  EXPECT_FALSE(isReplacement({ana_, site_}, {site_}));
+  EXPECT_FALSE(isReplacement({site_, ana_}, {ben_, site_}));
+  EXPECT_FALSE(isReplacement({ana_, ana_}, {}));
+  EXPECT_FALSE(isReplacement({ana_, ben_}, {ana_, ben_}));
+}
+
+TEST_F(Replacement, HasARuleOfThisTool) {
+  EXPECT_FALSE(isReplacement({}, {}));
+  EXPECT_FALSE(isReplacement({site_}, {site_}));
+  EXPECT_FALSE(isReplacement({R"({"filter":{},"pattern":"*"})"}, {}));
+  EXPECT_FALSE(
+      isReplacement({R"({"filter":{},"pattern":"*"})"}, {R"({"filter":{},"pattern":"*"})"}));
+}
+
+TEST_F(Replacement, HasARuleOfAllowedLength) {
+  const std::string longest = ruleNaming(std::string(100 - ruleNaming("").size(), 'x'));
+  ASSERT_EQ(longest.size(), 100U);
+  EXPECT_TRUE(isReplacement({longest}, {}));
+  EXPECT_FALSE(isReplacement({ruleNaming(std::string(101 - ruleNaming("").size(), 'x'))}, {}));
+}
+
 }  // namespace
 }  // namespace lumaret::tests

@@ -1,22 +1,25 @@
 # SPDX-License-Identifier: Apache-2.0
 """The installation: what `cmake --install` and the Debian package put where, and that it goes again."""
 
+import os
 import re
 import unittest
 from pathlib import Path
 
 from Tests.Support.Python import private_machine
-from Tests.Support.Python.outcome import printed
+from Tests.Support.Python.outcome import ACTIVATED, printed
 from Tests.Support.Python.packaging_test_case import PackagingTestCase
 from Tests.Support.Python.policy_files import OWN_FILE
 from Tests.Support.Python.private_machine import contents
 from Tests.Support.Python.project import BUILD, HELPER, SOURCES, VERSION
-from Tests.Support.Python.users import needs_real_root
+from Tests.Support.Python.users import NOBODY, needs_real_root
+
 
 setUpModule = private_machine.enter
 
 COMMON = {
     "bin/lumaret-macos-helper",
+    "libexec/lumaret-macos-helper/store-rules",
     "sbin/lumaret-policy-access",
     "share/bash-completion/completions/lumaret-macos-helper",
     "share/doc/lumaret-macos-helper/CHANGELOG.md",
@@ -47,7 +50,7 @@ PACKAGED = COMMON | {
     "share/zsh/vendor-completions/_lumaret-macos-helper",
 }
 TOOL = "lumaret_macos_helper"  # in the names of functions
-PROGRAMS = {"bin/lumaret-macos-helper", "sbin/lumaret-policy-access"}
+PROGRAMS = {"bin/lumaret-macos-helper", "libexec/lumaret-macos-helper/store-rules", "sbin/lumaret-policy-access"}
 
 
 def files(folder: Path) -> dict[str, str]:
@@ -194,6 +197,11 @@ class DebianPackageTests(DebianPackageTestCase):
         complaints = self.assert_succeeds("lintian", "--allow-root", "--fail-on", "error", self.package)
         self.assertNotIn("E: ", complaints)
 
+    def test_what_root_runs_loads_no_library_but_those_of_the_language(self):
+        program = BUILD / "store-rules"
+        libraries = re.findall(r"NEEDED\s+(\S+)", self.assert_succeeds("objdump", "-p", program))
+        self.assertLessEqual(set(libraries), {"libstdc++.so.6", "libm.so.6", "libgcc_s.so.1", "libc.so.6"})
+
     def test_every_library_is_of_a_package_that_it_depends_on(self):
         libraries = re.findall(r"NEEDED\s+(\S+)", self.assert_succeeds("objdump", "-p", HELPER))
         self.assertGreater(len(libraries), 4)
@@ -299,36 +307,61 @@ class DebianLifeTests(DebianPackageTestCase):
         self.assertEqual(self.state(), before)
         self.assertEqual(list(self.root.glob("var/lib/dpkg/info/lumaret*")), [])
 
-    def test_removing_takes_the_grant_back_and_leaves_the_rule(self):
-        self.inside("dpkg", "--install", "package.deb")
-        self.inside("lumaret-policy-access", "grant", "--yes", "nobody")
-        self.inside("lumaret-macos-helper", "activate", "--fingerprint", self.identity.fingerprint)
-        rules = self.policy.read_bytes()
-        self.assertNotEqual(self.policy.stat().st_uid, 0)
-        self.inside("dpkg", "--install", "package.deb")  # an upgrade takes nothing back
-        self.assertNotEqual(self.policy.stat().st_uid, 0)
-        self.inside("dpkg", "--remove", "lumaret-macos-helper")
-        self.assertEqual((self.policy.stat().st_uid, self.policy.read_bytes()), (0, rules))
+    def activate_as_nobody(self):
+        """With an identity of an ordinary user's."""
+        home = self.root / "home/nobody"
+        self.assert_succeeds("cp", "-r", self.machine.home, home)
+        self.assert_succeeds("chown", "-R", "nobody:nogroup", home)
+        return self.run_inside(
+            *("setpriv", "--reuid=nobody", "--regid=nogroup", "--clear-groups", "env", "HOME=/home/nobody"),
+            *("lumaret-macos-helper", "activate", "--fingerprint", self.identity.fingerprint),
+        )
 
-    def test_removing_says_that_the_grant_could_not_be_taken_back(self):
+    @property
+    def grants(self) -> list[str]:
+        return sorted(path.name for path in (self.root / "etc/sudoers.d").glob("*lumaret*"))
+
+    def test_an_ordinary_user_activates_from_the_grant_until_the_package_is_removed(self):
         self.inside("dpkg", "--install", "package.deb")
         self.inside("lumaret-policy-access", "grant", "--yes", "nobody")
+        self.assertEqual(self.activate_as_nobody(), ACTIVATED)
+        rules = self.policy.read_bytes()
+        self.assertEqual(self.policy.stat().st_uid, 0)
+        self.inside("dpkg", "--install", "package.deb")  # an upgrade takes nothing back
+        self.assertEqual(self.grants, [f"zz-lumaret-macos-helper-{NOBODY}"])
+        self.inside("dpkg", "--remove", "lumaret-macos-helper")
+        self.assertEqual((self.grants, self.policy.read_bytes()), ([], rules))
+
+    def test_removing_takes_the_grant_back_whatever_the_state(self):
+        """A script that fails, no sudo, and what version 0.1.0 left: a user's own file with something mounted on it."""
+        self.inside("dpkg", "--install", "package.deb")
+        self.inside("lumaret-policy-access", "grant", "--yes", "nobody")
+        (self.root / "usr/bin/sudo").unlink()
+        (self.root / "usr/sbin/lumaret-policy-access").write_text("#!/bin/sh\nexit 1\n")
+        outcome = self.run_inside("dpkg", "--remove", "lumaret-macos-helper")
+        self.assertEqual(outcome.status, 0)
+        self.assertIn(b"lumaret-macos-helper: a user may still be able to write the policy file", outcome.stderr)
+        self.assertEqual(self.grants, [])
+
+        self.inside("dpkg", "--install", "package.deb")
+        self.leave_a_grant_of_version_0_1_0()
+        self.inside("dpkg", "--remove", "lumaret-macos-helper")
+        self.assertEqual((self.policy.stat().st_uid, self.policy.read_text()), (0, "{}\n"))
+
+    def leave_a_grant_of_version_0_1_0(self):
+        self.policy.parent.mkdir(parents=True, exist_ok=True)
+        self.policy.write_text("{}\n")
+        os.chown(self.policy, NOBODY, 0)
         other = self.machine.folder / "other"
         other.touch()
         self.assert_succeeds("mount", "--bind", other, self.policy)
-        outcome = self.run_inside("dpkg", "--remove", "lumaret-macos-helper")
-        self.assertEqual(outcome.status, 0)
-        file = f"/etc/chromium/policies/managed/{OWN_FILE}"
-        self.assertEqual(
-            outcome.stderr.decode(),
-            (
-                f"lumaret-policy-access: Something is mounted on {file}. First: umount --lazy {file}\n"
-                "lumaret-macos-helper: a user may still be able to write the policy file; see above.\n"
-            ),
-        )
-        self.assertNotEqual(self.run_inside("dpkg", "--purge", "lumaret-macos-helper").status, 0)
-        self.assert_succeeds("umount", "--lazy", self.policy)
+
+    def test_purging_takes_the_grant_back_whatever_the_state(self):
+        self.inside("dpkg", "--install", "package.deb")
+        self.inside("lumaret-policy-access", "grant", "--yes", "nobody")
+        self.leave_a_grant_of_version_0_1_0()
         self.inside("dpkg", "--purge", "lumaret-macos-helper")
+        self.assertEqual(self.grants, [])
         self.assertFalse(self.policy.exists())
 
     def test_purging_removes_its_own_files_and_folders_alone(self):
@@ -341,7 +374,9 @@ class DebianLifeTests(DebianPackageTestCase):
         before = self.state()
         self.inside("dpkg", "--install", "package.deb")
         self.inside("lumaret-policy-access", "grant", "--yes", "nobody")
+        self.inside("lumaret-macos-helper", "activate", "--fingerprint", self.identity.fingerprint)
         self.assertTrue((chrome / "managed" / OWN_FILE).exists())
+        (self.root / "etc/sudoers.d/.lumaret-policy-access.a1B2c3").touch()
         for folder in (chromium, chrome):
             for program in ("lumaret-macos-helper", "lumaret-policy-access"):
                 (folder / f".{program}.a1B2c3").touch()
@@ -349,7 +384,7 @@ class DebianLifeTests(DebianPackageTestCase):
         self.assertEqual(self.state(), before)
 
         self.inside("dpkg", "--install", "package.deb")
-        self.inside("lumaret-policy-access", "grant", "--yes", "nobody")
+        self.inside("lumaret-macos-helper", "activate", "--fingerprint", self.identity.fingerprint)
         other = chrome / "managed/other.json"
         other.write_text("{}")
         self.inside("dpkg", "--purge", "lumaret-macos-helper")

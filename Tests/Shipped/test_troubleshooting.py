@@ -12,8 +12,9 @@ from Tests.Support.Python.certificates import Database, Token, bundle_of
 from Tests.Support.Python.packaging_test_case import PackagingTestCase
 from Tests.Support.Python.policy_files import policies, rule
 from Tests.Support.Python.private_machine import CHROMIUM, GOOGLE_CHROME
-from Tests.Support.Python.project import HELPER, SOURCES
+from Tests.Support.Python.project import HELPER, MADE, SOURCES, STORE_RULES_PROGRAM
 from Tests.Support.Python.users import needs_real_root
+
 
 setUpModule = private_machine.enter
 
@@ -65,18 +66,19 @@ class TroubleshootingEntryTests(PackagingTestCase):
         self.root_s_home = self.machine.folder / "root"
         self.root_s_home.mkdir()
         accounts = self.machine.folder / "passwd"
-        accounts.write_text(f"root:x:0:0::{self.root_s_home}:/bin/sh\nana:x:{ANA}:{ANA}::{self.home}:/bin/sh\n")
+        accounts.write_text(f"root:*:0:0::{self.root_s_home}:/bin/sh\nana:*:{ANA}:{ANA}::{self.home}:/bin/sh\n")
         self.machine.mount_over(Path("/etc/passwd"), accounts)
         groups = self.machine.folder / "group"
         groups.write_text(f"root:x:0:\nana:x:{ANA}:\n")
         self.machine.mount_over(Path("/etc/group"), groups)
         programs = self.machine.folder / "bin"
         (programs / "lumaret-macos-helper").unlink()
-        for program in (Path(HELPER), SOURCES / "Packaging/Linux/lumaret-policy-access"):
+        for program in (Path(HELPER), MADE / "lumaret-policy-access"):
             copied = programs / program.name  # the clone may be closed to other users
             copied.write_bytes(program.read_bytes())
             copied.chmod(0o755)
         self.machine.install_stand_in(CHROMIUM)
+        self.machine.install_store_rules(STORE_RULES_PROGRAM)
         (self.machine.folder / "launches").touch(mode=0o666)
         (self.machine.folder / "launches").chmod(0o666)
         self.machine.folder.joinpath("tmp").chmod(0o1777)
@@ -243,8 +245,18 @@ class TroubleshootingEntryTests(PackagingTestCase):
     def grant(self):
         self.assert_succeeds("lumaret-policy-access", "grant", "--yes", "ana")
 
-    def test_the_user_may_not_write_the_policy_file(self):
+    def test_the_user_may_not_store_the_rule(self):
         self.assert_transcript(self.make_ana())
+
+    def test_the_folder_is_closed_to_other_users(self):
+        CHROMIUM.policies.mkdir(parents=True)
+        CHROMIUM.policies.parent.chmod(0o750)
+        self.assert_transcript(self.make_ana(as_root=True))
+
+    def test_a_policy_file_is_not_for_everyone_to_read(self):
+        self.machine.write_policies("05-home.json", "{}")
+        self.machine.write_policies("10-company.json", policies(rule({"CN": "Ben"}, None))).chmod(0o640)
+        self.assert_transcript(self.make_ana(as_root=True))
 
     def test_a_policy_file_is_not_json(self):
         self.machine.write_policies("05-home.json", "{}")

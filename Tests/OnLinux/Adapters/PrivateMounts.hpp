@@ -14,13 +14,14 @@
 
 namespace lumaret::tests {
 
-/// Lays empty folders over those where browsers and their policies live, for this process alone.
+/// Lays empty folders over those where browsers and their policies live, and over the one where
+/// programs keep their locks, for this process alone.
 class PrivateMounts {
  public:
   PrivateMounts() {
     static const bool entered = enter();
     static_cast<void>(entered);
-    for (const char* folder : {"/opt", "/etc/opt", "/etc/chromium"}) {
+    for (const char* folder : {"/opt", "/etc/opt", "/etc/chromium", "/run"}) {
       if (std::filesystem::is_directory(folder)) {
         check(::mount("none", folder, "tmpfs", 0, "mode=0755"));
         mounted_.emplace_back(folder);

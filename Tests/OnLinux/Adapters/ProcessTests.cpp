@@ -7,6 +7,8 @@
 
 #include <chrono>
 #include <csignal>
+#include <iterator>
+#include <sstream>
 #include <system_error>
 #include <thread>
 
@@ -178,6 +180,37 @@ TEST_F(Process, HasAGroupOfItsOwnUnlessAwaited) {
   std::filesystem::remove(folder_ / "output");
   startProcess(executable, {});
   EXPECT_NE(std::stoi(awaitedOutput()), ::getpgrp());
+}
+
+TEST_F(Process, RunUnseenReadsItsInputAndPrintsNowhere) {
+  const std::string input = std::string(1'000'000, 'x') + "\nend";
+  const auto executable =
+      script("echo printed; echo reported >&2; cat >\"${0%/*}/output\"; exit 3");
+  ::testing::internal::CaptureStdout();
+  ::testing::internal::CaptureStderr();
+  EXPECT_EQ(runUnseen(executable, {}, input), 3);
+  EXPECT_EQ(::testing::internal::GetCapturedStdout(), "");
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
+  EXPECT_TRUE(output() == input);
+}
+
+TEST_F(Process, RunUnseenNeedNotReadItsInput) {
+  const auto before = std::signal(SIGPIPE, SIG_DFL);
+  EXPECT_EQ(runUnseen(script("exec <&-; exit 4"), {}, std::string(1'000'000, 'x')), 4);
+  EXPECT_EQ(std::signal(SIGPIPE, before), SIG_DFL) << "Nothing of this process changes.";
+}
+
+TEST_F(Process, RunUnseenHasNoTerminalAndNoOtherFile) {
+  const auto executable = script(
+      "ls /proc/self/fd >\"${0%/*}/listed\"; ps -o sid= -p $$ >>\"${0%/*}/listed\";"
+      "mv \"${0%/*}/listed\" \"${0%/*}/output\"");
+  const int leaked = ::open("/dev/null", O_RDONLY);
+  runUnseen(executable, {}, "");
+  ::close(leaked);
+  std::istringstream listed(output());
+  std::vector<int> numbers{std::istream_iterator<int>(listed), {}};
+  ASSERT_EQ(numbers.size(), 5U) << "The three streams, the listed folder, and the session";
+  EXPECT_NE(numbers.back(), ::getsid(0));
 }
 
 TEST_F(Process, WhatMayBeExecutedOrSearchedIsExecutable) {

@@ -4,10 +4,12 @@
 import hashlib
 import json
 import os
+import resource
 import shutil
 import signal
 import socket
 import sqlite3
+import stat
 import subprocess
 import time
 import unittest
@@ -28,7 +30,8 @@ from Tests.Support.Python.policy_files import (
 )
 from Tests.Support.Python.private_machine import CHROMIUM, await_until, contents
 from Tests.Support.Python.project import HELPER, is_sanitized
-from Tests.Support.Python.users import NOBODY, needs_real_root
+from Tests.Support.Python.users import NOBODY, access_list, needs_real_root
+
 
 setUpModule = private_machine.enter
 
@@ -145,11 +148,124 @@ class SharedPolicyFolderTests(FaultTestCase):
         self.assertTrue(left.is_symlink())
 
     @needs_real_root
-    def test_a_file_of_another_user_stays_theirs(self):
-        self.write_own_file(policies(ELSEWHERE))
+    def test_a_file_of_another_user_becomes_root_s_and_keeps_what_it_says(self):
+        self.write_own_file(policies(ELSEWHERE, ShowHomeButton=True))
         os.chown(OWN_PATH, NOBODY, NOBODY)
+        OWN_PATH.chmod(0o666)
         self.assertEqual(self.activate(self.identity), ACTIVATED)
-        self.assertEqual(OWN_PATH.stat().st_uid, NOBODY)
+        self.assert_readable_by_all_and_root_s()
+        self.assertEqual(effective_rules(), [ELSEWHERE, self.rule_for(self.identity)])
+        self.assertTrue(self.stored_policies()["ShowHomeButton"])
+
+    def test_an_access_control_list_does_not_stay(self):
+        self.write_own_file(policies(ELSEWHERE))
+        os.setxattr(OWN_PATH, "system.posix_acl_access", access_list(os.getuid()))
+        self.assertEqual(self.activate(self.identity), ACTIVATED)
+        self.assert_readable_by_all_and_root_s()
+
+    def test_a_list_that_the_folder_hands_down_is_not_taken_up(self):
+        for folder in (CHROMIUM.policies.parent, CHROMIUM.policies):
+            os.setxattr(folder, "system.posix_acl_default", access_list(os.getuid(), others=0))
+        self.assertEqual(self.activate(self.identity), ACTIVATED)
+        self.assert_readable_by_all_and_root_s()
+
+    def test_a_folder_that_the_browser_s_users_cannot_enter_is_refused(self):
+        for folder in (CHROMIUM.policies, CHROMIUM.policies.parent, CHROMIUM.policies.parent.parent):
+            folder.chmod(0o750)
+            with self.subTest(folder):
+                before = contents(CHROMIUM.policies.parent)
+                self.assertEqual(self.activate(self.identity), failed(messages.POLICY_WRITE_FAILED))
+                self.assertEqual(contents(CHROMIUM.policies.parent), before)
+                self.assertEqual(self.machine.launches(), [])
+            folder.chmod(0o755)
+
+    def assert_readable_by_all_and_root_s(self):
+        status = OWN_PATH.stat()
+        self.assertEqual((stat.filemode(status.st_mode), status.st_uid, status.st_gid), ("-rw-r--r--", 0, 0))
+        self.assertEqual(os.listxattr(OWN_PATH), [])
+
+
+class SecretTests(FaultTestCase):
+    """Whoever may write the policy folder gives a name in it to rules that only root may read."""
+
+    def setUp(self):
+        super().setUp()
+        self.identity = self.make_identity()
+        CHROMIUM.policies.mkdir(parents=True)
+        CHROMIUM.policies.chmod(0o777)
+        self.secret = CHROMIUM.policies.parent.parent / "root/secret.json"
+        self.secret.parent.mkdir(mode=0o755)
+        self.secret.write_text(policies(ELSEWHERE))
+
+    def assert_not_published(self):
+        before = contents(CHROMIUM.policies)
+        self.assertEqual(self.activate(self.identity), failed(messages.POLICY_WRITE_FAILED))
+        self.assertEqual(contents(CHROMIUM.policies), before)
+
+    def assert_counts(self):
+        self.assertEqual(self.activate(self.identity), ACTIVATED)
+        self.assertEqual(effective_rules(), [ELSEWHERE, self.rule_for(self.identity)])
+
+    def test_a_link_to_a_file_that_only_root_may_read(self):
+        (CHROMIUM.policies / "10.json").symlink_to(self.secret)
+        self.secret.chmod(0o600)
+        self.assert_not_published()
+        self.secret.chmod(0o644)
+        self.assert_counts()
+
+    def test_a_link_into_a_folder_that_only_root_may_enter(self):
+        (CHROMIUM.policies / "10.json").symlink_to(self.secret)
+        self.secret.parent.chmod(0o700)
+        self.assert_not_published()
+        self.secret.parent.chmod(0o711)
+        self.assert_counts()
+
+    def test_a_second_name_of_a_file_that_only_root_may_read(self):
+        for name in ("10.json", OWN_FILE):
+            with self.subTest(name):
+                (CHROMIUM.policies / name).hardlink_to(self.secret)
+                self.secret.chmod(0o600)
+                self.assert_not_published()
+                self.secret.chmod(0o644)
+                self.assert_counts()
+                (CHROMIUM.policies / OWN_FILE).unlink()
+
+    def test_a_folder_link_into_a_folder_that_only_root_may_enter(self):
+        managed = self.secret.parent / "managed"
+        managed.mkdir()
+        self.secret.rename(managed / "10.json")
+        CHROMIUM.policies.rmdir()
+        CHROMIUM.policies.symlink_to(managed)
+        managed.parent.chmod(0o700)
+        self.assert_not_published()
+        managed.parent.chmod(0o755)
+        self.assert_counts()
+
+
+class FileSizeLimitTests(FaultTestCase):
+    """The caller limits the size of files that the tool may write."""
+
+    LIMIT = 100  # more than the messages have
+
+    def setUp(self):
+        super().setUp()
+        self.identity = self.make_identity()
+
+    def limited(self):
+        resource.setrlimit(resource.RLIMIT_FSIZE, (self.LIMIT, self.LIMIT))
+
+    def test_the_old_policy_file_stays_whole_and_nothing_is_left_beside_it(self):
+        self.write_own_file(policies(ELSEWHERE))
+        before = contents(CHROMIUM.policies.parent)
+        self.assertEqual(self.activate(self.identity, preexec_fn=self.limited), failed(messages.POLICY_WRITE_FAILED))
+        self.assertEqual(contents(CHROMIUM.policies.parent), before)
+        self.assertEqual(self.machine.launches(), [])
+
+    def test_a_listing_that_does_not_fit_says_so(self):
+        result = self.machine.folder / "result"
+        with open(result, "wb") as stream:
+            outcome = self.helper("list", stdout=stream, preexec_fn=self.limited)
+        self.assertEqual(outcome, failed("Standard output could not be written: File too large"))
 
 
 class DatabaseOfAnotherUserTests(FaultTestCase):
@@ -205,32 +321,22 @@ class LargePolicyFileTests(FaultTestCase):
         print(f"{time.monotonic() - started:.1f} s for {len(self.text):,} bytes", flush=True)
         self.assertEqual(self.stored_rules(), [self.rule_for(self.identity), *self.many])
 
-    @needs_real_root
-    def test_an_interruption_does_not_tear_a_long_write_in_place(self):
-        self.write_own_file(self.text)
-        user = self.become_ordinary_user(OWN_PATH)
-        old = OWN_PATH.read_bytes()
-        tool = subprocess.Popen(
-            [*user, self.readable_helper(), "activate", "--fingerprint", self.identity.fingerprint],
-            env=self.machine.environment,
-            stdout=subprocess.DEVNULL,
-        )
-        with open(OWN_PATH, "rb", buffering=0) as file:
-            await_until_changed(file, old[:64])
-        tool.send_signal(signal.SIGINT)
-        tool.wait(240)
-        # Compared by their digests: a difference of fifty megabytes is nothing to print.
-        found = OWN_PATH.read_bytes()
-        new = (json.dumps({POLICY: [self.rule_for(self.identity), *self.many]}, indent=2) + "\n").encode()
-        self.assertEqual(hashlib.sha256(found).hexdigest(), hashlib.sha256(new).hexdigest())
+    def test_a_file_that_is_larger_than_any_policy_is_refused(self):
+        for name in ("10-company.json", OWN_FILE):
+            with self.subTest(name):
+                file = self.machine.write_policies(name, self.text)
+                os.truncate(file, 64 * 1024 * 1024 + 1)
+                self.assertEqual(self.activate(self.identity), failed(messages.POLICY_WRITE_FAILED))
+                self.assertEqual(file.stat().st_size, 64 * 1024 * 1024 + 1)
+                file.unlink()
 
-
-def await_until_changed(file, start: bytes) -> None:
-    """Without a pause between two looks: what is awaited takes milliseconds."""
-    deadline = time.monotonic() + 240
-    while os.pread(file.fileno(), len(start), 0) == start:
-        if time.monotonic() > deadline:
-            raise TimeoutError("waited 240 seconds for the file to change")
+    def test_sixty_thousand_other_policies_take_a_second_or_two(self):
+        others = {f"Policy{number}": number for number in range(60_000)}
+        self.machine.write_policies(OWN_FILE, json.dumps(others))
+        started = time.monotonic()
+        self.assertEqual(self.activate(self.identity), ACTIVATED)
+        self.assertLess(time.monotonic() - started, 10)
+        self.assertEqual(self.stored_policies(), others | {POLICY: [self.rule_for(self.identity)]})
 
 
 class ManyIdentitiesTests(FaultTestCase):

@@ -24,7 +24,16 @@ from Tests.Support.Python.outcome import Outcome
 
 ENTERED = "LUMARET_PRIVATE_MACHINE"
 PRIVATE_FOLDER = Path("/opt")
-HIDDEN_FOLDERS = (Path("/etc/chromium"), Path("/etc/chromium.d"), Path("/etc/opt"), PRIVATE_FOLDER)
+HIDDEN_FOLDERS = (
+    Path("/etc/chromium"),
+    Path("/etc/chromium.d"),
+    Path("/etc/opt"),
+    Path("/run"),  # locks
+    PRIVATE_FOLDER,
+)
+STORE_RULES = Path("/usr/libexec/lumaret-macos-helper/store-rules")
+SUDOERS = Path("/etc/sudoers")
+GRANTS = Path("/etc/sudoers.d")
 
 
 @dataclass(frozen=True)
@@ -212,6 +221,43 @@ class PrivateMachine:
         """What one of the others mounted."""
         subprocess.run(["umount", place], check=True)
         self._mounts.remove(place)
+
+    # sudo
+
+    def install_store_rules(self, program: Path) -> None:
+        """Puts the program in its place. The machine's sudo obeys root and the drop-ins of an empty folder."""
+        # The folder of a real machine is not to change: another one takes its place, with all that it holds.
+        parent = STORE_RULES.parent.parent
+        staged = self.folder / "libexec"
+        staged.mkdir()
+        self.mount_empty(staged)
+        for entry in parent.iterdir():
+            place = staged / entry.name
+            if entry.is_symlink():
+                place.symlink_to(os.readlink(entry))
+            elif entry.is_dir():
+                place.mkdir()
+                subprocess.run(["mount", "--rbind", entry, place], check=True)
+            else:
+                place.touch()
+                subprocess.run(["mount", "--bind", entry, place], check=True)
+        self.mount("--rbind", staged, parent)
+        STORE_RULES.parent.mkdir(exist_ok=True)
+        shutil.copy(program, STORE_RULES)
+        STORE_RULES.chmod(0o755)
+
+        settings = self.folder / "sudoers"
+        settings.write_text(f"Defaults env_reset\nroot ALL=(ALL:ALL) ALL\n@includedir {GRANTS}\n")
+        settings.chmod(0o440)
+        self.mount_over(SUDOERS, settings)
+        self.mount_empty(GRANTS)
+
+    def grant(self, user: int) -> Path:
+        """What lumaret-policy-access leaves for a user, without it."""
+        file = GRANTS / f"zz-lumaret-macos-helper-{user}"
+        file.write_text(f'#{user} ALL = (root) NOPASSWD: {STORE_RULES} ""\n')
+        file.chmod(0o440)
+        return file
 
     # Browsers
 

@@ -5,6 +5,7 @@ import os
 import re
 from pathlib import Path
 
+
 SOURCES = Path(__file__).resolve().parents[3]
 
 
@@ -15,6 +16,7 @@ def executable(default: str) -> str:
 
 HELPER = executable("release/lumaret-macos-helper")
 BUILD = Path(HELPER).parent  # configured and built
+STORE_RULES_PROGRAM = BUILD / "store-rules"
 MADE = BUILD / "Packaging"
 VERSION = re.search(r"^project\([^)]*\bVERSION (\S+)", (SOURCES / "CMakeLists.txt").read_text(), re.M)[1]
 

@@ -6,24 +6,23 @@ import struct
 import unittest
 from pathlib import Path
 
+
 NOBODY = 65534
 AS_NOBODY = ("setpriv", f"--reuid={NOBODY}", f"--regid={NOBODY}", "--clear-groups")
 
-needs_real_root = unittest.skipUnless(
-    os.geteuid() == 0 and int(Path("/proc/self/uid_map").read_text().split()[2]) > NOBODY,
-    "only real root can become another user",
-)
+IS_REAL_ROOT = os.geteuid() == 0 and int(Path("/proc/self/uid_map").read_text().split()[2]) > NOBODY
+needs_real_root = unittest.skipUnless(IS_REAL_ROOT, "only real root can become another user")
 
 
-def access_list(user: int) -> bytes:
-    """The extended attribute that lets one more user write a file which all may read."""
-    owner, named_user, group, mask, others, nobody = 0x01, 0x02, 0x04, 0x10, 0x20, 0xFFFFFFFF
+def access_list(user: int, others: int = 4) -> bytes:
+    """The extended attribute that lets one more user write a file which `others` may use so."""
+    owner, named_user, group, mask, all_others, nobody = 0x01, 0x02, 0x04, 0x10, 0x20, 0xFFFFFFFF
     read, write = 4, 2
     entries = (
         (owner, read | write, nobody),
         (named_user, read | write, user),
         (group, read, nobody),
         (mask, read | write, nobody),
-        (others, read, nobody),
+        (all_others, others, nobody),
     )
     return struct.pack("<I", 2) + b"".join(struct.pack("<HHI", *entry) for entry in entries)

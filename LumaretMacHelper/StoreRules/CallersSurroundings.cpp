@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "LumaretMacHelper/StoreRules/CallersSurroundings.hpp"
+
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+
+#include "LumaretMacHelper/Platform.hpp"
+
+namespace lumaret {
+namespace {
+
+/// From here on no signal of a terminal holds this process up while others wait for it.
+void putSignalsOff() {
+  for (int signal = 1; signal <= SIGRTMAX; ++signal) {
+    static_cast<void>(std::signal(signal, SIG_DFL));  // Refused for those that have no other.
+  }
+  sigset_t all;
+  ::sigfillset(&all);
+  ::sigprocmask(SIG_SETMASK, &all, nullptr);
+}
+
+void raiseLimits() {
+  for (const auto resource : {RLIMIT_AS, RLIMIT_CPU, RLIMIT_DATA, RLIMIT_FSIZE, RLIMIT_NOFILE}) {
+    struct rlimit limit {};
+    ::getrlimit(resource, &limit);
+    // Of open files, no system allows any number.
+    const rlim_t wanted = resource == RLIMIT_NOFILE ? 1024 : RLIM_INFINITY;
+    if (limit.rlim_max < wanted) {
+      const struct rlimit raised = {wanted, wanted};
+      if (::setrlimit(resource, &raised) == 0) {
+        continue;
+      }
+    }
+    limit.rlim_cur = limit.rlim_max;
+    ::setrlimit(resource, &limit);
+  }
+}
+
+}  // namespace
+
+void leaveCallersSurroundings() {
+  putSignalsOff();
+  prepareStandardStreams();
+  ::closefrom(STDERR_FILENO + 1);
+  ::clearenv();
+  // Nobody's home is looked at, and without this the account database would be asked for one.
+  ::setenv("HOME", "/", 1);
+  ::umask(S_IWGRP | S_IWOTH);
+  if (::chdir("/") != 0) {
+    std::abort();
+  }
+  raiseLimits();
+  ::setpriority(PRIO_PROCESS, 0, 0);
+}
+
+}  // namespace lumaret

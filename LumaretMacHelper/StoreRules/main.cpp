@@ -1,0 +1,107 @@
+// SPDX-License-Identifier: Apache-2.0
+// Stores a list of rules for a user to whom sudo allows that, and no other list than one that
+// `activate` makes of the rules in force. The whole list comes on standard input, as a JSON array
+// of texts. See "What a grant means" in SECURITY.md.
+
+#include <poll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include "LumaretMacHelper/Linux/StoringLock.hpp"
+#include "LumaretMacHelper/Platform.hpp"
+#include "LumaretMacHelper/StoreRules/CallersSurroundings.hpp"
+
+namespace lumaret {
+namespace {
+
+using nlohmann::json;
+
+/// In bytes. Certificates have names of some hundreds.
+constexpr std::size_t longestRule = 64UL << 10;
+
+/// Nobody who writes no more keeps this process waiting for longer.
+constexpr std::chrono::minutes longestWait(1);
+
+struct Refusal : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+std::string readStandardInput(std::size_t longest) {
+  const auto deadline = std::chrono::steady_clock::now() + longestWait;
+  std::string text;
+  std::array<char, 4096> buffer{};
+  while (true) {
+    const auto left =
+        std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+    pollfd readable = {STDIN_FILENO, POLLIN, 0};
+    if (left.count() <= 0 || ::poll(&readable, 1, static_cast<int>(left.count())) == 0) {
+      throw Refusal("The list did not come to its end in time.");
+    }
+    const ssize_t count = ::read(STDIN_FILENO, buffer.data(), buffer.size());
+    if (count < 0) {
+      throw std::system_error(errno, std::generic_category(), "Standard input could not be read");
+    }
+    if (count == 0) {
+      return text;
+    }
+    text.append(buffer.data(), static_cast<std::size_t>(count));
+    if (text.size() > longest) {
+      throw Refusal("The list is much longer than the one in force.");
+    }
+  }
+}
+
+std::vector<std::string> listIn(const std::string& text) {
+  const json list = json::parse(text, nullptr, /*allow_exceptions=*/false);
+  if (!list.is_array() ||
+      !std::all_of(list.begin(), list.end(), [](const json& rule) { return rule.is_string(); })) {
+    throw Refusal("Standard input is no list of texts.");
+  }
+  return list.get<std::vector<std::string>>();
+}
+
+void storeRules() {
+  CurrentUserChromePreferences preferences;
+  // What is read and parsed for the caller is bounded by what is there, and one more rule.
+  const std::size_t longest = json(preferences.readRules()).dump().size() + 2 * longestRule;
+  const std::vector<std::string> rules = listIn(readStandardInput(longest));
+
+  const StoringLock lock;
+  if (!ChromeCertificatePolicyService::isReplacement(rules, preferences.readRules(), longestRule)) {
+    throw Refusal("This is not the list in force with one rule of lumaret-macos-helper's.");
+  }
+  preferences.writeRules(rules);
+  if (!preferences.synchronize()) {
+    throw Refusal("The list was stored but may not last.");
+  }
+}
+
+}  // namespace
+}  // namespace lumaret
+
+int main(int argumentCount, char** /*arguments*/) {
+  try {
+    lumaret::leaveCallersSurroundings();
+    if (argumentCount > 1) {
+      throw lumaret::Refusal("There are no arguments: the list comes on standard input.");
+    }
+    if (::getuid() != 0 || ::geteuid() != 0) {
+      throw lumaret::Refusal("This is for root, by way of sudo.");
+    }
+    lumaret::storeRules();
+  } catch (const std::exception& error) {
+    lumaret::writeStandardError("store-rules: " + std::string(error.what()) + "\n");
+    return EXIT_FAILURE;
+  }
+}

@@ -1,0 +1,408 @@
+# SPDX-License-Identifier: Apache-2.0
+"""What a user to whom sudo allows `store-rules` can do with it, and what they cannot: with a real sudo."""
+
+import fcntl
+import json
+import os
+import resource
+import signal
+import shutil
+import stat
+import subprocess
+import unittest
+from pathlib import Path
+
+from Tests.Support.Python import messages, private_machine
+from Tests.Support.Python.fault_test_case import FaultTestCase
+from Tests.Support.Python.outcome import ACTIVATED, Outcome, failed
+from Tests.Support.Python.policy_files import (
+    ELSEWHERE,
+    OLD_CATCH_ALL,
+    OWN_PATH,
+    POLICY,
+    effective_rules,
+    policies,
+    rule,
+)
+from Tests.Support.Python.private_machine import CHROMIUM, STORE_RULES, await_until, contents
+from Tests.Support.Python.project import STORE_RULES_PROGRAM
+from Tests.Support.Python.users import NOBODY, needs_real_root
+
+
+setUpModule = private_machine.enter
+
+LOCK = Path("/run/lumaret-macos-helper")
+OWN = rule({"CN": "Ana"}, {"CN": "Authority"})
+STORED = Outcome(0, b"", b"")
+SUDO_REFUSES = failed("sudo: a password is required")
+WRONG_LIST = failed("store-rules: This is not the list in force with one rule of lumaret-macos-helper's.")
+
+
+@needs_real_root
+class StoreRulesTestCase(FaultTestCase):
+    def setUp(self):
+        super().setUp()
+        self.machine.install_store_rules(STORE_RULES_PROGRAM)
+        self.identity = self.make_identity()
+        self.user = self.become_ordinary_user()
+
+    def store(self, *rules, text: str | None = None, arguments: tuple = (), **settings) -> Outcome:
+        """As the user does who calls sudo without the tool."""
+        return self.run_with(self.list_of(*rules) if text is None else text, *self.sudo(*arguments), **settings)
+
+    def sudo(self, *arguments: str) -> tuple:
+        return (*self.user, "sudo", "-n", str(STORE_RULES), *arguments)
+
+    def run_with(self, text: str, *command, **settings) -> Outcome:
+        place = self.machine.folder / "input"
+        place.write_text(text)
+        with open(place, "rb") as stream:
+            return self.machine.run(*command, **{"stdin": stream} | settings)
+
+    @staticmethod
+    def list_of(*rules) -> str:
+        return json.dumps(rules)
+
+    def activate_as_user(self, **settings) -> Outcome:
+        return self.machine.run(
+            *self.user,
+            self.readable_helper(),
+            "activate",
+            "--fingerprint",
+            self.identity.fingerprint,
+            **settings,
+        )
+
+    def assert_refused(self, outcome: Outcome, *rules, **settings):
+        before = contents(CHROMIUM.policies.parent.parent)
+        self.assertEqual(self.store(*rules, **settings), outcome)
+        self.assertEqual(contents(CHROMIUM.policies.parent.parent), before)
+
+
+class GrantedUserTests(StoreRulesTestCase):
+    def test_activates_and_the_file_is_root_s(self):
+        self.machine.grant(NOBODY)
+        self.write_own_file(policies(ELSEWHERE, OLD_CATCH_ALL, ShowHomeButton=True))
+        self.assertEqual(self.activate_as_user(), ACTIVATED)
+        self.assertEqual(effective_rules(), [ELSEWHERE, self.rule_for(self.identity)])
+        self.assertTrue(self.stored_policies()["ShowHomeButton"])
+        status = OWN_PATH.stat()
+        self.assertEqual((status.st_uid, status.st_gid, stat.filemode(status.st_mode)), (0, 0, "-rw-r--r--"))
+        self.assertEqual(self.machine.launches(), [("chromium", [b"--new-window"])])
+
+    def test_makes_the_first_file(self):
+        self.machine.grant(NOBODY)
+        self.assertEqual(self.activate_as_user(), ACTIVATED)
+        self.assertEqual(effective_rules(), [self.rule_for(self.identity)])
+
+    def test_another_user_is_refused_and_nothing_of_sudo_is_printed(self):
+        self.machine.grant(NOBODY - 1)
+        self.assertEqual(self.activate_as_user(), failed(messages.POLICY_WRITE_FAILED))
+        self.assertFalse(OWN_PATH.exists())
+        self.assertEqual(self.machine.launches(), [])
+        self.assert_refused(SUDO_REFUSES, OWN)
+
+    def test_without_sudo_the_rule_is_not_saved(self):
+        self.machine.grant(NOBODY)
+        nothing = self.machine.folder / "nothing"
+        nothing.touch()
+        self.machine.mount_over(Path("/usr/bin/sudo"), nothing)
+        self.assertEqual(self.activate_as_user(), failed(messages.POLICY_WRITE_FAILED))
+        self.assertFalse(OWN_PATH.exists())
+
+    def test_a_sudo_that_says_much_or_does_not_read_is_not_heard(self):
+        said = self.machine.folder / "sudo"
+        self.write_own_file(policies(*("x" * 1000 for _ in range(1000))))
+        for script in (
+            "echo out; echo err >&2; echo terminal >/dev/tty; exit 0",
+            "echo out; echo err >&2; exit 1",
+            "exec <&-; sleep 0.1; exit 1",
+            "kill -KILL $$",
+        ):
+            said.write_text(f"#!/bin/sh\n{script}\n")
+            said.chmod(0o755)
+            self.machine.mount_over(Path("/usr/bin/sudo"), said)
+            with self.subTest(script):
+                expected = "POLICY_VERIFICATION_FAILED" if script.endswith("exit 0") else "POLICY_WRITE_FAILED"
+                self.assertEqual(self.activate_as_user(), failed(getattr(messages, expected)))
+            self.machine.unmount(Path("/usr/bin/sudo"))
+
+    def test_the_path_and_the_environment_choose_no_other_sudo(self):
+        own = self.machine.folder / "own"
+        own.mkdir()
+        (own / "sudo").write_text("#!/bin/sh\nexit 0\n")
+        (own / "sudo").chmod(0o755)
+        environment = self.machine.environment | {"PATH": f"{own}:/usr/bin:/bin", "SUDO": str(own / "sudo")}
+        self.assertEqual(self.activate_as_user(env=environment), failed(messages.POLICY_WRITE_FAILED))
+
+
+class ListTests(StoreRulesTestCase):
+    """The list is the one in force with one rule of the tool's, or it is not stored."""
+
+    def setUp(self):
+        super().setUp()
+        self.machine.grant(NOBODY)
+        self.write_own_file(policies(ELSEWHERE, OLD_CATCH_ALL, "text"))
+
+    def test_the_right_list_is_stored(self):
+        self.assertEqual(self.store(ELSEWHERE, OWN, "text"), STORED)
+        self.assertEqual(effective_rules(), [ELSEWHERE, OWN, "text"])
+
+    def test_no_rule_for_a_site_is_removed_changed_moved_or_added(self):
+        changed = ELSEWHERE.replace("elsewhere", "evil")
+        for rules in (
+            (OWN, "text"),
+            (ELSEWHERE, OWN),
+            (changed, OWN, "text"),
+            (ELSEWHERE, changed, OWN, "text"),
+            ("text", OWN, ELSEWHERE),
+            (OWN, ELSEWHERE, "text"),
+            (ELSEWHERE, OWN, "text", "text"),
+            (),
+        ):
+            with self.subTest(rules):
+                self.assert_refused(WRONG_LIST, *rules)
+
+    def test_no_rule_but_one_that_the_tool_writes(self):
+        for own in (
+            '{"filter":{},"pattern":"*"}',
+            '{"pattern":"*"}',
+            rule({}, {"CN": "Authority"}),
+            rule({"CN": ""}, None),
+            rule({"C": "ES", "CN": "Ana"}, None),
+            rule({"CN": "Ana"}, None, "https://evil.test"),
+            OWN + " ",
+            OWN.replace(":", ": "),
+            OWN.replace('"filter"', '"a":1,"filter"'),
+            rule({"CN": "x" * 65536}, None),
+        ):
+            with self.subTest(own[:60]):
+                self.assert_refused(WRONG_LIST, ELSEWHERE, own, "text")
+
+    def test_no_second_rule_for_every_site(self):
+        self.assert_refused(WRONG_LIST, ELSEWHERE, OWN, "text", OLD_CATCH_ALL)
+
+    def test_standard_input_that_is_no_list_of_texts(self):
+        policy = json.dumps({POLICY: [ELSEWHERE, OWN, "text"], "HomepageLocation": "https://evil.test"})
+        refusal = failed("store-rules: Standard input is no list of texts.")
+        for text in (policy, "", "null", "[1]", '["a"', '["a"] x', '["a",]', '/**/["a"]', '["\\ud800"]', "[" * 60000):
+            with self.subTest(text[:40]):
+                self.assert_refused(refusal, text=text)
+
+    def test_a_list_that_is_much_longer_than_the_one_in_force_is_not_read_on(self):
+        self.assert_refused(
+            failed("store-rules: The list is much longer than the one in force."), ELSEWHERE, OWN, "x" * 200_000
+        )
+
+    def test_a_rule_cannot_grow_from_one_run_to_the_next(self):
+        longest = rule({"CN": "x" * (65536 - len(rule({"CN": ""}, None)))}, None)
+        self.assertEqual(self.store(ELSEWHERE, longest, "text"), STORED)
+        self.assert_refused(WRONG_LIST, ELSEWHERE, longest.replace("xx", "xxx", 1), "text")
+
+    def test_rules_that_cannot_be_told_are_not_overwritten(self):
+        self.machine.write_policies("10.json", "{ broken " + POLICY)
+        self.assert_refused(failed("store-rules: invalidStoredValue"), ELSEWHERE, OWN, "text")
+
+    def test_rules_that_changed_meanwhile_are_not_lost(self):
+        changed = rule({"CN": "Somebody"}, None, "https://new.test")
+        LOCK.mkdir(mode=0o700, exist_ok=True)
+        with open(self.machine.folder / "input", "w+") as text:
+            text.write(self.list_of(ELSEWHERE, OWN, "text"))
+            text.flush()
+            text.seek(0)
+            lock = os.open(LOCK, os.O_RDONLY)
+            self.addCleanup(os.close, lock)
+            fcntl.flock(lock, fcntl.LOCK_EX)
+            waiting = subprocess.Popen(self.sudo(), stdin=text, stderr=subprocess.PIPE, env=self.machine.environment)
+        self.addCleanup(waiting.stderr.close)
+        await_until(lambda: running(), "the program to wait for the lock")
+        self.write_own_file(policies(changed))
+        fcntl.flock(lock, fcntl.LOCK_UN)
+        self.assertEqual(waiting.wait(30), 1)
+        self.assertEqual(waiting.stderr.read(), WRONG_LIST.stderr)
+        self.assertEqual(effective_rules(), [changed])
+
+
+def running() -> int | None:
+    """The process of `store-rules` once it sleeps between two looks at the lock."""
+    for entry in Path("/proc").iterdir():
+        try:
+            if (entry / "comm").read_text() == "store-rules\n" and os.readlink(entry / "exe") == str(STORE_RULES):
+                if any(os.readlink(link) == str(LOCK) for link in (entry / "fd").iterdir()):
+                    return int(entry.name)
+        except (OSError, ValueError):
+            pass
+    return None
+
+
+class CallerTests(StoreRulesTestCase):
+    """Nothing that the caller arranges before it calls sudo, or whoever else runs the program, changes what it does."""
+
+    def setUp(self):
+        super().setUp()
+        self.machine.grant(NOBODY)
+        self.write_own_file(policies(ELSEWHERE))
+
+    def assert_stores(self, **settings):
+        self.assertEqual(self.store(ELSEWHERE, OWN, **settings), STORED)
+        self.assertEqual(effective_rules(), [ELSEWHERE, OWN])
+        self.assertEqual(stat.filemode(OWN_PATH.stat().st_mode), "-rw-r--r--")
+        self.assertEqual([path.name for path in CHROMIUM.policies.parent.iterdir()], ["managed"])
+
+    def test_arguments_are_refused_by_sudo_and_by_the_program(self):
+        self.assert_refused(SUDO_REFUSES, ELSEWHERE, OWN, arguments=("--help",))
+        self.assertEqual(
+            self.run_with(self.list_of(ELSEWHERE, OWN), STORE_RULES, "x"),
+            failed("store-rules: There are no arguments: the list comes on standard input."),
+        )
+        self.assertEqual(effective_rules(), [ELSEWHERE])
+
+    def test_it_is_for_root_even_where_its_permissions_say_otherwise(self):
+        refusal = failed("store-rules: This is for root, by way of sudo.")
+        for mode in (0o755, 0o4755):
+            copy = self.machine.folder / "copy"
+            shutil.copy(STORE_RULES, copy)
+            copy.chmod(mode)
+            self.assertEqual(self.run_with(self.list_of(ELSEWHERE, OWN), *self.user, copy), refusal)
+        self.assertEqual(effective_rules(), [ELSEWHERE])
+
+    def test_limits(self):
+        """sudo raises some of them itself; the program does without sudo."""
+
+        def limit():
+            for which, most in (
+                (resource.RLIMIT_FSIZE, 0),
+                (resource.RLIMIT_NOFILE, 8),
+                (resource.RLIMIT_CPU, 2),
+            ):
+                resource.setrlimit(which, (most, resource.getrlimit(which)[1]))
+
+        self.assert_stores(preexec_fn=limit)
+        self.write_own_file(policies(ELSEWHERE))
+        self.assertEqual(self.run_with(self.list_of(ELSEWHERE, OWN), STORE_RULES, preexec_fn=limit), STORED)
+        self.assertEqual(effective_rules(), [ELSEWHERE, OWN])
+
+    def test_a_limit_that_root_may_not_raise_leaves_the_old_file_and_nothing_else(self):
+        before = contents(CHROMIUM.policies.parent)
+        outcome = self.run_with(
+            self.list_of(ELSEWHERE, OWN),
+            *("setpriv", "--bounding-set=-sys_resource", "--inh-caps=-all", STORE_RULES),
+            preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (60, 60)),
+        )
+        self.assertEqual((outcome.status, outcome.stderr[:13]), (1, b"store-rules: "))
+        self.assertEqual(contents(CHROMIUM.policies.parent), before)
+
+    def test_umask(self):
+        shutil.rmtree(CHROMIUM.policies.parent)
+        self.assertEqual(self.store(OWN, umask=0o777), STORED)
+        self.assertEqual(
+            {mode for mode, _ in contents(CHROMIUM.policies.parent).values()}, {"drwxr-xr-x", "-rw-r--r--"}
+        )
+
+    def test_closed_streams(self):
+        self.assert_refused(
+            failed("store-rules: Standard input could not be read: Bad file descriptor"),
+            text="",
+            preexec_fn=lambda: os.close(0),
+        )
+        self.assertEqual(
+            self.run_with(self.list_of(ELSEWHERE, OWN), "sh", "-c", f"exec {STORE_RULES} >&- 2>&-"), STORED
+        )
+        self.assertEqual(effective_rules(), [ELSEWHERE, OWN])
+
+    def test_what_it_does_is_done_in_surroundings_of_its_own(self):
+        """The program itself, without sudo, which puts some of it away."""
+        LOCK.mkdir(mode=0o700, exist_ok=True)
+        lock = os.open(LOCK, os.O_RDONLY)
+        self.addCleanup(os.close, lock)
+        fcntl.flock(lock, fcntl.LOCK_EX)
+        place = self.machine.folder / "input"
+        place.write_text(self.list_of(ELSEWHERE, OWN))
+
+        def arrange():
+            signal.signal(signal.SIGCHLD, signal.SIG_IGN)
+            os.nice(10)
+            os.dup2(1, 50)
+            os.chdir("/opt")
+
+        with open(place, "rb") as text:
+            program = subprocess.Popen(
+                [STORE_RULES],
+                stdin=text,
+                env={"HOME": "/opt", "LD_BIND_NOW": "1", "CHROME_USER_DATA_DIR": "/opt", "LANG": "x"},
+                preexec_fn=arrange,
+                close_fds=False,
+            )
+        await_until(running, "the program to wait for the lock")
+        process = Path("/proc", str(program.pid))
+        self.assertEqual(process.joinpath("cwd").readlink(), Path("/"))
+        self.assertEqual({int(link.name) for link in process.joinpath("fd").iterdir()}, {0, 1, 2, 3})
+        status = dict(line.split(":\t", 1) for line in process.joinpath("status").read_text().splitlines())
+        self.assertEqual(status["Umask"], "0022")
+        blocked = int(status["SigBlk"], 16)
+        for each in (signal.SIGINT, signal.SIGTSTP, signal.SIGHUP, signal.SIGTERM, signal.SIGQUIT, signal.SIGTTOU):
+            self.assertTrue(blocked >> (each - 1) & 1, each)
+        self.assertFalse(int(status["SigIgn"], 16) >> (signal.SIGCHLD - 1) & 1)
+        self.assertEqual(os.getpriority(os.PRIO_PROCESS, program.pid), 0)
+        for each in (signal.SIGINT, signal.SIGTSTP, signal.SIGTERM, signal.SIGHUP):
+            program.send_signal(each)
+        fcntl.flock(lock, fcntl.LOCK_UN)
+        self.assertEqual(program.wait(30), 0)
+        self.assertEqual(effective_rules(), [ELSEWHERE, OWN])
+
+    def test_variables_choose_nothing(self):
+        environment = {"HOME": "/nowhere", "PATH": "/nowhere", "CHROME_USER_DATA_DIR": "/nowhere", "TMPDIR": "/nowhere"}
+        self.assertEqual(self.run_with(self.list_of(ELSEWHERE, OWN), STORE_RULES, env=environment), STORED)
+        self.assertEqual(effective_rules(), [ELSEWHERE, OWN])
+
+
+class LockTests(StoreRulesTestCase):
+    def setUp(self):
+        super().setUp()
+        self.machine.grant(NOBODY)
+
+    def test_nobody_but_root_may_open_what_is_locked(self):
+        self.assertEqual(self.activate_as_user(), ACTIVATED)
+        self.assertEqual(stat.filemode(LOCK.stat().st_mode), "drwx------")
+        done = self.machine.run(*self.user, "flock", "--nonblock", LOCK, "true")
+        self.assertNotEqual(done.status, 0)
+        self.assertIn(b"Permission denied", done.stderr)
+
+    def test_a_folder_that_others_may_open_is_no_lock(self):
+        for arrange in (
+            lambda: LOCK.mkdir(mode=0o755),
+            lambda: (LOCK.mkdir(mode=0o700), os.chown(LOCK, NOBODY, NOBODY)),
+            lambda: LOCK.symlink_to("/opt"),
+            lambda: LOCK.touch(mode=0o600),
+        ):
+            arrange()
+            self.assertEqual(self.activate_as_user(), failed(messages.POLICY_WRITE_FAILED))
+            self.assertEqual(self.activate(self.identity), failed(messages.POLICY_WRITE_FAILED))
+            self.assertFalse(OWN_PATH.exists())
+            if LOCK.is_dir() and not LOCK.is_symlink():
+                LOCK.rmdir()
+            else:
+                LOCK.unlink()
+
+    def test_root_s_run_and_a_user_s_take_turns(self):
+        """Whoever holds the lock, or only shares it, keeps both waiting, and both then store."""
+        LOCK.mkdir(mode=0o700)
+        lock = os.open(LOCK, os.O_RDONLY)
+        self.addCleanup(os.close, lock)
+        fcntl.flock(lock, fcntl.LOCK_SH)
+        command = (self.readable_helper(), "activate", "--fingerprint", self.identity.fingerprint)
+        for user in ((), self.user):
+            waiting = subprocess.Popen(
+                [*user, *command], env=self.machine.environment, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL
+            )
+            with self.assertRaises(subprocess.TimeoutExpired):
+                waiting.wait(0.5)
+            self.assertFalse(OWN_PATH.exists())
+            fcntl.flock(lock, fcntl.LOCK_UN)
+            self.assertEqual(waiting.wait(30), 0)
+            OWN_PATH.unlink()
+            fcntl.flock(lock, fcntl.LOCK_SH)
+
+
+if __name__ == "__main__":
+    unittest.main()
