@@ -16,9 +16,7 @@ namespace {
 
 constexpr const char* place = "/run/lumaret-macos-helper";
 
-std::system_error failure(int error) {
-  return {error, std::generic_category(), place};
-}
+std::system_error failure(int error) { return {error, std::generic_category(), place}; }
 
 /// Throws the last error of the system unless a call succeeded.
 void check(bool succeeded) {
