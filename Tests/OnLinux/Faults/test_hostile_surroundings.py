@@ -29,7 +29,7 @@ from Tests.Support.Python.policy_files import (
     policies,
 )
 from Tests.Support.Python.private_machine import CHROMIUM, await_until, contents
-from Tests.Support.Python.project import HELPER, is_sanitized
+from Tests.Support.Python.project import HELPER, STORE_RULES_PROGRAM, is_sanitized
 from Tests.Support.Python.users import NOBODY, access_list, needs_real_root
 
 
@@ -319,6 +319,16 @@ class LargePolicyFileTests(FaultTestCase):
         # Under the sanitizers it takes a minute.
         self.assertEqual(self.activate(self.identity, timeout=240), ACTIVATED)
         print(f"{time.monotonic() - started:.1f} s for {len(self.text):,} bytes", flush=True)
+        self.assertEqual(self.stored_rules(), [self.rule_for(self.identity), *self.many])
+
+    @needs_real_root
+    def test_a_huge_list_is_stored_whole_for_a_user(self):
+        self.machine.install_store_rules(STORE_RULES_PROGRAM)
+        self.machine.grant(NOBODY)
+        self.machine.write_policies("10-company.json", self.text)
+        user = self.become_ordinary_user()
+        command = (*user, self.readable_helper(), "activate", "--fingerprint", self.identity.fingerprint)
+        self.assertEqual(self.machine.run(*command, timeout=300), ACTIVATED)
         self.assertEqual(self.stored_rules(), [self.rule_for(self.identity), *self.many])
 
     def test_a_file_that_is_larger_than_any_policy_is_refused(self):
