@@ -2,6 +2,7 @@
 #include "LumaretMacHelper/macOS/CoreFoundationValues.hpp"
 
 #include <stdexcept>
+#include <string_view>
 
 namespace lumaret {
 namespace {
@@ -9,7 +10,7 @@ namespace {
 /// Texts are exchanged without a byte order mark.
 constexpr Boolean isExternalRepresentation = 0;
 
-const std::string byteOrderMark = "\xef\xbb\xbf";
+constexpr std::string_view byteOrderMark = "\xef\xbb\xbf";
 
 }  // namespace
 
@@ -34,7 +35,8 @@ std::optional<std::string> utf8Text(CFStringRef text) {
 CoreFoundationReference<CFStringRef> coreFoundationText(const std::string& text) {
   // Core Foundation drops one leading U+FEFF, whatever is said of external representations: where
   // the text has one, another goes before it.
-  const std::string given = text.starts_with(byteOrderMark) ? byteOrderMark + text : text;
+  const std::string given =
+      text.starts_with(byteOrderMark) ? std::string(byteOrderMark) + text : text;
   auto result = CoreFoundationReference<CFStringRef>::adopt(::CFStringCreateWithBytes(
       kCFAllocatorDefault, reinterpret_cast<const UInt8*>(given.data()),
       static_cast<CFIndex>(given.size()), kCFStringEncodingUTF8, isExternalRepresentation));
