@@ -14,8 +14,8 @@
 #include "Tests/OverStandIn/AppleFrameworks/StandIn.hpp"
 
 // The Security framework's objects, and what its functions do with those of Core Foundation. Two
-// sources define these functions: CoreFoundationStandIn/Objects.cpp, where the stand-in is Core
-// Foundation too, and OverCoreFoundation/Objects.cpp, over Apple's own library.
+// sources define these functions: CoreFoundationStandIn/Contents.cpp, where the stand-in is Core
+// Foundation too, and OverCoreFoundation/RuntimeObjects.cpp, over Apple's own library.
 
 namespace standin {
 

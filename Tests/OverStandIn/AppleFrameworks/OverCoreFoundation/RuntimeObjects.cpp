@@ -1,12 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Tests/OverStandIn/AppleFrameworks/Objects.hpp"
-
 #include <CoreFoundation/CFRuntime.h>
 
 #include <algorithm>
 #include <array>
 #include <map>
 
+#include "Tests/OverStandIn/AppleFrameworks/Objects.hpp"
 #include "Tests/OverStandIn/AppleFrameworks/OverCoreFoundation/References.hpp"
 #include "Tests/OverStandIn/AppleFrameworks/UnicodeConversion.hpp"
 

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Tests/OverStandIn/AppleFrameworks/Objects.hpp"
+#include "Tests/OverStandIn/AppleFrameworks/CoreFoundationStandIn/Contents.hpp"
 
 #include <map>
 #include <unordered_map>
 
-#include "Tests/OverStandIn/AppleFrameworks/CoreFoundationStandIn/Contents.hpp"
+#include "Tests/OverStandIn/AppleFrameworks/Objects.hpp"
 #include "Tests/OverStandIn/AppleFrameworks/UnicodeConversion.hpp"
 
 namespace standin {
