@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // A certificate's DER bytes, as the only one of a store, into the line that `list` prints.
 
+#include <unistd.h>
+
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -15,6 +17,7 @@
 #include "LumaretMacHelper/Linux/CertificateDatabase.hpp"
 #include "LumaretMacHelper/Linux/CertificateDecoder.hpp"
 #include "LumaretMacHelper/LumaretMacHelper.hpp"
+#include "LumaretMacHelper/POSIX/StandardStreams.hpp"
 #include "LumaretMacHelper/Platform.hpp"
 
 namespace {
@@ -30,6 +33,7 @@ namespace lumaret {
 std::vector<StoredIdentity> readStoredIdentities() { return {{certificate, true}}; }
 
 void prepareStandardStreams() noexcept {}
+int callersStandardOutput() noexcept { return STDOUT_FILENO; }
 void writeStandardOutput(std::string_view text) { printed += text; }
 void writeStandardError(std::string_view /*text*/) noexcept {}
 
