@@ -369,10 +369,12 @@ class LockTests(StoreRulesTestCase):
         self.assertIn(b"Permission denied", done.stderr)
 
     def test_a_folder_that_others_may_open_is_no_lock(self):
+        closed = self.machine.folder / "closed"
+        closed.mkdir(mode=0o700)
         for arrange in (
             lambda: LOCK.mkdir(mode=0o755),
             lambda: (LOCK.mkdir(mode=0o700), os.chown(LOCK, NOBODY, NOBODY)),
-            lambda: LOCK.symlink_to("/opt"),
+            lambda: LOCK.symlink_to(closed),
             lambda: LOCK.touch(mode=0o600),
         ):
             arrange()
