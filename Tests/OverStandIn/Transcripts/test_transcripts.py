@@ -30,7 +30,7 @@ class ListingTranscriptTests(MacTestCase):
         self.assertEqual(self.helper("list"), printed("[]"))
 
     def test_identities_are_listed_in_order_with_every_field(self):
-        bea, ana = identity("Bea", oid10="Org", oid11="R/D", oid7="Vigo"), identity("ana", expiry=FAR_AHEAD)
+        bea, ana = identity("Bea", oid10="Org", oid11="R/D", oid7="Vigo"), identity("ana", expiry={"date": FAR_AHEAD})
         self.mac["identities"] = [bea, identity("old", expiry={"date": 0}), ana]
         before = copy.deepcopy(self.mac)
         issuer = '"issuer":{"commonName":"Example CA","locality":null,"organization":null,"organizationalUnit":null}'

@@ -52,7 +52,7 @@ def identity(name: str, *entries: dict, certificate: str | None = None, expiry=N
     values = {
         "kSecOIDX509V1SubjectName": property_of("Subject Name", subject),
         "kSecOIDX509V1IssuerName": property_of("Issuer Name", [property_of("2.5.4.3", "Example CA")]),
-        "kSecOIDX509V1ValidityNotAfter": property_of("Not Valid After", expiry or {"date": FAR_AHEAD}),
+        "kSecOIDX509V1ValidityNotAfter": property_of("Not Valid After", FAR_AHEAD if expiry is None else expiry),
     }
     return {"certificate": certificate or f"certificate of {name}", "values": values, "accessList": list(entries)}
 
