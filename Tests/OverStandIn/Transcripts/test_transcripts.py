@@ -189,6 +189,21 @@ class ActivationTranscriptTests(MacTestCase):
                 self.assertEqual(self.launches(2), ["--refresh-platform-policy", start])
                 self.forget_launches()
 
+    def test_a_store_that_fails_at_the_second_entry_leaves_the_first_one_stored(self):
+        self.hold(signing("/Mail"), signing("/Zoom"))
+        self.mac["failures"] = {"SecKeychainItemSetAccess": {"call": 1, "answer": -25293, "afterEntries": 1}}
+        message = messages.told(messages.KEYCHAIN_AUTHORIZATION_FAILED, -25293)
+        self.assertEqual(self.activate(), failed(message))
+        self.assertEqual(self.access_list(), [signing("/Mail", CHROME), signing("/Zoom")])
+        self.assertIsNone(self.rules())
+
+    def test_a_missing_chrome_is_a_failure_for_a_key_that_needs_it(self):
+        self.hold(signing("/Mail"))
+        self.mac["missingApplications"] = [CHROME]
+        message = messages.told(messages.KEYCHAIN_AUTHORIZATION_FAILED, 100002)
+        self.assertEqual(self.activate(), failed(message))
+        self.assertEqual(self.access_list(), [signing("/Mail")])
+
     def test_what_chrome_prints_goes_to_the_caller(self):
         EXECUTABLE.write_text(
             "#!/bin/sh\ncase $1 in --refresh-platform-policy) echo printed; echo reported >&2;; esac\n"
