@@ -143,8 +143,8 @@ class ChromePolicyApplying {
 class ChromePrivateKeyAuthorizing {
  public:
   virtual ~ChromePrivateKeyAuthorizing() = default;
-  /// Returns only when Chrome may sign without the user being asked. Throws
-  /// CertificateSelectorError.
+  /// Returns only when Chrome may sign without the user being asked, as far as the key's access
+  /// list decides that. Throws CertificateSelectorError.
   virtual void authorize(const ClientIdentity& identity) const = 0;
 };
 
