@@ -322,6 +322,7 @@ class CallerTests(StoreRulesTestCase):
         def arrange():
             signal.signal(signal.SIGCHLD, signal.SIG_IGN)
             os.nice(10)
+            os.umask(0o077)
             os.dup2(1, 50)
             os.chdir("/opt")
 
