@@ -28,9 +28,7 @@ struct ChromeKeychainACLContents {
   std::string description;
   KeychainPromptSelector promptSelector = 0;
 
-  bool operator==(
-      const ChromeKeychainACLContents&) const requires std::equality_comparable<TrustedApplication>
-  = default;
+  bool operator==(const ChromeKeychainACLContents&) const = default;
 };
 
 /// Why a backend failed.
@@ -66,6 +64,8 @@ class KeychainAuthorizationBackendError : public std::exception {
 /// copy releases it. Every operation may throw; a backend of this system throws
 /// KeychainAuthorizationBackendError.
 template <typename Backend>
+// Each version of clang-format indents this differently.
+// clang-format off
 concept ChromeKeychainAuthorizationBackend =
     requires(const Backend& backend, const typename Backend::Identity& identity,
              const typename Backend::PrivateKey& privateKey, const typename Backend::Access& access,
@@ -81,9 +81,8 @@ concept ChromeKeychainAuthorizationBackend =
   { backend.copyAccess(privateKey) } -> std::same_as<typename Backend::Access>;
   // The entries that authorize signing or any operation, in the access list's order.
   { backend.copySigningACLs(access) } -> std::same_as<std::vector<typename Backend::ACL>>;
-  {
-    backend.copyContents(acl)
-    } -> std::same_as<ChromeKeychainACLContents<typename Backend::TrustedApplication>>;
+  { backend.copyContents(acl) }
+      -> std::same_as<ChromeKeychainACLContents<typename Backend::TrustedApplication>>;
   // Edits the access object in memory.
   { backend.setContents(contents, acl) } -> std::same_as<void>;
   // Stores the access object on the key. A Keychain stores it entry by entry: where one fails,
@@ -93,6 +92,7 @@ concept ChromeKeychainAuthorizationBackend =
   // The bytes by which one application is told from another; on macOS its path, not its signature.
   { backend.identityData(application) } -> std::same_as<Bytes>;
 };
+// clang-format on
 
 /// Adds Google Chrome to the signing entries of one private key's access list.
 template <ChromeKeychainAuthorizationBackend Backend>

@@ -104,7 +104,7 @@ class StagedFile {
 };
 
 mode_t modeOf(const FileDescriptor& file, const std::filesystem::path& path) {
-  struct stat status {};
+  struct stat status = {};
   check(::fstat(check(file.number(), path), &status), path);
   return status.st_mode;
 }
@@ -193,7 +193,7 @@ void replacePolicyFile(const std::filesystem::path& file, const std::string& byt
 
 bool isOpenToEveryUser(const std::filesystem::path& folder) {
   const auto letsThrough = [](const std::filesystem::path& place, mode_t wanted) {
-    struct stat status {};
+    struct stat status = {};
     return ::stat(place.c_str(), &status) == 0 ? (status.st_mode & wanted) == wanted
                                                : errno == ENOENT;
   };

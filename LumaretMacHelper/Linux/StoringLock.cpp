@@ -31,7 +31,7 @@ StoringLock::StoringLock() {
   check(::mkdir(place, S_IRWXU) == 0 || errno == EEXIST);
   folder_ = FileDescriptor(::open(place, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   check(static_cast<bool>(folder_));
-  struct stat status {};
+  struct stat status = {};
   check(::fstat(folder_.number(), &status) == 0);
   if (status.st_uid != ::geteuid() || (status.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
     throw failure(EPERM);

@@ -118,7 +118,7 @@ pid_t spawn(const std::filesystem::path& executable, const std::vector<std::stri
 class SignalDisposition {
  public:
   SignalDisposition(int signal, void (*disposition)(int)) : signal_(signal) {
-    struct sigaction action {};
+    struct sigaction action = {};
     action.sa_handler = disposition;
     ::sigaction(signal_, &action, &before_);
   }
@@ -128,7 +128,7 @@ class SignalDisposition {
 
  private:
   int signal_;
-  struct sigaction before_ {};
+  struct sigaction before_ = {};
 };
 
 /// While a process ignores SIGCHLD, as its caller may have had it do, the kernel drops the exit

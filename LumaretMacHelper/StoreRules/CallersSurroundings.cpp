@@ -25,7 +25,7 @@ void putSignalsOff() {
 
 void raiseLimits() {
   for (const auto resource : {RLIMIT_AS, RLIMIT_CPU, RLIMIT_DATA, RLIMIT_FSIZE, RLIMIT_NOFILE}) {
-    struct rlimit limit {};
+    struct rlimit limit = {};
     ::getrlimit(resource, &limit);
     // Of open files, no system allows any number.
     const rlim_t wanted = resource == RLIMIT_NOFILE ? 1024 : RLIM_INFINITY;

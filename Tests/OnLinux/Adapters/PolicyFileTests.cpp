@@ -39,7 +39,7 @@ class PolicyFile : public ::testing::Test {
   }
 
   static struct stat statusOf(const std::filesystem::path& path) {
-    struct stat status {};
+    struct stat status = {};
     EXPECT_EQ(::lstat(path.c_str(), &status), 0) << path;
     return status;
   }
@@ -173,7 +173,7 @@ TEST_F(PolicyFile, IsReadAndWrittenUpToItsLargestSizeAndNoFurther) {
 TEST_F(PolicyFile, OverTheLimitForTheSizeOfFilesIsNotWrittenAndLeavesNothingBehind) {
   writeFile(file_, "old");
   static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
-  struct rlimit before {};
+  struct rlimit before = {};
   ::getrlimit(RLIMIT_FSIZE, &before);
   const struct rlimit ten = {10, before.rlim_max};
   ::setrlimit(RLIMIT_FSIZE, &ten);

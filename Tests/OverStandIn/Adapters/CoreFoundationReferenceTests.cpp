@@ -15,7 +15,7 @@ using TextReference = CoreFoundationReference<CFStringRef>;
 class CoreFoundationReferenceTest : public OverStandIn {};
 
 TEST_F(CoreFoundationReferenceTest, AnAdoptedObjectIsReleasedOnce) {
-  { const auto text = coreFoundationText("text"); }
+  static_cast<void>(coreFoundationText("text"));
   EXPECT_EQ(standin::liveObjects(), 0U);
 }
 

@@ -149,10 +149,11 @@ OSStatus SecACLSetContents(SecACLRef acl, CFArrayRef applications, CFStringRef d
   AccessListEntry& entry = object.list->entries.at(object.index);
   entry.applications.reset();
   if (applications != nullptr) {
-    entry.applications.emplace();
+    std::vector<std::string> paths;
     for (const CFTypeRef element : elementsOf(applications, __func__)) {
-      entry.applications->push_back(as<ApplicationObject>(element, __func__).path);
+      paths.push_back(as<ApplicationObject>(element, __func__).path);
     }
+    entry.applications = std::move(paths);
   }
   entry.description = textOf(description, __func__);
   entry.promptSelector = promptSelector;

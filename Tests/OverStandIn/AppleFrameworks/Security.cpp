@@ -51,9 +51,10 @@ OSStatus SecIdentityCopyPrivateKey(SecIdentityRef identity, SecKeyRef* privateKe
   if (!stored.privateKey && call.answersItself()) {
     return errSecItemNotFound;
   }
-  return call.leave(privateKey, [&] {
+  const auto createKey = [&stored] {
     return createAs<SecKeyRef>(KeyObject{stored.name, stored.privateKey});
-  });
+  };
+  return call.leave(privateKey, createKey);
 }
 
 CFDataRef SecCertificateCopyData(SecCertificateRef certificate) {

@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 """Prints one line for each test method of a folder, as `python3 -m unittest` names it from the root.
 
-    python3 -m Tests.Support.Python.discover_tests FOLDER
+python3 -m Tests.Support.Python.discover_tests FOLDER
 """
 
 import sys
