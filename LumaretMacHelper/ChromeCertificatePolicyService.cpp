@@ -39,7 +39,7 @@ void ChromeCertificatePolicyService::apply(const ClientIdentity& identity) const
     preferences_->writeRules(rules);
     isStored = preferences_->synchronize();
   } catch (...) {
-    // Not stored. A value that cannot be read is never overwritten.
+    isStored = false;  // A value that cannot be read is never overwritten.
   }
   if (!isStored) {
     throw CertificateSelectorError::policyWriteFailed();

@@ -36,7 +36,7 @@ bool leadsNowhere(const std::error_code& error) {
 std::vector<std::filesystem::path> regularFiles(const std::filesystem::path& folder) {
   std::vector<std::filesystem::path> files;
   std::error_code error;
-  std::filesystem::directory_iterator entries(folder, error);
+  const std::filesystem::directory_iterator entries(folder, error);
   if (error == std::errc::no_such_file_or_directory) {
     return files;
   }

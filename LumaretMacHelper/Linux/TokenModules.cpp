@@ -36,7 +36,8 @@ std::vector<std::string> foreignModules(const std::filesystem::path& folder) {
       found.emplace_back(*entry);
     }
   }
-  NSSUTIL_DoModuleDBFunction(SECMOD_MODULE_DB_FUNCTION_RELEASE, parameters.data(), entries);
+  NSSUTIL_DoModuleDBFunction(SECMOD_MODULE_DB_FUNCTION_RELEASE, parameters.data(),
+                             static_cast<void*>(entries));
   return found;
 }
 
