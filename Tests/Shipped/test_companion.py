@@ -157,7 +157,8 @@ class CompanionExampleTests(PackagingTestCase):
             )
 
     def test_of_two_identities_of_one_name_it_takes_none_and_says_how_to_choose(self):
-        first, second = self.make_identities({"CN": "Ana Example", "L": "Lugo"}, {"CN": "Ana Example", "L": "Turku"})
+        identities = self.make_identities({"CN": "Ana Example", "L": "Lugo"}, {"CN": "Ana Example", "L": "Turku"})
+        first, second = sorted(identities, key=lambda identity: identity.fingerprint)
         for language in self.each():
             self.assertEqual(
                 self.run_example(language, "Ana Example", "https://example.test/"),
