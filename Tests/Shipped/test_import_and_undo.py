@@ -66,6 +66,12 @@ class ImportAndUndoEntryTests(TranscriptTestCase):
         self.leave_file(self.make_database(), password="secret")
         self.assert_transcript(typed="secret")
 
+    def test_import_a_file_in_a_script(self):
+        self.leave_file(self.make_database(), password="secret")
+        (self.home / "password").write_text("secret\n")
+        self.give_to_ana()
+        self.assert_transcript()
+
     def test_import_a_file_without_a_password(self):
         self.leave_file(self.make_database())
         self.assert_transcript()
