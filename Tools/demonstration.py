@@ -75,7 +75,7 @@ def save_screenshot(machine: PrivateMachine, server: TlsServer, host: str, ident
         lambda: re.search(rb"Window id: (\w+)", machine.run("xwininfo", "-name", title).stdout),
         f"a window with the title {title}",
     )
-    taken = machine.run("import", "-window", window[1], file)
+    taken = machine.run("import", "-window", window[1], "+dither", "-colors", "64", "-strip", f"png8:{file}")
     if taken.status != 0:
         raise RuntimeError(f"import could not take a picture: {taken.stderr.decode(errors='replace').strip()}")
     print(f"Screenshot: {file}")
@@ -86,7 +86,7 @@ def demonstrate(executable: Path, pictures: Path, at_end: ExitStack) -> None:
         pictures.mkdir(parents=True, exist_ok=True)
         machine = PrivateMachine()
         at_end.callback(machine.close)
-        chromium.configure(machine, "--window-size=1100,760")
+        chromium.configure(machine, "--window-size=740,600")
         machine.write_policies("10-demo.json", '{"CommandLineFlagSecurityWarningsEnabled": false}')
         use_display(machine, at_end)
 

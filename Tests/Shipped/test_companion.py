@@ -5,6 +5,7 @@ import copy
 import json
 import time
 import unittest
+from pathlib import Path
 
 try:
     import jsonschema
@@ -14,10 +15,10 @@ except ImportError:
 from Tests.Support.Python import messages, private_machine
 from Tests.Support.Python.certificates import Database
 from Tests.Support.Python.markdown import code_blocks
-from Tests.Support.Python.outcome import ACTIVATED, failed
+from Tests.Support.Python.outcome import ACTIVATED, failed, printed
 from Tests.Support.Python.packaging_test_case import PackagingTestCase
 from Tests.Support.Python.private_machine import CHROMIUM, other_processes
-from Tests.Support.Python.project import SOURCES
+from Tests.Support.Python.project import HELPER, SOURCES
 
 setUpModule = private_machine.enter
 
@@ -155,6 +156,75 @@ class CompanionExampleTests(PackagingTestCase):
                 failed("There is no identity of Somebody."),
             )
 
+    def test_of_two_identities_of_one_name_it_takes_none_and_says_how_to_choose(self):
+        identities = self.make_identities({"CN": "Ana Example", "L": "Lugo"}, {"CN": "Ana Example", "L": "Turku"})
+        first, second = sorted(identities, key=lambda identity: identity.fingerprint)
+        for language in self.each():
+            self.assertEqual(
+                self.run_example(language, "Ana Example", "https://example.test/"),
+                failed(
+                    "There are several identities of Ana Example. Choose one by its id:\n"
+                    f"{first.fingerprint}, until 2099-12-31T23:59:59Z\n"
+                    f"{second.fingerprint}, until 2099-12-31T23:59:59Z"
+                ),
+            )
+            self.assertFalse(CHROMIUM.policies.exists())
+        self.machine.install_stand_in(CHROMIUM)
+        for language in self.each():
+            self.assertEqual(
+                self.run_example(language, second.fingerprint, "https://example.test/"),
+                printed(f"{second.fingerprint} is chosen."),
+            )
+            self.assertEqual(self.stored_rules(), [self.rule_for(second)])
+
+    def test_it_finds_the_tool_where_an_application_started_from_the_finder_does_not(self):
+        identity = self.make_identity()
+        self.machine.install_stand_in(CHROMIUM)
+        self.machine.mount_empty(Path("/usr/local/bin"))
+        Path("/usr/local/bin/lumaret-macos-helper").symlink_to(HELPER)
+        self.machine.environment["PATH"] = "/usr/bin:/bin:/usr/sbin:/sbin"
+        for language in self.each():
+            self.assertEqual(
+                self.run_example(language, identity.name["CN"], "https://example.test/"),
+                printed("Ana Example is chosen."),
+            )
+
+    def test_no_failure_ends_in_a_traceback_or_without_a_word(self):
+        self.machine.mount_empty(Path("/usr/local/bin"))
+        tool = self.machine.folder / "bin/lumaret-macos-helper"
+        tool.unlink()
+        usual = ("Ana Example", "https://example.test/")
+        not_a_listing = "#!/bin/sh\necho nonsense\n"
+        lists_and_dies = (
+            '#!/bin/sh\n[ "$1" != list ] || { echo \'[{"id":"0a","expiresAt":"","subject":{"commonName":"Ana Example"}}]\'\n'
+            "exit; }\nkill -KILL $$\n"
+        )
+        for what, script, arguments in (
+            ("the tool is not installed", None, usual),
+            ("the tool cannot be started", "#!/not/there\n", usual),
+            ("the listing is none", not_a_listing, usual),
+            ("the tool is killed", lists_and_dies, usual),
+            ("an argument is missing", lists_and_dies, usual[:1]),
+        ):
+            if script:
+                tool.write_text(script)
+                tool.chmod(0o755)
+            for language in self.each():
+                with self.subTest(what):
+                    outcome = self.run_example(language, *arguments)
+                    self.assertNotEqual(outcome.status, 0)
+                    self.assertEqual(outcome.stdout, b"")
+                    self.assertNotIn(b"Traceback", outcome.stderr)
+                    self.assertIn(len(outcome.stderr.splitlines()), (1, 2))
+
+    def test_a_name_that_the_terminal_cannot_show_is_no_failure(self):
+        identity = self.make_identities({"CN": "Ana Exámple"})[0]
+        self.machine.install_stand_in(CHROMIUM)
+        self.machine.environment["PYTHONIOENCODING"] = "ascii"
+        for language in self.each():
+            outcome = self.run_example(language, identity.name["CN"], "https://example.test/")
+            self.assertEqual((outcome.status, outcome.stderr), (0, b""))
+
     def test_it_passes_on_that_the_listing_failed(self):
         self.make_identity()
         (self.database.folder / "cert9.db").write_bytes(b"not a database" * 1000)
@@ -178,6 +248,23 @@ class CompanionPromiseTests(PackagingTestCase):
             self.assertEqual(
                 self.helper("activate", "--fingerprint", text), failed(messages.SELECTED_IDENTITY_NOT_FOUND)
             )
+
+    def test_the_listing_is_utf_8_in_every_locale(self):
+        identity = self.make_identities({"CN": "Añá Example"})[0]
+        for locale in ("C", "C.UTF-8", "es_ES.ISO-8859-1"):
+            with self.subTest(locale):
+                self.assertEqual(self.helper("list", environment={"LC_ALL": locale}), printed(self.line_of(identity)))
+
+    def test_an_address_that_is_not_ascii_counts_as_none(self):
+        identity = self.make_identity()
+        self.machine.install_stand_in(CHROMIUM)
+        for address in ("https://example.test/ñ", "https://ñ.example.test/", "https://example.test/a b"):
+            self.assertEqual(self.activate(identity, "--url", address), ACTIVATED)
+        self.assertEqual(self.activate(identity, "--url", "https://xn--ida.example.test/%C3%B1"), ACTIVATED)
+        self.assertEqual(
+            [arguments for _, arguments in self.machine.launches()],
+            [[b"--new-window"]] * 3 + [[b"--new-window", b"https://xn--ida.example.test/%C3%B1"]],
+        )
 
     def test_the_browser_keeps_standard_error_open_and_no_other_file(self):
         identity = self.make_identity()

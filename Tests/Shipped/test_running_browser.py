@@ -1,12 +1,15 @@
 # SPDX-License-Identifier: Apache-2.0
 """What a real Chromium that is already running makes of a new rule: the habits of which the documents warn."""
 
+import os
+import signal
+import time
 import unittest
 
 from Tests.Support.Python import chromium, private_machine
 from Tests.Support.Python.browser_test_case import BrowserTestCase
-from Tests.Support.Python.policy_files import policies
-from Tests.Support.Python.private_machine import CHROMIUM
+from Tests.Support.Python.policy_files import OWN_FILE, policies
+from Tests.Support.Python.private_machine import CHROMIUM, await_until, other_processes
 
 setUpModule = private_machine.enter
 
@@ -39,6 +42,33 @@ class RunningBrowserTests(BrowserTestCase):
         print(f"activated: Ben Example. Shown early: {early}. Shown later: {later}")
         self.assertIn(early, (ANA["CN"], BEN["CN"]))
         self.assertEqual(later, BEN["CN"])
+
+    def test_without_a_display_a_browser_that_runs_on_one_opens_the_window(self):
+        """As over ssh, while the browser runs on the desktop."""
+        self.assertEqual(self.visit(self.ana, "/first"), ANA["CN"])
+        chromium.await_ready_for_refresh(self.machine)
+        del self.machine.environment["DISPLAY"]
+        self.assertEqual(self.visit(self.ben, "/other", "other.localhost"), BEN["CN"])
+
+    def test_without_the_rule_it_asks_again_once_it_is_restarted(self):
+        self.assertEqual(self.visit(self.ana, "/first"), ANA["CN"])
+        self.quit()
+        (CHROMIUM.policies / OWN_FILE).unlink()
+        self.start(self.server.url("/asked"))
+        time.sleep(5)  # With a rule, the page is there after one.
+        self.assertNotIn("/asked", self.server.visited_paths())
+
+        def is_answered():
+            self.machine.run("xdotool", "search", "--onlyvisible", "--class", "chromium", "key", "Return")
+            return "/asked" in self.server.visited_paths()
+
+        await_until(is_answered, "the page, once the question is answered")
+
+    def quit(self) -> None:
+        lock = self.machine.profile(CHROMIUM) / "SingletonLock"
+        browser = int(os.readlink(lock).rpartition("-")[2])
+        os.kill(browser, signal.SIGKILL)
+        await_until(lambda: browser not in other_processes(), "the browser to end")
 
     def start(self, *arguments: str) -> None:
         """The browser itself, not by the tool."""

@@ -2,28 +2,21 @@
 """Each entry of docs/troubleshooting.md: its situation is set up, and its transcript comes out as it stands there."""
 
 import os
-import re
-import subprocess
 import unittest
 from pathlib import Path
 
 from Tests.Support.Python import private_machine
 from Tests.Support.Python.certificates import Database, Token, bundle_of
-from Tests.Support.Python.packaging_test_case import PackagingTestCase
 from Tests.Support.Python.policy_files import policies, rule
 from Tests.Support.Python.private_machine import CHROMIUM, GOOGLE_CHROME
-from Tests.Support.Python.project import HELPER, MADE, SOURCES, STORE_RULES_PROGRAM
+from Tests.Support.Python.project import SOURCES
+from Tests.Support.Python.transcript_test_case import TranscriptTestCase, entries_of, name_of_test, tests_of
 from Tests.Support.Python.users import needs_real_root
 
 
 setUpModule = private_machine.enter
 
-DOCUMENT = (SOURCES / "docs/troubleshooting.md").read_text()
-ENTRIES = {
-    heading: re.findall(r"^```console\n(.*?)^```$", body, re.M | re.S)
-    for heading, body in re.findall(r"^### (.+)\n((?:(?!##).*\n)*)", DOCUMENT, re.M)
-}
-ANA = 1234
+DOCUMENT = SOURCES / "docs/troubleshooting.md"
 WITH_A_REAL_BROWSER = {
     "The rule is in force and the browser was already running": "Tests.Shipped.test_running_browser.RunningBrowserTests."
     "test_it_keeps_to_the_certificate_that_it_has_shown_a_host",
@@ -32,15 +25,12 @@ WITH_A_REAL_BROWSER = {
 }
 
 
-def method(heading: str) -> str:
-    return "test_" + re.sub(r"\W+", "_", heading.lower())
-
-
 class TroubleshootingDocumentTests(unittest.TestCase):
     def test_every_entry_is_reproduced(self):
-        self.assertGreater(len(ENTRIES), 20)
+        entries = entries_of(DOCUMENT)
+        self.assertGreater(len(entries), 20)
         loader = unittest.TestLoader()
-        for heading, transcripts in ENTRIES.items():
+        for heading, transcripts in entries.items():
             with self.subTest(heading):
                 if heading in WITH_A_REAL_BROWSER:
                     self.assertEqual(transcripts, [])
@@ -48,82 +38,15 @@ class TroubleshootingDocumentTests(unittest.TestCase):
                     self.assertEqual(loader.errors, [])
                 else:
                     self.assertEqual(len(transcripts), 1)
-                    self.assertTrue(hasattr(TroubleshootingEntryTests, method(heading)))
         self.assertEqual(
-            {name for name in dir(TroubleshootingEntryTests) if name.startswith("test_")},
-            {method(heading) for heading in ENTRIES if heading not in WITH_A_REAL_BROWSER},
+            tests_of(TroubleshootingEntryTests),
+            {name_of_test(heading) for heading in entries if heading not in WITH_A_REAL_BROWSER},
         )
 
 
 @needs_real_root
-class TroubleshootingEntryTests(PackagingTestCase):
-    def setUp(self):
-        super().setUp()
-        self.home = Path("/home/ana")
-        self.machine.mount_empty(Path("/home"))
-        self.home.mkdir()
-        self.machine.home = self.home
-        self.root_s_home = self.machine.folder / "root"
-        self.root_s_home.mkdir()
-        accounts = self.machine.folder / "passwd"
-        accounts.write_text(f"root:*:0:0::{self.root_s_home}:/bin/sh\nana:*:{ANA}:{ANA}::{self.home}:/bin/sh\n")
-        self.machine.mount_over(Path("/etc/passwd"), accounts)
-        groups = self.machine.folder / "group"
-        groups.write_text(f"root:x:0:\nana:x:{ANA}:\n")
-        self.machine.mount_over(Path("/etc/group"), groups)
-        programs = self.machine.folder / "bin"
-        (programs / "lumaret-macos-helper").unlink()
-        for program in (Path(HELPER), MADE / "lumaret-policy-access"):
-            copied = programs / program.name  # the clone may be closed to other users
-            copied.write_bytes(program.read_bytes())
-            copied.chmod(0o755)
-        self.machine.install_stand_in(CHROMIUM)
-        self.machine.install_store_rules(STORE_RULES_PROGRAM)
-        (self.machine.folder / "launches").touch(mode=0o666)
-        (self.machine.folder / "launches").chmod(0o666)
-        self.machine.folder.joinpath("tmp").chmod(0o1777)
-
-    def assert_transcript(self, identity=None, environment: dict | None = None):
-        """The one of the entry that the calling test is named for."""
-        (heading,) = (heading for heading in ENTRIES if method(heading) == self._testMethodName)
-        (transcript,) = ENTRIES[heading]
-        commands = re.findall(r"^([$#]) (.*)\n((?:(?![$#] ).*\n)*)", transcript, re.M)
-        self.assertEqual("".join(f"{prompt} {command}\n{output}" for prompt, command, output in commands), transcript)
-        variables = self.machine.environment | (environment or {})
-        if identity:
-            variables["id"] = identity.fingerprint
-        seen = ""
-        for prompt, command, _ in commands:
-            user = ("setpriv", f"--reuid={ANA}", f"--regid={ANA}", "--clear-groups") if prompt == "$" else ()
-            home = self.home if prompt == "$" else self.root_s_home
-            done = subprocess.run(
-                (*user, "bash", "-c", command),
-                cwd=self.home,
-                stdin=subprocess.DEVNULL,
-                text=True,
-                env=variables | {"HOME": str(home)},
-                stdout=subprocess.PIPE,
-                stderr=subprocess.STDOUT,
-                timeout=60,
-            )
-            seen += f"{prompt} {command}\n{done.stdout}"
-        self.assertEqual(seen, transcript)
-
-    def give_to_ana(self):
-        for place in (self.home, *self.home.rglob("*")):
-            os.chown(place, ANA, ANA, follow_symlinks=False)
-
-    def make_ana(self, *, as_root: bool = False, **settings):
-        """Her identity. Where root acts in an entry, it is with her certificates."""
-        identity = self.make_identities({"CN": "Ana Example"}, **settings)[0]
-        self.give_to_ana()
-        if as_root:
-            self.root_s_home = self.home
-        return identity
-
-    def leave_file(self, identity):
-        (self.home / "ana.p12").write_bytes(bundle_of(identity).read_bytes())
-        self.give_to_ana()
+class TroubleshootingEntryTests(TranscriptTestCase):
+    DOCUMENT = DOCUMENT
 
     # The browser still asks, or shows another certificate
 
@@ -236,14 +159,24 @@ class TroubleshootingEntryTests(PackagingTestCase):
 
     # Keychain returned more than one identity
 
-    def test_the_certificate_is_in_the_database_and_on_a_card(self):
-        identity = self.make_ana()
-        self.assert_transcript(identity, self.make_token(identity).environment)
+    def make_twice(self):
+        """In the database, where it is called ana, and on a token. Returns it and the environment."""
+        self.make_authority()
+        self.database = Database(self.home / ".pki/nssdb")
+        identity = self.authority.issue({"CN": "Ana Example"})
+        bundle = bundle_of(identity, "ana")
+        self.assert_succeeds("pk12util", "-i", bundle, "-d", f"sql:{self.database.folder}", "-W", "")
+        return identity, self.make_token(identity).environment
+
+    def test_keep_the_one_in_the_database(self):
+        identity, environment = self.make_twice()
+        self.grant()
+        self.assert_transcript(identity, environment)
+
+    def test_keep_the_one_on_the_card(self):
+        self.assert_transcript(*self.make_twice())
 
     # The rule could not be saved
-
-    def grant(self):
-        self.assert_succeeds("lumaret-policy-access", "grant", "--yes", "ana")
 
     def test_the_user_may_not_store_the_rule(self):
         self.assert_transcript(self.make_ana())
@@ -298,10 +231,17 @@ class TroubleshootingEntryTests(PackagingTestCase):
         self.assert_transcript(identity)
 
     def test_it_says_ok_as_root_and_no_window_opens(self):
-        """With the real browser."""
-        self.machine.unmount(CHROMIUM.executable)
-        Path("/etc/chromium.d/none").touch()  # Debian's start script wants one
+        self.use_the_real_browser()
         self.assert_transcript(self.make_ana(as_root=True))
+
+    def test_it_says_ok_over_ssh_and_no_window_opens(self):
+        self.use_the_real_browser()
+        self.grant()
+        self.assert_transcript(self.make_ana())
+
+    def use_the_real_browser(self):
+        self.machine.unmount(CHROMIUM.executable)
+        Path("/etc/chromium.d/none").touch()  # Debian's start script requires one
 
 
 if __name__ == "__main__":

