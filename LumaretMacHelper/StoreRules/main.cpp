@@ -20,6 +20,7 @@
 
 #include "LumaretMacHelper/Linux/StoringLock.hpp"
 #include "LumaretMacHelper/Platform.hpp"
+#include "LumaretMacHelper/StoreRules/CallersControlGroups.hpp"
 #include "LumaretMacHelper/StoreRules/CallersSurroundings.hpp"
 
 namespace lumaret {
@@ -99,6 +100,7 @@ int main(int argumentCount, char** /*arguments*/) {
     if (::getuid() != 0 || ::geteuid() != 0) {
       throw lumaret::Refusal("This is for root, by way of sudo.");
     }
+    lumaret::leaveCallersControlGroups();
     lumaret::storeRules();
   } catch (const std::exception& error) {
     lumaret::writeStandardError("store-rules: " + std::string(error.what()) + "\n");
