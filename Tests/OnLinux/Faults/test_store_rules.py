@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 """What a user to whom sudo allows `store-rules` can do with it, and what they cannot: with a real sudo."""
 
+import ctypes
 import fcntl
 import json
 import os
@@ -37,6 +38,8 @@ from Tests.Support.Python.users import NOBODY
 
 
 setUpModule = private_machine.enter
+PR_SET_TIMERSLACK = 29
+
 
 class GrantedUserTests(StoreRulesTestCase):
     def test_activates_and_the_file_is_root_s(self):
@@ -265,10 +268,15 @@ class CallerTests(StoreRulesTestCase):
         fcntl.flock(lock, fcntl.LOCK_EX)
         place = self.machine.folder / "input"
         place.write_text(self.list_of(ELSEWHERE, OWN))
+        libc = ctypes.CDLL(None)
 
         def arrange():
             signal.signal(signal.SIGCHLD, signal.SIG_IGN)
             os.nice(10)
+            os.sched_setscheduler(0, os.SCHED_BATCH, os.sched_param(0))
+            os.sched_setaffinity(0, {min(os.sched_getaffinity(0))})
+            subprocess.run(["ionice", "--class", "idle", "--pid", str(os.getpid())], check=True)
+            libc.prctl(PR_SET_TIMERSLACK, ctypes.c_ulong(10**15))
             os.umask(0o077)
             os.dup2(1, 50)
             os.chdir("/opt")
@@ -292,6 +300,10 @@ class CallerTests(StoreRulesTestCase):
             self.assertTrue(blocked >> (each - 1) & 1, each)
         self.assertFalse(int(status["SigIgn"], 16) >> (signal.SIGCHLD - 1) & 1)
         self.assertEqual(os.getpriority(os.PRIO_PROCESS, program.pid), 0)
+        self.assertEqual(os.sched_getscheduler(program.pid), os.SCHED_OTHER)
+        self.assertEqual(os.sched_getaffinity(program.pid), os.sched_getaffinity(0))
+        self.assertEqual(self.machine.run("ionice", "--pid", str(program.pid)).stdout, b"none: prio 0\n")
+        self.assertEqual(process.joinpath("timerslack_ns").read_text(), "50000\n")
         for each in (signal.SIGINT, signal.SIGTSTP, signal.SIGTERM, signal.SIGHUP):
             program.send_signal(each)
         fcntl.flock(lock, fcntl.LOCK_UN)
