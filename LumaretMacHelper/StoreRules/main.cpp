@@ -91,6 +91,9 @@ void storeRules(const std::optional<std::string>& caller) {
   // What is read and parsed for the caller is bounded by what is there, and one more rule.
   const std::size_t longest = json(preferences.readRules()).dump().size() + 2 * longestRule;
   const std::vector<std::string> rules = listIn(readStandardInput(longest));
+  // A file system of the user's might not let it be closed. Were the lock held then, it would stay
+  // so even if this process were killed: the lock's own descriptor now comes before all others.
+  ::close(STDIN_FILENO);
 
   const StoringLock lock;
   if (!ChromeCertificatePolicyService::isReplacement(rules, preferences.readRules(), longestRule)) {

@@ -11,6 +11,7 @@ import struct
 import subprocess
 import tempfile
 import threading
+import time
 import unittest
 from concurrent.futures import ThreadPoolExecutor, TimeoutError as FutureTimeoutError
 from pathlib import Path
@@ -27,9 +28,9 @@ from Tests.Support.Python.private_machine import (
     SUDOERS,
     await_until,
     contents,
-    other_processes,
 )
 from Tests.Support.Python.project import HELPER, MADE, STORE_RULES_PROGRAM
+from Tests.Support.Python.store_rules_test_case import has_begun
 from Tests.Support.Python.users import NOBODY, needs_real_root
 
 
@@ -674,16 +675,11 @@ class BegunStoreTests(AccessTestCase):
             ("setpriv", f"--reuid={user}", f"--regid={user}", "--clear-groups", "sudo", "-n", STORE_RULES),
             stdin=subprocess.PIPE,
             stderr=subprocess.PIPE,
-            env=self.machine.environment,
+            env=self.machine.environment | {"SUDO_USER": "root", "SUDO_UID": "0"},  # sudo sets its own
         )
         self.addCleanup(store.communicate)
-        await_until(lambda: self.programs_running() or store.poll() is not None, "the program to begin")
+        await_until(lambda: has_begun() or store.poll() is not None, "the program to begin")
         return store
-
-    def programs_running(self) -> list[int]:
-        return [
-            number for number in other_processes() if Path("/proc", str(number), "comm").read_text() == "store-rules\n"
-        ]
 
     def end(self, store: subprocess.Popen) -> Outcome:
         _, said = store.communicate(json.dumps([ELSEWHERE, self.OWN]).encode(), 30)
@@ -719,6 +715,21 @@ class BegunStoreTests(AccessTestCase):
             finally:
                 os.close(lock)
             self.assertEqual(revoked.result(), REVOKED)
+
+    def test_one_that_keeps_the_lock_is_awaited_for_a_minute(self):
+        self.grant()
+        LOCK.mkdir(mode=0o700)
+        lock = os.open(LOCK, os.O_RDONLY)
+        self.addCleanup(os.close, lock)
+        fcntl.flock(lock, fcntl.LOCK_EX)
+        begin = time.monotonic()
+        outcome = self.revoke(timeout=100)
+        self.assertTrue(60 <= time.monotonic() - begin < 90)
+        warning = b"lumaret-policy-access: A store that has begun may still be finished. Revoke again.\n"
+        self.assertEqual(outcome, Outcome(1, REVOKED.stdout, warning))
+        self.assertFalse(drop_in(ANA).exists())
+        fcntl.flock(lock, fcntl.LOCK_UN)
+        self.assertEqual(self.revoke(), NOTHING_GRANTED)
 
     def test_of_another_user_it_goes_on(self):
         self.grant()

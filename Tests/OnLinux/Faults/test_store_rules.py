@@ -5,6 +5,7 @@ import ctypes
 import fcntl
 import json
 import os
+import re
 import resource
 import signal
 import shutil
@@ -32,6 +33,7 @@ from Tests.Support.Python.store_rules_test_case import (
     SUDO_REFUSES,
     WRONG_LIST,
     StoreRulesTestCase,
+    has_begun,
     running,
 )
 from Tests.Support.Python.users import NOBODY
@@ -39,6 +41,7 @@ from Tests.Support.Python.users import NOBODY
 
 setUpModule = private_machine.enter
 PR_SET_TIMERSLACK = 29
+CAP_SYS_RESOURCE = 24
 
 
 class GrantedUserTests(StoreRulesTestCase):
@@ -165,6 +168,17 @@ class ListTests(StoreRulesTestCase):
         self.machine.write_policies("10.json", "{ broken " + POLICY)
         self.assert_refused(failed("store-rules: invalidStoredValue"), ELSEWHERE, OWN, "text")
 
+    def test_a_grant_that_was_taken_back_meanwhile_stores_nothing(self):
+        line = self.machine.grant(NOBODY)
+        waiting = subprocess.Popen(
+            self.sudo(), stdin=subprocess.PIPE, stderr=subprocess.PIPE, env=self.machine.environment
+        )
+        await_until(has_begun, "the program to begin")
+        line.unlink()
+        _, said = waiting.communicate(self.list_of(ELSEWHERE, OWN, "text").encode(), 30)
+        self.assertEqual(said, b"store-rules: sudo does not let its caller store the rule any more.\n")
+        self.assertEqual(effective_rules(), [ELSEWHERE, OLD_CATCH_ALL, "text"])
+
     def test_rules_that_changed_meanwhile_are_not_lost(self):
         changed = rule({"CN": "Somebody"}, None, "https://new.test")
         LOCK.mkdir(mode=0o700, exist_ok=True)
@@ -232,6 +246,18 @@ class CallerTests(StoreRulesTestCase):
         self.assertEqual(self.run_with(self.list_of(ELSEWHERE, OWN), STORE_RULES, preexec_fn=limit), STORED)
         self.assertEqual(effective_rules(), [ELSEWHERE, OWN])
 
+    def test_hard_limits(self):
+        capabilities = int(re.search(r"^CapEff:\t(\w+)", Path("/proc/self/status").read_text(), re.M)[1], 16)
+        if not capabilities >> CAP_SYS_RESOURCE & 1:
+            self.skipTest("this root may not raise a hard limit")
+
+        def limit():
+            for which, most in ((resource.RLIMIT_FSIZE, 0), (resource.RLIMIT_NOFILE, 8), (resource.RLIMIT_CPU, 2)):
+                resource.setrlimit(which, (most, most))
+
+        self.assertEqual(self.run_with(self.list_of(ELSEWHERE, OWN), STORE_RULES, preexec_fn=limit), STORED)
+        self.assertEqual(effective_rules(), [ELSEWHERE, OWN])
+
     def test_a_limit_that_root_may_not_raise_leaves_the_old_file_and_nothing_else(self):
         before = contents(CHROMIUM.policies.parent)
         outcome = self.run_with(
@@ -239,6 +265,7 @@ class CallerTests(StoreRulesTestCase):
             *("setpriv", "--bounding-set=-sys_resource", "--inh-caps=-all", STORE_RULES),
             preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (60, 60)),
         )
+        # The file that takes the message has the limit, too.
         self.assertEqual((outcome.status, outcome.stderr[:13]), (1, b"store-rules: "))
         self.assertEqual(contents(CHROMIUM.policies.parent), before)
 
@@ -292,7 +319,8 @@ class CallerTests(StoreRulesTestCase):
         await_until(running, "the program to wait for the lock")
         process = Path("/proc", str(program.pid))
         self.assertEqual(process.joinpath("cwd").readlink(), Path("/"))
-        self.assertEqual({int(link.name) for link in process.joinpath("fd").iterdir()}, {0, 1, 2, 3})
+        self.assertEqual({int(link.name) for link in process.joinpath("fd").iterdir()}, {0, 1, 2})
+        self.assertEqual(process.joinpath("fd/0").readlink(), LOCK)
         status = dict(line.split(":\t", 1) for line in process.joinpath("status").read_text().splitlines())
         self.assertEqual(status["Umask"], "0022")
         blocked = int(status["SigBlk"], 16)
@@ -320,6 +348,24 @@ class LockTests(StoreRulesTestCase):
     def setUp(self):
         super().setUp()
         self.machine.grant(NOBODY)
+
+    def test_a_lease_on_a_file_of_version_0_1_0_holds_nothing_up(self):
+        """Who reads such a file waits until its owner gives it free, or for 45 seconds."""
+        self.write_own_file(policies(ELSEWHERE))
+        os.chown(OWN_PATH, NOBODY, NOBODY)
+        lease = (
+            f"import fcntl, os, signal; signal.pthread_sigmask(signal.SIG_BLOCK, [signal.SIGIO]); "
+            f"fcntl.fcntl(os.open('{OWN_PATH}', os.O_RDWR), fcntl.F_SETLEASE, fcntl.F_WRLCK); print(flush=True); input()"
+        )
+        with subprocess.Popen(
+            [*self.user, "python3", "-c", lease], stdin=subprocess.PIPE, stdout=subprocess.PIPE
+        ) as owner:
+            owner.stdout.readline()
+            refusal = failed(f"store-rules: {OWN_PATH}: Resource temporarily unavailable")
+            self.assertEqual(self.store(ELSEWHERE, OWN, timeout=20), refusal)
+            self.assertEqual(self.activate(self.identity, timeout=20), failed(messages.POLICY_WRITE_FAILED))
+            owner.kill()
+        self.assertEqual(self.store(ELSEWHERE, OWN), STORED)
 
     def test_nobody_but_root_may_open_what_is_locked(self):
         self.assertEqual(self.activate_as_user(), ACTIVATED)

@@ -8,7 +8,7 @@ from pathlib import Path
 from Tests.Support.Python.fault_test_case import FaultTestCase
 from Tests.Support.Python.outcome import Outcome, failed
 from Tests.Support.Python.policy_files import rule
-from Tests.Support.Python.private_machine import CHROMIUM, STORE_RULES, contents
+from Tests.Support.Python.private_machine import CHROMIUM, STORE_RULES, contents, other_processes
 from Tests.Support.Python.project import STORE_RULES_PROGRAM
 from Tests.Support.Python.users import needs_real_root
 
@@ -59,6 +59,11 @@ class StoreRulesTestCase(FaultTestCase):
         before = contents(CHROMIUM.policies.parent.parent)
         self.assertEqual(self.store(*rules, **settings), outcome)
         self.assertEqual(contents(CHROMIUM.policies.parent.parent), before)
+
+
+def has_begun() -> bool:
+    """Whether sudo has started `store-rules`."""
+    return any(Path("/proc", str(process), "comm").read_text() == "store-rules\n" for process in other_processes())
 
 
 def running() -> int | None:
