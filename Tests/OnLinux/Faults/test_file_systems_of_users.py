@@ -73,8 +73,9 @@ class FileSystemTests(StoreRulesTestCase):
             check=True,
             pass_fds=(device,),
         )
-        self.addCleanup(subprocess.run, ["umount", "--lazy", place], check=True)
         self.addCleanup(os.close, device)
+        # By force, so that nobody waits any longer.
+        self.addCleanup(subprocess.run, ["umount", "--force", "--lazy", place], check=True)
         file_system = OneFile(device, self.list_of(ELSEWHERE, OWN).encode())
         with open(place, "rb", buffering=0) as stream:
             subprocess.Popen(
