@@ -4,6 +4,7 @@
 import contextlib
 import fcntl
 import os
+import signal
 import subprocess
 import time
 import unittest
@@ -12,6 +13,7 @@ from concurrent.futures import ThreadPoolExecutor
 from Tests.Support.Python import messages, private_machine
 from Tests.Support.Python.outcome import Outcome, failed
 from Tests.Support.Python.policy_files import ELSEWHERE, OWN_PATH, policies
+from Tests.Support.Python.private_machine import STORE_RULES
 from Tests.Support.Python.store_rules_test_case import LOCK, OWN, StoreRulesTestCase
 from Tests.Support.Python.users import NOBODY
 
@@ -31,17 +33,33 @@ class WaitTests(StoreRulesTestCase):
         self.assertTrue(60 <= time.monotonic() - begin < 90, outcome)
         return outcome
 
-    def feed(self, *pieces: str) -> Outcome:
-        """A store whose input comes one piece a second and never ends."""
-        program = subprocess.Popen(
-            self.sudo(), bufsize=0, stdin=subprocess.PIPE, stderr=subprocess.PIPE, env=self.machine.environment
+    def start(self, *command) -> subprocess.Popen:
+        return subprocess.Popen(
+            command, bufsize=0, stdin=subprocess.PIPE, stderr=subprocess.PIPE, env=self.machine.environment
         )
+
+    def end(self, program: subprocess.Popen) -> Outcome:
+        with program.stdin, program.stderr:
+            return Outcome(program.wait(100), b"", program.stderr.read())
+
+    def feed(self, *pieces: str) -> Outcome:
+        """A store whose input comes in these pieces, one a second, and never ends."""
+        program = self.start(*self.sudo())
         with contextlib.suppress(BrokenPipeError):
             for piece in pieces:
                 program.stdin.write(piece.encode())
                 time.sleep(1)
-        with program.stdin, program.stderr:
-            return Outcome(program.wait(100), b"", program.stderr.read())
+        return self.end(program)
+
+    def hold_up(self) -> Outcome:
+        """A store that sleeps through the end of its minute, and then finds that there is input."""
+        program = self.start(STORE_RULES)
+        time.sleep(2)
+        program.send_signal(signal.SIGSTOP)
+        program.stdin.write(b" ")
+        time.sleep(60)
+        program.send_signal(signal.SIGCONT)
+        return self.end(program)
 
     def test_each_ends_after_a_minute(self):
         LOCK.mkdir(mode=0o700)
@@ -54,6 +72,7 @@ class WaitTests(StoreRulesTestCase):
             "nothing is said": (self.feed, too_late),
             "all but the end is said": (lambda: self.feed(self.list_of(ELSEWHERE, OWN)), too_late),
             "a little is said each second": (lambda: self.feed(*" " * 90), too_late),
+            "it is held up": (self.hold_up, too_late),
             "the lock is another's": (
                 lambda: self.store(ELSEWHERE, OWN, timeout=100),
                 failed(f"store-rules: {LOCK}: Connection timed out"),
