@@ -1,12 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "LumaretMacHelper/StoreRules/CallersSurroundings.hpp"
 
+#include <linux/ioprio.h>
+#include <sched.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <cstdlib>
+#include <cstring>
 
 #include "LumaretMacHelper/Platform.hpp"
 
@@ -24,7 +29,8 @@ void putSignalsOff() {
 }
 
 void raiseLimits() {
-  for (const auto resource : {RLIMIT_AS, RLIMIT_CPU, RLIMIT_DATA, RLIMIT_FSIZE, RLIMIT_NOFILE}) {
+  for (const auto resource :
+       {RLIMIT_AS, RLIMIT_CPU, RLIMIT_DATA, RLIMIT_FSIZE, RLIMIT_NOFILE, RLIMIT_STACK}) {
     struct rlimit limit = {};
     ::getrlimit(resource, &limit);
     // Of open files, no system allows any number.
@@ -38,6 +44,19 @@ void raiseLimits() {
     limit.rlim_cur = limit.rlim_max;
     ::setrlimit(resource, &limit);
   }
+}
+
+/// As much of the processor and of the disk as others get, and timers that end in time.
+void takeTurnsAsOthersDo() {
+  const sched_param ordinary{};
+  ::sched_setscheduler(0, SCHED_OTHER, &ordinary);
+  ::setpriority(PRIO_PROCESS, 0, 0);
+  cpu_set_t processors;
+  std::memset(&processors, 0xff, sizeof processors);
+  ::sched_setaffinity(0, sizeof processors, &processors);
+  ::syscall(SYS_ioprio_set, IOPRIO_WHO_PROCESS, 0, IOPRIO_PRIO_VALUE(IOPRIO_CLASS_NONE, 0));
+  constexpr unsigned long nanoseconds = 50'000;  // What the kernel gives the first process.
+  ::prctl(PR_SET_TIMERSLACK, nanoseconds);
 }
 
 }  // namespace
@@ -54,7 +73,7 @@ void leaveCallersSurroundings() {
     std::abort();
   }
   raiseLimits();
-  ::setpriority(PRIO_PROCESS, 0, 0);
+  takeTurnsAsOthersDo();
 }
 
 }  // namespace lumaret

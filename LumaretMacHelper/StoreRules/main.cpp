@@ -19,7 +19,9 @@
 #include <vector>
 
 #include "LumaretMacHelper/Linux/StoringLock.hpp"
+#include "LumaretMacHelper/POSIX/Process.hpp"
 #include "LumaretMacHelper/Platform.hpp"
+#include "LumaretMacHelper/StoreRules/CallersControlGroups.hpp"
 #include "LumaretMacHelper/StoreRules/CallersSurroundings.hpp"
 
 namespace lumaret {
@@ -71,15 +73,35 @@ std::vector<std::string> listIn(const std::string& text) {
   return list.get<std::vector<std::string>>();
 }
 
-void storeRules() {
+/// The user for whom sudo started this process, by the name that sudo took for the user's number;
+/// nothing where root did without sudo.
+std::optional<std::string> callerOfSudo() {
+  const char* name = std::getenv("SUDO_USER");
+  return name == nullptr ? std::nullopt : std::optional<std::string>(name);
+}
+
+/// Whether sudo would start this program for the user now, by whatever line of its files.
+bool maySudo(const std::string& user) {
+  return runUnseen(LUMARET_SUDO, {"-n", "-l", "-U", user, "-u", "root", "--", LUMARET_STORE_RULES},
+                   "") == 0;
+}
+
+void storeRules(const std::optional<std::string>& caller) {
   CurrentUserChromePreferences preferences;
   // What is read and parsed for the caller is bounded by what is there, and one more rule.
   const std::size_t longest = json(preferences.readRules()).dump().size() + 2 * longestRule;
   const std::vector<std::string> rules = listIn(readStandardInput(longest));
+  // A file system of the user's might not let it be closed. Were the lock held then, it would stay
+  // so even if this process were killed: the lock's own descriptor now comes before all others.
+  ::close(STDIN_FILENO);
 
   const StoringLock lock;
   if (!ChromeCertificatePolicyService::isReplacement(rules, preferences.readRules(), longestRule)) {
     throw Refusal("This is not the list in force with one rule of lumaret-macos-helper's.");
+  }
+  // It may be long since sudo was asked, and whoever takes a grant back waits for the lock.
+  if (caller && !maySudo(*caller)) {
+    throw Refusal("sudo does not let its caller store the rule any more.");
   }
   preferences.writeRules(rules);
   if (!preferences.synchronize()) {
@@ -92,6 +114,7 @@ void storeRules() {
 
 int main(int argumentCount, char** /*arguments*/) {
   try {
+    const auto caller = lumaret::callerOfSudo();
     lumaret::leaveCallersSurroundings();
     if (argumentCount > 1) {
       throw lumaret::Refusal("There are no arguments: the list comes on standard input.");
@@ -99,7 +122,8 @@ int main(int argumentCount, char** /*arguments*/) {
     if (::getuid() != 0 || ::geteuid() != 0) {
       throw lumaret::Refusal("This is for root, by way of sudo.");
     }
-    lumaret::storeRules();
+    lumaret::leaveCallersControlGroups();
+    lumaret::storeRules(caller);
   } catch (const std::exception& error) {
     lumaret::writeStandardError("store-rules: " + std::string(error.what()) + "\n");
     return EXIT_FAILURE;

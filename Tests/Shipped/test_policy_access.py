@@ -1,6 +1,8 @@
 # SPDX-License-Identifier: Apache-2.0
 """The administrator's step: who may write the policy file, and who decides that."""
 
+import fcntl
+import json
 import os
 import re
 import signal
@@ -9,8 +11,9 @@ import struct
 import subprocess
 import tempfile
 import threading
+import time
 import unittest
-from concurrent.futures import ThreadPoolExecutor
+from concurrent.futures import ThreadPoolExecutor, TimeoutError as FutureTimeoutError
 from pathlib import Path
 
 from Tests.Support.Python import messages, private_machine
@@ -27,6 +30,7 @@ from Tests.Support.Python.private_machine import (
     contents,
 )
 from Tests.Support.Python.project import HELPER, MADE, STORE_RULES_PROGRAM
+from Tests.Support.Python.store_rules_test_case import has_begun
 from Tests.Support.Python.users import NOBODY, needs_real_root
 
 
@@ -61,6 +65,7 @@ REVOKED = Outcome(0, f"{ANA_DESCRIBED} may no longer store the rule.\n".encode()
 TAKEN_BACK = Outcome(0, f"Only root may write {FILE}\nWhat it says stays in force until you remove it.\n".encode(), b"")
 NOTHING_GRANTED = Outcome(0, b"Nothing was granted.\n", b"")
 
+LOCK = Path("/run/lumaret-macos-helper")
 STAGED = ".lumaret-policy-access.*"
 PROGRAMS = (
     "awk chmod chown cp cut dirname find flock getent id mkdir mktemp mv rm seq stat umount unshare visudo".split()
@@ -653,6 +658,120 @@ class RevokeTests(AccessTestCase):
                 outcome.stderr.decode(),
             )
         self.assertEqual(FILE.stat().st_uid, ANA)
+
+
+@needs_real_root
+class BegunStoreTests(AccessTestCase):
+    """What was begun before the grant was taken back is not stored afterwards."""
+
+    OWN = rule({"CN": "Ana"}, None)
+    REFUSAL = b"store-rules: sudo does not let its caller store the rule any more.\n"
+
+    def setUp(self):
+        super().setUp()
+        self.machine.write_policies(OWN_FILE, policies(ELSEWHERE))
+
+    def begin(self, user: int = ANA) -> subprocess.Popen:
+        """A store by that user, who has yet to say what."""
+        store = subprocess.Popen(
+            ("setpriv", f"--reuid={user}", f"--regid={user}", "--clear-groups", "sudo", "-n", STORE_RULES),
+            stdin=subprocess.PIPE,
+            stderr=subprocess.PIPE,
+            env=self.machine.environment | {"SUDO_USER": "root", "SUDO_UID": "0"},  # sudo sets its own
+        )
+        self.addCleanup(store.communicate)
+        await_until(lambda: has_begun() or store.poll() is not None, "the program to begin")
+        return store
+
+    def end(self, store: subprocess.Popen) -> Outcome:
+        _, said = store.communicate(json.dumps([ELSEWHERE, self.OWN]).encode(), 30)
+        return Outcome(store.returncode, b"", said)
+
+    def assert_refused_at_the_end(self, store: subprocess.Popen):
+        before = contents(Path("/etc/chromium"))
+        self.assertEqual(self.end(store), Outcome(1, b"", self.REFUSAL))
+        self.assertEqual(contents(Path("/etc/chromium")), before)
+
+    def assert_stored_at_the_end(self, store: subprocess.Popen):
+        self.assertEqual(self.end(store), Outcome(0, b"", b""))
+        self.assertEqual(self.stored_rules(), [ELSEWHERE, self.OWN])
+        self.machine.write_policies(OWN_FILE, policies(ELSEWHERE))
+
+    def test_one_that_waits_for_its_input(self):
+        self.grant()
+        store = self.begin()
+        self.assertEqual(self.revoke(), REVOKED)
+        self.assert_refused_at_the_end(store)
+
+    def test_one_that_has_the_lock_is_awaited_after_the_grant_is_gone(self):
+        self.grant()
+        LOCK.mkdir(mode=0o700)
+        lock = os.open(LOCK, os.O_RDONLY)
+        fcntl.flock(lock, fcntl.LOCK_EX)
+        with ThreadPoolExecutor(1) as pool:
+            revoked = pool.submit(self.revoke)
+            try:
+                await_until(lambda: not drop_in(ANA).exists(), "the line to go")
+                with self.assertRaises(FutureTimeoutError):
+                    revoked.result(0.5)
+            finally:
+                os.close(lock)
+            self.assertEqual(revoked.result(), REVOKED)
+
+    def test_one_that_keeps_the_lock_is_awaited_for_a_minute(self):
+        self.grant()
+        LOCK.mkdir(mode=0o700)
+        lock = os.open(LOCK, os.O_RDONLY)
+        self.addCleanup(os.close, lock)
+        fcntl.flock(lock, fcntl.LOCK_EX)
+        begin = time.monotonic()
+        outcome = self.revoke(timeout=100)
+        self.assertTrue(60 <= time.monotonic() - begin < 90)
+        warning = b"lumaret-policy-access: A store that has begun may still be finished. Revoke again.\n"
+        self.assertEqual(outcome, Outcome(1, REVOKED.stdout, warning))
+        self.assertFalse(drop_in(ANA).exists())
+        fcntl.flock(lock, fcntl.LOCK_UN)
+        self.assertEqual(self.revoke(), NOTHING_GRANTED)
+
+    def test_of_another_user_it_goes_on(self):
+        self.grant()
+        self.grant("ben")
+        store = self.begin(BEN)
+        self.assertEqual(self.revoke("ana"), REVOKED)
+        self.assert_stored_at_the_end(store)
+
+    def test_a_line_of_an_administrator_s_own(self):
+        line = GRANTS / "own"
+        line.write_text(f"ana ALL = (root) NOPASSWD: {STORE_RULES}\n")
+        line.chmod(0o440)
+        self.assert_stored_at_the_end(self.begin())
+        self.grant()
+        store = self.begin()
+        self.revoke()
+        self.assert_stored_at_the_end(store)
+        store = self.begin()
+        line.unlink()
+        self.assert_refused_at_the_end(store)
+
+    def test_a_user_with_a_backslash_or_with_a_number_for_a_name(self):
+        for user, number in ((BACKSLASH, 1236), (str(DIGITS), DIGITS), ("2001", 2001)):
+            with self.subTest(user):
+                self.assertEqual(self.grant(user).status, 0)
+                self.assert_stored_at_the_end(self.begin(number))
+                store = self.begin(number)
+                self.assertEqual(self.revoke(user).status, 0)
+                self.assert_refused_at_the_end(store)
+
+    def test_a_sudo_that_cannot_be_asked(self):
+        self.grant()
+        store = self.begin()
+        nothing = self.machine.folder / "nothing"
+        nothing.touch(mode=0o755)
+        self.machine.mount_over(SUDOERS, nothing)
+        self.assert_refused_at_the_end(store)
+
+    def test_root_by_way_of_sudo(self):
+        self.assert_stored_at_the_end(self.begin(0))
 
 
 @needs_real_root

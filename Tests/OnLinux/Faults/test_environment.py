@@ -8,9 +8,10 @@ import unittest
 
 from Tests.Support.Python import private_machine
 from Tests.Support.Python.fault_test_case import FaultTestCase
-from Tests.Support.Python.outcome import ACTIVATED, printed
-from Tests.Support.Python.policy_files import effective_rules
-from Tests.Support.Python.project import is_sanitized
+from Tests.Support.Python.outcome import ACTIVATED, Outcome, printed
+from Tests.Support.Python.policy_files import effective_rules, policies
+from Tests.Support.Python.project import STORE_RULES_PROGRAM, is_sanitized
+from Tests.Support.Python.users import needs_real_root
 
 
 setUpModule = private_machine.enter
@@ -158,6 +159,23 @@ class StackTests(FaultTestCase):
             with self.subTest(kilobytes):
                 self.assertEqual(self.limited(kilobytes, "list"), printed(self.line_of(identity)))
                 self.assertEqual(self.limited(kilobytes, "activate", "--fingerprint", identity.fingerprint), ACTIVATED)
+
+    @needs_real_root
+    def test_what_nests_deeply_takes_no_stack(self):
+        identity = self.make_identity()
+        nested = "[" * 1_000_000 + "]" * 1_000_000
+        self.machine.write_policies("10.json", f'{{"Other": {nested}}}')
+        nested_to_the_limit = json.loads("[" * 197 + "]" * 197)
+        self.write_own_file(policies(nested, Other=nested_to_the_limit))
+        self.assertEqual(self.limited(48, "activate", "--fingerprint", identity.fingerprint), ACTIVATED)
+        expected = [nested, self.rule_for(identity)]
+        self.assertEqual(self.stored_rules(), expected)
+        text = self.machine.folder / "input"
+        text.write_text(json.dumps(expected))
+        with open(text, "rb") as stream:
+            outcome = self.machine.run("prlimit", f"--stack={48 << 10}", STORE_RULES_PROGRAM, stdin=stream)
+        self.assertEqual(outcome, Outcome(0, b"", b""))
+        self.assertEqual(self.stored_policies()["Other"], nested_to_the_limit)
 
 
 if __name__ == "__main__":

@@ -1,9 +1,11 @@
 # SPDX-License-Identifier: Apache-2.0
 """What a user to whom sudo allows `store-rules` can do with it, and what they cannot: with a real sudo."""
 
+import ctypes
 import fcntl
 import json
 import os
+import re
 import resource
 import signal
 import shutil
@@ -13,8 +15,7 @@ import unittest
 from pathlib import Path
 
 from Tests.Support.Python import messages, private_machine
-from Tests.Support.Python.fault_test_case import FaultTestCase
-from Tests.Support.Python.outcome import ACTIVATED, Outcome, failed
+from Tests.Support.Python.outcome import ACTIVATED, failed
 from Tests.Support.Python.policy_files import (
     ELSEWHERE,
     OLD_CATCH_ALL,
@@ -25,58 +26,22 @@ from Tests.Support.Python.policy_files import (
     rule,
 )
 from Tests.Support.Python.private_machine import CHROMIUM, STORE_RULES, await_until, contents
-from Tests.Support.Python.project import STORE_RULES_PROGRAM
-from Tests.Support.Python.users import NOBODY, needs_real_root
+from Tests.Support.Python.store_rules_test_case import (
+    LOCK,
+    OWN,
+    STORED,
+    SUDO_REFUSES,
+    WRONG_LIST,
+    StoreRulesTestCase,
+    has_begun,
+    running,
+)
+from Tests.Support.Python.users import NOBODY
 
 
 setUpModule = private_machine.enter
-
-LOCK = Path("/run/lumaret-macos-helper")
-OWN = rule({"CN": "Ana"}, {"CN": "Authority"})
-STORED = Outcome(0, b"", b"")
-SUDO_REFUSES = failed("sudo: a password is required")
-WRONG_LIST = failed("store-rules: This is not the list in force with one rule of lumaret-macos-helper's.")
-
-
-@needs_real_root
-class StoreRulesTestCase(FaultTestCase):
-    def setUp(self):
-        super().setUp()
-        self.machine.install_store_rules(STORE_RULES_PROGRAM)
-        self.identity = self.make_identity()
-        self.user = self.become_ordinary_user()
-
-    def store(self, *rules, text: str | None = None, arguments: tuple = (), **settings) -> Outcome:
-        """As the user does who calls sudo without the tool."""
-        return self.run_with(self.list_of(*rules) if text is None else text, *self.sudo(*arguments), **settings)
-
-    def sudo(self, *arguments: str) -> tuple:
-        return (*self.user, "sudo", "-n", str(STORE_RULES), *arguments)
-
-    def run_with(self, text: str, *command, **settings) -> Outcome:
-        place = self.machine.folder / "input"
-        place.write_text(text)
-        with open(place, "rb") as stream:
-            return self.machine.run(*command, **{"stdin": stream} | settings)
-
-    @staticmethod
-    def list_of(*rules) -> str:
-        return json.dumps(rules)
-
-    def activate_as_user(self, **settings) -> Outcome:
-        return self.machine.run(
-            *self.user,
-            self.readable_helper(),
-            "activate",
-            "--fingerprint",
-            self.identity.fingerprint,
-            **settings,
-        )
-
-    def assert_refused(self, outcome: Outcome, *rules, **settings):
-        before = contents(CHROMIUM.policies.parent.parent)
-        self.assertEqual(self.store(*rules, **settings), outcome)
-        self.assertEqual(contents(CHROMIUM.policies.parent.parent), before)
+PR_SET_TIMERSLACK = 29
+CAP_SYS_RESOURCE = 24
 
 
 class GrantedUserTests(StoreRulesTestCase):
@@ -203,6 +168,17 @@ class ListTests(StoreRulesTestCase):
         self.machine.write_policies("10.json", "{ broken " + POLICY)
         self.assert_refused(failed("store-rules: invalidStoredValue"), ELSEWHERE, OWN, "text")
 
+    def test_a_grant_that_was_taken_back_meanwhile_stores_nothing(self):
+        line = self.machine.grant(NOBODY)
+        waiting = subprocess.Popen(
+            self.sudo(), stdin=subprocess.PIPE, stderr=subprocess.PIPE, env=self.machine.environment
+        )
+        await_until(has_begun, "the program to begin")
+        line.unlink()
+        _, said = waiting.communicate(self.list_of(ELSEWHERE, OWN, "text").encode(), 30)
+        self.assertEqual(said, b"store-rules: sudo does not let its caller store the rule any more.\n")
+        self.assertEqual(effective_rules(), [ELSEWHERE, OLD_CATCH_ALL, "text"])
+
     def test_rules_that_changed_meanwhile_are_not_lost(self):
         changed = rule({"CN": "Somebody"}, None, "https://new.test")
         LOCK.mkdir(mode=0o700, exist_ok=True)
@@ -215,24 +191,12 @@ class ListTests(StoreRulesTestCase):
             fcntl.flock(lock, fcntl.LOCK_EX)
             waiting = subprocess.Popen(self.sudo(), stdin=text, stderr=subprocess.PIPE, env=self.machine.environment)
         self.addCleanup(waiting.stderr.close)
-        await_until(lambda: running(), "the program to wait for the lock")
+        await_until(running, "the program to wait for the lock")
         self.write_own_file(policies(changed))
         fcntl.flock(lock, fcntl.LOCK_UN)
         self.assertEqual(waiting.wait(30), 1)
         self.assertEqual(waiting.stderr.read(), WRONG_LIST.stderr)
         self.assertEqual(effective_rules(), [changed])
-
-
-def running() -> int | None:
-    """The process of `store-rules` once it sleeps between two looks at the lock."""
-    for entry in Path("/proc").iterdir():
-        try:
-            if (entry / "comm").read_text() == "store-rules\n" and os.readlink(entry / "exe") == str(STORE_RULES):
-                if any(os.readlink(link) == str(LOCK) for link in (entry / "fd").iterdir()):
-                    return int(entry.name)
-        except (OSError, ValueError):
-            pass
-    return None
 
 
 class CallerTests(StoreRulesTestCase):
@@ -282,6 +246,18 @@ class CallerTests(StoreRulesTestCase):
         self.assertEqual(self.run_with(self.list_of(ELSEWHERE, OWN), STORE_RULES, preexec_fn=limit_files_too), STORED)
         self.assertEqual(effective_rules(), [ELSEWHERE, OWN])
 
+    def test_hard_limits(self):
+        capabilities = int(re.search(r"^CapEff:\t(\w+)", Path("/proc/self/status").read_text(), re.M)[1], 16)
+        if not capabilities >> CAP_SYS_RESOURCE & 1:
+            self.skipTest("this root may not raise a hard limit")
+
+        def limit():
+            for which, most in ((resource.RLIMIT_FSIZE, 0), (resource.RLIMIT_NOFILE, 8), (resource.RLIMIT_CPU, 2)):
+                resource.setrlimit(which, (most, most))
+
+        self.assertEqual(self.run_with(self.list_of(ELSEWHERE, OWN), STORE_RULES, preexec_fn=limit), STORED)
+        self.assertEqual(effective_rules(), [ELSEWHERE, OWN])
+
     def test_a_limit_that_root_may_not_raise_leaves_the_old_file_and_nothing_else(self):
         before = contents(CHROMIUM.policies.parent)
         outcome = self.run_with(
@@ -289,6 +265,7 @@ class CallerTests(StoreRulesTestCase):
             *("setpriv", "--bounding-set=-sys_resource", "--inh-caps=-all", STORE_RULES),
             preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (60, 60)),
         )
+        # The file that takes the message has the limit, too.
         self.assertEqual((outcome.status, outcome.stderr[:13]), (1, b"store-rules: "))
         self.assertEqual(contents(CHROMIUM.policies.parent), before)
 
@@ -318,10 +295,15 @@ class CallerTests(StoreRulesTestCase):
         fcntl.flock(lock, fcntl.LOCK_EX)
         place = self.machine.folder / "input"
         place.write_text(self.list_of(ELSEWHERE, OWN))
+        libc = ctypes.CDLL(None)
 
         def arrange():
             signal.signal(signal.SIGCHLD, signal.SIG_IGN)
             os.nice(10)
+            os.sched_setscheduler(0, os.SCHED_BATCH, os.sched_param(0))
+            os.sched_setaffinity(0, {min(os.sched_getaffinity(0))})
+            subprocess.run(["ionice", "--class", "idle", "--pid", str(os.getpid())], check=True)
+            libc.prctl(PR_SET_TIMERSLACK, ctypes.c_ulong(10**15))
             os.umask(0o077)
             os.dup2(1, 50)
             os.chdir("/opt")
@@ -337,7 +319,8 @@ class CallerTests(StoreRulesTestCase):
         await_until(running, "the program to wait for the lock")
         process = Path("/proc", str(program.pid))
         self.assertEqual(process.joinpath("cwd").readlink(), Path("/"))
-        self.assertEqual({int(link.name) for link in process.joinpath("fd").iterdir()}, {0, 1, 2, 3})
+        self.assertEqual({int(link.name) for link in process.joinpath("fd").iterdir()}, {0, 1, 2})
+        self.assertEqual(process.joinpath("fd/0").readlink(), LOCK)
         status = dict(line.split(":\t", 1) for line in process.joinpath("status").read_text().splitlines())
         self.assertEqual(status["Umask"], "0022")
         blocked = int(status["SigBlk"], 16)
@@ -345,6 +328,10 @@ class CallerTests(StoreRulesTestCase):
             self.assertTrue(blocked >> (each - 1) & 1, each)
         self.assertFalse(int(status["SigIgn"], 16) >> (signal.SIGCHLD - 1) & 1)
         self.assertEqual(os.getpriority(os.PRIO_PROCESS, program.pid), 0)
+        self.assertEqual(os.sched_getscheduler(program.pid), os.SCHED_OTHER)
+        self.assertEqual(os.sched_getaffinity(program.pid), os.sched_getaffinity(0))
+        self.assertEqual(self.machine.run("ionice", "--pid", str(program.pid)).stdout, b"none: prio 0\n")
+        self.assertEqual(process.joinpath("timerslack_ns").read_text(), "50000\n")
         for each in (signal.SIGINT, signal.SIGTSTP, signal.SIGTERM, signal.SIGHUP):
             program.send_signal(each)
         fcntl.flock(lock, fcntl.LOCK_UN)
@@ -361,6 +348,24 @@ class LockTests(StoreRulesTestCase):
     def setUp(self):
         super().setUp()
         self.machine.grant(NOBODY)
+
+    def test_a_lease_on_a_file_of_version_0_1_0_holds_nothing_up(self):
+        """Who reads such a file waits until its owner gives it free, or for 45 seconds."""
+        self.write_own_file(policies(ELSEWHERE))
+        os.chown(OWN_PATH, NOBODY, NOBODY)
+        lease = (
+            f"import fcntl, os, signal; signal.pthread_sigmask(signal.SIG_BLOCK, [signal.SIGIO]); "
+            f"fcntl.fcntl(os.open('{OWN_PATH}', os.O_RDWR), fcntl.F_SETLEASE, fcntl.F_WRLCK); print(flush=True); input()"
+        )
+        with subprocess.Popen(
+            [*self.user, "python3", "-c", lease], stdin=subprocess.PIPE, stdout=subprocess.PIPE
+        ) as owner:
+            owner.stdout.readline()
+            refusal = failed(f"store-rules: {OWN_PATH}: Resource temporarily unavailable")
+            self.assertEqual(self.store(ELSEWHERE, OWN, timeout=20), refusal)
+            self.assertEqual(self.activate(self.identity, timeout=20), failed(messages.POLICY_WRITE_FAILED))
+            owner.kill()
+        self.assertEqual(self.store(ELSEWHERE, OWN), STORED)
 
     def test_nobody_but_root_may_open_what_is_locked(self):
         self.assertEqual(self.activate_as_user(), ACTIVATED)

@@ -1,0 +1,92 @@
+# SPDX-License-Identifier: Apache-2.0
+"""A user's own file system, which need not answer: what a process waits for there, even SIGKILL does not end."""
+
+import contextlib
+import os
+import struct
+import subprocess
+import threading
+import unittest
+
+from Tests.Support.Python import private_machine
+from Tests.Support.Python.outcome import ACTIVATED
+from Tests.Support.Python.policy_files import ELSEWHERE, effective_rules, policies
+from Tests.Support.Python.private_machine import STORE_RULES
+from Tests.Support.Python.store_rules_test_case import OWN, StoreRulesTestCase
+
+
+setUpModule = private_machine.enter
+
+GETATTR, OPEN, READ, FLUSH, INIT = 3, 14, 15, 25, 26
+ENOSYS = 38
+
+
+class OneFile:
+    """A FUSE file system that is one file. Once it was read to its end, nobody but this process gets it closed."""
+
+    def __init__(self, device: int, text: bytes):
+        self._was_read = False
+        self.is_being_closed = threading.Event()
+        self._device = device
+        self._text = text
+        threading.Thread(target=self._serve, daemon=True).start()
+
+    def _serve(self) -> None:
+        with contextlib.suppress(OSError):  # at the end it is unmounted
+            while True:
+                request = os.read(self._device, 1 << 20)
+                operation, unique, process = struct.unpack_from("<4xIQ16xI", request)
+                if operation == FLUSH and self._was_read and process != os.getpid():
+                    self.is_being_closed.set()
+                    continue
+                answer = self._answer(operation, request[40:])
+                error = -ENOSYS if answer is None else 0
+                os.write(self._device, struct.pack("<IiQ", 16 + len(answer or b""), error, unique) + (answer or b""))
+
+    def _answer(self, operation: int, arguments: bytes) -> bytes | None:
+        if operation == INIT:
+            return struct.pack("<IIIIHHIIHHI28x", 7, 31, 0, 0, 0, 0, 4096, 1, 0, 0, 0)
+        if operation == GETATTR:
+            return struct.pack("<Q8xQQQ24x12xIIIIIII", 1, 1, len(self._text), 1, 0o100644, 1, 0, 0, 0, 4096, 0)
+        if operation == OPEN:
+            return struct.pack("<QII", 0, 1, 0)  # read from here each time
+        if operation == READ:
+            _, offset, size = struct.unpack_from("<QQI", arguments)
+            self._was_read = offset >= len(self._text)
+            return self._text[offset : offset + size]
+        return b"" if operation == FLUSH else None
+
+
+class FileSystemTests(StoreRulesTestCase):
+    def test_input_that_is_never_closed_keeps_nobody_from_the_lock(self):
+        """Even if the program is killed in the middle, as by a machine that runs out of memory."""
+        self.write_own_file(policies(ELSEWHERE))
+        try:
+            device = os.open("/dev/fuse", os.O_RDWR)
+        except OSError as error:
+            self.skipTest(f"no FUSE here: {error}")
+        place = self.machine.folder / "input"
+        place.touch()
+        subprocess.run(
+            ("mount", "--internal-only", "-t", "fuse", "-o", f"fd={device},rootmode=100000,user_id=0,group_id=0")
+            + ("none", place),
+            check=True,
+            pass_fds=(device,),
+        )
+        self.addCleanup(os.close, device)
+        # By force, so that nobody waits any longer.
+        self.addCleanup(subprocess.run, ["umount", "--force", "--lazy", place], check=True)
+        file_system = OneFile(device, self.list_of(ELSEWHERE, OWN).encode())
+        with open(place, "rb", buffering=0) as stream:
+            subprocess.Popen(
+                ("strace", "--output=/dev/null", "--trace=rename", "--inject=rename:signal=KILL", STORE_RULES),
+                stdin=stream,
+                env=self.machine.environment,
+            )
+        self.assertTrue(file_system.is_being_closed.wait(20))
+        self.assertEqual(self.activate(self.identity, timeout=20), ACTIVATED)
+        self.assertEqual(effective_rules(), [ELSEWHERE, self.rule_for(self.identity)])
+
+
+if __name__ == "__main__":
+    unittest.main()
