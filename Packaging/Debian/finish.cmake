@@ -2,21 +2,25 @@
 # What Debian wants otherwise than `cmake --install` leaves it, run by CPack in the package's tree.
 set(share ${CPACK_TEMPORARY_INSTALL_DIRECTORY}/usr/share)
 
+# The one folder that CPack makes itself, under the umask of whoever packages.
+file(CHMOD ${CPACK_TEMPORARY_INSTALL_DIRECTORY}/usr PERMISSIONS
+  OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+
 file(RENAME ${share}/zsh/site-functions ${share}/zsh/vendor-completions)
 
-# CMake takes the umask off the permissions of the folders that it makes.
-file(GLOB_RECURSE entries LIST_DIRECTORIES true ${CPACK_TEMPORARY_INSTALL_DIRECTORY}/*)
-foreach(entry IN LISTS entries ITEMS ${CPACK_TEMPORARY_INSTALL_DIRECTORY})
-  if(IS_DIRECTORY ${entry})
-    file(CHMOD ${entry} PERMISSIONS
-      OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
-  endif()
-endforeach()
-
 set(documents ${share}/doc/lumaret-macos-helper)
-file(REMOVE ${documents}/LICENSE ${documents}/NOTICE) # copyright says both
-configure_file(${CMAKE_CURRENT_LIST_DIR}/copyright ${documents}/copyright COPYONLY)
-configure_file(${CPACK_DEBIAN_CHANGELOG} ${documents}/changelog COPYONLY)
+file(REMOVE ${documents}/LICENSE) # copyright says where Debian has it
+foreach(file IN ITEMS ${CMAKE_CURRENT_LIST_DIR}/copyright ${CPACK_DEBIAN_CHANGELOG})
+  cmake_path(GET file FILENAME name)
+  configure_file(${file} ${documents}/${name} COPYONLY
+    FILE_PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
+endforeach()
+execute_process(
+  COMMAND date --utc --rfc-email --date=${CPACK_DEBIAN_RELEASE_DAY}
+  OUTPUT_VARIABLE release_date
+  OUTPUT_STRIP_TRAILING_WHITESPACE
+  COMMAND_ERROR_IS_FATAL ANY)
+file(APPEND ${documents}/changelog " -- ${CPACK_DEBIAN_PACKAGE_MAINTAINER}  ${release_date}\n")
 
 file(GLOB pages ${share}/man/man*/*)
 execute_process(

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-# `cpack` makes a Debian package of what is installed.
+# `cpack` makes a Debian package of what is installed. Configuring needs nothing of Debian's.
 
 # Debian's own form of the changelog, of this release alone.
 string(REGEX REPLACE "^.*\n## ${PROJECT_VERSION} - [^\n]*\n+" "" changes "${changelog}")
@@ -7,16 +7,12 @@ string(REGEX REPLACE "\n## .*" "\n" changes "${changes}")
 string(REGEX REPLACE "\n+$" "" changes "\n${changes}")
 string(REPLACE "\n" "\n  " changes "${changes}")
 string(REPLACE "\n  - " "\n  * " changes "${changes}")
-execute_process(
-  COMMAND date --utc --rfc-email --date=${release_day}
-  OUTPUT_VARIABLE release_date
-  OUTPUT_STRIP_TRAILING_WHITESPACE
-  COMMAND_ERROR_IS_FATAL ANY)
 set(CPACK_DEBIAN_PACKAGE_MAINTAINER "Lumaret Maintainers <maintainers@lumaret.example>")
+# Its last line has the day in a form that only making the package needs to know.
+set(CPACK_DEBIAN_RELEASE_DAY ${release_day})
 set(CPACK_DEBIAN_CHANGELOG ${CMAKE_CURRENT_BINARY_DIR}/changelog)
 file(WRITE ${CPACK_DEBIAN_CHANGELOG}
-  "lumaret-macos-helper (${PROJECT_VERSION}) stable; urgency=medium\n${changes}\n\n"
-  " -- ${CPACK_DEBIAN_PACKAGE_MAINTAINER}  ${release_date}\n")
+  "lumaret-macos-helper (${PROJECT_VERSION}) stable; urgency=medium\n${changes}\n\n")
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME lumaret-macos-helper)

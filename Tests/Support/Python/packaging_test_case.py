@@ -6,7 +6,22 @@ import os
 from pathlib import Path
 
 from Tests.Support.Python.helper_test_case import HelperTestCase
-from Tests.Support.Python.project import BUILD, HELPER
+from Tests.Support.Python.markdown import dangling_links, relative_links
+from Tests.Support.Python.project import BUILD, HELPER, MADE, SOURCES
+
+
+@contextlib.contextmanager
+def kept_manifest():
+    """The list by which somebody may remove what they installed from this build stays theirs."""
+    manifest = BUILD / "install_manifest.txt"
+    before = manifest.read_bytes() if manifest.exists() else None
+    try:
+        yield
+    finally:
+        if before is None:
+            manifest.unlink(missing_ok=True)
+        else:
+            manifest.write_bytes(before)
 
 
 class PackagingTestCase(HelperTestCase):
@@ -17,22 +32,26 @@ class PackagingTestCase(HelperTestCase):
         (programs / "lumaret-macos-helper").symlink_to(HELPER)
         self.machine.environment |= {"PATH": f"{programs}:{self.machine.environment['PATH']}", "LANG": "C.UTF-8"}
 
-    @contextlib.contextmanager
-    def kept_manifest(self):
-        """The list by which somebody may remove what they installed from this build stays theirs."""
-        manifest = BUILD / "install_manifest.txt"
-        before = manifest.read_bytes() if manifest.exists() else None
-        try:
-            yield
-        finally:
-            if before is None:
-                manifest.unlink(missing_ok=True)
-            else:
-                manifest.write_bytes(before)
-
     def install(self, prefix: Path) -> None:
-        with self.kept_manifest():
+        with kept_manifest():
             self.assert_succeeds("cmake", "--install", BUILD, "--prefix", prefix)
+
+    def assert_links_lead_somewhere(self, folder: Path) -> None:
+        """Those of the installed documents: to another one, or to an absolute address."""
+        documents = sorted(folder.rglob("*.md"))
+        self.assertGreater(sum(len(relative_links(document)) for document in documents), 20)
+        self.assertEqual({document.name: links for document in documents if (links := dangling_links(document))}, {})
+
+    def close_sources_to_others(self) -> None:
+        """As in a clone that was made, and configured, under a umask that leaves nothing to other users."""
+        copies = self.machine.folder / "sources"
+        copies.mkdir()
+        documents = (SOURCES / "LICENSE", SOURCES / "NOTICE", *SOURCES.glob("*.md"))
+        for number, place in enumerate((SOURCES / "docs", SOURCES / "Packaging", MADE, *documents)):
+            copy = copies / str(number)
+            self.assert_succeeds("cp", "-r", place, copy)
+            self.assert_succeeds("chmod", "-R", "go=", copy)
+            self.machine.mount_over(place, copy)
 
     @contextlib.contextmanager
     def umask(self, mask: int):

@@ -1,0 +1,199 @@
+# SPDX-License-Identifier: Apache-2.0
+"""The Debian package: what it holds, and that all of it goes again."""
+
+import os
+import re
+import unittest
+from pathlib import Path
+
+from Tests.Support.Python import debian_package, private_machine
+from Tests.Support.Python.debian_package import DebianPackageTestCase
+from Tests.Support.Python.debian_root_test_case import DebianRootTestCase
+from Tests.Support.Python.installation import PACKAGED, files, folder_modes, modes
+from Tests.Support.Python.outcome import ACTIVATED
+from Tests.Support.Python.policy_files import OWN_FILE
+from Tests.Support.Python.private_machine import contents
+from Tests.Support.Python.project import BUILD, HELPER, SOURCES, VERSION
+from Tests.Support.Python.users import NOBODY, needs_real_root
+
+
+setUpModule = private_machine.enter
+
+
+class DebianPackageTests(DebianPackageTestCase):
+    def field(self, name: str) -> str:
+        return self.assert_succeeds("dpkg-deb", "--field", self.package, name).strip()
+
+    def extracted(self, package: Path, name: str) -> Path:
+        place = self.machine.folder / name
+        self.assert_succeeds("dpkg-deb", "--raw-extract", package, place)
+        return place
+
+    def test_name_version_and_content(self):
+        self.assertEqual((self.field("Package"), self.field("Version")), ("lumaret-macos-helper", VERSION))
+        place = self.extracted(self.package, "content")
+        self.assertEqual(files(place / "usr"), modes(PACKAGED))
+        self.assertEqual(folder_modes(place), {"drwxr-xr-x"})
+        self.assert_links_lead_somewhere(place)
+        notice = place / "usr/share/doc/lumaret-macos-helper/NOTICE"
+        self.assertEqual(notice.read_bytes(), (SOURCES / "NOTICE").read_bytes())
+        changelog = self.assert_succeeds("zcat", place / "usr/share/doc/lumaret-macos-helper/changelog.gz")
+        self.assertTrue(changelog.startswith(f"lumaret-macos-helper ({VERSION}) "))
+
+    def test_a_private_clone_makes_the_same_package(self):
+        self.close_sources_to_others()
+        again = debian_package.make(self.machine.folder / "again")
+        first, second = (contents(self.extracted(*made)) for made in ((self.package, "first"), (again, "second")))
+        for made in (first, second):
+            # The size that is named there counts folders, which have one on some file systems.
+            mode, control = made["DEBIAN/control"]
+            made["DEBIAN/control"] = (mode, re.sub(rb"Installed-Size: \d+", b"", control))
+        self.assertEqual([path for path in first.keys() | second.keys() if first.get(path) != second.get(path)], [])
+
+    def test_lintian_finds_no_error(self):
+        complaints = self.assert_succeeds("lintian", "--allow-root", "--fail-on", "error", self.package)
+        self.assertNotIn("E: ", complaints)
+
+    def test_what_root_runs_loads_no_library_but_those_of_the_language(self):
+        program = BUILD / "store-rules"
+        libraries = re.findall(r"NEEDED\s+(\S+)", self.assert_succeeds("objdump", "-p", program))
+        self.assertLessEqual(set(libraries), {"libstdc++.so.6", "libm.so.6", "libgcc_s.so.1", "libc.so.6"})
+
+    def test_every_library_is_of_a_package_that_it_depends_on(self):
+        libraries = re.findall(r"NEEDED\s+(\S+)", self.assert_succeeds("objdump", "-p", HELPER))
+        self.assertGreater(len(libraries), 4)
+        paths = dict(re.findall(r"(\S+) => (/\S+)", self.assert_succeeds("ldd", HELPER)))
+        depends = set(re.findall(r"(?:^|, )([^ ,]+)", self.field("Depends")))
+        for library in libraries:
+            if library in paths:
+                # Debian's packages name the place below /usr in one way and the loader in the other.
+                name = Path(paths[library]).resolve().name
+                owners = {
+                    line.split(":")[0]
+                    for line in self.assert_succeeds("dpkg-query", "--search", f"*/{name}").splitlines()
+                }
+                with self.subTest(library):
+                    self.assertTrue(owners & depends, f"{owners} is not in {depends}")
+
+
+@needs_real_root
+class DebianLifeTests(DebianRootTestCase):
+    def setUp(self):
+        super().setUp()
+        self.identity = self.make_identity()
+        self.assert_succeeds("cp", "-r", self.machine.home / ".pki", self.home / ".pki")
+        self.policy = self.root / "etc/chromium/policies/managed" / OWN_FILE
+
+    def test_installed_used_removed_and_nothing_is_left(self):
+        before = self.state()
+        self.inside("dpkg", "--install", "package.deb")
+        self.assertEqual(
+            self.inside("dpkg-query", "-W", "-f", "${Status} ${Version}", "lumaret-macos-helper"),
+            f"install ok installed {VERSION}",
+        )
+        self.assertNotEqual(self.state(), before)
+
+        self.assertEqual(self.inside("lumaret-macos-helper", "list"), self.line_of(self.identity) + "\n")
+        self.assertEqual(
+            self.inside("lumaret-macos-helper", "activate", "--fingerprint", self.identity.fingerprint), '{"ok":true}\n'
+        )
+        self.assertEqual(
+            self.inside("man", "--where", "1", "lumaret-macos-helper"),
+            "/usr/share/man/man1/lumaret-macos-helper.1.gz\n",
+        )
+        self.assertEqual(
+            self.inside("man", "--where", "8", "lumaret-policy-access"),
+            "/usr/share/man/man8/lumaret-policy-access.8.gz\n",
+        )
+
+        self.assertTrue(self.policy.exists())
+        self.inside("dpkg", "--purge", "lumaret-macos-helper")
+        self.assertEqual(self.state(), before)
+        self.assertEqual(list(self.root.glob("var/lib/dpkg/info/lumaret*")), [])
+
+    def activate_as_nobody(self):
+        """With an identity of an ordinary user's."""
+        home = self.root / "home/nobody"
+        self.assert_succeeds("cp", "-r", self.machine.home, home)
+        self.assert_succeeds("chown", "-R", "nobody:nogroup", home)
+        return self.run_inside(
+            *("setpriv", "--reuid=nobody", "--regid=nogroup", "--clear-groups", "env", "HOME=/home/nobody"),
+            *("lumaret-macos-helper", "activate", "--fingerprint", self.identity.fingerprint),
+        )
+
+    @property
+    def grants(self) -> list[str]:
+        return sorted(path.name for path in (self.root / "etc/sudoers.d").glob("*lumaret*"))
+
+    def test_an_ordinary_user_activates_from_the_grant_until_the_package_is_removed(self):
+        self.inside("dpkg", "--install", "package.deb")
+        self.inside("lumaret-policy-access", "grant", "--yes", "nobody")
+        self.assertEqual(self.activate_as_nobody(), ACTIVATED)
+        rules = self.policy.read_bytes()
+        self.assertEqual(self.policy.stat().st_uid, 0)
+        self.inside("dpkg", "--install", "package.deb")  # an upgrade takes nothing back
+        self.assertEqual(self.grants, [f"zz-lumaret-macos-helper-{NOBODY}"])
+        self.inside("dpkg", "--remove", "lumaret-macos-helper")
+        self.assertEqual((self.grants, self.policy.read_bytes()), ([], rules))
+
+    def test_removing_takes_the_grant_back_whatever_the_state(self):
+        """A script that fails, no sudo, and what version 0.1.0 left: a user's own file with something mounted on it."""
+        self.inside("dpkg", "--install", "package.deb")
+        self.inside("lumaret-policy-access", "grant", "--yes", "nobody")
+        (self.root / "usr/bin/sudo").unlink()
+        (self.root / "usr/sbin/lumaret-policy-access").write_text("#!/bin/sh\nexit 1\n")
+        outcome = self.run_inside("dpkg", "--remove", "lumaret-macos-helper")
+        self.assertEqual(outcome.status, 0)
+        self.assertIn(b"lumaret-macos-helper: a user may still be able to write the policy file", outcome.stderr)
+        self.assertEqual(self.grants, [])
+
+        self.inside("dpkg", "--install", "package.deb")
+        self.leave_a_grant_of_version_0_1_0()
+        self.inside("dpkg", "--remove", "lumaret-macos-helper")
+        self.assertEqual((self.policy.stat().st_uid, self.policy.read_text()), (0, "{}\n"))
+
+    def leave_a_grant_of_version_0_1_0(self):
+        self.policy.parent.mkdir(parents=True, exist_ok=True)
+        self.policy.write_text("{}\n")
+        os.chown(self.policy, NOBODY, 0)
+        other = self.machine.folder / "other"
+        other.touch()
+        self.assert_succeeds("mount", "--bind", other, self.policy)
+
+    def test_purging_takes_the_grant_back_whatever_the_state(self):
+        self.inside("dpkg", "--install", "package.deb")
+        self.inside("lumaret-policy-access", "grant", "--yes", "nobody")
+        self.leave_a_grant_of_version_0_1_0()
+        self.inside("dpkg", "--purge", "lumaret-macos-helper")
+        self.assertEqual(self.grants, [])
+        self.assertFalse(self.policy.exists())
+
+    def test_purging_removes_its_own_files_and_folders_alone(self):
+        browser = self.root / "opt/google/chrome/google-chrome"
+        browser.parent.mkdir(parents=True)
+        browser.write_text("#!/bin/sh\n")
+        browser.chmod(0o755)
+        chromium, chrome = (self.root / folder for folder in ("etc/chromium/policies", "etc/opt/chrome/policies"))
+        (chromium / "managed").mkdir(parents=True)  # an administrator's own, empty
+        before = self.state()
+        self.inside("dpkg", "--install", "package.deb")
+        self.inside("lumaret-policy-access", "grant", "--yes", "nobody")
+        self.inside("lumaret-macos-helper", "activate", "--fingerprint", self.identity.fingerprint)
+        self.assertTrue((chrome / "managed" / OWN_FILE).exists())
+        (self.root / "etc/sudoers.d/.lumaret-policy-access.a1B2c3").touch()
+        for folder in (chromium, chrome):
+            for program in ("lumaret-macos-helper", "lumaret-policy-access"):
+                (folder / f".{program}.a1B2c3").touch()
+        self.inside("dpkg", "--purge", "lumaret-macos-helper")
+        self.assertEqual(self.state(), before)
+
+        self.inside("dpkg", "--install", "package.deb")
+        self.inside("lumaret-macos-helper", "activate", "--fingerprint", self.identity.fingerprint)
+        other = chrome / "managed/other.json"
+        other.write_text("{}")
+        self.inside("dpkg", "--purge", "lumaret-macos-helper")
+        self.assertEqual(list(contents(chrome)), [".", "managed", "managed/other.json"])
+
+
+if __name__ == "__main__":
+    unittest.main()
