@@ -46,7 +46,7 @@ json outcome() {
           {"output", ""}};
 }
 
-/// Puts the world in the place of the Mac.
+/// Puts the world in the place of the Mac. Returns what can be seen of that.
 json begin(const World& world) {
   standin::startOver();
   machine().identities = world.identities;
@@ -163,7 +163,17 @@ void expectEnd(const json& outcome, const json& expected) {
 class FaultSweep : public testing::TestWithParam<World> {};
 
 TEST_P(FaultSweep, WithoutAFault) {
-  const json end = expected(GetParam(), GetParam().ending);
+  json end = expected(GetParam(), GetParam().ending);
+  begin(GetParam());
+  if (GetParam().allowed) {
+    named(machine(), "ana").privateKey->accessList = GetParam().allowed;
+  }
+  if (!GetParam().stored.empty()) {
+    machine().preferences[domain] = GetParam().stored;
+  }
+  const json written = outcome();
+  end["access lists"] = written["access lists"];
+  end["rules"] = written["rules"];
   begin(GetParam());
   expectEnd(run(GetParam()), end);
 }

@@ -28,7 +28,9 @@ AccessListEntry anyUse(const std::optional<Applications>& applications) {
 const AccessListEntry none = signing({});
 const AccessListEntry chrome = signing({chromeApplication});
 const AccessListEntry mail = signing({"/Mail"});
+const AccessListEntry mailAndChrome = signing({"/Mail", chromeApplication});
 const AccessListEntry any = anyUse({{"/Zoom", "/Mail"}});
+const AccessListEntry anyAndChrome = anyUse({{"/Zoom", "/Mail", chromeApplication}});
 const AccessListEntry open = anyUse(std::nullopt);
 const AccessListEntry decrypting = {{"kSecACLAuthorizationDecrypt"}, {{"/Mail"}}, u"decrypt", 0};
 
@@ -49,6 +51,10 @@ Identity withoutSubject(Identity identity, const standin::Value& notAfter = {far
 }
 Identity expired(Identity identity) {
   return withoutSubject(std::move(identity), {standin::Date{0}});
+}
+Identity withoutIssuer(Identity identity) {
+  identity.certificateValues->erase(u"kSecOIDX509V1IssuerName");
+  return identity;
 }
 Identity namedOtherwise(const std::string& name, Identity identity) {
   identity.name = name;
@@ -83,23 +89,31 @@ const std::vector<World> worlds = {
      .ending = ends(untouched, "")},
     {.name = "TwoSigningEntriesWithoutChrome",
      .identities = {ana({mail, decrypting, any})},
+     .allowed = {{mailAndChrome, decrypting, anyAndChrome}},
+     .stored = rules({anasRule}),
      .isChromeRunning = false},
     {.name = "ChromeListedInTheSecondEntry",
      .identities = {ana({mail, signing({"/Zoom", chromeApplication})})},
      .preferences = rules({foreignRule, noRule}),
+     .stored = rules({foreignRule, noRule, anasRule}),
      .address = "https://a.example/"},
     {.name = "AnyApplicationInTheSecondEntry",
-     .identities = {ana({mail, open, signing({"/Zoom"})})},
-     .preferences = rules({})},
+     .identities = {withoutIssuer(ana({mail, open, signing({"/Zoom"})}))},
+     .preferences = rules({}),
+     .stored = rules({R"({"filter":{"SUBJECT":{"CN":"ana"}},"pattern":"*"})"})},
     {.name = "SeveralIdentities",
      .identities = {identity("zoe", {mail}), expired(identity("old", {mail})), ana({none}), keyless,
                     withoutSubject(identity("nameless", {}))},
      .preferences = rules({beasRule}),
+     .allowed = {{chrome}},
+     .stored = rules({anasRule}),
      .isChromeRunning = false,
      .address = "HTTP://a.example"},
     {.name = "ForeignRules",
      .identities = {ana({any}), identity("Bea", {none})},
-     .preferences = rules({foreignRule, beasRule, noRule, anasRule, foreignRule})},
+     .preferences = rules({foreignRule, beasRule, noRule, anasRule, foreignRule}),
+     .allowed = {{anyAndChrome}},
+     .stored = rules({foreignRule, anasRule, noRule, foreignRule})},
     {.name = "ActivatedBefore",
      .identities = {ana({chrome, mail})},
      .preferences = rules({noRule, anasRule}),
@@ -123,13 +137,17 @@ const std::vector<World> worlds = {
     {.name = "NoSubject",
      .identities = {withoutSubject(ana({mail}))},
      .preferences = rules({noRule}),
+     .allowed = {{mailAndChrome}},
      .ending = ends(keyAllowed, messages::certificateHasNoSubject)},
     {.name = "RulesOfAnotherType",
      .identities = {ana({mail})},
      .preferences = rules({noRule, 7.0}),
+     .allowed = {{mailAndChrome}},
      .ending = ends(keyAllowed, messages::policyWriteFailed)},
     {.name = "AddressOfAnotherScheme",
      .identities = {ana({mail})},
+     .allowed = {{mailAndChrome}},
+     .stored = rules({anasRule}),
      .address = "ftp://a.example/",
      .ending = ends(refreshed,
                     messages::told(messages::chromeLaunchFailed, messages::unsupportedScheme))}};

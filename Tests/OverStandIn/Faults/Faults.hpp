@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <optional>
 #include <ostream>
 #include <string>
 #include <utility>
@@ -57,17 +58,20 @@ enum class Phase : std::uint8_t { loading, authorizing, storing, verifying, laun
 /// Every way in which each function can fail, by phase; none for one that cannot.
 extern const std::map<Phase, std::map<std::string, std::vector<Row>>> table;
 
-/// A Mac, and one run of the tool on it.
+/// A Mac, one run of the tool on it, and what that leaves there without a fault.
 struct World {
   std::string name;
   std::vector<standin::Identity> identities = {};
   /// Chrome's preferences: its rules, or whatever is in their place.
   standin::Dictionary preferences = {};
+  /// The access list of the identity "ana" from Checkpoint::keyAllowed on, where it differs.
+  std::optional<standin::AccessList> allowed = std::nullopt;
+  /// Chrome's preferences from Checkpoint::ruleStored on, where they differ.
+  standin::Dictionary stored = {};
   bool isChromeRunning = true;
   /// Lists, or else activates the certificate "ana".
   bool lists = false;
   std::string address = "";
-  /// Without a fault.
   Ending ending = {.checkpoint = Checkpoint::windowOpened};
   /// The function whose faults make no difference here, whatever the table says.
   std::string indifferentTo = "";
