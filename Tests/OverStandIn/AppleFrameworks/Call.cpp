@@ -2,6 +2,7 @@
 #include "Tests/OverStandIn/AppleFrameworks/Call.hpp"
 
 #include <algorithm>
+#include <iterator>
 
 #include "Tests/OverStandIn/AppleFrameworks/MachineFile.hpp"
 
@@ -24,6 +25,13 @@ State& state() {
 Machine& machine() { return state().machine; }
 
 const std::vector<std::string>& trace() { return state().trace; }
+
+std::vector<std::string> calls(std::string_view prefix) {
+  std::vector<std::string> found;
+  std::copy_if(trace().begin(), trace().end(), std::back_inserter(found),
+               [prefix](const std::string& call) { return call.starts_with(prefix); });
+  return found;
+}
 
 void startOver() {
   state() = {};

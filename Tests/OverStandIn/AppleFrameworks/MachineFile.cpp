@@ -30,13 +30,6 @@ AccessListEntry entry(const json& description) {
   return entry;
 }
 
-json description(const AccessListEntry& entry) {
-  return {{"authorizations", entry.authorizations},
-          {"applications", entry.applications ? json(*entry.applications) : json(nullptr)},
-          {"description", toUTF8(entry.description.value()).text},
-          {"promptSelector", entry.promptSelector}};
-}
-
 Identity identity(const json& description) {
   Identity identity;
   description.at("certificate").get_to(identity.name);
@@ -125,6 +118,13 @@ json descriptionOf(const Value& value) {
   return description;
 }
 
+json descriptionOf(const AccessListEntry& entry) {
+  return {{"authorizations", entry.authorizations},
+          {"applications", entry.applications ? json(*entry.applications) : json(nullptr)},
+          {"description", toUTF8(entry.description.value()).text},
+          {"promptSelector", entry.promptSelector}};
+}
+
 Machine readMachineFile() {
   Machine machine;
   if (machineFile() == nullptr) {
@@ -156,7 +156,7 @@ void writeMachineFile() {
     if (key && key->accessList) {
       json list = json::array();
       for (const AccessListEntry& stored : *key->accessList) {
-        list.push_back(description(stored));
+        list.push_back(descriptionOf(stored));
       }
       file["identities"][index]["accessList"] = list;
     }

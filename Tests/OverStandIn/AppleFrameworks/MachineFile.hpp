@@ -18,5 +18,7 @@ void writeMachineFile();
 /// A date is an object with the one member "date"; the other way there is no date and no data.
 Value valueOf(const nlohmann::json& description);
 nlohmann::json descriptionOf(const Value& value);
+/// Of an entry that has a description.
+nlohmann::json descriptionOf(const AccessListEntry& entry);
 
 }  // namespace standin

@@ -8,6 +8,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -146,6 +147,8 @@ Machine& machine();
 /// Every call that reached the machine, in order, as "function(arguments)". Taking, releasing,
 /// making and reading Core Foundation's objects is not part of it.
 const std::vector<std::string>& trace();
+/// Those that begin so.
+std::vector<std::string> calls(std::string_view prefix);
 
 /// Objects that the frameworks have handed out and that were not released.
 std::size_t liveObjects();

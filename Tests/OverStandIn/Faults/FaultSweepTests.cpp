@@ -1,170 +1,231 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstddef>
 #include <iostream>
-#include <map>
+#include <nlohmann/json.hpp>
 #include <set>
-#include <string>
-#include <utility>
-#include <vector>
 
-#include "Tests/OverStandIn/AppleFrameworks/StandIn.hpp"
+#include "LumaretMacHelper/LumaretMacHelper.hpp"
+#include "Tests/OverStandIn/AppleFrameworks/MachineFile.hpp"
 #include "Tests/OverStandIn/Faults/Faults.hpp"
+#include "Tests/Support/Cpp/Messages.hpp"
 
 namespace lumaret::tests::faults {
 namespace {
 
-using Trace = std::vector<std::string>;
+using nlohmann::json;
+using standin::Answer;
+using standin::calls;
+using standin::machine;
+using standin::trace;
+using Preferences = std::map<std::string, standin::Dictionary>;
 
-/// A run's phases follow one another; each begins with a call that tells it.
-Phase phaseOf(const std::string& call, const std::vector<Step>& before) {
-  const Phase last = before.empty() ? Phase::loading : before.back().phase;
-  if (call.starts_with("SecItemCopyMatching(")) {
-    return before.empty() ? Phase::loading : Phase::authorizing;
+const std::string domain = "com.google.Chrome";
+const std::string anasFingerprint =
+    "24d4b96f58da6d4a8512313bbd02a28ebf0ca95dec6e4c86ef78ce7f01e788ac";
+
+/// What can be seen of the Mac, and of a run that has told and printed nothing. An entry of an
+/// access list is a text here, which changes as a whole.
+json outcome() {
+  json accessLists = json::object();
+  for (const auto& [name, certificate, values, privateKey] : machine().identities) {
+    if (privateKey && privateKey->accessList) {
+      for (const standin::AccessListEntry& entry : *privateKey->accessList) {
+        accessLists[name].push_back(standin::descriptionOf(entry).dump());
+      }
+    }
   }
-  if (call.starts_with("CFPreferencesCopyValue(")) {
-    return last == Phase::writingRules ? Phase::verifyingRules : Phase::readingRules;
-  }
-  if (call.starts_with("CFPreferencesSetValue(")) {
-    return Phase::writingRules;
-  }
-  if (call.starts_with("NS")) {
-    return call.ends_with(", awaited)") ? Phase::refreshing : Phase::opening;
-  }
-  return last;
+  const auto rulesIn = [](Preferences of) { return descriptionOf(standin::Value{of[domain]}); };
+  return {{"access lists", accessLists},
+          {"rules", rulesIn(machine().preferences)},
+          {"refresh", calls("NSTask.waitUntilExit(")},
+          {"window", calls("NSTask(")},
+          {"rules not synchronized", rulesIn(machine().pendingPreferences)},
+          {"message", ""},
+          {"output", ""}};
 }
 
-/// The calls of a whole run.
-std::vector<Step> steps(const Trace& trace) {
+/// Puts the world in the place of the Mac. Returns what can be seen of that.
+json begin(const World& world) {
+  standin::startOver();
+  machine().identities = world.identities;
+  for (auto& [name, certificate, values, privateKey] : machine().identities) {
+    if (privateKey) {  // Still the world's own.
+      privateKey = std::make_shared<standin::PrivateKey>(*privateKey);
+    }
+  }
+  machine().preferences[domain] = world.preferences;
+  if (world.isChromeRunning) {
+    machine().runningApplications.insert(domain);
+  }
+  return outcome();
+}
+
+json run(const World& world) {
+  std::vector<std::string> arguments = {"list"};
+  if (!world.lists) {
+    arguments = {"activate", "--fingerprint", anasFingerprint};
+  }
+  if (!world.address.empty()) {
+    arguments.insert(arguments.end(), {"--url", world.address});
+  }
+  std::string message;
+  testing::internal::CaptureStdout();
+  try {
+    LumaretMacHelper::run(arguments);
+  } catch (const std::exception& error) {
+    message = error.what();
+  }
+  json after = outcome();
+  after["message"] = message;
+  after["output"] = testing::internal::GetCapturedStdout();
+  return after;
+}
+
+/// Of a run that ends so: what a run without a fault changes until then.
+json expected(const World& world, const Ending& ending) {
+  json end = begin(world);
+  const json whole = run(world);
+  if (ending.isFirstEntryStored) {
+    const json changes = json::diff(end["access lists"], whole["access lists"]);
+    end["access lists"] = end["access lists"].patch(json::array({changes.at(0)}));
+  }
+  if (ending.isRulePending) {
+    end["rules not synchronized"] = whole["rules"];
+  }
+  const std::vector<std::string> parts = {"access lists", "rules", "refresh", "window"};
+  for (std::size_t index = 0; index < static_cast<std::size_t>(ending.checkpoint); ++index) {
+    end[parts[index]] = whole[parts[index]];
+  }
+  end["message"] = ending.message;
+  end["output"] = ending.message.empty() ? whole["output"] : "";
+  return end;
+}
+
+/// A call of a run.
+struct Step {
+  Phase phase;
+  std::string function;
+  /// The first one, as traced.
+  std::string argument;
+  /// Among the run's calls of the function, from 1.
+  std::size_t number;
+
+  [[nodiscard]] const std::vector<Row>& rows() const { return table.at(phase).at(function); }
+};
+
+/// Of a run with a fault at this step.
+json expected(const World& world, const Step& step, const Row& row, std::int32_t status) {
+  if (const auto* const change = std::get_if<Change>(&row.consequence)) {
+    const json before = begin(world);
+    (*change)(machine(), step.argument);
+    const json otherBefore = outcome();
+    return before.patch(json::diff(otherBefore, run(world)));
+  }
+  Ending ending = std::get<Ending>(row.consequence);
+  if (ending.message.find("<status>") != std::string::npos) {
+    ending.message = messages::told(ending.message, status);
+  }
+  return expected(world, step.function == world.indifferentTo ? world.ending : ending);
+}
+
+/// Those of a run without a fault.
+std::vector<Step> steps(const World& world) {
+  begin(world);
+  run(world);
+  const std::set<std::string> beginners = {"SecItemCopyMatching", "CFPreferencesCopyValue",
+                                           "NSFileManager"};
   std::vector<Step> steps;
-  std::map<std::string, std::size_t> calls;
-  for (const std::string& call : trace) {
+  std::map<std::string, std::size_t> numbers;
+  int phase = -1;
+  for (const std::string& call : trace()) {
     const std::size_t end = call.find('(');
     const std::string function = call.substr(0, end);
-    steps.push_back({.phase = phaseOf(call, steps),
+    phase += beginners.contains(function) ? 1 : 0;
+    steps.push_back({.phase = static_cast<Phase>(phase),
                      .function = function,
                      .argument = call.substr(end + 1, call.find_first_of(",)", end) - end - 1),
-                     .number = ++calls[function]});
+                     .number = ++numbers[function]});
   }
   return steps;
 }
 
-Trace traceWithoutFault(const World& world) {
-  (void)run(world);
-  return standin::trace();
+/// It ends as expected, and in any case it leaks nothing, stores an access list once at the most,
+/// and either prints a result or tells a failure.
+void expectEnd(const json& outcome, const json& expected) {
+  EXPECT_EQ(outcome.dump(1), expected.dump(1));
+  EXPECT_EQ(standin::liveObjects(), 0U);
+  EXPECT_LE(calls("SecKeychainItemSetAccess(").size(), 1U);
+  EXPECT_EQ(outcome["output"] == "", outcome["message"] != "");
 }
 
-const Faults& faultsOf(const Step& step) { return table().at(step.phase).at(step.function); }
+class FaultSweep : public testing::TestWithParam<World> {};
 
-/// How many ways to fail a function has at the very least, by what it returns: a status is one of
-/// fourteen, an object may be missing or come with a failure, and what may be any object may be
-/// another one.
-std::size_t fewestFaults(const std::string& function) {
-  using Functions = std::set<std::string>;
-  static const Functions ofStatus = {"SecACLSetContents", "SecKeychainItemSetAccess"};
-  static const Functions ofObject = {
-      "SecIdentityCopyPrivateKey",           "SecIdentityCopyCertificate",
-      "SecKeychainItemCopyKeychain",         "SecKeychainItemCopyAccess",
-      "SecTrustedApplicationCreateFromPath", "SecTrustedApplicationCopyData"};
-  static const Functions ofArray = {"SecItemCopyMatching", "SecAccessCopyACLList",
-                                    "SecACLCopyContents"};
-  static const Functions ofObjectAlone = {"SecCertificateCopyValues", "SecACLCopyAuthorizations",
-                                          "CFPreferencesCopyValue", "NSTask"};
-  static const Functions ofNothing = {"CC_SHA256", "CFEqual", "CFStringCompareWithOptionsAndLocale",
-                                      "NSRunningApplication"};
-  return ofStatus.contains(function)                                       ? 14
-         : ofObject.contains(function)                                     ? 14 + 2
-         : ofArray.contains(function)                                      ? 14 + 3
-         : ofObjectAlone.contains(function)                                ? 2
-         : ofNothing.contains(function) || function.ends_with("GetTypeID") ? 0
-                                                                           : 1;
+TEST_P(FaultSweep, WithoutAFault) {
+  json end = expected(GetParam(), GetParam().ending);
+  begin(GetParam());
+  if (GetParam().allowed) {
+    named(machine(), "ana").privateKey->accessList = GetParam().allowed;
+  }
+  if (!GetParam().stored.empty()) {
+    machine().preferences[domain] = GetParam().stored;
+  }
+  const json written = outcome();
+  end["access lists"] = written["access lists"];
+  end["rules"] = written["rules"];
+  begin(GetParam());
+  expectEnd(run(GetParam()), end);
 }
-
-class FaultSweep : public testing::TestWithParam<World> {
- protected:
-  static std::size_t callsOf(const std::string& function) {
-    return static_cast<std::size_t>(std::ranges::count_if(
-        standin::trace(), [&](const auto& call) { return call.starts_with(function + "("); }));
-  }
-
-  /// The run ends as written down, and in any case nothing leaks or changes ahead of time.
-  static void expect(const Outcome& written, const Outcome& outcome) {
-    EXPECT_EQ(outcome.dump(1), written.dump(1));
-    EXPECT_EQ(outcome["output"] == "", outcome["message"] != "");
-    EXPECT_EQ(standin::liveObjects(), 0U);
-    EXPECT_LE(callsOf("SecKeychainItemSetAccess"), 1U);
-    const Outcome untouched = expected(GetParam(), {}, {.ending = Ending{Checkpoint::untouched}});
-    for (const auto& [function, part] :
-         {std::pair("SecKeychainItemSetAccess", "access lists"),
-          std::pair("CFPreferencesSetValue", "rules"), std::pair("NSFileManager", "launches")}) {
-      EXPECT_TRUE(callsOf(function) > 0 || outcome[part] == untouched[part]) << part;
-    }
-  }
-
-  static void fail(const Step& step, std::size_t position, const Fault& fault, const Trace& trace) {
-    SCOPED_TRACE(trace[position] + ", call " + std::to_string(position + 1) + ": " + fault.name);
-    standin::Answer answer = fault.answer;
-    answer.call = step.number;
-    const Outcome outcome = run(GetParam(), step.function, answer);
-
-    const auto length = static_cast<std::ptrdiff_t>(position) + 1;
-    ASSERT_GT(standin::trace().size(), position);
-    EXPECT_TRUE(std::equal(trace.begin(), trace.begin() + length, standin::trace().begin()));
-    const auto& [seen, ending, ofSelectedAlone] = fault.consequence;
-    if (answer.kind == standin::Answer::Kind::status && seen == Seen::asItIs && ending) {
-      EXPECT_EQ(standin::trace().size(), position + 1) << "The run went on.";
-    }
-    expect(expected(GetParam(), step, fault.consequence), outcome);
-  }
-};
-
-TEST_P(FaultSweep, WithoutAFault) { expect(expected(GetParam()), run(GetParam())); }
 
 TEST_P(FaultSweep, OfEveryCallInEveryWay) {
-  const Trace trace = traceWithoutFault(GetParam());
-  const std::vector<Step> run = steps(trace);
-  std::size_t cases = 0;
-  for (std::size_t position = 0; position < run.size(); ++position) {
-    const Faults& faults = faultsOf(run[position]);
-    EXPECT_GE(faults.size(), fewestFaults(run[position].function)) << run[position].function;
-    for (const Fault& fault : faults) {
-      fail(run[position], position, fault, trace);
+  const std::vector<Step> steps = faults::steps(GetParam());
+  const std::vector<std::string> whole = trace();
+  for (std::size_t index = 0; index < steps.size(); ++index) {
+    const Step& step = steps[index];
+    for (const Row& row : step.rows()) {
+      for (const auto& [name, answer] : row.kinds) {
+        SCOPED_TRACE(whole[index] + ", call " + std::to_string(index + 1) + ": " + name);
+        const json end = expected(GetParam(), step, row, answer.failure);
+        begin(GetParam());
+        machine().answer(step.function, Answer(answer).onCall(step.number));
+        expectEnd(run(GetParam()), end);
+
+        // Until the fault all is as without it, and a failure that is told ends the run there.
+        ASSERT_GT(trace().size(), index);
+        EXPECT_TRUE(std::equal(whole.begin(),
+                               whole.begin() + static_cast<std::ptrdiff_t>(index) + 1,
+                               trace().begin()));
+        if (answer.kind == Answer::Kind::status &&
+            std::holds_alternative<Ending>(row.consequence)) {
+          EXPECT_TRUE(trace().size() == index + 1 || step.function == "CFPreferencesSetValue");
+        }
+      }
     }
-    cases += faults.size();
   }
-  std::cout << GetParam().name << ": " << trace.size() << " calls, " << cases << " cases\n";
 }
 
-INSTANTIATE_TEST_SUITE_P(Of, FaultSweep, testing::ValuesIn(worlds()),
+INSTANTIATE_TEST_SUITE_P(Of, FaultSweep, testing::ValuesIn(worlds),
                          [](const auto& test) { return test.param.name; });
 
 TEST(FaultSweepAsAWhole, ReachesEveryRowOfTheTableAndHasNotShrunk) {
-  std::size_t calls = 0;
   std::size_t cases = 0;
   std::set<const void*> reached;
-  for (const World& world : worlds()) {
-    for (const Step& step : steps(traceWithoutFault(world))) {
-      const Faults& faults = faultsOf(step);
-      ++calls;
-      cases += faults.size();
-      reached.insert(&faults);
-      for (const Fault& fault : faults) {
-        reached.insert(variationOf(world, step, fault.consequence.seen));
+  for (const World& world : worlds) {
+    for (const Step& step : steps(world)) {
+      reached.insert(&step.rows());
+      for (const Row& row : step.rows()) {
+        cases += row.kinds.size();
       }
     }
-    for (const Variation& variation : world.variations) {
-      EXPECT_TRUE(reached.contains(&variation)) << "A variation of " << world.name;
+  }
+  std::cout << worlds.size() << " worlds, " << cases << " cases\n";
+  EXPECT_GE(cases, 4220U);
+  for (const auto& [phase, functions] : table) {
+    for (const auto& [function, rows] : functions) {
+      EXPECT_TRUE(reached.contains(&rows)) << function;
     }
   }
-  for (const auto& [phase, rows] : table()) {
-    for (const auto& [function, faults] : rows) {
-      EXPECT_TRUE(reached.contains(&faults)) << function;
-    }
-  }
-  std::cout << worlds().size() << " worlds, " << calls << " calls, " << cases << " cases\n";
-  EXPECT_GE(cases, 4044U);
 }
 
 }  // namespace

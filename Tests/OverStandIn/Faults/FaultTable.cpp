@@ -13,14 +13,10 @@ using standin::Answer;
 using standin::Bytes;
 using standin::Dictionary;
 using standin::List;
+using standin::Machine;
 using enum Checkpoint;
-using enum Seen;
 
-/// Ways to fail, each with a name for the reader of a failed test.
-using Kinds = std::vector<std::pair<std::string, Answer>>;
-/// What each of them comes to.
-using Lines = std::vector<std::pair<Kinds, Consequence>>;
-using Table = std::map<Phase, std::map<std::string, Lines>>;
+using Rows = std::vector<Row>;
 
 template <typename Element>
 std::vector<Element> operator+(std::vector<Element> left, const std::vector<Element>& right) {
@@ -68,9 +64,11 @@ const Kinds noListsOfTexts =
     object("an array in an array", {List{{List{text(u"no rule")}}}}) +
     object("an array with a text without a UTF-8 form", {List{text({0xd800})}});
 
+const standin::Value someone = attribute(u"2.5.4.3", u"someone");
+
 /// A certificate's values, with this one in the place of its own, or with none there.
 Kinds values(std::string name, const standin::Text& oid, std::optional<standin::Value> value = {}) {
-  Dictionary values = certificateValues({attribute(u"2.5.4.3", u"someone")}, {farAhead});
+  Dictionary values = certificateValues({someone}, {farAhead});
   values.erase(oid);
   if (value) {
     values.emplace(oid, *std::move(value));
@@ -88,66 +86,92 @@ const Kinds noValues =
     values("a text as expiry", notAfter, property(text(u""), text(u"2099-12-31"))) +
     values("an expiry in the past", notAfter, property(text(u""), {standin::Date{0}}));
 
-// What they come to
+// Where they end a run
 
-Ending at(Checkpoint checkpoint, std::string message) {
-  return {.checkpoint = checkpoint, .message = std::move(message)};
-}
-Consequence ends(Checkpoint checkpoint, std::string message) {
-  return {.ending = at(checkpoint, std::move(message))};
-}
-Consequence launchFails(Checkpoint checkpoint, const std::string& why) {
-  return ends(checkpoint, messages::told(messages::chromeLaunchFailed, why));
-}
-Consequence seen(Seen what, std::optional<Ending> ending = {}) {
-  return {.seen = what, .ending = std::move(ending)};
-}
-Consequence seenOfOne(Seen what, std::optional<Ending> ending = {}) {
-  return {.seen = what, .ending = std::move(ending), .ofSelectedAlone = true};
-}
-
-const Ending notFound = at(untouched, messages::selectedIdentityNotFound);
-const Consequence leftOut = seenOfOne(identityLeftOut, notFound);
-const Consequence unsupported = ends(untouched, messages::chromeKeyAuthorizationUnsupported);
-const Consequence failed = ends(untouched, messages::keychainAuthorizationFailed);
-const Consequence internal =
+const Ending unsupported = ends(untouched, messages::chromeKeyAuthorizationUnsupported);
+const Ending failed = ends(untouched, messages::keychainAuthorizationFailed);
+const Ending internal =
     ends(untouched, messages::told(messages::keychainAuthorizationFailed, -2070));
-const Consequence notSaved = ends(keyAllowed, messages::policyWriteFailed);
-const Consequence notVerified = ends(ruleStored, messages::policyVerificationFailed);
-const Consequence harmless;
-const Consequence partlyStored = {.ending = Ending{.checkpoint = untouched,
-                                                   .message = messages::keychainAuthorizationFailed,
-                                                   .storedEntries = 1}};
+const Ending partlyStored = {.checkpoint = untouched,
+                             .message = messages::keychainAuthorizationFailed,
+                             .isFirstEntryStored = true};
+const Ending notSaved = ends(keyAllowed, messages::policyWriteFailed);
+const Ending notSynchronized = {
+    .checkpoint = keyAllowed, .message = messages::policyWriteFailed, .isRulePending = true};
+const Ending notVerified = ends(ruleStored, messages::policyVerificationFailed);
+const std::string notStarted = messages::told(
+    messages::chromeLaunchFailed,
+    "/Applications/Google Chrome.app/Contents/MacOS/Google Chrome: No such file or directory");
+const std::string notRefreshed =
+    messages::told(messages::chromeLaunchFailed, messages::unsuccessfulExit);
 
 /// While Chrome is authorized.
-const Lines ofAnyCall = {{cancelled, ends(untouched, messages::keychainAuthorizationCancelled)},
-                         {unsupportedKey, unsupported},
-                         {otherStatus, failed}};
+const Rows ofAnyCall = {{cancelled, ends(untouched, messages::keychainAuthorizationCancelled)},
+                        {unsupportedKey, unsupported},
+                        {otherStatus, failed}};
 /// Of the functions that read and change access lists.
-const Lines ofAccessLists =
-    ofAnyCall + Lines{{itemNotFound, failed}, {noKeychainItem, unsupported}};
-const Lines ofOtherCalls = ofAnyCall + Lines{{itemNotFound + noKeychainItem, failed}};
-const Lines noObject = {{failureWithObject, failed}, {nothing, internal}};
+const Rows ofAccessLists = ofAnyCall + Rows{{itemNotFound, failed}, {noKeychainItem, unsupported}};
+const Rows ofOtherCalls = ofAnyCall + Rows{{itemNotFound + noKeychainItem, failed}};
+const Rows noObject = {{failureWithObject, failed}, {nothing, internal}};
 
-const Consequence notSynchronized = {.ending = Ending{.checkpoint = keyAllowed,
-                                                      .message = messages::policyWriteFailed,
-                                                      .isRulePending = true}};
-const Consequence notStarted = launchFails(
-    refreshed,
-    "/Applications/Google Chrome.app/Contents/MacOS/Google Chrome: No such file or directory");
-const Consequence noWindow = ends(windowOpened, notStarted.ending->message);
+// What they show of another Mac
+
+void harmless(Machine& /*mac*/, const std::string& /*argument*/) {}
+void noRules(Machine& mac, const std::string& /*argument*/) { mac.preferences.clear(); }
+void noIdentities(Machine& mac, const std::string& /*argument*/) { mac.identities.clear(); }
+void firstMatchAlone(Machine& mac, const std::string& /*argument*/) { mac.identities.resize(1); }
+
+/// Not listed. To the authorization, which does not ask for a key at first, it is there.
+void leftOut(Machine& mac, const std::string& name) { named(mac, name).privateKey = nullptr; }
+void othersLeftOut(Machine& mac, const std::string& /*argument*/) {
+  for (std::size_t index = 1; index < mac.identities.size(); ++index) {
+    mac.identities[index].privateKey = nullptr;
+  }
+}
+void noMatch(Machine& mac, const std::string& name) { named(mac, name).certificate = {1}; }
+void listedWithOtherBytes(Machine& mac, const std::string& name) {
+  mac.identities.push_back(named(mac, name));
+  leftOut(mac, name);
+  mac.identities.back().name = "with other bytes";
+  mac.identities.back().certificate = {1};
+}
+void noSubject(Machine& mac, const std::string& name) {
+  named(mac, name).certificateValues = certificateValues({}, {farAhead.seconds});
+}
+void anotherName(Machine& mac, const std::string& name) {
+  standin::Dictionary values = certificateValues({someone}, {farAhead.seconds});
+  values[issuer] = section(u"Issuer Name", {});
+  named(mac, name).certificateValues = std::move(values);
+}
+
+/// Named as in a trace, "entry 0" first.
+standin::AccessListEntry& entry(Machine& mac, const std::string& name) {
+  return named(mac, "ana").privateKey->accessList->at(std::stoul(name.substr(name.find(' '))));
+}
+void noSignature(Machine& mac, const std::string& name) { entry(mac, name).authorizations = {}; }
+void anyApplication(Machine& mac, const std::string& name) { entry(mac, name).applications = {}; }
+void noApplication(Machine& mac, const std::string& name) {
+  entry(mac, name).applications.emplace();
+}
+/// It makes a difference for Chrome alone, which is listed once at the most.
+void unknownApplication(Machine& mac, const std::string& path) {
+  if (path == chromeApplication) {
+    mac.answer("SecTrustedApplicationCopyData", Answer::object({Bytes{2}}).onCall(1));
+  }
+}
+
+}  // namespace
 
 // A result with a type of its own, such as SecKeyRef, is never an object of another type: the
 // framework's declaration rules that out. Only what may be any object, and an array's element, is.
-
-const Table rows = {
+const std::map<Phase, std::map<std::string, Rows>> table = {
     {Phase::loading,
      {{"SecItemCopyMatching",
        {{cancelled + noKeychainItem + unsupportedKey + otherStatus + failureWithObject,
          ends(untouched, messages::keychainFailure)},
-        {itemNotFound + nothing + emptyArray, seen(noIdentities, notFound)},
-        {object("other things", {List{text(u"text"), {7.0}}}), seen(noIdentities, notFound)},
-        {firstElement, seen(firstIdentityAlone)},
+        {itemNotFound + nothing + emptyArray, noIdentities},
+        {object("other things", {List{text(u"text"), {7.0}}}), noIdentities},
+        {firstElement, othersLeftOut},
         {foreignElements, harmless},
         {otherTypes, ends(untouched, messages::told(messages::keychainFailure, -2070))}}},
       {"SecIdentityCopyPrivateKey", {{anyFailure + nothing, leftOut}}},
@@ -155,108 +179,74 @@ const Table rows = {
       {"SecCertificateCopyValues",
        {{noValues, leftOut},
         {values("no subject", subject) + values("a subject of another type", subject, {{7.0}}),
-         seenOfOne(noSubject, at(keyAllowed, messages::certificateHasNoSubject))},
+         noSubject},
         {values("no issuer", issuer) + values("an issuer of another type", issuer, {{farAhead}}),
-         seen(anotherName)}}},
+         anotherName}}},
       {"SecCertificateCopyData",
-       {{nothing + noBytes, leftOut}, {otherBytes, seenOfOne(anotherCertificate, notFound)}}},
+       {{nothing + noBytes, leftOut}, {otherBytes, listedWithOtherBytes}}},
       {"CFLocaleCopyCurrent", {{nothing, harmless}}},
       {"CC_SHA256", {}},
       {"CFStringCompareWithOptionsAndLocale", {}},
       {"SecIdentityGetTypeID", {}}}},
     {Phase::authorizing,
      {{"SecItemCopyMatching", ofAnyCall + noObject +
-                                  Lines{{noKeychainItem, failed},
-                                        {itemNotFound + emptyArray, seen(noIdentities, notFound)},
-                                        {firstElement, seen(firstMatchAlone)},
-                                        {foreignElements + otherTypes, internal}}},
+                                  Rows{{noKeychainItem, failed},
+                                       {itemNotFound + emptyArray, noIdentities},
+                                       {firstElement, firstMatchAlone},
+                                       {foreignElements + otherTypes, internal}}},
       {"SecIdentityCopyCertificate", ofOtherCalls + noObject},
-      {"SecCertificateCopyData",
-       {{nothing, internal}, {noBytes + otherBytes, seenOfOne(noMatch, notFound)}}},
+      {"SecCertificateCopyData", {{nothing, internal}, {noBytes + otherBytes, noMatch}}},
       {"SecIdentityCopyPrivateKey",
-       ofAnyCall + Lines{{noKeychainItem + failureWithObject, failed},
-                         {itemNotFound + nothing,
-                          ends(untouched, messages::selectedIdentityHasNoPrivateKey)}}},
+       ofAnyCall + Rows{{noKeychainItem + failureWithObject, failed},
+                        {itemNotFound + nothing,
+                         ends(untouched, messages::selectedIdentityHasNoPrivateKey)}}},
       {"SecKeychainItemCopyKeychain",
        ofAnyCall + noObject +
-           Lines{{status(-25304) + status(-25294) + status(-25243), unsupported},
-                 {itemNotFound + status(-25306), failed}}},
+           Rows{{status(-25304) + status(-25294) + status(-25243), unsupported},
+                {itemNotFound + status(-25306), failed}}},
       {"SecKeychainItemCopyAccess", ofAccessLists + noObject},
       {"SecAccessCopyACLList",
-       ofAccessLists + noObject + Lines{{emptyArray, unsupported}, {foreignElements, internal}}},
+       ofAccessLists + noObject + Rows{{emptyArray, unsupported}, {foreignElements, internal}}},
       {"SecACLCopyAuthorizations",
        {{nothing, internal},
         {emptyArray + object("tags of another type", {List{{7.0}, {farAhead}}}) +
              object("unknown tags", {List{text(u"kSecACLAuthorizationSig"), text(u"")}}),
-         seen(noSignature)},
+         noSignature},
         {foreignElements, harmless}}},
       {"SecACLCopyContents",
-       ofAccessLists + Lines{{failureWithObject, failed},
-                             {nothing, seen(anyApplication)},
-                             {emptyArray, seen(noApplication)},
-                             {{{"no description", Answer::withoutSecond()}}, internal},
-                             {foreignElements, internal}}},
+       ofAccessLists + Rows{{failureWithObject, failed},
+                            {nothing, anyApplication},
+                            {emptyArray, noApplication},
+                            {{{"no description", Answer::withoutSecond()}}, internal},
+                            {foreignElements, internal}}},
       {"SecTrustedApplicationCreateFromPath", ofOtherCalls + noObject},
       {"SecTrustedApplicationCopyData",
-       ofOtherCalls + noObject + Lines{{noBytes + otherBytes, seen(unknownApplication)}}},
+       ofOtherCalls + noObject + Rows{{noBytes + otherBytes, unknownApplication}}},
       {"SecACLSetContents", ofAccessLists},
-      {"SecKeychainItemSetAccess",
-       ofAccessLists +
-           Lines{{{{"a failure after the first entry", Answer::status(-25293).afterEntries(1)}},
-                  partlyStored}}},
+      {"SecKeychainItemSetAccess", ofAccessLists + Rows{{{{"a failure after the first entry",
+                                                           Answer::status(-25293).afterEntries(1)}},
+                                                         partlyStored}}},
       {"CC_SHA256", {}},
       {"CFEqual", {}},
       {"SecIdentityGetTypeID", {}},
       {"SecACLGetTypeID", {}},
       {"SecTrustedApplicationGetTypeID", {}}}},
-    {Phase::readingRules,
-     {{"CFPreferencesCopyValue",
-       {{nothing + emptyArray, seen(noRules)}, {noListsOfTexts, notSaved}}}}},
-    {Phase::writingRules,
-     {{"CFPreferencesSetValue",
+    {Phase::storing,
+     {{"CFPreferencesCopyValue", {{nothing + emptyArray, noRules}, {noListsOfTexts, notSaved}}},
+      {"CFPreferencesSetValue",
        {{{{"doing nothing", Answer::status(-1)}},
-         seen(rulesAsBefore, at(keyAllowed, messages::policyVerificationFailed))}}},
+         ends(keyAllowed, messages::policyVerificationFailed)}}},
       {"CFPreferencesSynchronize", {{status(-1), notSynchronized}}}}},
-    {Phase::verifyingRules,
+    {Phase::verifying,
      {{"CFPreferencesCopyValue",
        {{nothing + emptyArray + object("another rule", {List{text(u"no rule")}}), notVerified},
         {foreignElements + noListsOfTexts, notVerified}}}}},
-    {Phase::refreshing,
-     {{"NSTask",
-       {{nothing, notStarted},
-        {status(1) + status(15) + status(255),
-         launchFails(refreshed, messages::unsuccessfulExit)}}}}},
-    {Phase::opening,
+    {Phase::launching,
      {{"NSFileManager", {{status(-1), ends(ruleStored, messages::chromeNotInstalled)}}},
       {"NSRunningApplication", {}},
-      {"NSTask", {{nothing, noWindow}, {status(1), harmless}}}}}};
-
-/// A message that tells a status tells that of the fault.
-Fault fault(const std::string& name, const Answer& answer, Consequence consequence) {
-  if (auto& end = consequence.ending; end && end->message.find("<status>") != std::string::npos) {
-    end->message = messages::told(end->message, answer.failure);
-  }
-  return {.name = name, .answer = answer, .consequence = std::move(consequence)};
-}
-
-}  // namespace
-
-const std::map<Phase, std::map<std::string, Faults>>& table() {
-  static const auto table = [] {
-    std::map<Phase, std::map<std::string, Faults>> faults;
-    for (const auto& [phase, functions] : rows) {
-      for (const auto& [function, lines] : functions) {
-        Faults& all = faults[phase][function];
-        for (const auto& [kinds, consequence] : lines) {
-          for (const auto& [name, answer] : kinds) {
-            all.push_back(fault(name, answer, consequence));
-          }
-        }
-      }
-    }
-    return faults;
-  }();
-  return table;
-}
+      {"NSTask.waitUntilExit",
+       {{nothing, ends(refreshed, notStarted)},
+        {status(1) + status(15) + status(255), ends(refreshed, notRefreshed)}}},
+      {"NSTask", {{nothing, ends(windowOpened, notStarted)}, {status(1), harmless}}}}}};
 
 }  // namespace lumaret::tests::faults

@@ -1,4 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <nlohmann/json.hpp>
+
+#include "Tests/OverStandIn/AppleFrameworks/MachineFile.hpp"
 #include "Tests/OverStandIn/Faults/Faults.hpp"
 #include "Tests/OverStandIn/SampleIdentities.hpp"
 #include "Tests/Support/Cpp/Messages.hpp"
@@ -6,14 +9,13 @@
 namespace lumaret::tests::faults {
 namespace {
 
-using nlohmann::json;
 using standin::AccessList;
 using standin::AccessListEntry;
+using standin::Identity;
 using Applications = std::vector<std::string>;
 using enum Checkpoint;
-using enum Seen;
 
-const std::string chrome = chromeApplication;
+// Entries of access lists
 
 AccessListEntry signing(const Applications& applications) {
   return {{"kSecACLAuthorizationSign"}, applications, u"sign", 0x0001};
@@ -24,172 +26,130 @@ AccessListEntry anyUse(const std::optional<Applications>& applications) {
 }
 
 const AccessListEntry none = signing({});
-const AccessListEntry chromeAlone = signing({chrome});
+const AccessListEntry chrome = signing({chromeApplication});
 const AccessListEntry mail = signing({"/Mail"});
-const AccessListEntry mailAndChrome = signing({"/Mail", chrome});
-const AccessListEntry zoom = signing({"/Zoom"});
-const AccessListEntry zoomAndChrome = signing({"/Zoom", chrome});
+const AccessListEntry mailAndChrome = signing({"/Mail", chromeApplication});
 const AccessListEntry any = anyUse({{"/Zoom", "/Mail"}});
-const AccessListEntry anyAndChrome = anyUse({{"/Zoom", "/Mail", chrome}});
-const AccessListEntry anyChromeAlone = anyUse({{chrome}});
+const AccessListEntry anyAndChrome = anyUse({{"/Zoom", "/Mail", chromeApplication}});
 const AccessListEntry open = anyUse(std::nullopt);
 const AccessListEntry decrypting = {{"kSecACLAuthorizationDecrypt"}, {{"/Mail"}}, u"decrypt", 0};
 
+// Identities
+
+Identity ana(const AccessList& accessList) { return identity("ana", accessList); }
+
+const Identity keyless = {"keyless", {1}, {}, nullptr};
+
+Identity onToken(const std::string& name) {
+  Identity identity = tests::identity(name);
+  identity.privateKey->accessList.reset();
+  return identity;
+}
+Identity withoutSubject(Identity identity, const standin::Value& notAfter = {farAhead}) {
+  identity.certificateValues = certificateValues({}, notAfter);
+  return identity;
+}
+Identity expired(Identity identity) {
+  return withoutSubject(std::move(identity), {standin::Date{0}});
+}
+Identity withoutIssuer(Identity identity) {
+  identity.certificateValues->erase(u"kSecOIDX509V1IssuerName");
+  return identity;
+}
+Identity namedOtherwise(const std::string& name, Identity identity) {
+  identity.name = name;
+  return identity;
+}
+
+// Rules
+
+const std::string anasRule =
+    R"({"filter":{"ISSUER":{"CN":"Example CA"},"SUBJECT":{"CN":"ana"}},"pattern":"*"})";
+const std::string beasRule =
+    R"({"filter":{"ISSUER":{"CN":"Example CA"},"SUBJECT":{"CN":"Bea"}},"pattern":"*"})";
 const std::string foreignRule =
     R"({"pattern": "https://a.example", "filter": {"SUBJECT": {"CN": "ana"}}})";
 const std::string noRule = "no rule";
-const std::string beasRule =
-    R"({"filter":{"ISSUER":{"CN":"Example CA"},"SUBJECT":{"CN":"Bea"}},"pattern":"*"})";
 
-json list(const std::vector<json>& values) { return values; }
-
-const Ending listed = {.checkpoint = untouched};
-const Ending success = {.checkpoint = windowOpened};
-const Ending notFound = {.checkpoint = untouched, .message = messages::selectedIdentityNotFound};
-const Ending ambiguous = {.checkpoint = untouched, .message = messages::selectedIdentityAmbiguous};
-const Ending unsupported = {.checkpoint = untouched,
-                            .message = messages::chromeKeyAuthorizationUnsupported};
-
-// Of a world with one signing entry.
-const Variation noEntry = {.seen = noSignature, .ending = unsupported};
-const Variation noOther = {.seen = noApplication, .allowed = {{chromeAlone}}};
-
-const Held ana = {.name = "ana", .accessList = {{mail}}, .allowed = {{mailAndChrome}}};
-const Held unnamedAna = {.name = "ana",
-                         .state = State::withoutSubject,
-                         .accessList = {{mail}},
-                         .allowed = {{mailAndChrome}}};
+standin::Dictionary rules(const std::vector<nlohmann::json>& list) {
+  return {{u"AutoSelectCertificateForUrls", standin::valueOf(list)}};
+}
 
 }  // namespace
 
-const std::vector<World>& worlds() {
-  static const std::vector<World> all = {
-      {.name = "ListAnEmptyKeychain", .lists = true, .ending = listed},
-      {.name = "ListSeveralIdentities",
-       .lists = true,
-       .held = {{.name = "zoe", .accessList = {{mail}}},
-                {.name = "ana", .accessList = {{open}}},
-                {.name = "old", .state = State::expired, .accessList = {{chromeAlone}}},
-                {.name = "Bea", .accessList = {{decrypting}}},
-                {.name = "card"},
-                {.name = "keyless", .state = State::withoutKey},
-                {.name = "nameless", .state = State::withoutSubject, .accessList = AccessList()},
-                {.name = "Bea again", .certificate = "Bea", .accessList = {{none}}}},
-       .rules = list({anasRule}),
-       .ending = listed},
-      {.name = "TwoSigningEntriesWithoutChrome",
-       .held = {{.name = "ana",
-                 .accessList = {{mail, decrypting, any}},
-                 .allowed = {{mailAndChrome, decrypting, anyAndChrome}}}},
-       .isChromeRunning = false,
-       .storedRules = list({anasRule}),
-       .variations =
-           {{.seen = noSignature, .of = "entry 0", .allowed = {{mail, decrypting, anyAndChrome}}},
-            {.seen = noSignature, .of = "entry 2", .allowed = {{mailAndChrome, decrypting, any}}},
-            {.seen = noApplication,
-             .of = "entry 0",
-             .allowed = {{chromeAlone, decrypting, anyAndChrome}}},
-            {.seen = noApplication,
-             .of = "entry 2",
-             .allowed = {{mailAndChrome, decrypting, anyChromeAlone}}}}},
-      {.name = "ChromeListedInTheSecondEntry",
-       .address = "https://a.example/",
-       .held = {{.name = "ana", .accessList = {{mail, zoomAndChrome}}}},
-       .rules = list({foreignRule, noRule}),
-       .storedRules = list({foreignRule, noRule, anasRule}),
-       .variations =
-           {{.seen = noSignature, .of = "entry 1", .allowed = {{mailAndChrome, zoomAndChrome}}},
-            {.seen = noApplication, .of = "entry 1", .allowed = {{mailAndChrome, chromeAlone}}},
-            {.seen = unknownApplication,
-             .of = chrome,
-             .allowed = {{mailAndChrome, signing({"/Zoom", chrome, chrome})}}}}},
-      {.name = "AnyApplicationInTheSecondEntry",
-       .held = {{.name = "ana", .accessList = {{mail, open, zoom}}}},
-       .rules = list({}),
-       .storedRules = list({anasRule}),
-       .variations = {{.seen = noSignature,
-                       .of = "entry 1",
-                       .allowed = {{mailAndChrome, open, zoomAndChrome}}},
-                      {.seen = noApplication,
-                       .of = "entry 1",
-                       .allowed = {{mailAndChrome, anyChromeAlone, zoomAndChrome}}}}},
-      {.name = "SeveralIdentities",
-       .address = "HTTP://a.example",
-       .held = {{.name = "zoe", .accessList = {{mail}}},
-                {.name = "old", .state = State::expired, .accessList = {{mail}}},
-                {.name = "ana", .accessList = {{none}}, .allowed = {{chromeAlone}}},
-                {.name = "keyless", .state = State::withoutKey},
-                {.name = "nameless", .state = State::withoutSubject, .accessList = AccessList()}},
-       .isChromeRunning = false,
-       .rules = list({beasRule}),
-       .storedRules = list({anasRule}),
-       .variations = {noEntry,
-                      {.seen = firstIdentityAlone, .ending = notFound},
-                      {.seen = firstMatchAlone, .ending = notFound}}},
-      {.name = "ForeignRules",
-       .held = {{.name = "ana", .accessList = {{any}}, .allowed = {{anyAndChrome}}},
-                {.name = "Bea", .accessList = {{none}}}},
-       .rules = list({foreignRule, beasRule, noRule, anasRule, foreignRule}),
-       .storedRules = list({foreignRule, anasRule, noRule, foreignRule}),
-       .variations = {noEntry, {.seen = noApplication, .allowed = {{anyChromeAlone}}}}},
-      {.name = "ActivatedBefore",
-       .held = {{.name = "ana", .accessList = {{chromeAlone, mail}}}},
-       .rules = list({noRule, anasRule}),
-       .storedRules = list({noRule, anasRule}),
-       .variations =
-           {{.seen = noSignature, .of = "entry 0", .allowed = {{chromeAlone, mailAndChrome}}},
-            {.seen = noApplication, .of = "entry 0", .allowed = {{chromeAlone, mailAndChrome}}},
-            {.seen = unknownApplication,
-             .of = chrome,
-             .allowed = {{signing({chrome, chrome}), mailAndChrome}}},
-            {.seen = rulesAsBefore}}},
-      {.name = "NoSuchIdentity",
-       .held = {{.name = "Bea", .accessList = {{mail}}}},
-       .rules = list({noRule}),
-       .ending = notFound},
-      {.name = "TwiceInTheKeychain",
-       .held = {{.name = "one",
-                 .certificate = "ana",
-                 .accessList = {{mail}},
-                 .allowed = {{mailAndChrome}}},
-                {.name = "other", .certificate = "ana", .accessList = {{decrypting}}}},
-       .rules = list({noRule}),
-       .storedRules = list({noRule, anasRule}),
-       .ending = ambiguous,
-       .variations = {{.seen = firstMatchAlone, .ending = success},
-                      {.seen = noMatch, .of = "one", .ending = unsupported},
-                      {.seen = noMatch, .of = "other", .ending = success}}},
-      {.name = "KeyOfAToken",
-       .held = {{.name = "ana"}},
-       .rules = list({noRule}),
-       .ending = unsupported,
-       .variations = {{.seen = noSubject}}},
-      {.name = "NoSigningEntry",
-       .held = {{.name = "ana", .accessList = {{decrypting}}}},
-       .isChromeRunning = false,
-       .ending = unsupported,
-       .variations = {{.seen = noSubject}}},
-      {.name = "NoSubject",
-       .held = {unnamedAna},
-       .rules = list({noRule}),
-       .storedRules = list({noRule, anasRule}),
-       .ending = {.checkpoint = keyAllowed, .message = messages::certificateHasNoSubject},
-       .variations = {noEntry, noOther, {.seen = anotherName, .ending = success}}},
-      {.name = "RulesOfAnotherType",
-       .held = {ana},
-       .rules = list({noRule, 7.0}),
-       .ending = {.checkpoint = keyAllowed, .message = messages::policyWriteFailed},
-       .variations = {noEntry, noOther, {.seen = noRules, .ending = success}}},
-      {.name = "AddressOfAnotherScheme",
-       .address = "ftp://a.example/",
-       .held = {ana},
-       .storedRules = list({anasRule}),
-       .ending = {.checkpoint = refreshed,
-                  .message = messages::told(messages::chromeLaunchFailed,
-                                            messages::unsupportedScheme)},
-       .variations = {noEntry, noOther}},
-  };
-  return all;
-}
+const std::vector<World> worlds = {
+    {.name = "ListAnEmptyKeychain", .lists = true, .ending = ends(untouched, "")},
+    {.name = "ListSeveralIdentities",
+     .identities = {identity("zoe", {mail}), ana({open}), expired(identity("old", {chrome})),
+                    identity("Bea", {decrypting}), onToken("card"), keyless,
+                    withoutSubject(identity("nameless", {})),
+                    namedOtherwise("Bea again", identity("Bea", {none}))},
+     .preferences = rules({anasRule}),
+     .lists = true,
+     .ending = ends(untouched, "")},
+    {.name = "TwoSigningEntriesWithoutChrome",
+     .identities = {ana({mail, decrypting, any})},
+     .allowed = {{mailAndChrome, decrypting, anyAndChrome}},
+     .stored = rules({anasRule}),
+     .isChromeRunning = false},
+    {.name = "ChromeListedInTheSecondEntry",
+     .identities = {ana({mail, signing({"/Zoom", chromeApplication})})},
+     .preferences = rules({foreignRule, noRule}),
+     .stored = rules({foreignRule, noRule, anasRule}),
+     .address = "https://a.example/"},
+    {.name = "AnyApplicationInTheSecondEntry",
+     .identities = {withoutIssuer(ana({mail, open, signing({"/Zoom"})}))},
+     .preferences = rules({}),
+     .stored = rules({R"({"filter":{"SUBJECT":{"CN":"ana"}},"pattern":"*"})"})},
+    {.name = "SeveralIdentities",
+     .identities = {identity("zoe", {mail}), expired(identity("old", {mail})), ana({none}), keyless,
+                    withoutSubject(identity("nameless", {}))},
+     .preferences = rules({beasRule}),
+     .allowed = {{chrome}},
+     .stored = rules({anasRule}),
+     .isChromeRunning = false,
+     .address = "HTTP://a.example"},
+    {.name = "ForeignRules",
+     .identities = {ana({any}), identity("Bea", {none})},
+     .preferences = rules({foreignRule, beasRule, noRule, anasRule, foreignRule}),
+     .allowed = {{anyAndChrome}},
+     .stored = rules({foreignRule, anasRule, noRule, foreignRule})},
+    {.name = "ActivatedBefore",
+     .identities = {ana({chrome, mail})},
+     .preferences = rules({noRule, anasRule}),
+     .indifferentTo = "CFPreferencesSetValue"},
+    {.name = "NoSuchIdentity",
+     .identities = {identity("Bea", {mail})},
+     .preferences = rules({noRule}),
+     .ending = ends(untouched, messages::selectedIdentityNotFound)},
+    {.name = "TwiceInTheKeychain",
+     .identities = {namedOtherwise("one", ana({mail})), namedOtherwise("other", ana({decrypting}))},
+     .preferences = rules({noRule}),
+     .ending = ends(untouched, messages::selectedIdentityAmbiguous)},
+    {.name = "KeyOfAToken",
+     .identities = {onToken("ana")},
+     .preferences = rules({noRule}),
+     .ending = ends(untouched, messages::chromeKeyAuthorizationUnsupported)},
+    {.name = "NoSigningEntry",
+     .identities = {ana({decrypting})},
+     .isChromeRunning = false,
+     .ending = ends(untouched, messages::chromeKeyAuthorizationUnsupported)},
+    {.name = "NoSubject",
+     .identities = {withoutSubject(ana({mail}))},
+     .preferences = rules({noRule}),
+     .allowed = {{mailAndChrome}},
+     .ending = ends(keyAllowed, messages::certificateHasNoSubject)},
+    {.name = "RulesOfAnotherType",
+     .identities = {ana({mail})},
+     .preferences = rules({noRule, 7.0}),
+     .allowed = {{mailAndChrome}},
+     .ending = ends(keyAllowed, messages::policyWriteFailed)},
+    {.name = "AddressOfAnotherScheme",
+     .identities = {ana({mail})},
+     .allowed = {{mailAndChrome}},
+     .stored = rules({anasRule}),
+     .address = "ftp://a.example/",
+     .ending = ends(refreshed,
+                    messages::told(messages::chromeLaunchFailed, messages::unsupportedScheme))}};
 
 }  // namespace lumaret::tests::faults

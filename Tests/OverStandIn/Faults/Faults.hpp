@@ -1,20 +1,24 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <cstddef>
+#include <algorithm>
 #include <cstdint>
+#include <functional>
 #include <map>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <ostream>
 #include <string>
+#include <utility>
+#include <variant>
 #include <vector>
 
 #include "Tests/OverStandIn/AppleFrameworks/StandIn.hpp"
 
 /// Whole runs of the tool, each with one framework call that fails: where the run ends, and what it
-/// leaves of the Mac. What the tool does is not worked out again here: it is written down, in the
-/// table of faults and with each world.
+/// leaves of the Mac. What the tool does is not worked out again here. A fault that ends a run ends
+/// it at a checkpoint of the run without that fault: the table says at which one, and with which
+/// message. A fault that only shows the tool another Mac than there is has the run change what it
+/// changes on such a Mac.
 namespace lumaret::tests::faults {
 
 /// What a run leaves behind, in the order in which it comes to be. A start of Chrome counts as soon
@@ -23,140 +27,62 @@ enum class Checkpoint : std::uint8_t { untouched, keyAllowed, ruleStored, refres
 
 struct Ending {
   Checkpoint checkpoint;
-  /// Empty when the run succeeds.
+  /// Empty when the run succeeds. "<status>" in it stands for the status of the fault.
   std::string message = "";
   /// The rule was set, and is not synchronized.
   bool isRulePending = false;
-  /// So many entries of the access list were stored before storing it failed.
-  std::size_t storedEntries = 0;
+  /// Of the entries of the access list that change, the first was stored before storing failed.
+  bool isFirstEntryStored = false;
 };
 
-/// What a run is doing when it makes a call.
-enum class Phase : std::uint8_t {
-  loading,
-  authorizing,
-  readingRules,
-  writingRules,
-  verifyingRules,
-  opening,
-  refreshing
+inline Ending ends(Checkpoint checkpoint, std::string message) {
+  return {.checkpoint = checkpoint, .message = std::move(message)};
+}
+
+/// Makes another Mac of this one, given the first argument of the call that shows it.
+using Change = std::function<void(standin::Machine&, const std::string& argument)>;
+
+/// Ways to fail, each with a name for the reader of a failed test.
+using Kinds = std::vector<std::pair<std::string, standin::Answer>>;
+
+/// What comes of some faults: an end, or else what comes of a run without a fault on another Mac.
+struct Row {
+  Kinds kinds;
+  std::variant<Ending, Change> consequence;
 };
 
-/// What the tool is made to see by a fault that is no failure in itself.
-enum class Seen : std::uint8_t {
-  asItIs,
-  // By the listing
-  noIdentities,
-  firstIdentityAlone,
-  identityLeftOut,
-  anotherCertificate,  ///< The one whose only byte is 1.
-  noSubject,           ///< In a certificate that has not expired.
-  anotherName,         ///< "someone", without an issuer, in a certificate that has not expired.
-  // By the authorization of the key
-  firstMatchAlone,
-  noMatch,
-  noSignature,  ///< The entry lets nobody sign.
-  anyApplication,
-  noApplication,
-  unknownApplication,
-  // Afterwards
-  noRules,
-  rulesAsBefore,
-};
-
-struct Consequence {
-  Seen seen = Seen::asItIs;
-  /// Of an activation. Absent: as without the fault.
-  std::optional<Ending> ending = std::nullopt;
-  /// On another identity than the selected one, the fault changes nothing of an activation.
-  bool ofSelectedAlone = false;
-};
-
-struct Fault {
-  std::string name;
-  standin::Answer answer;
-  Consequence consequence;
-};
-
-using Faults = std::vector<Fault>;
+/// What a run is doing when it makes a call. Each phase begins with a call of SecItemCopyMatching,
+/// CFPreferencesCopyValue or NSFileManager.
+enum class Phase : std::uint8_t { loading, authorizing, storing, verifying, launching };
 
 /// Every way in which each function can fail, by phase; none for one that cannot.
-const std::map<Phase, std::map<std::string, Faults>>& table();
+extern const std::map<Phase, std::map<std::string, std::vector<Row>>> table;
 
-enum class State : std::uint8_t { usable, expired, withoutKey, withoutSubject };
-
-/// An identity of the Keychain.
-struct Held {
-  /// In the trace.
-  std::string name;
-  /// Its bytes, and its common name.
-  std::string certificate = name;
-  State state = State::usable;
-  /// Of its private key; absent from a token's.
-  std::optional<standin::AccessList> accessList = std::nullopt;
-  /// The same from Checkpoint::keyAllowed on, where it differs.
-  std::optional<standin::AccessList> allowed = std::nullopt;
-};
-
-/// What comes of something that is seen, where a world differs from the table.
-struct Variation {
-  Seen seen;
-  /// The first argument of the call; any when empty.
-  std::string of = "";
-  /// Absent: as without the fault.
-  std::optional<Ending> ending = std::nullopt;
-  /// In the place of what the identity "ana" has at Checkpoint::keyAllowed.
-  std::optional<standin::AccessList> allowed = std::nullopt;
-};
-
-/// A Mac, one run of the tool on it, and what there is at each checkpoint.
+/// A Mac, one run of the tool on it, and what that leaves there without a fault.
 struct World {
   std::string name;
+  std::vector<standin::Identity> identities = {};
+  /// Chrome's preferences: its rules, or whatever is in their place.
+  standin::Dictionary preferences = {};
+  /// The access list of the identity "ana" from Checkpoint::keyAllowed on, where it differs.
+  std::optional<standin::AccessList> allowed = std::nullopt;
+  /// Chrome's preferences from Checkpoint::ruleStored on, where they differ.
+  standin::Dictionary stored = {};
+  bool isChromeRunning = true;
   /// Lists, or else activates the certificate "ana".
   bool lists = false;
   std::string address = "";
-  std::vector<Held> held = {};
-  bool isChromeRunning = true;
-  /// Chrome's rules, or whatever is in their place; null when nothing is.
-  nlohmann::json rules = nullptr;
-  /// The same from Checkpoint::ruleStored on.
-  nlohmann::json storedRules = nullptr;
-  /// Without a fault.
   Ending ending = {.checkpoint = Checkpoint::windowOpened};
-  std::vector<Variation> variations = {};
+  /// The function whose faults make no difference here, whatever the table says.
+  std::string indifferentTo = "";
 };
 
 inline void PrintTo(const World& world, std::ostream* out) { *out << world.name; }
 
-const std::vector<World>& worlds();
+extern const std::vector<World> worlds;
 
-// The rules for the certificate "ana", and for one that is seen with another name.
-inline constexpr const char* anasRule =
-    R"({"filter":{"ISSUER":{"CN":"Example CA"},"SUBJECT":{"CN":"ana"}},"pattern":"*"})";
-inline constexpr const char* someonesRule =
-    R"({"filter":{"SUBJECT":{"CN":"someone"}},"pattern":"*"})";
-
-/// A call of a run.
-struct Step {
-  Phase phase = Phase::loading;
-  std::string function;
-  /// The first one, as traced.
-  std::string argument;
-  /// Among the run's calls of the function, from 1.
-  std::size_t number = 0;
-};
-
-/// What a run prints and tells, and what it leaves of the Mac.
-using Outcome = nlohmann::json;
-
-/// Puts the world in the place of the Mac, lets the function answer so, and runs the tool.
-Outcome run(const World& world, const std::string& function = "",
-            const std::optional<standin::Answer>& answer = std::nullopt);
-
-/// The world's own word on what is seen at this step; null where the table's holds.
-const Variation* variationOf(const World& world, const Step& step, Seen seen);
-
-/// What the run is to come to when a fault at this step has this consequence.
-Outcome expected(const World& world, const Step& step = {}, const Consequence& consequence = {});
+inline standin::Identity& named(standin::Machine& machine, const std::string& name) {
+  return *std::ranges::find(machine.identities, name, &standin::Identity::name);
+}
 
 }  // namespace lumaret::tests::faults
