@@ -28,6 +28,8 @@ COMMON = {
     "share/doc/lumaret-macos-helper/docs/architecture.md",
     "share/doc/lumaret-macos-helper/docs/companion.md",
     "share/doc/lumaret-macos-helper/docs/hostile-surroundings.md",
+    "share/doc/lumaret-macos-helper/docs/images/benchmark-dark.svg",
+    "share/doc/lumaret-macos-helper/docs/images/benchmark-light.svg",
     "share/doc/lumaret-macos-helper/docs/images/chrome-policy.png",
     "share/doc/lumaret-macos-helper/docs/troubleshooting-macos.md",
     "share/doc/lumaret-macos-helper/docs/troubleshooting.md",
