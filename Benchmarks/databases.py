@@ -1,8 +1,10 @@
 # SPDX-License-Identifier: Apache-2.0
 """Home folders with certificate databases of so many identities, made once and kept for the next run."""
 
+import contextlib
 import os
 import shutil
+import sqlite3
 import subprocess
 import tempfile
 from pathlib import Path
@@ -55,6 +57,14 @@ def _make(place: Path, count: int) -> None:
     commands = [_AUTHORITY, *identities, "-F -n authority"]
     (place / "commands").write_text("".join(f"{command} -d sql:nssdb\n" for command in commands))
     _certutil(place, "-B", "-i", "commands")
+    _forget_trust(place / "nssdb/cert9.db")
+
+
+def _forget_trust(certificates: Path) -> None:
+    """What certutil stores beside each certificate, and an import does not. NSS looks at it again and again."""
+    trust = 0xCE534353.to_bytes(4, "big")  # CKO_NSS_TRUST
+    with contextlib.closing(sqlite3.connect(certificates)) as database, database:
+        database.execute("DELETE FROM nssPublic WHERE a0 = ?", (trust,))  # the class
 
 
 def _certutil(place: Path, *arguments: str) -> None:
