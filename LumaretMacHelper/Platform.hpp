@@ -35,7 +35,8 @@ std::array<std::uint8_t, 32> sha256(std::span<const std::uint8_t> bytes);
 using TextComparison = std::function<std::weak_ordering(const std::string&, const std::string&)>;
 
 /// The platform's case-insensitive comparison of UTF-8 texts under the user's current locale.
-/// The locale is read when this is called; the comparison may be kept for one whole sort.
+/// The locale is read when this is called; the comparison may be kept for one whole sort. It may
+/// throw at the first texts that differ: what orders them is not loaded before.
 TextComparison localizedCaseInsensitiveComparison();
 
 /// What the platform's RFC 3986 parser accepts, relative references included; nothing for any

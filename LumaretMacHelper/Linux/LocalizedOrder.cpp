@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <dlfcn.h>
 #include <unicode/ucol.h>
 #include <unicode/uloc.h>
 
 #include <array>
 #include <cstdlib>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 
@@ -12,6 +14,34 @@
 
 namespace lumaret {
 namespace {
+
+std::runtime_error failure(const std::string& reason) {
+  return std::runtime_error("The order of names could not be loaded: " + reason);
+}
+
+std::runtime_error loaderFailure() {
+  const char* reason = ::dlerror();
+  return failure(reason != nullptr ? reason : "unknown reason");
+}
+
+/// A function of ICU's. The library is loaded at the first call, and stays: in a run that compares
+/// no names, loading it would take a fifth of the time.
+template <typename Function>
+Function* functionOfICU(const char* name) {
+  void* const library = ::dlopen(LUMARET_ICU_LIBRARY, RTLD_LAZY | RTLD_LOCAL);
+  void* const function = library != nullptr ? ::dlsym(library, name) : nullptr;
+  if (function == nullptr) {
+    throw loaderFailure();
+  }
+  return reinterpret_cast<Function*>(function);
+}
+
+// The preprocessor alone knows the name in the library: in ICU's headers each function is a macro
+// that adds the version to it.
+// NOLINTBEGIN(cppcoreguidelines-macro-usage)
+#define LUMARET_QUOTED(text) #text
+#define LUMARET_ICU_FUNCTION(function) functionOfICU<decltype(function)>(LUMARET_QUOTED(function))
+// NOLINTEND(cppcoreguidelines-macro-usage)
 
 /// The locale that setlocale(3) would take for LC_COLLATE from the environment.
 std::string collationLocale() {
@@ -26,53 +56,79 @@ std::string collationLocale() {
 
 /// ICU's name for the collation. The C and POSIX locales (with an encoding or without one) get the
 /// root collation: ICU would take them for en_US_POSIX, which sorts all capitals first.
-std::string collationName() {
-  const std::string locale = collationLocale();
+std::string collationName(const std::string& locale) {
   const std::string language = locale.substr(0, locale.find_first_of(".@"));
   if (language == "C" || language == "POSIX") {
     return "root";
   }
+  const auto canonicalize = LUMARET_ICU_FUNCTION(uloc_canonicalize);
   std::array<char, ULOC_FULLNAME_CAPACITY> name{};
   UErrorCode status = U_ZERO_ERROR;
-  uloc_canonicalize(locale.c_str(), name.data(), static_cast<int32_t>(name.size() - 1), &status);
+  canonicalize(locale.c_str(), name.data(), static_cast<int32_t>(name.size() - 1), &status);
   return U_SUCCESS(status) != 0 ? name.data() : "root";
 }
 
 /// Of its own accord, ICU takes its default from the environment, and a text there that it cannot
 /// make a name of ends the process (seen with ICU 76). Nothing here depends on that default.
 void setDefaultLocale() {
+  const auto setDefault = LUMARET_ICU_FUNCTION(uloc_setDefault);
   UErrorCode ignored = U_ZERO_ERROR;
-  uloc_setDefault("root", &ignored);
+  setDefault("root", &ignored);
 }
 
-std::shared_ptr<UCollator> openCollator() {
+using Collator = std::unique_ptr<UCollator, decltype(&ucol_close)>;
+
+Collator openCollator(const std::string& locale) {
   setDefaultLocale();
+  const auto open = LUMARET_ICU_FUNCTION(ucol_open);
+  const auto setAttribute = LUMARET_ICU_FUNCTION(ucol_setAttribute);
   UErrorCode status = U_ZERO_ERROR;
   // A locale without a collation of its own gets the root collation; nonsense is refused.
-  UCollator* opened = ucol_open(collationName().c_str(), &status);
+  UCollator* opened = open(collationName(locale).c_str(), &status);
   if (U_FAILURE(status) != 0) {
     status = U_ZERO_ERROR;
-    opened = ucol_open("root", &status);
+    opened = open("root", &status);
   }
-  std::shared_ptr<UCollator> collator(opened, ucol_close);
-  ucol_setAttribute(collator.get(), UCOL_STRENGTH, UCOL_SECONDARY, &status);
-  ucol_setAttribute(collator.get(), UCOL_NORMALIZATION_MODE, UCOL_ON, &status);
+  Collator collator(opened, LUMARET_ICU_FUNCTION(ucol_close));
+  setAttribute(collator.get(), UCOL_STRENGTH, UCOL_SECONDARY, &status);
+  setAttribute(collator.get(), UCOL_NORMALIZATION_MODE, UCOL_ON, &status);
   if (U_FAILURE(status) != 0) {
-    throw std::runtime_error(std::string("The order of names could not be loaded: ") +
-                             u_errorName(status));
+    throw failure(LUMARET_ICU_FUNCTION(u_errorName)(status));
   }
   return collator;
 }
 
+class Order {
+ public:
+  explicit Order(const std::string& locale) : collator_(openCollator(locale)) {}
+
+  [[nodiscard]] std::weak_ordering compare(const std::string& left,
+                                           const std::string& right) const {
+    UErrorCode status = U_ZERO_ERROR;
+    const UCollationResult result =
+        compare_(collator_.get(), left.data(), static_cast<int32_t>(left.size()), right.data(),
+                 static_cast<int32_t>(right.size()), &status);
+    return static_cast<int>(result) <=> 0;
+  }
+
+ private:
+  Collator collator_;
+  decltype(&ucol_strcollUTF8) compare_ = LUMARET_ICU_FUNCTION(ucol_strcollUTF8);
+};
+
 }  // namespace
 
 TextComparison localizedCaseInsensitiveComparison() {
-  return [collator = openCollator()](const std::string& left, const std::string& right) {
-    UErrorCode status = U_ZERO_ERROR;
-    const UCollationResult result =
-        ucol_strcollUTF8(collator.get(), left.data(), static_cast<int32_t>(left.size()),
-                         right.data(), static_cast<int32_t>(right.size()), &status);
-    return static_cast<int>(result) <=> 0;
+  // One for all the copies that a sort makes of its comparison.
+  const auto order = std::make_shared<std::optional<Order>>();
+  return [locale = collationLocale(), order](const std::string& left, const std::string& right) {
+    if (left == right) {
+      return std::weak_ordering::equivalent;  // In every order.
+    }
+    if (!*order) {
+      order->emplace(locale);
+    }
+    return (*order)->compare(left, right);
   };
 }
 

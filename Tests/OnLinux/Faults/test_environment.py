@@ -154,11 +154,12 @@ class StackTests(FaultTestCase):
         return self.helper(*arguments, preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_STACK, (size, size)))
 
     def test_both_commands_work(self):
-        identity = self.make_identity()
+        identities = self.make_identities({"CN": "Ana"}, {"CN": "Ben"})  # so that names are ordered
         for kilobytes in (48, 64, 128, 256, 1024):
             with self.subTest(kilobytes):
-                self.assertEqual(self.limited(kilobytes, "list"), printed(self.line_of(identity)))
-                self.assertEqual(self.limited(kilobytes, "activate", "--fingerprint", identity.fingerprint), ACTIVATED)
+                self.assertEqual(self.limited(kilobytes, "list"), printed(self.line_of(*identities)))
+                chosen = identities[0].fingerprint
+                self.assertEqual(self.limited(kilobytes, "activate", "--fingerprint", chosen), ACTIVATED)
 
     @needs_real_root
     def test_what_nests_deeply_takes_no_stack(self):

@@ -20,6 +20,8 @@ COMMON = {
     "share/doc/lumaret-macos-helper/docs/examples/roll-back.yml",
     "share/doc/lumaret-macos-helper/docs/examples/roll-out.yml",
     "share/doc/lumaret-macos-helper/docs/hostile-surroundings.md",
+    "share/doc/lumaret-macos-helper/docs/images/benchmark-dark.svg",
+    "share/doc/lumaret-macos-helper/docs/images/benchmark-light.svg",
     "share/doc/lumaret-macos-helper/docs/images/chrome-policy.png",
     "share/doc/lumaret-macos-helper/docs/images/demo-ana.png",
     "share/doc/lumaret-macos-helper/docs/images/demo-ben.png",

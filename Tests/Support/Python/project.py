@@ -24,3 +24,8 @@ VERSION = re.search(r"^project\([^)]*\bVERSION (\S+)", (SOURCES / "CMakeLists.tx
 def is_sanitized() -> bool:
     """Under the sanitizers a program needs more of everything, so that limits tell nothing."""
     return "-fsanitize=" in (BUILD / "CMakeCache.txt").read_text()
+
+
+def icu_library() -> Path:
+    """What orders names. The executable holds its path, and loads it itself."""
+    return Path(re.search(rb"/[^\0]*/libicui18n\.so\.[0-9]+", Path(HELPER).read_bytes())[0].decode())
