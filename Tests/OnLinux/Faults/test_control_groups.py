@@ -14,6 +14,7 @@ from Tests.Support.Python import private_machine
 from Tests.Support.Python.outcome import ACTIVATED, failed
 from Tests.Support.Python.policy_files import ELSEWHERE, effective_rules, policies
 from Tests.Support.Python.private_machine import STORE_RULES, await_until
+from Tests.Support.Python.project import is_sanitized
 from Tests.Support.Python.store_rules_test_case import LOCK, OWN, STORED, StoreRulesTestCase, running
 from Tests.Support.Python.users import AS_NOBODY, NOBODY
 
@@ -188,6 +189,7 @@ class ControlGroupTests(StoreRulesTestCase):
         hidden = ("unshare", "--mount", "sh", "-c", f'umount --lazy {places} && exec "$@"', "sh")
         self.assertEqual(self.store_directly(*hidden, preexec_fn=group.enter), STORED)
 
+    @unittest.skipIf(is_sanitized(), "the sanitizers read /proc too")
     def test_a_machine_that_does_not_tell_its_groups(self):
         hidden = ("unshare", "--mount", "sh", "-c", 'mount -t tmpfs none /proc && exec "$@"', "sh")
         refusal = "The caller's control groups are not known: /proc/self/cgroup could not be read."
