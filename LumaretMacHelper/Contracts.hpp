@@ -62,11 +62,11 @@ struct ClientIdentity {
 };
 
 // Errors. A failure is thrown, and every error of this module is a std::exception. The services
-// that change something turn what their collaborators throw into a CertificateSelectorError. One
-// that was thrown deeper down passes unchanged. The front end prints the error's message and
-// nothing else. Something that may simply be missing (an attribute of a name, a private key, a
-// stored value) is not an error. It is an empty optional or an empty list, and never stands for a
-// refusal. A listing leaves out an identity that cannot be read.
+// that change something turn what their collaborators throw into a CertificateSelectorError. The
+// authorizer and the launcher let one that was thrown deeper down pass unchanged. The front end
+// prints the error's message and nothing else. Something that may simply be missing (an attribute
+// of a name, a private key, a stored value) is not an error. It is an empty optional or an empty
+// list, and never stands for a refusal. A listing leaves out an identity that cannot be read.
 
 /// A failure that the tool reports to the user. what() is the message: English text for an end
 /// user. Two errors are equal if their kind and payload are equal.
