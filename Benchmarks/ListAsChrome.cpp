@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-// Looks for client certificates with NSS as Chrome for Linux does, and prints how many there are
-// and NSS's version. Of Chromium's sources, NSSInitSingleton (crypto/nss_util.cc) and
+// Looks for client certificates with NSS as Chrome for Linux does, and prints their number and
+// NSS's version. In Chromium's sources, NSSInitSingleton (crypto/nss_util.cc) and
 // ClientCertStoreNSS::GetPlatformCertsOnWorkerThread (net/ssl/client_cert_store_nss.cc) make these
-// calls; what Chrome then does with each certificate is left out.
+// calls. What Chrome then does with each certificate is left out.
 //
-//   ListAsChrome FOLDER
+// ListAsChrome FOLDER
 #include <cert.h>
 #include <nss.h>
 #include <pk11pub.h>
@@ -44,7 +44,7 @@ int main(int argumentCount, char** arguments) {
   int count = 0;
   CERTCertList* found = CERT_FindUserCertsByUsage(CERT_GetDefaultCertDB(), certUsageSSLClient,
                                                   PR_FALSE, PR_FALSE, nullptr);
-  if (found != nullptr) {  // Null where there is none.
+  if (found != nullptr) {  // Null if there is none.
     for (const CERTCertListNode* node = CERT_LIST_HEAD(found); !CERT_LIST_END(node, found);
          node = CERT_LIST_NEXT(node)) {
       ++count;

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Home folders with certificate databases of so many identities, made once and kept for the next run."""
+"""Home folders with certificate databases of various sizes, made once and kept for the next run."""
 
 import contextlib
 import os
@@ -10,7 +10,7 @@ import tempfile
 from pathlib import Path
 
 COUNTS = (0, 1, 2, 10, 100, 300, 1_500, 5_000)
-MEGABYTES = 50  # what all of them take, and more
+MEGABYTES = 50  # more than all of them take
 
 _NEW_KEY = "-k ec -q nistp256 -v 900 -t ,, -z noise"
 _AUTHORITY = f'-S -n authority -s "CN=Example Authority,O=Example Org" -x -m 1 {_NEW_KEY}'
@@ -23,7 +23,7 @@ def folder() -> Path:
 
 
 def home(count: int) -> Path:
-    """A home folder whose certificate database holds so many identities, each with a key and a name of its own."""
+    """A home folder whose certificate database contains `count` identities, each with its own key and name."""
     kept = folder() / f"{count}-identities"
     if not kept.exists():
         print(f"Making a database of {count} identities (once)", flush=True)
@@ -53,7 +53,7 @@ def _make(place: Path, count: int) -> None:
         f"--keyUsage digitalSignature,critical --extKeyUsage clientAuth {_NEW_KEY}"
         for number in range(1, count + 1)
     ]
-    # The authority would be one identity more.
+    # The authority is removed again: it would count as another identity.
     commands = [_AUTHORITY, *identities, "-F -n authority"]
     (place / "commands").write_text("".join(f"{command} -d sql:nssdb\n" for command in commands))
     _certutil(place, "-B", "-i", "commands")
@@ -61,7 +61,7 @@ def _make(place: Path, count: int) -> None:
 
 
 def _forget_trust(certificates: Path) -> None:
-    """What certutil stores beside each certificate, and an import does not. NSS looks at it again and again."""
+    """Removes what certutil stores beside each certificate and an import does not. NSS reads it again and again."""
     trust = 0xCE534353.to_bytes(4, "big")  # CKO_NSS_TRUST
     with contextlib.closing(sqlite3.connect(certificates)) as database, database:
         database.execute("DELETE FROM nssPublic WHERE a0 = ?", (trust,))  # the class

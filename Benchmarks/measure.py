@@ -3,7 +3,7 @@
 
     python3 -m Benchmarks.measure [--record] HELPER LIST-AS-CHROME
 
-With `--record` it rewrites the figures and the plots that the sources hold.
+With `--record`, it also rewrites the figures and the plots in the sources.
 """
 
 import json
@@ -27,7 +27,7 @@ FEW_RUNS = ("--runs=2",)
 
 
 def complaints(recording: bool, programs: list[Path]) -> list[str]:
-    """What is missing for a run."""
+    """What a run requires and this machine lacks."""
     missing = [tool for tool in (*TOOLS, *(["gnuplot"] if recording else [])) if not shutil.which(tool)]
     found = [f"{tool} is missing: Tools/install-dependencies build benchmark" for tool in missing]
     found += [f"{program} is not an executable file" for program in programs if not os.access(program, os.X_OK)]
@@ -47,7 +47,7 @@ def output(*command: str | Path, **settings) -> str:
 
 
 class Measurement:
-    """One over each database, on a machine of its own with a stand-in for the browser."""
+    """Measures over one database at a time, on a private machine with a stand-in for the browser."""
 
     def __init__(self, machine: PrivateMachine, helper: Path, list_as_chrome: Path):
         self.machine, self.helper, self.list_as_chrome = machine, helper, list_as_chrome
@@ -75,7 +75,7 @@ class Measurement:
         times["activate"] = None
         if identities:
             chosen = identities[count // 2]["id"]
-            # Stored anew each time: a rule that is there already would be left as it is.
+            # The rule is removed before each run, so that each run stores it.
             times["activate"] = self.milliseconds(
                 [self.helper, "activate", "--fingerprint", chosen], *RUNS, f"--prepare=rm -rf {CHROMIUM.policies}"
             )
@@ -97,14 +97,14 @@ class Measurement:
         return figures | {"runs": len(result["times"])}
 
     def peak_megabytes(self, command: list) -> float:
-        # A program started from here would begin with this interpreter's peak.
+        # Started directly from here, a program would begin with this interpreter's peak.
         report = self.machine.folder / "peak"
         self.run("/usr/bin/time", "--format=%M", f"--output={report}", *command)
         return round(int(report.read_text()) * 1024 / 1e6, 3)
 
 
 def surroundings(list_as_chrome: Path, load: float) -> dict:
-    """Where and when."""
+    """Where and when it was measured."""
     processor = re.search(r"^model name\s*: (.*)", Path("/proc/cpuinfo").read_text(), re.M)
     return {
         "date": time.strftime("%Y-%m-%d", time.gmtime()),

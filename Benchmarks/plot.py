@@ -11,7 +11,7 @@ PLOTS = results.SOURCES / "docs/images"
 
 @dataclass(frozen=True)
 class Theme:
-    """The two of GitHub's. The colours of the lines are apart for the colour-blind too (Okabe and Ito)."""
+    """One of GitHub's two themes. Colour-blind people can tell the lines' colours apart, too (Okabe and Ito)."""
 
     name: str
     background: str
@@ -35,9 +35,9 @@ THEMES = (
     ),
 )
 
-# The kind of the points, which tells the lines apart without colours.
+# The shape of the points, which tells the lines apart without colours.
 POINTS = {"list": 7, "activate": 5, "certutil": 9, "chrome": 13}
-# By how many lines of text a name is moved up from the end of its line, so that no two touch.
+# How many lines of text a name is above the end of its line, so that no two names touch.
 HEIGHTS = {"list": -0.6, "activate": 0.6, "certutil": -0.2, "chrome": 0.2}
 
 

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""What was measured last, as the sources hold it, and README's table of it."""
+"""The latest results, as they are stored in the sources, and README's table of them."""
 
 import json
 import re
@@ -22,7 +22,7 @@ PEAKS = (
 )
 MEANING = "\n".join(
     (
-        "Times are those of whole processes in ms, medians of 5 runs or more, of 2 where one takes over 5 s; peaks of memory are in MB.",
+        "Times are those of whole processes in ms: medians of at least 5 runs, or of 2 if a run takes over 5 s. Peaks of memory are in MB.",
         *(f"  {heading.replace('`', ''):14} {meaning}" for _, heading, meaning in TIMES),
     )
 )

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The text after --url, and what the browser is started with for it.
+// Fuzzes the address after --url, and checks the arguments with which the browser is started.
 
 #include <cstddef>
 #include <cstdint>
@@ -14,7 +14,7 @@
 
 namespace {
 
-/// A browser that runs already; keeps what it is started with.
+/// A running browser. Records the arguments of each start.
 class Environment final : public lumaret::ChromeLaunchEnvironment {
  public:
   [[nodiscard]] bool isExecutableFile(const std::filesystem::path& /*path*/) const override {
@@ -53,7 +53,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (url) {
     REQUIRE(url->absoluteString == text);
     REQUIRE(!text.empty());
-    // An address is printable ASCII without blanks and quotes: nothing that anyone takes for two.
+    // An address is printable ASCII without blanks and quotes, so nothing takes it for two
+    // arguments.
     for (const char letter : text) {
       REQUIRE(letter > ' ' && letter < '\x7f' && letter != '"' && letter != '<' && letter != '>');
     }
@@ -84,7 +85,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   REQUIRE(window.front() == "--new-window");
   REQUIRE(window.size() == (url ? 2U : 1U));
   if (url) {
-    // No option, no file, no script: an address of the web, as it was given.
+    // The address of a web page, unchanged: not an option, a file or a script.
     REQUIRE(window.back() == text);
     REQUIRE(startsWithIgnoringCase(text, "http:") || startsWithIgnoringCase(text, "https:"));
   }

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// A certificate's DER bytes, as the only one of a store, into the line that `list` prints.
+// Fuzzes the DER bytes of a certificate, the only one in the store, and checks the line that `list`
+// prints.
 
 #include <unistd.h>
 
@@ -27,7 +28,7 @@ std::string printed;
 
 }  // namespace
 
-// The store and the streams, in the place of the module's own.
+// Defines the store and the streams instead of the module.
 namespace lumaret {
 
 std::vector<StoredIdentity> readStoredIdentities() { return {{certificate, true}}; }
@@ -71,7 +72,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   REQUIRE(printed.ends_with("\n"));
   printed.pop_back();
   const json listed = json::parse(printed);  // Strict, and so UTF-8.
-  REQUIRE(listed.dump() == printed);         // Compact, its keys sorted.
+  REQUIRE(listed.dump() == printed);         // Compact, with sorted keys.
   REQUIRE(listed.is_array() && listed.size() <= 1);
 
   const auto values = lumaret::decodeCertificate(certificate);
@@ -87,7 +88,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::string expiry = identity.at("expiresAt");
   REQUIRE(expiry.size() == 20 && expiry >= now());
 
-  // A name that could be listed can be matched on, unless it has nothing to match.
+  // A name that can be listed can be written as a rule, unless it contains nothing to match.
   for (const auto& loaded : lumaret::KeychainIdentityLoader().loadIdentities()) {
     if (!loaded.subject.chromeFilterFields().empty()) {
       const std::string rule = lumaret::ChromeCertificatePolicyService::encodedRule(loaded);

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The text of a policy file: the tool's own, or (first byte odd) another one beside it.
+// Fuzzes the text of a policy file: the tool's own, or, if the first byte is odd, another file
+// beside it.
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -28,7 +29,7 @@ using nlohmann::json;
 constexpr const char* policyName = "AutoSelectCertificateForUrls";
 const std::string ownRule = R"({"filter":{"SUBJECT":{"CN":"Ana"}},"pattern":"*"})";
 
-/// In memory, where there is such a place.
+/// In memory, if the machine has a place for that.
 std::string folderInMemory() {
   std::string name =
       std::filesystem::exists("/dev/shm") ? "/dev/shm/lumaret.XXXXXX" : "/tmp/lumaret.XXXXXX";
@@ -92,10 +93,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const auto before = rulesOf(folder);
   REQUIRE(lumaret::tests::readFile(isOther ? place.other : place.own) == text);
   if (!before) {
-    return 0;  // Refused: nobody writes then.
+    return 0;  // Refused: the tool does not write then.
   }
   REQUIRE(areCharacters(*before));
-  // What a strict reader finds in the file is what was read.
+  // The rules that were read are those that a strict parser finds.
   const json strict = json::parse(text, nullptr, false);
   if (strict.is_object() && strict.contains(policyName) && text.find('\0') == std::string::npos) {
     REQUIRE(strict[policyName] == json(*before));

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A tree of certificate values, built from the input's bytes, through the parser.
+// Fuzzes the parser of certificate values with a tree that is built from the input's bytes.
 
 #include <chrono>
 #include <cmath>
@@ -18,7 +18,7 @@ namespace {
 
 using namespace lumaret;
 
-/// Gives out the input byte by byte, and zeros after its end.
+/// Returns the input byte by byte, and zeros after its end.
 class Source {
  public:
   Source(const std::uint8_t* data, std::size_t size) : next_(data), end_(data + size) {}
@@ -154,7 +154,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     requireFrom(values.issuerName, parsed->issuer);
   }
 
-  // A field that is there already stays, whatever the tree says.
+  // A field that is already in the map stays, whatever the tree contains.
   std::map<std::string, std::string> fields = {{"2.5.4.3", "first"}};
   CertificateValueParser::collectDistinguishedNameFields(values.subjectName, fields);
   REQUIRE(fields.at("2.5.4.3") == "first");

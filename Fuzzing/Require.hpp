@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-/// Ends the process, which the fuzzer reports, when the condition does not hold.
+/// Ends the process if the condition is false. The fuzzer reports that.
 #define REQUIRE(condition)                                                                     \
   do {                                                                                         \
     if (!(condition)) {                                                                        \

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A stored list of rule texts, one a line, and the pattern of each.
+// Fuzzes a stored list of rules, one on each line, and the pattern of each.
 
 #include <algorithm>
 #include <cstddef>
@@ -57,7 +57,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   for (const std::string& rule : before) {
     const auto pattern = ChromeCertificatePolicyService::rulePattern(rule);
     if (pattern) {
-      // What was read as a pattern can be written as one, and is then read the same.
+      // A pattern that was read can be written, and is then read back unchanged.
       const std::string written = nlohmann::json{{"pattern", *pattern}}.dump();
       REQUIRE(ChromeCertificatePolicyService::rulePattern(written) == pattern);
       REQUIRE(rule.find('\0') == std::string::npos);

@@ -12,7 +12,7 @@ using nlohmann::json;
 
 constexpr const char* catchAllPattern = "*";
 
-/// The principal of which a filter's member with this name would be made.
+/// The principal from which encodedRule would make this member of the filter.
 CertificatePrincipal principalIn(const json& rule, const std::string& name) {
   const auto field = [&](const char* key) -> std::optional<std::string> {
     const json::json_pointer place("/filter/" + name + "/" + key);
@@ -74,7 +74,7 @@ std::string ChromeCertificatePolicyService::encodedRule(const ClientIdentity& id
 }
 
 std::optional<std::string> ChromeCertificatePolicyService::rulePattern(const std::string& rule) {
-  // The parser takes a zero byte for the end of its input; no JSON holds one.
+  // The parser takes a zero byte for the end of its input. JSON contains none.
   if (rule.find('\0') != std::string::npos) {
     return std::nullopt;
   }

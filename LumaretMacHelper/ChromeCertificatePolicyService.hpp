@@ -13,11 +13,11 @@
 
 namespace lumaret {
 
-/// Why the preferences cannot be read; never shown to a user.
+/// Why the preferences cannot be read. `lumaret-macos-helper` never prints it.
 class ChromePreferencesError : public std::exception {
  public:
   enum class Kind : std::uint8_t {
-    /// What is stored is no list of texts.
+    /// The stored value is not a list of strings.
     invalidStoredValue,
   };
 
@@ -30,46 +30,47 @@ class ChromePreferencesError : public std::exception {
   Kind kind_ = Kind::invalidStoredValue;
 };
 
-/// Chrome's list of auto-select rules (`AutoSelectCertificateForUrls`), each the JSON text of one
-/// rule. It is read and written whole.
+/// Chrome's list of auto-select rules (`AutoSelectCertificateForUrls`). Each string is the JSON
+/// text of one rule. The list is read and written as a whole.
 class ChromePreferencesStoring {
  public:
   virtual ~ChromePreferencesStoring() = default;
-  /// Nothing stored is an empty list. Throws ChromePreferencesError when a value is stored that is
-  /// no list of texts.
+  /// Returns an empty list if nothing is stored. Throws ChromePreferencesError if the stored value
+  /// is not a list of strings.
   [[nodiscard]] virtual std::vector<std::string> readRules() const = 0;
   virtual void writeRules(const std::vector<std::string>& rules) = 0;
-  /// Makes what was written permanent; false when that failed.
+  /// Makes what was written permanent. Returns false if that failed.
   [[nodiscard]] virtual bool synchronize() = 0;
 };
 
 class ChromeCertificatePolicyService final : public ChromePolicyApplying {
  public:
-  /// Over the rules that Chrome applies for the current user.
+  /// Reads and writes the rules that Chrome applies for the current user.
   ChromeCertificatePolicyService();
   explicit ChromeCertificatePolicyService(std::shared_ptr<ChromePreferencesStoring> preferences);
 
-  /// After a failure of synchronizing or verifying, the new list may already be stored.
+  /// If synchronizing or verifying fails, the new list may already be stored.
   void apply(const ClientIdentity& identity) const override;
 
   /// The rule, as compact JSON, that makes Chrome present the identity to every site. Throws
   /// certificateHasNoSubject or policyEncodingFailed.
   static std::string encodedRule(const ClientIdentity& identity);
 
-  /// The rule's "pattern" exactly as stored; nothing when the text is no JSON object with one.
+  /// The string that the rule has as its "pattern"; nothing if the text is not a JSON object with
+  /// such a string.
   static std::optional<std::string> rulePattern(const std::string& rule);
 
-  /// The list with the new rule in the place of the first catch-all rule ("*"), or at its end; any
-  /// further catch-all rule is dropped, and all others stay as they are.
+  /// The list with the new rule in place of the first rule for every site ("*"), or at the end if
+  /// there is none. Further rules for every site are removed. All other rules stay as they are.
   static std::vector<std::string> replacingRule(const std::string& newRule,
                                                 const std::vector<std::string>& rules);
 
-  /// Whether the text is, byte for byte, what encodedRule makes of some identity: a rule for every
-  /// site, with a subject, perhaps an issuer, and nothing else.
+  /// Whether the text is, byte for byte, a rule that encodedRule returns for some identity: for
+  /// every site, with a subject, perhaps an issuer, and nothing else.
   static bool isEncodedRule(const std::string& rule);
 
-  /// Whether the list is what replacingRule makes of the current one with a rule of encodedRule
-  /// that has no more than `longestRule` bytes.
+  /// Whether replacingRule returns this list for the current one and some rule of encodedRule that
+  /// has at most `longestRule` bytes.
   static bool isReplacement(const std::vector<std::string>& rules,
                             const std::vector<std::string>& current, std::size_t longestRule);
 

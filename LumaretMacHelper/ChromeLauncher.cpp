@@ -12,7 +12,7 @@ namespace {
 
 std::string lowerCasedScheme(const URL& url) {
   std::string scheme = url.scheme.value_or("");
-  // A scheme is ASCII: no locale has a say.
+  // A scheme is ASCII, so the conversion must not depend on the locale.
   std::transform(scheme.begin(), scheme.end(), scheme.begin(), [](char letter) {
     return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
   });

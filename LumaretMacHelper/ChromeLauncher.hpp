@@ -14,7 +14,8 @@
 
 namespace lumaret {
 
-/// A process that was awaited ended with another status than 0. what() is for the user.
+/// A process that the tool waited for ended with a status other than 0. what() is a message for the
+/// user.
 class ChromeProcessError : public std::runtime_error {
  public:
   static ChromeProcessError unsuccessfulExit(std::int32_t status);
@@ -34,30 +35,31 @@ class ChromeLaunchEnvironment {
   virtual ~ChromeLaunchEnvironment() = default;
   [[nodiscard]] virtual bool isExecutableFile(const std::filesystem::path& path) const = 0;
   [[nodiscard]] virtual bool isApplicationRunning(const std::string& bundleIdentifier) const = 0;
-  /// Starts a process with the tool's own streams (a platform may keep the process's output apart
-  /// from the tool's result), environment and working directory. Where it is not awaited, it
-  /// outlives the tool. Throws std::system_error when it cannot be started, and
-  /// ChromeProcessError when it was awaited and failed; one that a signal ended has the signal's
-  /// number as its status.
+  /// Starts a process with the tool's own streams, environment and working directory. A platform
+  /// may send the process's output elsewhere, to keep it apart from the tool's result. Without
+  /// `waitUntilExit`, the process outlives the tool. Throws std::system_error if the process cannot
+  /// be started, and ChromeProcessError if it was waited for and its status is not 0. The status of
+  /// a process that a signal ended is the signal's number.
   virtual void run(const std::filesystem::path& executableURL,
                    const std::vector<std::string>& arguments, bool waitUntilExit) const = 0;
 };
 
 class ChromeLauncher final : public ChromeOpening {
  public:
-  /// Over the platform's processes, for the default executable.
+  /// Uses the platform's processes and the default executable.
   ChromeLauncher();
   ChromeLauncher(std::filesystem::path executableURL,
                  std::shared_ptr<const ChromeLaunchEnvironment> environment);
 
-  /// Where the platform has Google Chrome's executable, installed or not.
+  /// The path of Google Chrome's executable on this platform, whether it is installed or not.
   static const std::filesystem::path& defaultExecutableURL();
 
   [[nodiscard]] bool isChromeInstalled() const override;
   void open() const override;
 
-  /// Has a running Chrome re-read its policies, and awaits that without a time limit; then asks for
-  /// a new window, at the destination if there is one (HTTP and HTTPS only), and does not wait.
+  /// Has a running Chrome read its policies again, and waits for that without a time limit. Then
+  /// asks for a new window, without waiting. The window shows the destination, if there is one;
+  /// only HTTP and HTTPS are supported.
   void open(const std::optional<URL>& destination) const;
 
  private:

@@ -13,26 +13,26 @@
 
 namespace lumaret {
 
-/// An instant in UTC, in microseconds: a certificate that never expires says
-/// 9999-12-31T23:59:59Z, and a clock of nanoseconds ends in the year 2262.
+/// An instant in UTC, in microseconds. A clock of nanoseconds ends in the year 2262, but a
+/// certificate that never expires says 9999-12-31T23:59:59Z.
 using Date = std::chrono::sys_time<std::chrono::microseconds>;
 
 using Bytes = std::vector<std::uint8_t>;
 
-/// A status code of the Security framework; on Linux the error number of NSS. 0 is success.
+/// A status code of the Security framework; on Linux, an error number of NSS. 0 is success.
 using KeychainStatus = std::int32_t;
 
 /// The user dismissed a Keychain confirmation (`errSecUserCanceled`).
 inline constexpr KeychainStatus keychainStatusUserCanceled = -128;
-/// A call succeeded with nothing or with an object of the wrong type, or failed in a way that has
-/// no status of its own (`errSecInternalComponent`).
+/// A call succeeded but returned nothing or an object of the wrong type, or it failed without a
+/// status (`errSecInternalComponent`).
 inline constexpr KeychainStatus keychainStatusInternalComponent = -2070;
 
-/// What is told of a failure that is no std::exception, as a foreign library may throw.
+/// The message for a failure that is not a std::exception. A foreign library may throw one.
 inline constexpr const char* unknownError = "Unknown error.";
 
-/// A distinguished name reduced to the attributes that Chrome's certificate filters match.
-/// An attribute that the certificate does not carry is absent, never empty.
+/// A distinguished name reduced to the attributes that Chrome's certificate filters match. An
+/// attribute that the certificate does not have is absent, never empty.
 struct CertificatePrincipal {
   std::optional<std::string> commonName;
   std::optional<std::string> organization;
@@ -40,7 +40,7 @@ struct CertificatePrincipal {
   std::optional<std::string> locality;
 
   /// The fields that are present and not empty, under the keys of Chrome's filters: "CN", "L", "O"
-  /// and "OU". Empty when the name has nothing that Chrome can match.
+  /// and "OU". Empty if the name has nothing that Chrome can match.
   [[nodiscard]] std::map<std::string, std::string> chromeFilterFields() const;
 
   bool operator==(const CertificatePrincipal&) const = default;
@@ -55,21 +55,21 @@ struct ClientIdentity {
   /// The end of the certificate's validity.
   Date expiresAt;
 
-  /// The subject's common name as it stands, or "Unnamed certificate" when it has none.
+  /// The subject's common name, unchanged, or "Unnamed certificate" if it has none.
   [[nodiscard]] std::string displayName() const;
 
   bool operator==(const ClientIdentity&) const = default;
 };
 
-// Errors. A failure is thrown, and every error of this module is a std::exception. Each service
-// turns what its collaborators throw into a CertificateSelectorError before it leaves the service,
-// and lets one that was raised deeper down pass unchanged; the front end prints what() and nothing
-// else. What is absent by nature (a name's attribute, a private key, a stored value) is not an
-// error but an empty optional or list, and never stands for a refusal. Within a listing, an
-// identity that cannot be read is left out.
+// Errors. A failure is thrown, and every error of this module is a std::exception. The services
+// that change something turn what their collaborators throw into a CertificateSelectorError. The
+// authorizer and the launcher let one that was thrown deeper down pass unchanged. The front end
+// prints the error's message and nothing else. Something that may simply be missing (an attribute
+// of a name, a private key, a stored value) is not an error. It is an empty optional or an empty
+// list, and never stands for a refusal. A listing leaves out an identity that cannot be read.
 
-/// Every failure that a user is told about. what() is the message, an English sentence for an end
-/// user; two errors are equal when their kind and payload are.
+/// A failure that the tool reports to the user. what() is the message: English text for an end
+/// user. Two errors are equal if their kind and payload are equal.
 class CertificateSelectorError : public std::runtime_error {
  public:
   enum class Kind : std::uint8_t {
@@ -89,7 +89,7 @@ class CertificateSelectorError : public std::runtime_error {
   };
 
   static CertificateSelectorError keychainFailure(KeychainStatus status);
-  /// The text ends the message: it brings its own full stop.
+  /// The text is the end of the message and includes its full stop.
   static CertificateSelectorError chromeLaunchFailed(const std::string& text);
   static CertificateSelectorError keychainAuthorizationFailed(KeychainStatus status);
   static CertificateSelectorError certificateHasNoSubject();
@@ -104,7 +104,7 @@ class CertificateSelectorError : public std::runtime_error {
   static CertificateSelectorError keychainAuthorizationCancelled();
 
   [[nodiscard]] Kind kind() const noexcept { return kind_; }
-  /// The whole message. what() ends at a zero byte of the payload's text, if it has one.
+  /// The whole message. what() would end at a zero byte in the payload's text.
   [[nodiscard]] std::string errorDescription() const { return message(kind_, payload_); }
 
   bool operator==(const CertificateSelectorError& other) const {
@@ -126,12 +126,13 @@ class CertificateSelectorError : public std::runtime_error {
 class IdentityLoading {
  public:
   virtual ~IdentityLoading() = default;
-  /// Those with a private key, a readable certificate and an expiry still to come, one per
-  /// fingerprint, in the order in which a user is shown them. Throws CertificateSelectorError.
+  /// Returns the identities that have a private key, a readable certificate and an expiry in the
+  /// future, one for each fingerprint, in the order in which a user sees them. Throws
+  /// CertificateSelectorError, or another std::exception if the names cannot be sorted.
   [[nodiscard]] virtual std::vector<ClientIdentity> loadIdentities() const = 0;
 };
 
-/// Makes an identity the one that Chrome selects by itself.
+/// Makes Chrome select one identity without asking.
 class ChromePolicyApplying {
  public:
   virtual ~ChromePolicyApplying() = default;
@@ -143,8 +144,8 @@ class ChromePolicyApplying {
 class ChromePrivateKeyAuthorizing {
  public:
   virtual ~ChromePrivateKeyAuthorizing() = default;
-  /// Returns only when Chrome may sign without the user being asked, as far as the key's access
-  /// list decides that. Throws CertificateSelectorError.
+  /// Returns only if Chrome may sign without asking the user, as far as the key's access list
+  /// decides that. Throws CertificateSelectorError.
   virtual void authorize(const ClientIdentity& identity) const = 0;
 };
 

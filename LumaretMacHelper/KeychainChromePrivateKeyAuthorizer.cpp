@@ -7,9 +7,9 @@
 namespace lumaret {
 namespace {
 
-/// The key's kind cannot carry a persistent authorization: errSecUnimplemented,
+/// A key of this kind cannot carry a persistent authorization: errSecUnimplemented,
 /// errSecUnsupportedFormat, errSecUnsupportedKeyFormat, errSecUnsupportedKeyUsageMask and
-/// errSecUnsupportedKeyAttributeMask. Their neighbours mean other things.
+/// errSecUnsupportedKeyAttributeMask. Adjacent numbers mean other things.
 constexpr std::array<KeychainStatus, 5> unsupportedStatuses = {-4, -25256, -67734, -67737, -67739};
 
 }  // namespace

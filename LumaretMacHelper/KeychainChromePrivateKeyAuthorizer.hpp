@@ -19,11 +19,11 @@ namespace lumaret {
 /// When the Keychain asks for its passphrase before a key is used (`SecKeychainPromptSelector`).
 using KeychainPromptSelector = std::uint16_t;
 
-/// What one entry of a private key's access list says.
+/// The contents of one entry of a private key's access list.
 template <typename TrustedApplication>
 struct ChromeKeychainACLContents {
-  /// The applications that may use the key without confirmation. Absent: any application may.
-  /// Empty: none.
+  /// The applications that may use the key without confirmation. If absent, any application may; if
+  /// empty, none may.
   std::optional<std::vector<TrustedApplication>> trustedApplications;
   std::string description;
   KeychainPromptSelector promptSelector = 0;
@@ -34,11 +34,11 @@ struct ChromeKeychainACLContents {
 /// Why a backend failed.
 class KeychainAuthorizationBackendError : public std::exception {
  public:
-  /// A call failed with this status, or answered with nothing or with an object of another type.
+  /// A call failed with this status, or returned nothing or an object of another type.
   static KeychainAuthorizationBackendError status(KeychainStatus status) {
     return KeychainAuthorizationBackendError(status);
   }
-  /// The key's kind has no access list that can be read or changed.
+  /// A key of this kind has no access list that can be read or changed.
   static KeychainAuthorizationBackendError unsupported() {
     return KeychainAuthorizationBackendError(std::nullopt);
   }
@@ -60,9 +60,9 @@ class KeychainAuthorizationBackendError : public std::exception {
   std::optional<KeychainStatus> status_;
 };
 
-/// A Keychain with access lists. Handles are shared references: copying one is cheap, and the last
-/// copy releases it. Every operation may throw; a backend of this system throws
-/// KeychainAuthorizationBackendError.
+/// A Keychain with access lists. Handles are shared references: they are cheap to copy, and the
+/// last copy releases the object. Every operation may throw. The platforms' backends report a
+/// failed call by a KeychainAuthorizationBackendError.
 template <typename Backend>
 // Each version of clang-format indents this differently.
 // clang-format off
@@ -72,11 +72,11 @@ concept ChromeKeychainAuthorizationBackend =
              const typename Backend::ACL& acl,
              const ChromeKeychainACLContents<typename Backend::TrustedApplication>& contents,
              const typename Backend::TrustedApplication& application) {
-  // In the Keychain's order; an empty Keychain is an empty list.
+  // In the Keychain's order; empty if the Keychain is empty.
   { backend.copyIdentities() } -> std::same_as<std::vector<typename Backend::Identity>>;
   // The certificate's DER bytes.
   { backend.certificateData(identity) } -> std::same_as<Bytes>;
-  // Nothing when the identity has no private key.
+  // Nothing if the identity has no private key.
   { backend.copyPrivateKey(identity) } -> std::same_as<std::optional<typename Backend::PrivateKey>>;
   { backend.copyAccess(privateKey) } -> std::same_as<typename Backend::Access>;
   // The entries that authorize signing or any operation, in the access list's order.
@@ -85,11 +85,12 @@ concept ChromeKeychainAuthorizationBackend =
       -> std::same_as<ChromeKeychainACLContents<typename Backend::TrustedApplication>>;
   // Edits the access object in memory.
   { backend.setContents(contents, acl) } -> std::same_as<void>;
-  // Stores the access object on the key. A Keychain stores it entry by entry: where one fails,
-  // those before it are stored.
+  // Stores the access object on the key. A Keychain stores it entry by entry. If one entry fails,
+  // those before it are already stored.
   { backend.setAccess(access, privateKey) } -> std::same_as<void>;
   { backend.chromeTrustedApplication() } -> std::same_as<typename Backend::TrustedApplication>;
-  // The bytes by which one application is told from another; on macOS its path, not its signature.
+  // The bytes that tell one application from another. On macOS they are its path, not its
+  // signature.
   { backend.identityData(application) } -> std::same_as<Bytes>;
 };
 // clang-format on
@@ -100,11 +101,11 @@ class ChromeKeychainAuthorizationWorkflow {
  public:
   explicit ChromeKeychainAuthorizationWorkflow(Backend backend) : backend_(std::move(backend)) {}
 
-  /// Writes nothing when Chrome is listed in a signing entry or every application may sign;
-  /// otherwise stores the access list with one call, as the last step, so that a failure before it
-  /// leaves the key as it was. A failure of that call may leave Chrome in some of the entries.
-  /// Throws CertificateSelectorError (not found, ambiguous, no private key, unsupported) or what
-  /// the backend throws.
+  /// Writes nothing if Chrome is in a signing entry or every application may sign. Otherwise stores
+  /// the access list with one call, as the last step: a failure before that call leaves the key as
+  /// it was. A failure of the call itself may leave Chrome in some of the entries. Throws
+  /// CertificateSelectorError (not found, ambiguous, no private key, unsupported), or what the
+  /// backend throws.
   void authorize(const std::string& fingerprint) const;
 
  private:
@@ -118,10 +119,11 @@ class ChromeKeychainAuthorizationWorkflow {
 
 class KeychainChromePrivateKeyAuthorizer final : public ChromePrivateKeyAuthorizing {
  public:
-  /// Takes a fingerprint; returns when Chrome may sign with that identity's key.
+  /// Takes a fingerprint. Returns if Chrome may sign with that identity's key, and throws
+  /// otherwise.
   using AuthorizeOperation = std::function<void(const std::string&)>;
 
-  /// Over the platform's Keychain.
+  /// Uses the platform's Keychain.
   KeychainChromePrivateKeyAuthorizer();
   explicit KeychainChromePrivateKeyAuthorizer(AuthorizeOperation authorizeOperation)
       : authorizeOperation_(std::move(authorizeOperation)) {}
@@ -184,8 +186,8 @@ typename Backend::Identity ChromeKeychainAuthorizationWorkflow<Backend>::matchin
   if (matches.empty()) {
     throw CertificateSelectorError::selectedIdentityNotFound();
   }
-  // An identity that the Keychain holds twice has two access lists, and nothing tells which one
-  // Chrome will meet.
+  // An identity that is in the Keychain twice has two access lists. Nothing tells which of them
+  // Chrome will use.
   if (matches.size() > 1) {
     throw CertificateSelectorError::selectedIdentityAmbiguous();
   }

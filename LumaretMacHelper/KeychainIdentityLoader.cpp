@@ -82,8 +82,8 @@ std::optional<Date> CertificateValueParser::date(const OptionalCertificateProper
   }
   using std::chrono::January;
   constexpr Date referenceDate = std::chrono::sys_days(std::chrono::year(2001) / January / 1);
-  // 30,000 years either way: more than a certificate can say, less than the calendar can hold. The
-  // negated comparison also turns NaN away.
+  // 30,000 years before or after 2001: more than a certificate can express, less than the calendar
+  // can represent. The negated comparison also rejects NaN.
   constexpr double limit = 30'000 * 31'556'952.0;
   if (!(std::abs(*seconds) < limit)) {
     return std::nullopt;

@@ -13,13 +13,12 @@
 
 namespace lumaret {
 
-/// A certificate of the Keychain.
 class KeychainCertificate {
  public:
   virtual ~KeychainCertificate() = default;
-  /// Nothing when the certificate cannot be read.
+  /// Nothing if the certificate cannot be read.
   [[nodiscard]] virtual std::optional<CertificateValues> copyValues() const = 0;
-  /// The certificate's DER bytes; empty when they cannot be had.
+  /// The certificate's DER bytes; empty if they are not available.
   [[nodiscard]] virtual Bytes data() const = 0;
 };
 
@@ -28,15 +27,15 @@ class KeychainIdentity {
  public:
   virtual ~KeychainIdentity() = default;
   [[nodiscard]] virtual bool hasPrivateKey() const = 0;
-  /// Null when the certificate cannot be obtained.
+  /// Null if the certificate cannot be obtained.
   [[nodiscard]] virtual std::unique_ptr<KeychainCertificate> copyCertificate() const = 0;
 };
 
 class KeychainIdentityQuerying {
  public:
   virtual ~KeychainIdentityQuerying() = default;
-  /// Every identity of the current user, in the Keychain's order; none is an empty list. Throws
-  /// CertificateSelectorError::keychainFailure.
+  /// Returns every identity of the current user, in the Keychain's order. The list is empty if
+  /// there is none. Throws CertificateSelectorError::keychainFailure.
   [[nodiscard]] virtual std::vector<std::unique_ptr<KeychainIdentity>> copyIdentities() const = 0;
 };
 
@@ -48,23 +47,23 @@ struct ParsedCertificateValues {
   bool operator==(const ParsedCertificateValues&) const = default;
 };
 
-/// Reads names and expiry from a certificate's values. Never throws for what they hold: malformed
-/// parts of a name leave its fields absent.
+/// Reads names and expiry from a certificate's values. Never throws because of their contents:
+/// malformed parts of a name leave its fields absent.
 class CertificateValueParser {
  public:
   CertificateValueParser() = delete;
 
-  /// Nothing when the certificate cannot be read or has no readable expiry.
+  /// Nothing if the certificate cannot be read or has no readable expiry.
   static std::optional<ParsedCertificateValues> parse(const KeychainCertificate& certificate);
 
-  /// The instant that a date or a number denotes; nothing for another type, or for a number more
-  /// than 30,000 years away.
+  /// The instant that a date or a number denotes. Nothing for a value of another type, or for a
+  /// number that is 30,000 years or more before or after 2001.
   static std::optional<Date> date(const OptionalCertificateProperty& value);
 
   static CertificatePrincipal principal(const OptionalCertificateProperty& value);
 
-  /// Adds the recognised attributes that the value holds at any depth, by object identifier. The
-  /// first that is not empty wins; one that is already there stays.
+  /// Adds the recognised attributes that the value contains at any depth, keyed by object
+  /// identifier. The first value that is not empty wins. A field that is already in the map stays.
   static void collectDistinguishedNameFields(const OptionalCertificateProperty& value,
                                              std::map<std::string, std::string>& fields);
 };
@@ -76,7 +75,7 @@ class KeychainIdentityLoader final : public IdentityLoading {
  public:
   using Clock = std::function<Date()>;
 
-  /// Over the platform's Keychain and the current time.
+  /// Uses the platform's Keychain and the current time.
   KeychainIdentityLoader();
   explicit KeychainIdentityLoader(std::shared_ptr<const KeychainIdentityQuerying> query,
                                   Clock now = currentDate);

@@ -22,7 +22,7 @@ namespace {
 
 using nlohmann::json;
 
-/// Compact, keys sorted, slashes as they are, then a line feed in a write of its own.
+/// Prints compact JSON with sorted keys and unescaped slashes. The line feed is a separate write.
 void printResult(const json& result) {
   writeStandardOutput(result.dump());
   writeStandardOutput("\n");
@@ -44,7 +44,7 @@ json principalObject(const CertificatePrincipal& principal) {
   std::exit(EXIT_FAILURE);
 }
 
-/// ISO 8601 internet date-time in UTC, to the second.
+/// ISO 8601 date and time in UTC, to the second, such as 2099-12-31T23:59:59Z.
 std::string internetDateTime(Date date) {
   const auto day = std::chrono::floor<std::chrono::days>(date);
   const std::chrono::year_month_day calendar(day);
@@ -67,7 +67,7 @@ CommandError::CommandError()
 void LumaretMacHelper::main(int argumentCount, const char* const* processArguments) {
   prepareStandardStreams();
   try {
-    // A process may be started without even its own path.
+    // A process may be started without any argument, not even its own path.
     const int first = std::min(1, argumentCount);
     run({processArguments + first, processArguments + argumentCount});
   } catch (const CertificateSelectorError& error) {
@@ -126,7 +126,7 @@ void LumaretMacHelper::activate(const std::vector<std::string>& arguments) {
   }
   const ClientIdentity& selected = identities.front();
 
-  // The key first: while Chrome may not sign with it, no rule must name it.
+  // The key comes first. As long as Chrome may not sign with it, no rule may name its certificate.
   KeychainChromePrivateKeyAuthorizer().authorize(selected);
   ChromeCertificatePolicyService().apply(selected);
 

@@ -9,7 +9,7 @@
 
 namespace lumaret {
 
-/// The arguments ask for nothing that the tool can do. what() is the usage line.
+/// The arguments are not a valid command. what() is the usage line.
 class CommandError : public std::runtime_error {
  public:
   static CommandError usage() { return {}; }
@@ -17,24 +17,24 @@ class CommandError : public std::runtime_error {
   bool operator==(const CommandError& /*other*/) const { return true; }
 
  private:
-  CommandError();  // NOLINT(modernize-use-equals-delete): defined, and for usage() alone
+  CommandError();  // NOLINT(modernize-use-equals-delete): defined, for usage() only
 };
 
-/// The command line. Nothing is kept between calls.
+/// The command line. It keeps no state between calls.
 class LumaretMacHelper {
  public:
   LumaretMacHelper() = delete;
 
-  /// Runs the process's command. On failure writes the error's message to standard error and ends
-  /// the process with status 1.
+  /// Runs the process's command. If that fails, writes the message to standard error and ends the
+  /// process with status 1.
   static void main(int argumentCount, const char* const* processArguments);
 
   /// Takes the arguments without the program's path. Throws CommandError, CertificateSelectorError,
-  /// or std::exception when the result cannot be written.
+  /// or another std::exception, for example if the result cannot be written.
   static void run(const std::vector<std::string>& arguments);
 
-  /// The argument right after the first one that equals the flag, whatever it is; nothing when
-  /// the flag is not there, or when its first occurrence is the last argument.
+  /// The argument that follows the first occurrence of the flag, whatever it is. Nothing if the
+  /// flag is missing, or if its first occurrence is the last argument.
   static std::optional<std::string> value(std::string_view flag,
                                           const std::vector<std::string>& arguments);
 

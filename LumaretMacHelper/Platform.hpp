@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-// What a platform defines, and all of it. The core is compiled once, against these declarations
-// alone; which platform they come from is decided when the executable is linked. A new platform is
-// a folder beside Linux and macOS that defines what stands here (the standard streams and the
-// processes of POSIX systems are in a folder of their own, for any platform that is one).
+// Everything that a platform defines. The core is compiled once, against these declarations alone.
+// Linking decides which platform they come from. A new platform is a folder beside Linux and macOS
+// that defines everything declared here. POSIX systems share the standard streams and the
+// processes, which are in the folder POSIX.
 
 #include <array>
 #include <compare>
@@ -29,37 +29,38 @@ namespace lumaret {
 
 // ------------------ Functions ------------------
 
-/// SHA-256 (FIPS 180-4), from the platform's cryptography.
+/// SHA-256 (FIPS 180-4), computed by the platform's cryptographic library.
 std::array<std::uint8_t, 32> sha256(std::span<const std::uint8_t> bytes);
 
 using TextComparison = std::function<std::weak_ordering(const std::string&, const std::string&)>;
 
-/// The platform's case-insensitive comparison of UTF-8 texts under the user's current locale.
-/// The locale is read when this is called; the comparison may be kept for one whole sort. It may
-/// throw at the first texts that differ: what orders them is not loaded before.
+/// The platform's case-insensitive comparison of UTF-8 strings in the user's current locale. The
+/// locale is read when this function is called, so the comparison may be kept for a whole sort. The
+/// comparison may throw at the first two strings that differ, because only then what orders them is
+/// loaded.
 TextComparison localizedCaseInsensitiveComparison();
 
-/// What the platform's RFC 3986 parser accepts, relative references included; nothing for any
-/// other text and for the empty one.
+/// Parses an address with the platform's RFC 3986 parser. Relative references are accepted. Returns
+/// nothing for any other string and for the empty one.
 std::optional<URL> parseURL(const std::string& text);
 
-/// Where the platform has Google Chrome's executable, installed or not.
+/// See ChromeLauncher::defaultExecutableURL().
 std::filesystem::path chromeExecutable();
 
 // ------------------ Standard streams ------------------
 
-/// To be called once, before any file is opened. Reserves the descriptors 0 to 2 that the caller
-/// left closed, so that nothing written to them lands in another file, and makes a write to a
-/// closed pipe, or beyond the limit for the size of files, an error instead of the end of the
-/// process. From then on only writeStandardOutput() reaches the caller's standard output: whatever
-/// else this process prints goes to standard error.
+/// Call this once, before any file is opened. It opens the descriptors 0 to 2 that the caller left
+/// closed, so that nothing written to them ends up in another file. A write to a closed pipe, or
+/// beyond the limit for the size of files, becomes an error and no longer ends the process. From
+/// then on only writeStandardOutput() reaches the caller's standard output. Everything else that
+/// this process prints goes to standard error.
 void prepareStandardStreams() noexcept;
 
-/// Writes every byte to the caller's standard output. Throws std::system_error when that is closed,
+/// Writes every byte to the caller's standard output. Throws std::system_error if that is closed,
 /// full or broken.
 void writeStandardOutput(std::string_view text);
 
-/// Writes what can be written: nobody is left to be told of a failure.
+/// Writes as much as it can. A failure is ignored: there is nobody left to tell.
 void writeStandardError(std::string_view text) noexcept;
 
 // ------------------ Collaborators of the services ------------------
@@ -88,14 +89,14 @@ class SystemChromeLaunchEnvironment final : public ChromeLaunchEnvironment {
 };
 
 // The fourth collaborator, SystemChromeKeychainAuthorizationBackend, satisfies the concept
-// ChromeKeychainAuthorizationBackend with handle types that only the platform knows: its class
-// stays in the platform's folder.
+// ChromeKeychainAuthorizationBackend. Only the platform knows its handle types, so its class is
+// declared in the platform's folder.
 
 // ------------------ Default constructors ------------------
 
-// A service that is built without arguments works over the platform's collaborator. Each of these
-// constructors is declared in its class, and defined by the platform beside the collaborator that
-// it chooses:
+// A service that is constructed without arguments uses the platform's collaborator. Each of these
+// constructors is declared in its class. The platform defines it beside the collaborator that it
+// chooses:
 static_assert(std::is_default_constructible_v<KeychainIdentityLoader>,
               "over SystemKeychainIdentityQuery and the current time");
 static_assert(std::is_default_constructible_v<KeychainChromePrivateKeyAuthorizer>,

@@ -6,11 +6,11 @@
 
 namespace lumaret {
 
-/// An address: a URL, or a relative reference. parseURL() in Platform.hpp makes one.
+/// An address: a URL, or a relative reference. parseURL() in Platform.hpp creates one.
 struct URL {
   /// The text that was parsed, unchanged.
   std::string absoluteString;
-  /// In the letter case in which it was written; absent from a relative reference.
+  /// As it was written, in capitals or not. Absent from a relative reference.
   std::optional<std::string> scheme;
 };
 

@@ -19,7 +19,7 @@ IDENTITIES = (
     {"CN": "Ana Example", "O": "Example Org", "OU": "Sales/East", "L": "Lugo"},
     {"CN": "Ben Example", "O": "Example Org", "OU": "Research", "L": "Turku"},
 )
-# A browser keeps to the certificate that it has shown a host until it ends, so each identity visits its own.
+# Until it ends, a browser keeps to the certificate that it has shown a host. So each identity visits its own host.
 HOSTS = ("first.localhost", "second.localhost")
 
 
@@ -65,7 +65,7 @@ def show_visit(server: TlsServer, host: str, identity: Identity) -> None:
     visit = server.await_visit("/", host)
     print(f"The server at {host} was shown the certificate of {visit.common_name},\n  SHA-256 {visit.fingerprint}")
     if visit.fingerprint != identity.fingerprint:
-        raise RuntimeError(f"that is not the activated one, {identity.fingerprint}")
+        raise RuntimeError(f"the activated certificate is another one, {identity.fingerprint}")
 
 
 def save_screenshot(machine: PrivateMachine, server: TlsServer, host: str, identity: Identity, file: Path) -> None:

@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 """Takes the picture of chrome://policy for the documents: `python3 -m Tools.take_policy_screenshot EXECUTABLE PICTURE`.
 
-On a private machine, with a real Chromium in which one identity has been activated.
+The picture is taken on a private machine, from a real Chromium in which one identity has been activated.
 """
 
 import os
@@ -18,7 +18,7 @@ from Tests.Support.Python.private_machine import PrivateMachine, await_until
 
 
 def take(machine: PrivateMachine, picture: Path) -> None:
-    """Of the window that is showing chrome://policy, the value of its first policy unfolded."""
+    """Takes the picture of the window that shows chrome://policy, with the value of the first policy unfolded."""
     window = await_until(
         lambda: re.search(rb"Window id: (\w+)", machine.run("xwininfo", "-name", "Policies - Chromium").stdout),
         "the window that shows chrome://policy",
@@ -30,7 +30,7 @@ def take(machine: PrivateMachine, picture: Path) -> None:
 
 
 def await_settled(machine: PrivateMachine, window: str, picture: Path) -> None:
-    """Leaves the picture of the window once it has stopped changing."""
+    """Saves the picture of the window once it has stopped changing."""
     seen = []
 
     def settled():

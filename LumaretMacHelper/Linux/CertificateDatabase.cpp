@@ -26,15 +26,17 @@ struct SlotListDeleter {
   void operator()(PK11SlotList* slots) const { PK11_FreeSlotList(slots); }
 };
 
-/// Answers every request for a password with none.
+/// Gives no password, whatever NSS asks for.
 char* noPassword(PK11SlotInfo* /*slot*/, PRBool /*retry*/, void* /*context*/) { return nullptr; }
 
-/// NSS over one database, opened for reading, and over the modules that it names.
+/// An initialized NSS with one database, opened for reading, and the modules that the database
+/// names.
 class Session {
  public:
   explicit Session(const std::filesystem::path& folder) {
     PK11_SetPasswordFunc(noPassword);
-    // The built-in root certificates are a module of their own that holds no keys.
+    // NSS_INIT_NOROOTINIT leaves out the module of the built-in root certificates, which contains
+    // no keys.
     if (NSS_Initialize(("sql:" + folder.string()).c_str(), "", "", SECMOD_DB,
                        NSS_INIT_READONLY | NSS_INIT_NOMODDB | NSS_INIT_NOROOTINIT |
                            NSS_INIT_OPTIMIZESPACE) != SECSuccess) {
@@ -53,8 +55,8 @@ void collectIdentifiers(TokenSession& token, CK_OBJECT_CLASS keyClass, std::set<
   }
 }
 
-/// The identifiers that tie a token's certificates to its private keys. A token hides its private
-/// keys until someone logs in; there, a public key tells that its private half is near.
+/// The identifiers that tie a token's certificates to its private keys. A token may hide its
+/// private keys until someone logs in. A public key then shows that its private key is there.
 std::set<std::string> privateKeyIdentifiers(PK11SlotInfo* slot, TokenSession& token) {
   std::set<std::string> ids;
   collectIdentifiers(token, CKO_PRIVATE_KEY, ids);

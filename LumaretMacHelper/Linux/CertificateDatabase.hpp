@@ -9,21 +9,21 @@
 
 namespace lumaret {
 
-/// A certificate of Chrome's store whose private key is there too.
+/// A certificate in Chrome's store that has its private key there.
 struct StoredIdentity {
   /// DER.
   Bytes certificate;
-  /// The key is in the user's own database and no password guards it: any application of the user
-  /// may sign with it without the user being asked.
+  /// The key is in the user's own database, and no password protects it. Any application of the
+  /// user may sign with it without asking the user.
   bool keyIsUnguarded = false;
 };
 
-/// NSS refused.
+/// A call of NSS or of a PKCS#11 module failed.
 class CertificateDatabaseError : public std::exception {
  public:
   explicit CertificateDatabaseError(KeychainStatus status) : status_(status) {}
 
-  /// NSS's own error number, which is negative.
+  /// NSS's error number, which is negative.
   [[nodiscard]] KeychainStatus status() const noexcept { return status_; }
   [[nodiscard]] const char* what() const noexcept override {
     return "The certificate database could not be read";
@@ -33,10 +33,11 @@ class CertificateDatabaseError : public std::exception {
   KeychainStatus status_;
 };
 
-/// Every identity in the store that Chrome for Linux uses, the NSS database of the user and the
-/// PKCS#11 modules that it names, in NSS's order. No database is no identities. Reads only, never
-/// logs in and never prompts: behind a password, an identity is found by its public key. A token
-/// that fails counts as absent; throws CertificateDatabaseError when the database itself does.
+/// Returns every identity in the store that Chrome for Linux uses: the NSS database of the user and
+/// the PKCS#11 modules that it names. The order is that of NSS. The list is empty if there is no
+/// database. The store is only read: the function never logs in and never prompts. Behind a
+/// password, an identity is found by its public key. A token that fails counts as absent. Throws
+/// CertificateDatabaseError if the database itself fails.
 std::vector<StoredIdentity> readStoredIdentities();
 
 }  // namespace lumaret

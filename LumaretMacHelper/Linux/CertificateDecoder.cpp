@@ -31,7 +31,7 @@ OptionalCertificateProperty entry(std::string label, CertificateProperty value) 
       {CertificatePropertyDictionary{property({std::move(label)}), property(std::move(value))}});
 }
 
-// By a macro of ICU's headers, so that a run that orders no names does without the library.
+// Uses a macro of ICU's headers: a run that sorts no names then does not load the library.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wconversion"
 bool isUTF8(const std::string& text) {
@@ -44,15 +44,15 @@ bool isUTF8(const std::string& text) {
 }
 #pragma GCC diagnostic pop
 
-/// The attributes of X.520 (2.5.4.n with n below 128), the only ones that are matched on; any other
-/// gets a label that is no object identifier.
+/// The dotted notation of an attribute of X.520 (2.5.4.n with n below 128). The rules match no
+/// other attributes: their labels are empty, which is not an object identifier.
 std::string dottedText(const SECItem& type) {
   return type.len == 3 && type.data[0] == 0x55 && type.data[1] == 0x04 && type.data[2] < 0x80
              ? "2.5.4." + std::to_string(type.data[2])
              : std::string();
 }
 
-/// NSS turns the wide string types into UTF-8 and hands the bytes of all others through.
+/// NSS converts the wide string types to UTF-8 and passes the bytes of all others on unchanged.
 std::optional<std::string> attributeText(const SECItem& value) {
   const std::unique_ptr<SECItem, ItemDeleter> decoded(CERT_DecodeAVAValue(&value));
   if (!decoded) {
@@ -80,7 +80,8 @@ std::optional<CertificateValues> decodeCertificate(std::span<const std::uint8_t>
   const std::unique_ptr<PLArenaPool, ArenaDeleter> arena(PORT_NewArena(DER_DEFAULT_CHUNKSIZE));
   const SECItem der = {siDERCertBuffer, const_cast<unsigned char*>(certificate.data()),
                        static_cast<unsigned>(certificate.size())};
-  // Decoded by itself: a CERTCertificate of NSS would enter its cache and look its issuer up.
+  // The certificate is decoded directly. If NSS created a CERTCertificate, it would enter it into
+  // its cache and look up the issuer.
   CERTCertificate decoded{};
   if (!arena || SEC_QuickDERDecodeItem(arena.get(), &decoded, SEC_SignedCertificateTemplate,
                                        &der) != SECSuccess) {

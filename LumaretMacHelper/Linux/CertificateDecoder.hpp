@@ -8,8 +8,8 @@
 
 namespace lumaret {
 
-/// The names and the expiry of an X.509 certificate; nothing when its DER is broken. An attribute
-/// whose value has no valid UTF-8 form is left out, and so is a time that does not decode.
+/// The names and the expiry of an X.509 certificate; nothing if its DER is malformed. Leaves out an
+/// attribute that has no valid UTF-8 form, and an expiry that cannot be decoded.
 std::optional<CertificateValues> decodeCertificate(std::span<const std::uint8_t> certificate);
 
 }  // namespace lumaret

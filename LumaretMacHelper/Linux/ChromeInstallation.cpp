@@ -9,7 +9,8 @@
 namespace lumaret {
 namespace {
 
-/// As Chrome finds it: a folder given whole, else a product folder in a configuration folder.
+/// Follows Chrome: a variable may name the folder itself, or the configuration folder that contains
+/// the product's folder.
 std::filesystem::path chosenUserDataFolder(const char* product) {
   if (const char* folder = std::getenv("CHROME_USER_DATA_DIR");
       folder != nullptr && *folder != '\0') {

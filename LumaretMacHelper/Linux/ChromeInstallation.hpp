@@ -5,16 +5,16 @@
 
 namespace lumaret {
 
-/// Where the Chrome that this machine has keeps what the tool needs.
+/// The paths of the browser that is installed on this machine.
 struct ChromeInstallation {
   std::filesystem::path executable;
-  /// The policies that hold for every user of the machine.
+  /// The folder of the policies that apply to every user of the machine.
   std::filesystem::path managedPolicies;
-  /// The profile that a start without options uses.
+  /// The folder of the profile that the browser uses if it is started without options.
   std::filesystem::path userDataFolder;
 
-  /// Google Chrome where it is installed, else Chromium where that is installed, else Google
-  /// Chrome all the same.
+  /// Google Chrome if it is installed, or else Chromium if that is installed. If neither is, the
+  /// paths are those of Google Chrome.
   static ChromeInstallation current();
 };
 

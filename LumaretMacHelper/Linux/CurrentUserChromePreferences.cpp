@@ -24,8 +24,8 @@ std::system_error refusal() {
   return {std::make_error_code(std::errc::permission_denied), "the rules"};
 }
 
-/// As the service uses them: root keeps other runs out from the first look at the rules to the
-/// last.
+/// The preferences as the service uses them. Root takes the lock when it first reads the rules and
+/// keeps it until the service is done.
 class ExclusivePreferences final : public ChromePreferencesStoring {
  public:
   [[nodiscard]] std::vector<std::string> readRules() const override {
@@ -55,8 +55,8 @@ std::vector<std::string> CurrentUserChromePreferences::readRules() const {
 
 void CurrentUserChromePreferences::writeRules(const std::vector<std::string>& rules) {
   if (!isRoot()) {
-    // Whether this user may is sudo's to say, and whether the list is right is for the program to
-    // say that root runs.
+    // sudo decides whether this user may store rules. The program that it runs as root checks the
+    // list.
     const std::string list = nlohmann::json(rules).dump();
     if (runUnseen(LUMARET_SUDO, {"-n", "-u", "root", "--", LUMARET_STORE_RULES}, list) != 0) {
       throw refusal();

@@ -15,27 +15,28 @@ namespace {
 constexpr std::array stores = {"cert9.db", "key4.db"};
 constexpr const char* moduleList = "pkcs11.txt";
 
-/// Not being allowed to look is not the same as nothing being there.
+/// Also true if the path cannot be examined: that does not mean that nothing is there.
 bool mayExist(const std::filesystem::path& path) {
   std::error_code error;
   return std::filesystem::symlink_status(path, error).type() !=
          std::filesystem::file_type::not_found;
 }
 
-/// Opening a pipe waits for somebody at its other end, and reading a device may never end.
+/// Whether the path leads to something other than a regular file. Opening a pipe waits for somebody
+/// at its other end, and reading a device may never end.
 bool isSomethingElse(const std::filesystem::path& file) {
   std::error_code error;
   const auto type = std::filesystem::status(file, error).type();
   return !error && type != std::filesystem::file_type::regular;
 }
 
-/// A file of SQLite is a whole number of pages, whose size stands in its header; it would read what
-/// is missing of the last one as zeros.
+/// A SQLite file consists of whole pages, whose size is in its header. SQLite would read the
+/// missing part of the last page as zeros.
 bool isCutShort(const std::filesystem::path& file) {
   std::array<unsigned char, 18> header{};
   std::ifstream stream(file, std::ios::binary);
   if (!stream.read(reinterpret_cast<char*>(header.data()), header.size())) {
-    return false;  // NSS tells what is wrong with it.
+    return false;  // NSS reports what is wrong with it.
   }
   const unsigned pageSize = header[16] * 256U + header[17];
   std::error_code error;
@@ -48,7 +49,7 @@ bool isCutShort(const std::filesystem::path& file) {
 std::filesystem::path databaseFolder() {
   const auto folder = homeFolder() / ".pki/nssdb";
   std::error_code error;
-  // A link that leads nowhere does not exist, to Chrome either.
+  // A dangling link counts as missing, as it does for Chrome.
   const bool isMissing =
       std::filesystem::status(folder, error).type() == std::filesystem::file_type::not_found;
   return isMissing ? dataHomeFolder() / "pki/nssdb" : folder;
@@ -67,7 +68,7 @@ bool isDatabaseMissing(const std::filesystem::path& folder) {
 bool isDatabaseDamaged(const std::filesystem::path& folder) {
   return isSomethingElse(folder / moduleList) ||
          std::any_of(stores.begin(), stores.end(), [&](const std::string& store) {
-           // Beside its file, SQLite opens those in which an interrupted program left its changes.
+           // SQLite also opens the files in which an interrupted program left its changes.
            return isSomethingElse(folder / store) ||
                   isSomethingElse(folder / (store + "-journal")) ||
                   isSomethingElse(folder / (store + "-wal")) || isCutShort(folder / store);

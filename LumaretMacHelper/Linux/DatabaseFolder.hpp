@@ -5,15 +5,16 @@
 
 namespace lumaret {
 
-/// The folder of the certificate database that Chrome for Linux uses: the old place where it
-/// exists, else the one in the data home.
+/// The folder of the certificate database that Chrome for Linux uses: `~/.pki/nssdb` if it exists,
+/// or else `pki/nssdb` in the user's data folder.
 std::filesystem::path databaseFolder();
 
-/// Whether there is no database in the folder. What cannot be looked at is not missing.
+/// Whether the folder contains no database. A file that cannot be examined does not count as
+/// missing.
 bool isDatabaseMissing(const std::filesystem::path& folder);
 
-/// Whether the database has damage that NSS would not notice, or would wait for without an end: a
-/// file that lost its end, or something other than a file in the place of one.
+/// Whether the database is damaged in a way that NSS would not notice, or would wait for without an
+/// end: a file is cut short, or something other than a regular file is in its place.
 bool isDatabaseDamaged(const std::filesystem::path& folder);
 
 }  // namespace lumaret

@@ -24,8 +24,8 @@ std::runtime_error loaderFailure() {
   return failure(reason != nullptr ? reason : "unknown reason");
 }
 
-/// A function of ICU's. The library is loaded at the first call, and stays: in a run that compares
-/// no names, loading it would take a fifth of the time.
+/// A function of ICU. The first call loads the library, which then stays loaded. In a run that
+/// compares no names, loading it would take a fifth of the time.
 template <typename Function>
 Function* functionOfICU(const char* name) {
   void* const library = ::dlopen(LUMARET_ICU_LIBRARY, RTLD_LAZY | RTLD_LOCAL);
@@ -36,14 +36,14 @@ Function* functionOfICU(const char* name) {
   return reinterpret_cast<Function*>(function);
 }
 
-// The preprocessor alone knows the name in the library: in ICU's headers each function is a macro
-// that adds the version to it.
+// In ICU's headers each function is a macro that adds the version to its name. So only the
+// preprocessor knows the name that the library exports.
 // NOLINTBEGIN(cppcoreguidelines-macro-usage)
 #define LUMARET_QUOTED(text) #text
 #define LUMARET_ICU_FUNCTION(function) functionOfICU<decltype(function)>(LUMARET_QUOTED(function))
 // NOLINTEND(cppcoreguidelines-macro-usage)
 
-/// The locale that setlocale(3) would take for LC_COLLATE from the environment.
+/// The locale that setlocale(3) would choose for LC_COLLATE from the environment.
 std::string collationLocale() {
   for (const char* name : {"LC_ALL", "LC_COLLATE", "LANG"}) {
     const char* value = std::getenv(name);
@@ -54,8 +54,8 @@ std::string collationLocale() {
   return "C";
 }
 
-/// ICU's name for the collation. The C and POSIX locales (with an encoding or without one) get the
-/// root collation: ICU would take them for en_US_POSIX, which sorts all capitals first.
+/// ICU's name for the collation. The locales C and POSIX, with or without an encoding, get the root
+/// collation. ICU would take them for en_US_POSIX, which sorts all capitals first.
 std::string collationName(const std::string& locale) {
   const std::string language = locale.substr(0, locale.find_first_of(".@"));
   if (language == "C" || language == "POSIX") {
@@ -68,8 +68,8 @@ std::string collationName(const std::string& locale) {
   return U_SUCCESS(status) != 0 ? name.data() : "root";
 }
 
-/// Of its own accord, ICU takes its default from the environment, and a text there that it cannot
-/// make a name of ends the process (seen with ICU 76). Nothing here depends on that default.
+/// Without this call, ICU takes its default locale from the environment. If it cannot make a name
+/// of the text there, it ends the process (seen with ICU 76). Nothing here depends on the default.
 void setDefaultLocale() {
   const auto setDefault = LUMARET_ICU_FUNCTION(uloc_setDefault);
   UErrorCode ignored = U_ZERO_ERROR;
@@ -83,7 +83,8 @@ Collator openCollator(const std::string& locale) {
   const auto open = LUMARET_ICU_FUNCTION(ucol_open);
   const auto setAttribute = LUMARET_ICU_FUNCTION(ucol_setAttribute);
   UErrorCode status = U_ZERO_ERROR;
-  // A locale without a collation of its own gets the root collation; nonsense is refused.
+  // A locale that has no collation gets the root collation. ICU refuses a text that is not a
+  // locale.
   UCollator* opened = open(collationName(locale).c_str(), &status);
   if (U_FAILURE(status) != 0) {
     status = U_ZERO_ERROR;
@@ -119,7 +120,7 @@ class Order {
 }  // namespace
 
 TextComparison localizedCaseInsensitiveComparison() {
-  // One for all the copies that a sort makes of its comparison.
+  // A sort copies its comparison. All copies share one order.
   const auto order = std::make_shared<std::optional<Order>>();
   return [locale = collationLocale(), order](const std::string& left, const std::string& right) {
     if (left == right) {

@@ -17,7 +17,7 @@ bool isBlank(const std::string& text) {
   return text.find_first_not_of(" \t\r\n") == std::string::npos;
 }
 
-/// The file's value for the policy, or nothing.
+/// The file's policies if they have a value for the rules, or else nothing.
 std::optional<PolicyText> textWithRules(const std::string& text, bool isOwnFile) {
   std::optional<PolicyText> policies = PolicyText::parse(text);
   if (!policies && (isOwnFile ? !isBlank(text) : PolicyText::maySpeakOfRules(text))) {
@@ -26,13 +26,14 @@ std::optional<PolicyText> textWithRules(const std::string& text, bool isOwnFile)
   return policies && policies->hasRules() ? std::move(policies) : std::nullopt;
 }
 
-/// A link without an end is no file; any other error leaves open what Chrome finds there.
+/// A dangling link, or one that leads to itself, is not a file. After any other error it is unknown
+/// what Chrome finds there.
 bool leadsNowhere(const std::error_code& error) {
   return error == std::errc::no_such_file_or_directory || error == std::errc::not_a_directory ||
          error == std::errc::too_many_symbolic_link_levels;
 }
 
-/// In the order in which Chrome lets a later file win: that of the names' bytes.
+/// Sorted by the bytes of their names. In this order, Chrome lets a later file win.
 std::vector<std::filesystem::path> regularFiles(const std::filesystem::path& folder) {
   std::vector<std::filesystem::path> files;
   std::error_code error;
@@ -61,8 +62,8 @@ ManagedPolicyFolder::ManagedPolicyFolder(std::filesystem::path folder)
     : folder_(std::move(folder)) {}
 
 std::vector<std::string> ManagedPolicyFolder::readRules() const {
-  // Every file is looked at, those that are overruled too: what is unclear in one now may be in
-  // force as soon as another goes.
+  // Every file is checked, even one that another overrules: it comes into force as soon as the
+  // other is removed.
   std::optional<PolicyText> effective;
   for (const auto& file : regularFiles(folder_)) {
     if (auto policies = textWithRules(readPolicyFile(file).value_or(""), file == ownFile())) {

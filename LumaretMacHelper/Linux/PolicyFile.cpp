@@ -19,7 +19,7 @@
 namespace lumaret {
 namespace {
 
-/// Throws the last error of the system when the result tells of one.
+/// Throws the error in errno if the result is negative.
 template <typename Result>
 Result check(Result result, const std::filesystem::path& path) {
   if (result < 0) {
@@ -39,10 +39,10 @@ void writeAll(const FileDescriptor& file, std::string_view bytes,
   }
 }
 
-/// Returns 0, or the error. The umask is put aside, not mended afterwards: a run that ended in
-/// between would leave a folder that no browser can enter, and the next one would find it made. An
-/// access-control list that is inherited takes the place of the umask, and the second call undoes
-/// what it took away from others or gave to somebody.
+/// Returns 0, or the error. The umask is cleared for the call, instead of changing the permissions
+/// afterwards: a run that was killed in between would leave a folder that no browser can enter, and
+/// the next run would keep it. An inherited access-control list takes the place of the umask. The
+/// second call undoes what the list took away from others or gave to somebody.
 int makeOneFolder(const std::filesystem::path& folder) {
   const mode_t mask = ::umask(0);
   const int error = ::mkdir(folder.c_str(), 0755) == 0 ? 0 : errno;
@@ -50,8 +50,8 @@ int makeOneFolder(const std::filesystem::path& folder) {
   return error == 0 && ::chmod(folder.c_str(), 0755) != 0 ? errno : error;
 }
 
-/// Makes the folder and those above it that are missing. A dangling link on the way exists, and yet
-/// nothing can be made below it: that is an error.
+/// Creates the folder and those above it that are missing. A dangling link on the path exists, but
+/// nothing can be created below it: that is an error.
 void makeFolder(const std::filesystem::path& folder) {
   int error = makeOneFolder(folder);
   if (error == ENOENT && folder.has_relative_path()) {
@@ -63,7 +63,7 @@ void makeFolder(const std::filesystem::path& folder) {
   }
 }
 
-/// A file under a name of its own, which goes unless it is renamed.
+/// A file with a temporary name. It is deleted unless it is renamed.
 class StagedFile {
  public:
   explicit StagedFile(const std::filesystem::path& folder)
@@ -82,8 +82,8 @@ class StagedFile {
     check(::fsync(descriptor_.number()), path_);
   }
 
-  /// For every user to read and for its owner alone to write. What the folder hands down to new
-  /// files, a group or an access-control list, is taken off before others may read it.
+  /// Lets every user read the file and only its owner write it. A group or an access-control list
+  /// that the folder hands down to new files is removed before others may read the file.
   void openToEveryUser() {
     check(::fchown(descriptor_.number(), ::geteuid(), ::getegid()), path_);
     if (::fremovexattr(descriptor_.number(), "system.posix_acl_access") != 0 && errno != ENODATA &&
@@ -113,9 +113,9 @@ std::system_error refusal(std::errc reason, const std::filesystem::path& path) {
   return {std::make_error_code(reason), path.string()};
 }
 
-/// Opens a file for reading if an ordinary user may. The folders on the way to what a link leads to
-/// are opened one after the other: each is the one that was looked at, whoever changes names
-/// meanwhile.
+/// Opens a file for reading if an ordinary user may read it. If it is a link, the folders on the
+/// path to its target are opened one after the other. So each folder is the one that was checked,
+/// even if somebody changes names meanwhile.
 FileDescriptor openAsEveryUserMay(const std::filesystem::path& file) {
   constexpr int reading = O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC;
   FileDescriptor opened;
@@ -179,12 +179,12 @@ void replacePolicyFile(const std::filesystem::path& file, const std::string& byt
     throw refusal(std::errc::file_too_large, file);
   }
   makeFolder(file.parent_path());
-  // Whoever put a link there wanted the file that it leads to.
+  // Whoever created a link here wanted another file to be used. Replacing the link would undo that.
   if (std::filesystem::is_symlink(file)) {
     throw refusal(std::errc::too_many_symbolic_link_levels, file);
   }
-  // Where the folder is a link, beside the folder that it leads to: a file is renamed within one
-  // file system.
+  // If the folder is a link, the file is staged beside its target: a file can only be renamed
+  // within one file system.
   StagedFile staged(std::filesystem::canonical(file.parent_path()).parent_path());
   staged.write(bytes);
   staged.openToEveryUser();

@@ -11,31 +11,32 @@ namespace lumaret {
 /// The largest policy file that is read or written, in bytes. A policy of 100,000 rules has 50 MB.
 inline constexpr std::size_t largestPolicyFile = 64UL << 20;
 
-/// The file's bytes; nothing when there is no such file.
+/// The file's bytes; nothing if there is no such file.
 ///
-/// Whatever name leads to it, a file counts only if every user may read it, as the browser of every
-/// user does: its permissions say so, and where a symbolic link leads to it, so do those of all
-/// folders on the way to it. Otherwise what only root may read would be published by storing it.
-/// Throws std::system_error for any other file, also for one that is larger than
-/// `largestPolicyFile` or no regular file, such as a pipe.
+/// Whatever its name, a file counts only if every user may read it, as every user's browser does.
+/// Its permissions must say so. If a symbolic link leads to it, so must those of every folder on
+/// the path to it. Otherwise storing the rules could publish what only root may read. Throws
+/// std::system_error for any other file, for one that is larger than `largestPolicyFile`, and for
+/// one that is not a regular file, such as a pipe.
 std::optional<std::string> readPolicyFile(const std::filesystem::path& file);
 
-/// Puts a file with these bytes in the place of whatever file is there, and makes the bytes
-/// permanent. It belongs to this process's user, every user may read it and nobody else may write
-/// it, whatever the old file, the umask and access-control lists of the folder say. A missing
-/// folder is made, for all to read.
+/// Replaces whatever file is there by one with these bytes, and makes the bytes permanent. The new
+/// file belongs to this process's user, every user may read it, and nobody else may write it,
+/// whatever the old file, the umask and the folder's access-control lists say. A missing folder is
+/// created, with permission for all users to read it.
 ///
-/// The bytes are staged beside the folder, where Chrome does not look, and renamed in. A process
-/// that is killed meanwhile leaves the old file or the new one, and perhaps the staged one. A
-/// symbolic link is not replaced. Throws std::system_error; the old file is then in its place, and
-/// the staged one is gone.
+/// The bytes are staged beside the folder, where Chrome does not look, and the staged file is
+/// renamed. If the process is killed meanwhile, it leaves the old file or the new one, and perhaps
+/// the staged one. Fails if there is a symbolic link in the file's place. Throws std::system_error;
+/// the old file is then still in its place, and the staged one is gone.
 void replacePolicyFile(const std::filesystem::path& file, const std::string& bytes);
 
-/// Whether every user may look for files in the folder: each folder on the way to it lets them
-/// through, by its name and behind links. A folder that is missing does not count.
+/// Whether every user may look for files in the folder: every user may enter each folder on the
+/// path to it, both as the path is written and with its links resolved. Folders that are missing
+/// are not considered.
 bool isOpenToEveryUser(const std::filesystem::path& folder);
 
-/// Makes the names in a folder permanent; false when that failed.
+/// Makes the entries of a folder permanent. Returns false if that failed.
 bool synchronizeFolder(const std::filesystem::path& folder);
 
 }  // namespace lumaret

@@ -20,13 +20,13 @@ std::string lineBreak(std::size_t depth) { return "\n" + std::string(2 * depth, 
 
 }  // namespace
 
-/// Takes the parser's events. Everything but the rules is written down as it comes: a tree that
-/// kept the order of the keys would look through all of them at each one.
+/// Receives the parser's events. Everything except the rules is written out as it arrives. A tree
+/// that kept the order of the keys would search all of them for each one.
 class PolicyText::Reader {
  public:
   explicit Reader(PolicyText& policies) : policies_(policies) {}
 
-  // The names and the parameters of nlohmann's json_sax; false ends the parsing.
+  // The names and parameters are those of nlohmann's json_sax. Returning false stops the parser.
   bool null() { return scalar("null"); }
   bool boolean(bool value) { return scalar(value ? "true" : "false"); }
   bool number_integer(json::number_integer_t value) { return scalar(std::to_string(value)); }
@@ -70,7 +70,7 @@ class PolicyText::Reader {
  private:
   std::string& output() { return policies_.hasRules_ ? policies_.after_ : policies_.before_; }
 
-  /// Begins the line of a member, after those before it.
+  /// Begins the line of the next member.
   void separate() {
     const bool isFirst = hasMembers_.size() == 1 ? output().empty() : !hasMembers_.back();
     output() += (isFirst ? "" : ",") + lineBreak(hasMembers_.size());
@@ -86,7 +86,7 @@ class PolicyText::Reader {
 
   bool scalar(std::string_view text) {
     if (hasMembers_.empty()) {
-      return false;  // No object.
+      return false;  // The text is not an object.
     }
     if (isInRules_) {
       policies_.isListOfTexts_ = false;
@@ -121,7 +121,7 @@ class PolicyText::Reader {
   }
 
   PolicyText& policies_;
-  /// Of each array and object that is open, the outermost first: whether a member was written.
+  /// For each open array and object, the outermost first: whether a member was written.
   std::vector<bool> hasMembers_;
   bool isInRules_ = false;
   bool isAfterKey_ = false;

@@ -7,28 +7,29 @@
 
 namespace lumaret {
 
-/// What the text of a policy file says: one JSON object in UTF-8, in which Chrome allows comments.
+/// The contents of a policy file: one JSON object in UTF-8, in which Chrome allows comments.
 /// Reading and writing take time and memory in proportion to the text, however many keys it has.
 class PolicyText {
  public:
-  /// Nothing where Chrome's reader finds no policy in force: the text is no such object, nests
-  /// deeper than that reader goes (199 levels, measured with Chromium 156), or holds a zero byte.
+  /// Nothing if Chrome's reader finds no policy in force: the text is not such an object, it nests
+  /// deeper than that reader accepts (199 levels, measured with Chromium 156), or it contains a
+  /// zero byte.
   static std::optional<PolicyText> parse(const std::string& text);
 
-  /// Whether a text that does not parse here might give Chrome, which forgives more, a value for
-  /// the auto-select rules. A name may also be spelled with escapes.
+  /// Whether Chrome, which accepts more, may find a value for the auto-select rules in a text that
+  /// does not parse here. Escape sequences may spell their name, too.
   static bool maySpeakOfRules(const std::string& text);
 
   /// Whether the object has a value for the auto-select rules.
   [[nodiscard]] bool hasRules() const { return hasRules_; }
 
-  /// That value; of two, the last counts. Throws ChromePreferencesError when it is no list of
-  /// texts.
+  /// The value for the auto-select rules; if there are two, the last one. Throws
+  /// ChromePreferencesError if it is not a list of strings.
   [[nodiscard]] const std::vector<std::string>& rules() const;
 
-  /// The object with this list as its value, in the first value's place or at the end. The other
-  /// policies stay in their order; comments do not stay. Throws ChromePreferencesError when a rule
-  /// is no UTF-8.
+  /// The object with this list as its value for the rules, in the place of the first such value or
+  /// at the end. The other policies keep their order; comments are dropped. Throws
+  /// ChromePreferencesError if a rule is not UTF-8.
   [[nodiscard]] std::string withRules(const std::vector<std::string>& rules) const;
 
  private:

@@ -22,13 +22,14 @@
 namespace lumaret {
 namespace {
 
-/// Empty when it cannot be told.
+/// Empty if it is unknown.
 std::string hostName() {
   std::array<char, HOST_NAME_MAX + 1> name{};
   return ::gethostname(name.data(), name.size()) == 0 ? name.data() : "";
 }
 
-/// Nothing for any text but a decimal number as the kernel gives one to a process.
+/// The process number that the text spells, in decimal as the kernel writes it. Nothing for any
+/// other text.
 std::optional<pid_t> processNumber(std::string_view text) {
   pid_t number = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
@@ -36,9 +37,10 @@ std::optional<pid_t> processNumber(std::string_view text) {
   return isWhole && number > 0 && text.front() != '0' ? std::optional(number) : std::nullopt;
 }
 
-/// The kernel's own account of a process tells two things that no call does: that it has ended,
-/// though it keeps its number until its parent asks, and, to root, whose it is. Where /proc is
-/// hidden, a process that may be sent a signal is taken for this user's live one.
+/// Reads /proc, which tells two things that no call does: whether the process has ended and keeps
+/// its number only until its parent asks for its status, and, if this process is root, whose
+/// process it is. If /proc is hidden, a process that may be sent a signal counts as this user's
+/// live one.
 bool isLiveProcessOfThisUser(pid_t process) {
   if (::kill(process, 0) != 0) {
     return false;
@@ -55,20 +57,20 @@ bool isLiveProcessOfThisUser(pid_t process) {
   return live;
 }
 
-/// The place of the browser's socket: what the link to it names, or, as an old browser had it, the
-/// place of that link. Nothing where neither can be told.
+/// The path of the browser's socket: the target of the link, or, for an old browser, the path of
+/// the link itself. Nothing if neither is known.
 std::optional<std::filesystem::path> socketPlace(const std::filesystem::path& socketLink) {
   std::error_code error;
   auto target = std::filesystem::read_symlink(socketLink, error);
   if (error == std::errc::invalid_argument) {
-    return socketLink;  // It is no link.
+    return socketLink;  // It is not a link.
   }
   return error ? std::nullopt : std::optional(socketLink.parent_path() / target);
 }
 
-/// Whether it is certain that nobody listens at the browser's socket: a crash left one that
-/// refuses, or there is none, or something else in its place. Whatever cannot be told is not
-/// certain.
+/// Whether it is certain that nobody listens at the browser's socket: after a crash, the socket
+/// refuses the connection, is missing, or something else is in its place. If any of this is
+/// unknown, it is not certain.
 bool isAbandoned(const std::filesystem::path& socketLink) {
   const auto place = socketPlace(socketLink);
   if (!place) {
@@ -98,7 +100,7 @@ bool isProfileLocked(const std::filesystem::path& userDataFolder) {
   std::error_code error;
   const std::string lock =
       std::filesystem::read_symlink(userDataFolder / "SingletonLock", error).string();
-  const std::size_t dash = lock.rfind('-');  // A host's name may hold some too.
+  const std::size_t dash = lock.rfind('-');  // A host name may contain dashes too.
   if (error || dash == std::string::npos) {
     return false;
   }

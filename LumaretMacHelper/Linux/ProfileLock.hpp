@@ -5,12 +5,13 @@
 
 namespace lumaret {
 
-/// Whether a browser holds the profile, so that a second start over it would hand its command line
-/// to that browser and end. Chrome's lock is a link to "host-pid"; it outlives a crash, so the
-/// process must be alive, this user's and on this host, and it must not be certain that nobody
-/// listens at the socket that is named beside the lock: a socket that refuses, none, or something
-/// that is no socket is what a crash left. Where /proc is hidden, whether the process may be sent a
-/// signal decides.
+/// Whether a browser holds the profile. If one does, a second start with this profile hands its
+/// command line to that browser and ends.
+///
+/// Chrome's lock is a link to "host-pid", which outlives a crash. So the process must be alive, on
+/// this host, and this user's. It must also not be certain that nobody listens at the socket that
+/// is named beside the lock: after a crash, the socket refuses the connection, is missing, or is
+/// not a socket. If /proc is hidden, the process counts if it may be sent a signal.
 bool isProfileLocked(const std::filesystem::path& userDataFolder);
 
 }  // namespace lumaret

@@ -18,7 +18,7 @@ constexpr const char* place = "/run/lumaret-macos-helper";
 
 std::system_error failure(int error) { return {error, std::generic_category(), place}; }
 
-/// Throws the last error of the system unless a call succeeded.
+/// Throws the error in errno unless the call succeeded.
 void check(bool succeeded) {
   if (!succeeded) {
     throw failure(errno);

@@ -5,13 +5,13 @@
 
 namespace lumaret {
 
-/// Held by root from reading the rules to storing them: no other run of root's then does either, so
-/// that no rule is lost between the two. Nobody else can hold it, since it is a lock on
+/// Root holds this lock from reading the rules to storing them. No other run of root does either
+/// meanwhile, so no rule is lost in between. Nobody else can hold it: it is a lock on
 /// /run/lumaret-macos-helper, a folder that only root may open.
 class StoringLock {
  public:
-  /// Makes the folder if it is missing, and waits up to a minute for whoever holds the lock. Throws
-  /// std::system_error, also where the folder belongs to another user or is open to others.
+  /// Creates the folder if it is missing, and waits up to a minute for the lock. Throws
+  /// std::system_error, also if the folder belongs to another user or is open to others.
   StoringLock();
 
  private:

@@ -10,9 +10,10 @@
 namespace lumaret {
 namespace {
 
-/// Chrome's certificate store seen as a Keychain. A key in the user's database without a password
-/// has one signing entry that allows any application; a key behind a password or on another token
-/// may always ask for its own PIN, so that it is unsupported. There is nothing to write.
+/// Presents Chrome's certificate store as a Keychain. A key in the user's database without a
+/// password has one signing entry, which allows any application. A key behind a password or on
+/// another token may ask for a password or PIN at any time, so it is unsupported. Nothing is ever
+/// written.
 class SystemChromeKeychainAuthorizationBackend {
  public:
   using Identity = std::shared_ptr<const StoredIdentity>;
@@ -50,7 +51,7 @@ class SystemChromeKeychainAuthorizationBackend {
   }
   [[nodiscard]] static Contents copyContents(const ACL& /*acl*/) { return {}; }
 
-  // Never reached: the only entry has no application list.
+  // The workflow calls none of the following: the only entry allows any application.
   static void setContents(const Contents& /*contents*/, const ACL& /*acl*/) {
     throw KeychainAuthorizationBackendError::unsupported();
   }

@@ -24,8 +24,8 @@ bool SystemChromeLaunchEnvironment::isApplicationRunning(
 void SystemChromeLaunchEnvironment::run(const std::filesystem::path& executableURL,
                                         const std::vector<std::string>& arguments,
                                         bool waitUntilExit) const {
-  // A start that a running browser answers prints a line about that ("Opening in existing browser
-  // session."). The tool's standard output holds its result and nothing else.
+  // If a browser is already running, the new process prints "Opening in existing browser session."
+  // The tool's standard output must contain only its result.
   constexpr auto output = StandardOutput::toStandardError;
   if (!waitUntilExit) {
     startProcess(executableURL, arguments, output);

@@ -21,7 +21,7 @@ class StoredCertificate final : public KeychainCertificate {
   Bytes certificate_;
 };
 
-/// The store lists a certificate as an identity only where its key is there.
+/// The store returns a certificate as an identity only if its key is there.
 class StoredKeychainIdentity final : public KeychainIdentity {
  public:
   explicit StoredKeychainIdentity(Bytes certificate) : certificate_(std::move(certificate)) {}

@@ -10,7 +10,7 @@
 #include <vector>
 
 extern "C" {
-#include <utilpars.h>  // Which does not say itself that it is C.
+#include <utilpars.h>  // The header does not declare this itself.
 }
 
 namespace lumaret {
@@ -21,7 +21,8 @@ struct PortDeleter {
 };
 using PortText = std::unique_ptr<char, PortDeleter>;
 
-/// Each module's entry in the database, in the one line that NSS makes of it, but for NSS's own.
+/// The entries of the database's modules, except NSS's own, each in the one-line form that NSS
+/// uses.
 std::vector<std::string> foreignModules(const std::filesystem::path& folder) {
   const PortText place(NSSUTIL_Escape(("sql:" + folder.string()).c_str(), '\''));
   std::string parameters = "configdir='" + std::string(place.get()) + "' flags=readOnly";
@@ -41,7 +42,7 @@ std::vector<std::string> foreignModules(const std::filesystem::path& folder) {
   return found;
 }
 
-/// A name without a folder is searched for in the system's, as dlopen(3) does.
+/// A name without a folder is allowed: dlopen(3) searches for it in the system's folders.
 bool mayBeLoaded(const std::string& module) {
   char* library = nullptr;
   char* name = nullptr;
@@ -60,7 +61,7 @@ bool mayBeLoaded(const std::string& module) {
 void loadTokenModules(const std::filesystem::path& databaseFolder) {
   for (std::string& module : foreignModules(databaseFolder)) {
     if (mayBeLoaded(module)) {
-      // NSS keeps a reference of its own until it is shut down.
+      // NSS keeps its own reference until it is shut down.
       if (SECMODModule* loaded = SECMOD_LoadUserModule(module.data(), nullptr, PR_TRUE)) {
         SECMOD_DestroyModule(loaded);
       }

@@ -37,7 +37,7 @@ std::vector<CK_OBJECT_HANDLE> TokenSession::objects(CK_OBJECT_CLASS objectClass)
   CK_ATTRIBUTE wanted = {CKA_CLASS, &objectClass, sizeof objectClass};
   CK_RV result = functions_->C_FindObjectsInit(session_, &wanted, 1);
   if (result == CKR_USER_NOT_LOGGED_IN) {
-    return {};  // A token may refuse to be asked for what only a login would show.
+    return {};  // Some tokens refuse to search for what only a login would show.
   }
   check(result);
   std::vector<CK_OBJECT_HANDLE> found;
@@ -89,7 +89,7 @@ std::string TokenSession::longAttribute(CK_OBJECT_HANDLE object, CK_ATTRIBUTE_TY
   if (meansNoAttribute(result)) {
     return {};
   }
-  // PKCS#11 has the first answer be the exact length.
+  // PKCS#11 requires the first call to return the exact length.
   check(wanted.ulValueLen != bytes.size() ? CKR_GENERAL_ERROR : result);
   return bytes;
 }

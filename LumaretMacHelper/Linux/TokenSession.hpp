@@ -14,12 +14,13 @@ struct CK_FUNCTION_LIST;
 
 namespace lumaret {
 
-/// A session of PKCS#11 on one token, through the module that NSS has loaded. NSS's own object
-/// calls ask for each attribute twice, for its length and then for its bytes, which doubles the
-/// time of a listing. Every operation throws CertificateDatabaseError.
+/// A PKCS#11 session with one token, through the module that NSS has loaded. NSS's own object calls
+/// ask for each attribute twice, for its length and then for its bytes, which doubles the time of a
+/// listing. Every operation throws CertificateDatabaseError.
 ///
-/// The module is foreign code: every count and length that it returns is compared with what it was
-/// asked for and with the limits below before it is used. What does not keep to them is an error.
+/// The module is foreign code. Every count and length that it returns is compared with the request
+/// and with the limits below before it is used. A module that does not keep to them causes an
+/// error.
 class TokenSession {
  public:
   /// The most objects of one class on a token.
@@ -35,10 +36,11 @@ class TokenSession {
   TokenSession& operator=(const TokenSession&) = delete;
   ~TokenSession();
 
-  /// The token's objects of a class that are visible without logging in, in its own order.
+  /// The token's objects of a class that are visible without logging in, in the token's order.
   [[nodiscard]] std::vector<CK_OBJECT_HANDLE> objects(CK_OBJECT_CLASS objectClass);
 
-  /// An attribute's bytes; empty when the object has none, or is gone.
+  /// An attribute's bytes; empty if the object does not have it or does not show it, or no longer
+  /// exists.
   [[nodiscard]] std::string attribute(CK_OBJECT_HANDLE object, CK_ATTRIBUTE_TYPE type);
 
  private:

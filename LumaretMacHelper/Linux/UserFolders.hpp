@@ -5,11 +5,11 @@
 
 namespace lumaret {
 
-/// `HOME` where it names an existing folder by an absolute path, else the user's home in the
-/// account database, else "/".
+/// `HOME` if it is the absolute path of an existing folder, or else the user's home in the account
+/// database, or else "/".
 std::filesystem::path homeFolder();
 
-/// The XDG base folders; a variable that is empty or relative counts as unset.
+/// The XDG base folders. A variable that is empty or relative counts as unset.
 std::filesystem::path dataHomeFolder();
 std::filesystem::path configHomeFolder();
 

@@ -11,7 +11,7 @@ namespace lumaret {
 class FileDescriptor {
  public:
   FileDescriptor() = default;
-  /// Takes what open(2) and its kin return; a negative number is nothing.
+  /// Takes the result of open(2) and similar calls. A negative number means no descriptor.
   explicit FileDescriptor(int number) noexcept : number_(number) {}
   FileDescriptor(FileDescriptor&& other) noexcept : number_(std::exchange(other.number_, -1)) {}
   FileDescriptor& operator=(FileDescriptor&& other) noexcept {

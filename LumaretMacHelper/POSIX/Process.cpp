@@ -16,7 +16,7 @@
 #include "LumaretMacHelper/POSIX/FileDescriptor.hpp"
 #include "LumaretMacHelper/POSIX/StandardStreams.hpp"
 
-// POSIX leaves this declaration to the program; glibc makes it too.
+// POSIX leaves this declaration to the program. glibc declares it as well.
 // NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables,readability-redundant-declaration)
 extern char** environ;
 
@@ -38,7 +38,7 @@ class SpawnFileActions {
     check(::posix_spawn_file_actions_adddup2(&actions_, destinationOf(output), STDOUT_FILENO));
     closeOtherFiles();
   }
-  /// Reads from this descriptor, and what it writes goes nowhere.
+  /// The process reads from this descriptor. Its output is discarded.
   explicit SpawnFileActions(const FileDescriptor& input) {
     check(::posix_spawn_file_actions_init(&actions_));
     check(::posix_spawn_file_actions_adddup2(&actions_, input.number(), STDIN_FILENO));
@@ -52,7 +52,7 @@ class SpawnFileActions {
   ~SpawnFileActions() { ::posix_spawn_file_actions_destroy(&actions_); }
 
   [[nodiscard]] const posix_spawn_file_actions_t* get() const { return &actions_; }
-  /// What the attributes of the same process need.
+  /// The flags that the spawn attributes of the same process need.
   [[nodiscard]] short flags() const { return flags_; }
 
  private:
@@ -67,8 +67,8 @@ class SpawnFileActions {
 
 class SpawnAttributes {
  public:
-  /// The tool's caller may have ignored or blocked signals, and the tool ignores broken pipes; what
-  /// it starts must not inherit that.
+  /// The tool's caller may have ignored or blocked signals, and the tool itself ignores broken
+  /// pipes. A process that it starts must not inherit that.
   SpawnAttributes(ProcessGroup group, short furtherFlags) {
     check(::posix_spawnattr_init(&attributes_));
     sigset_t signals;
@@ -97,7 +97,7 @@ class SpawnAttributes {
 
 pid_t spawn(const std::filesystem::path& executable, const std::vector<std::string>& arguments,
             const SpawnFileActions& fileActions, ProcessGroup group) {
-  // posix_spawn takes writable texts and does not write them.
+  // posix_spawn takes pointers to writable strings, but does not write to them.
   std::vector<char*> argv = {const_cast<char*>(executable.c_str())};
   for (const std::string& argument : arguments) {
     argv.push_back(const_cast<char*>(argument.c_str()));
@@ -114,7 +114,7 @@ pid_t spawn(const std::filesystem::path& executable, const std::vector<std::stri
   return process;
 }
 
-/// Another disposition of a signal for some time.
+/// Changes the disposition of a signal, and restores it at the end.
 class SignalDisposition {
  public:
   SignalDisposition(int signal, void (*disposition)(int)) : signal_(signal) {
@@ -131,14 +131,14 @@ class SignalDisposition {
   struct sigaction before_ = {};
 };
 
-/// While a process ignores SIGCHLD, as its caller may have had it do, the kernel drops the exit
-/// status of its children.
+/// If a process ignores SIGCHLD, as its caller may have arranged, the kernel drops the exit status
+/// of its children.
 class KeptExitStatuses : private SignalDisposition {
  public:
   KeptExitStatuses() : SignalDisposition(SIGCHLD, SIG_DFL) {}
 };
 
-/// Until the process has ended, or does not read on.
+/// Writes until the text, or the process, has come to its end, or the process stops reading.
 void feed(const FileDescriptor& input, std::string_view text) {
   const SignalDisposition brokenPipeIsAnError(SIGPIPE, SIG_IGN);
   while (!text.empty()) {
@@ -146,7 +146,7 @@ void feed(const FileDescriptor& input, std::string_view text) {
     if (written >= 0) {
       text.remove_prefix(static_cast<std::size_t>(written));
     } else if (errno != EINTR) {
-      return;  // What it makes of the rest, it says by its exit status.
+      return;  // Its exit status tells whether it needed the rest.
     }
   }
 }

@@ -14,13 +14,13 @@
 namespace lumaret {
 namespace {
 
-// What is written before the streams are prepared goes to the usual place.
+// Until the streams are prepared, results go to the usual descriptor.
 // NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables)
 int resultDescriptor = STDOUT_FILENO;
 
-/// Keeps the caller's standard output for results alone: the libraries and modules of this process
-/// may print, and what they print must not be taken for a result. Where no descriptor is left for
-/// that, nothing can be opened or loaded that would print.
+/// Reserves the caller's standard output for results. The libraries and modules of this process may
+/// print, and their output must not be taken for a result. If no descriptor is left for this,
+/// nothing that would print can be opened or loaded either.
 void keepStandardOutputApart() noexcept {
   const int kept = ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
   if (kept >= 0) {
@@ -36,7 +36,7 @@ int writeAll(int descriptor, std::string_view text) noexcept {
     if (written >= 0) {
       text.remove_prefix(static_cast<std::size_t>(written));
     } else if (errno == EAGAIN) {
-      // The caller made its end of the pipe non-blocking, and with it this one.
+      // The caller made the stream non-blocking for itself, and thereby for this process.
       pollfd writable = {descriptor, POLLOUT, 0};
       ::poll(&writable, 1, -1);
     } else if (errno != EINTR) {
@@ -51,7 +51,8 @@ int writeAll(int descriptor, std::string_view text) noexcept {
 void prepareStandardStreams() noexcept {
   for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
     if (::fcntl(descriptor, F_GETFD) < 0 && errno == EBADF) {
-      // open(2) takes the lowest free number. The wrong direction keeps each use an error.
+      // open(2) returns the lowest free number. The stream is opened in the wrong direction, so
+      // that using it still fails.
       ::open("/dev/null", descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY);
     }
   }

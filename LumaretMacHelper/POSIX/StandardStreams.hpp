@@ -3,8 +3,8 @@
 
 namespace lumaret {
 
-/// The open descriptor of the standard output that the caller gave the tool: descriptor 1 until
-/// prepareStandardStreams() is called, and the one that it keeps for results from then on.
+/// The open descriptor of the caller's standard output: 1 until prepareStandardStreams() is called,
+/// and from then on the one that it reserves for results.
 int callersStandardOutput() noexcept;
 
 }  // namespace lumaret

@@ -19,13 +19,13 @@
 
 #include "LumaretMacHelper/POSIX/FileDescriptor.hpp"
 
-// What is read here is described in cgroups(7) and proc(5).
+// cgroups(7) and proc(5) describe the files that are read here.
 
 namespace lumaret {
 namespace {
 
 struct Mount {
-  std::string root;  // The path of the group that is seen at the place.
+  std::string root;  // The path of the group that is mounted there.
   std::string place;
 };
 
@@ -42,8 +42,9 @@ std::vector<std::string> linesOf(const std::string& path) {
   return lines;
 }
 
-/// Of the hierarchy with this controller or `name=`, or of version 2 if there is none. Where parts
-/// of one are mounted in several places, the one with the shortest root is the highest up.
+/// The mount of the hierarchy with this controller or `name=`, or of version 2 if the argument is
+/// empty. If parts of a hierarchy are mounted in several places, the one with the shortest root is
+/// the highest.
 std::optional<Mount> mountOf(const std::string& controller) {
   std::optional<Mount> found;
   for (const std::string& line : linesOf("/proc/self/mountinfo")) {
@@ -67,11 +68,11 @@ std::optional<Mount> mountOf(const std::string& controller) {
 
 bool enter(const std::string& group) {
   const FileDescriptor processes(::open((group + "/cgroup.procs").c_str(), O_WRONLY | O_CLOEXEC));
-  return processes && ::write(processes.number(), "0", 1) == 1;  // The process that writes.
+  return processes && ::write(processes.number(), "0", 1) == 1;  // 0 is the process that writes.
 }
 
-/// In a container, the topmost group is not that of the machine, and takes no process while it
-/// deals out resources to the groups below it.
+/// In a container, the topmost group is not the machine's, and takes no process while it
+/// distributes resources to the groups below it.
 bool enterOneBelow(const std::string& topmost) {
   const std::string own = topmost + "/lumaret-macos-helper";
   return (::mkdir(own.c_str(), 0755) == 0 || errno == EEXIST) && enter(own);
@@ -81,7 +82,7 @@ bool enterOneBelow(const std::string& topmost) {
 
 void leaveCallersControlGroups() {
   for (const std::string& line : linesOf("/proc/self/cgroup")) {
-    // A number, the hierarchy's controllers, and the group's path.
+    // Each line contains a number, the hierarchy's controllers, and the group's path.
     const auto first = line.find(':') + 1;
     const auto second = line.find(':', first) + 1;
     const std::string controllers = line.substr(first, second - first - 1);

@@ -3,14 +3,14 @@
 
 namespace lumaret {
 
-/// Moves this process from the control groups that it got from whoever had root start it to the
-/// topmost one of each hierarchy, or where that takes no process, to one of root's own right below
-/// it. A caller may own a group, and could freeze in it what root does for them, or have it wait
-/// for the processor.
+/// Moves this process out of the control groups of the caller for whom root started it. A caller
+/// may own a group, and could freeze the process in it or keep it from getting the processor. In
+/// each hierarchy, the process moves to the topmost group that is mounted. If that takes no
+/// process, it moves to a group that root makes right below it.
 ///
-/// Returns without having moved where there is nothing to leave: in the topmost group that is
-/// mounted, and of hierarchies of which nothing is. Throws std::runtime_error where a group cannot
-/// be left, or /proc/self does not tell which ones there are.
+/// Stays where there is nothing to leave: in the topmost group that is mounted, and in a hierarchy
+/// that is not mounted. Throws std::runtime_error if a group cannot be left, or if /proc/self does
+/// not tell which groups there are.
 void leaveCallersControlGroups();
 
 }  // namespace lumaret

@@ -18,7 +18,7 @@
 namespace lumaret {
 namespace {
 
-/// From here on no signal of a terminal holds this process up while others wait for it.
+/// Blocks every signal, so that no terminal can stop this process while others wait for it.
 void putSignalsOff() {
   for (int signal = 1; signal <= SIGRTMAX; ++signal) {
     static_cast<void>(std::signal(signal, SIG_DFL));  // Refused for those that have no other.
@@ -33,7 +33,7 @@ void raiseLimits() {
        {RLIMIT_AS, RLIMIT_CPU, RLIMIT_DATA, RLIMIT_FSIZE, RLIMIT_NOFILE, RLIMIT_STACK}) {
     struct rlimit limit = {};
     ::getrlimit(resource, &limit);
-    // Of open files, no system allows any number.
+    // No system allows an unlimited number of open files.
     const rlim_t wanted = resource == RLIMIT_NOFILE ? 1024 : RLIM_INFINITY;
     if (limit.rlim_max < wanted) {
       const struct rlimit raised = {wanted, wanted};
@@ -46,7 +46,7 @@ void raiseLimits() {
   }
 }
 
-/// As much of the processor and of the disk as others get, and timers that end in time.
+/// Takes the usual share of the processor and of the disk, and timers that end in time.
 void takeTurnsAsOthersDo() {
   const sched_param ordinary{};
   ::sched_setscheduler(0, SCHED_OTHER, &ordinary);
@@ -55,7 +55,7 @@ void takeTurnsAsOthersDo() {
   std::memset(&processors, 0xff, sizeof processors);
   ::sched_setaffinity(0, sizeof processors, &processors);
   ::syscall(SYS_ioprio_set, IOPRIO_WHO_PROCESS, 0, IOPRIO_PRIO_VALUE(IOPRIO_CLASS_NONE, 0));
-  constexpr unsigned long nanoseconds = 50'000;  // What the kernel gives the first process.
+  constexpr unsigned long nanoseconds = 50'000;  // The kernel's value for the first process.
   ::prctl(PR_SET_TIMERSLACK, nanoseconds);
 }
 
@@ -66,7 +66,7 @@ void leaveCallersSurroundings() {
   prepareStandardStreams();
   ::closefrom(STDERR_FILENO + 1);
   ::clearenv();
-  // Nobody's home is looked at, and without this the account database would be asked for one.
+  // No home folder is used. Without this variable, the account database would be asked for one.
   ::setenv("HOME", "/", 1);
   ::umask(S_IWGRP | S_IWOTH);
   if (::chdir("/") != 0) {

@@ -3,12 +3,15 @@
 
 namespace lumaret {
 
-/// Puts away what this process got from whoever had root start it, before anything is done for
-/// them: the environment; the working folder; the umask; every open file but the standard streams;
-/// the disposition and the mask of signals, none of which interrupts or stops this process from now
-/// on (but SIGKILL and SIGSTOP, which the caller cannot send to root); a low priority for the
-/// processor or the disk, the choice of a processor and inexact timers; and the limits for memory,
-/// the stack, time, open files and the size of files, as far as root may raise them.
+/// Discards what this process inherited from the caller for whom root started it. Call this before
+/// anything is done for the caller.
+///
+/// Clears the environment, changes to the root folder, sets the umask, and closes every open file
+/// except the standard streams. Gives every signal its default disposition and blocks it: none
+/// interrupts or stops this process from now on, except SIGKILL and SIGSTOP, which the caller
+/// cannot send to root. Takes the usual priority for the processor and the disk, any processor, and
+/// exact timers. Raises the limits for memory, the stack, processor time, open files and the size
+/// of files as far as root may.
 void leaveCallersSurroundings();
 
 }  // namespace lumaret

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// Stores a list of rules for a user to whom sudo allows that, and no other list than one that
+// Stores a list of rules for a user whom sudo allows to do that. Accepts only a list that
 // `activate` makes of the rules in force. The whole list comes on standard input, as a JSON array
-// of texts. See "What a grant means" in SECURITY.md.
+// of strings. See "What a grant means" in SECURITY.md.
 
 #include <poll.h>
 #include <unistd.h>
@@ -29,10 +29,10 @@ namespace {
 
 using nlohmann::json;
 
-/// In bytes. Certificates have names of some hundreds.
+/// In bytes. The names in a certificate take some hundreds.
 constexpr std::size_t longestRule = 64UL << 10;
 
-/// Nobody who writes no more keeps this process waiting for longer.
+/// A caller that stops writing keeps this process waiting no longer than this.
 constexpr std::chrono::minutes longestWait(1);
 
 struct Refusal : std::runtime_error {
@@ -73,14 +73,14 @@ std::vector<std::string> listIn(const std::string& text) {
   return list.get<std::vector<std::string>>();
 }
 
-/// The user for whom sudo started this process, by the name that sudo took for the user's number;
-/// nothing where root did without sudo.
+/// The user for whom sudo started this process, by the name that sudo found for the user's number.
+/// Nothing if root started it without sudo.
 std::optional<std::string> callerOfSudo() {
   const char* name = std::getenv("SUDO_USER");
   return name == nullptr ? std::nullopt : std::optional<std::string>(name);
 }
 
-/// Whether sudo would start this program for the user now, by whatever line of its files.
+/// Whether sudo would start this program for the user now, by any line of its files.
 bool maySudo(const std::string& user) {
   return runUnseen(LUMARET_SUDO, {"-n", "-l", "-U", user, "-u", "root", "--", LUMARET_STORE_RULES},
                    "") == 0;
@@ -88,18 +88,22 @@ bool maySudo(const std::string& user) {
 
 void storeRules(const std::optional<std::string>& caller) {
   CurrentUserChromePreferences preferences;
-  // What is read and parsed for the caller is bounded by what is there, and one more rule.
+  // The length of the list in force, and one more rule, limit what is read and parsed for the
+  // caller.
   const std::size_t longest = json(preferences.readRules()).dump().size() + 2 * longestRule;
   const std::vector<std::string> rules = listIn(readStandardInput(longest));
-  // A file system of the user's might not let it be closed. Were the lock held then, it would stay
-  // so even if this process were killed: the lock's own descriptor now comes before all others.
+  // Standard input may be a file of the user's own file system, which need not answer when the file
+  // is closed. It is closed before the lock is taken, since a process that waits for that keeps its
+  // lock even if it is killed. The lock then has the lowest descriptor, which is closed before all
+  // others.
   ::close(STDIN_FILENO);
 
   const StoringLock lock;
   if (!ChromeCertificatePolicyService::isReplacement(rules, preferences.readRules(), longestRule)) {
     throw Refusal("This is not the list in force with one rule of lumaret-macos-helper's.");
   }
-  // It may be long since sudo was asked, and whoever takes a grant back waits for the lock.
+  // The grant may have been taken back since sudo was asked. Whoever takes it back removes sudo's
+  // line and then waits for this lock.
   if (caller && !maySudo(*caller)) {
     throw Refusal("sudo does not let its caller store the rule any more.");
   }

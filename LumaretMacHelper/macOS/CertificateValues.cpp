@@ -29,7 +29,7 @@ CertificateProperty property(CFTypeRef value) {
   }
   if (const auto* number = objectAs<CFNumberRef>(value, ::CFNumberGetTypeID())) {
     double seconds = 0;
-    // False only tells that the nearest double is not the number itself.
+    // The result is ignored: false only means that the number was rounded to the nearest double.
     ::CFNumberGetValue(number, kCFNumberDoubleType, &seconds);
     return {seconds};
   }

@@ -10,8 +10,8 @@
 namespace lumaret {
 
 /// The certificate's subject, issuer and end of validity as the Security framework reads them;
-/// nothing when it cannot. A text without a UTF-8 form and a date that no Date can hold become
-/// values of a type that nothing reads.
+/// nothing if it cannot read them. A string without a UTF-8 form, and a date that Date cannot
+/// represent, become values of a type that nothing reads.
 std::optional<CertificateValues> copyCertificateValues(SecCertificateRef certificate);
 
 }  // namespace lumaret

@@ -8,7 +8,7 @@
 namespace lumaret {
 
 /// Owns one reference to a Core Foundation object, or nothing. `Object` is the framework's own
-/// pointer type, such as CFStringRef. A copy shares the object and owns a reference of its own.
+/// pointer type, such as CFStringRef. A copy shares the object and owns another reference.
 template <typename Object>
 class CoreFoundationReference {
  public:
@@ -43,7 +43,8 @@ class CoreFoundationReference {
   explicit operator bool() const noexcept { return object_ != nullptr; }
   [[nodiscard]] Object get() const noexcept { return object_; }
 
-  /// Where a function may leave a reference for its caller to own. Releases what was held before.
+  /// The place where a function may leave a reference for its caller to own. Releases the reference
+  /// that was held before.
   [[nodiscard]] Object* receive() noexcept {
     *this = CoreFoundationReference();
     return &object_;
@@ -55,13 +56,13 @@ class CoreFoundationReference {
   Object object_ = nullptr;
 };
 
-/// The object under its own type; null when there is none or when it is of another type.
+/// The object under its own type; null if there is none or if it is of another type.
 template <typename Object>
 Object objectAs(CFTypeRef object, CFTypeID type) {
   if (object == nullptr || ::CFGetTypeID(object) != type) {
     return nullptr;
   }
-  // Security's pointer types are not const, unlike the type of any object.
+  // Security's pointer types are not const, unlike CFTypeRef.
   return static_cast<Object>(const_cast<void*>(object));
 }
 

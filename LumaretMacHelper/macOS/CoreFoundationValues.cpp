@@ -7,7 +7,7 @@
 namespace lumaret {
 namespace {
 
-/// Texts are exchanged without a byte order mark.
+/// Strings are exchanged without a byte order mark.
 constexpr Boolean isExternalRepresentation = 0;
 
 constexpr std::string_view byteOrderMark = "\xef\xbb\xbf";
@@ -20,7 +20,7 @@ std::optional<std::string> utf8Text(CFStringRef text) {
   CFIndex size = 0;
   ::CFStringGetBytes(text, all, kCFStringEncodingUTF8, noReplacement, isExternalRepresentation,
                      nullptr, 0, &size);
-  // The size alone does not tell whether every character can be converted; writing them does.
+  // The size does not show whether every character can be converted. Writing the bytes does.
   std::string result(static_cast<std::size_t>(size), '\0');
   const CFIndex converted =
       ::CFStringGetBytes(text, all, kCFStringEncodingUTF8, noReplacement, isExternalRepresentation,
@@ -33,14 +33,14 @@ std::optional<std::string> utf8Text(CFStringRef text) {
 }
 
 CoreFoundationReference<CFStringRef> coreFoundationText(const std::string& text) {
-  // Core Foundation drops one leading U+FEFF, whatever is said of external representations: where
-  // the text has one, another goes before it.
+  // Core Foundation drops one leading U+FEFF, whatever isExternalRepresentation says. So a string
+  // that begins with one gets another in front.
   const std::string given =
       text.starts_with(byteOrderMark) ? std::string(byteOrderMark) + text : text;
   auto result = CoreFoundationReference<CFStringRef>::adopt(::CFStringCreateWithBytes(
       kCFAllocatorDefault, reinterpret_cast<const UInt8*>(given.data()),
       static_cast<CFIndex>(given.size()), kCFStringEncodingUTF8, isExternalRepresentation));
-  // It also lets some stray bytes pass, and puts a replacement in their place.
+  // Core Foundation also accepts some invalid bytes, and replaces them.
   if (!result || utf8Text(result.get()) != text) {
     throw std::invalid_argument("A text is not UTF-8.");
   }

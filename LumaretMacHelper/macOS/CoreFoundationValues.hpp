@@ -13,19 +13,19 @@
 
 namespace lumaret {
 
-/// The text in UTF-8; nothing when it has no such form, as a lone surrogate has none.
+/// The string in UTF-8; nothing if it has no such form, as with a lone surrogate.
 std::optional<std::string> utf8Text(CFStringRef text);
 
-/// Exactly the text. Throws std::invalid_argument when it is not UTF-8.
+/// The same string, unchanged. Throws std::invalid_argument if it is not UTF-8.
 CoreFoundationReference<CFStringRef> coreFoundationText(const std::string& text);
 
 Bytes bytes(CFDataRef data);
 
-/// Borrowed: they live as long as the array.
+/// Borrowed references, valid as long as the array.
 std::vector<CFTypeRef> elements(CFArrayRef array);
 
-/// The array owns a reference to each object. Throws std::bad_alloc: no array would mean something
-/// else to whoever takes it.
+/// The array owns a reference to each object. Throws std::bad_alloc rather than return no array,
+/// since the calls that take the array give that another meaning.
 template <typename Object>
 CoreFoundationReference<CFArrayRef> coreFoundationArray(
     const std::vector<CoreFoundationReference<Object>>& objects) {

@@ -35,7 +35,7 @@ std::vector<std::string> CurrentUserChromePreferences::readRules() const {
   for (const CFTypeRef element : elements(array)) {
     const auto* text = objectAs<CFStringRef>(element, ::CFStringGetTypeID());
     auto rule = text != nullptr ? utf8Text(text) : std::nullopt;
-    // A text that cannot be carried could not be written back as it was.
+    // A string without a UTF-8 form could not be written back unchanged.
     if (!rule) {
       throw ChromePreferencesError();
     }

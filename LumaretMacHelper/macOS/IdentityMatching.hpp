@@ -7,7 +7,7 @@
 
 namespace lumaret {
 
-/// What the Keychain answered: a status, and after success an identity, an array, or nothing.
+/// The Keychain's answer: a status, and after success an identity, an array, or nothing.
 struct MatchingIdentities {
   OSStatus status = errSecSuccess;
   CoreFoundationReference<CFTypeRef> result;

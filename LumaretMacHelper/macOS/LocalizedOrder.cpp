@@ -8,9 +8,9 @@
 namespace lumaret {
 namespace {
 
-/// Without differences of case and of composition. Core Foundation's own case-insensitive
-/// comparison is no order: with some letters, such as ß and the full-width ones, it is not even
-/// transitive, and it tells a composed name from the same one decomposed.
+/// The text without differences of case and of composition. Core Foundation's own case-insensitive
+/// comparison is not an order: with some letters, such as ß and the full-width ones, it is not even
+/// transitive. It also tells a composed name from the same name decomposed.
 CoreFoundationReference<CFMutableStringRef> folded(const std::string& text, CFLocaleRef locale) {
   constexpr CFIndex noLimit = 0;
   auto result = CoreFoundationReference<CFMutableStringRef>::adopt(

@@ -7,8 +7,8 @@
 #include "LumaretMacHelper/macOS/CoreFoundationValues.hpp"
 #include "LumaretMacHelper/macOS/IdentityMatching.hpp"
 
-// The access lists of the file-based Keychain have been deprecated since macOS 10.10, and nothing
-// has replaced them for keys that are there.
+// The access lists of the file-based Keychain have been deprecated since macOS 10.10. Nothing has
+// replaced them for existing keys.
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
 
 namespace lumaret {
@@ -16,8 +16,8 @@ namespace {
 
 using Backend = SystemChromeKeychainAuthorizationBackend;
 
-/// The bundle. An access list keeps its path and a requirement on its code signature: the Keychain
-/// goes by the requirement, and SecTrustedApplicationCopyData gives the path alone.
+/// The bundle. An access list stores its path and a requirement on its code signature. The Keychain
+/// checks the requirement. SecTrustedApplicationCopyData returns only the path.
 constexpr const char* chromeApplication = "/Applications/Google Chrome.app";
 
 void requireSuccess(OSStatus status) {
@@ -33,7 +33,7 @@ void requireLegacyAccessSuccess(OSStatus status) {
   requireSuccess(status);
 }
 
-/// Turns a null object away.
+/// Throws for a null object.
 template <typename Object>
 Object required(Object object) {
   if (!object) {
@@ -42,7 +42,7 @@ Object required(Object object) {
   return object;
 }
 
-/// The array's elements; any of another type turns the whole array away.
+/// The array's elements. Throws if one of them is of another type.
 template <typename Object>
 std::vector<CoreFoundationReference<Object>> retainedElements(CFArrayRef array, CFTypeID type) {
   std::vector<CoreFoundationReference<Object>> retained;
@@ -57,9 +57,9 @@ SecKeychainItemRef keychainItem(const Backend::PrivateKey& privateKey) {
   return reinterpret_cast<SecKeychainItemRef>(privateKey.get());
 }
 
-/// Throws `unsupported` for a key that is no item of a file-based keychain, such as a smart card's.
-/// The access-list calls must not see one: since macOS 15 they take it for a null object and crash.
-/// This call is safe with it on every macOS.
+/// Throws `unsupported` for a key that is not an item of a file-based keychain, such as a smart
+/// card's. The access-list calls must not see such a key: since macOS 15 they take it for a null
+/// object and crash. The call here is safe with it on every macOS.
 void requireKeychainItem(const Backend::PrivateKey& privateKey) {
   CoreFoundationReference<SecKeychainRef> keychain;
   const OSStatus status =
@@ -150,7 +150,7 @@ ChromeKeychainACLContents<Backend::TrustedApplication> Backend::copyContents(con
                                                   description.receive(), &promptSelector));
 
   ChromeKeychainACLContents<TrustedApplication> contents;
-  // A description that cannot be carried could not be put back as it was: better not to touch it.
+  // A description without a UTF-8 form could not be stored again unchanged, so this fails.
   contents.description = *required(utf8Text(required(description.get())));
   contents.promptSelector = promptSelector;
   if (applications) {

@@ -11,13 +11,13 @@
 
 namespace lumaret {
 
-/// The access lists of the file-based Keychain. Whether a key is one of its items is asked first: a
-/// status of -25304 (`errSecInvalidItemRef`), -25294 (`errSecNoSuchKeychain`) or -25243
-/// (`errSecNoAccessForItem`) from that call is `unsupported`. A status of -25304
-/// (`errSecInvalidItemRef`) or -25306 (`errSecNoSuchClass`) from one of its five access-list calls
-/// means a key that such a Keychain does not hold, as a smart card's, and is `unsupported`; from
-/// any other call it is a failure like every other. Success with nothing, or with an object of
-/// another type, is a failure with -2070 (`errSecInternalComponent`).
+/// The access lists of the file-based Keychain. A key that is not an item of such a Keychain, such
+/// as a smart card's, is `unsupported`. This is checked first: the check fails with -25304
+/// (`errSecInvalidItemRef`), -25294 (`errSecNoSuchKeychain`) or -25243 (`errSecNoAccessForItem`).
+/// If one of the five access-list calls fails with -25304 or -25306 (`errSecNoSuchClass`), the key
+/// is `unsupported`, too. From any other call, these statuses are failures like every other. A call
+/// that succeeds but returns nothing, or an object of another type, is a failure with -2070
+/// (`errSecInternalComponent`).
 class SystemChromeKeychainAuthorizationBackend {
  public:
   using Identity = CoreFoundationReference<SecIdentityRef>;

@@ -5,9 +5,9 @@
 
 #include "LumaretMacHelper/Platform.hpp"
 
-// The grammar of RFC 3986, appendix A. Core Foundation has no parser of it: CFURLCreateWithBytes
-// takes nearly any text, "https://[::1" and "https://host:port/" among them, and the strict parser
-// of Foundation is there since macOS 14 only. The names of the functions are those of the grammar.
+// The grammar of RFC 3986, appendix A. The functions have the names that it uses. Core Foundation
+// has no parser for it: CFURLCreateWithBytes accepts nearly any text, such as "https://[::1" and
+// "https://host:port/". Foundation's strict parser exists only since macOS 14.
 
 namespace lumaret {
 namespace {
@@ -47,7 +47,7 @@ bool isText(std::string_view text, std::string_view further) {
   return true;
 }
 
-/// What comes before the first of these characters, or all.
+/// The part before the first of these characters, or the whole text.
 std::string_view before(std::string_view text, std::string_view ends) {
   return text.substr(0, text.find_first_of(ends));
 }
@@ -79,8 +79,9 @@ bool isIPv4Address(std::string_view text) {
   }
 }
 
-/// How many groups of 16 bits the text holds, an IPv4 address at its end counting as two; none of
-/// them may be missing. Nothing but an empty text holds none. Negative for any other text.
+/// The number of groups of 16 bits in the text, none of which may be missing. An IPv4 address at
+/// the end counts as two. The empty text contains 0 groups. Negative if the text is not a list of
+/// groups.
 int countOfGroups(std::string_view text, bool mayEndWithIPv4) {
   int groups = 0;
   while (!text.empty()) {
@@ -97,7 +98,7 @@ int countOfGroups(std::string_view text, bool mayEndWithIPv4) {
     if (!isLast) {
       text.remove_prefix(1);
       if (text.empty()) {
-        return -1;  // A colon ends it.
+        return -1;  // It ends with a colon.
       }
     }
   }
@@ -163,7 +164,7 @@ std::optional<URL> parseURL(const std::string& text) {
   }
   std::string_view rest = text;
   std::optional<std::string> scheme;
-  // A colon in the first segment of a path ends a scheme: a relative reference has none there.
+  // A colon in the first segment ends a scheme: a relative reference cannot have one there.
   if (const std::string_view first = before(rest, ":/?#");
       first.size() < rest.size() && rest[first.size()] == ':') {
     if (!isScheme(first)) {

@@ -1,15 +1,16 @@
 # SPDX-License-Identifier: Apache-2.0
-# What Debian wants otherwise than `cmake --install` leaves it, run by CPack in the package's tree.
+# Changes what Debian requires to be different from the result of `cmake --install`. CPack runs this
+# in the package's tree.
 set(share ${CPACK_TEMPORARY_INSTALL_DIRECTORY}/usr/share)
 
-# The one folder that CPack makes itself, under the umask of whoever packages.
+# CPack makes this folder itself, with the umask of whoever makes the package.
 file(CHMOD ${CPACK_TEMPORARY_INSTALL_DIRECTORY}/usr PERMISSIONS
   OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 
 file(RENAME ${share}/zsh/site-functions ${share}/zsh/vendor-completions)
 
 set(documents ${share}/doc/lumaret-macos-helper)
-file(REMOVE ${documents}/LICENSE) # copyright says where Debian has it
+file(REMOVE ${documents}/LICENSE) # copyright names Debian's own copy
 foreach(file IN ITEMS ${CMAKE_CURRENT_LIST_DIR}/copyright ${CPACK_DEBIAN_CHANGELOG})
   cmake_path(GET file FILENAME name)
   configure_file(${file} ${documents}/${name} COPYONLY

@@ -1,14 +1,15 @@
 # SPDX-License-Identifier: Apache-2.0
-# `cpack` makes a Debian package of what is installed. Configuring needs nothing of Debian's.
+# `cpack` makes a Debian package of the installation. Configuring does not require Debian.
 
-# Debian's own form of the changelog, of this release alone.
+# The changes of this release, in the form of a Debian changelog.
 string(REGEX REPLACE "^.*\n## ${PROJECT_VERSION} - [^\n]*\n+" "" changes "${changelog}")
 string(REGEX REPLACE "\n## .*" "\n" changes "${changes}")
 string(REGEX REPLACE "\n+$" "" changes "\n${changes}")
 string(REPLACE "\n" "\n  " changes "${changes}")
 string(REPLACE "\n  - " "\n  * " changes "${changes}")
 set(CPACK_DEBIAN_PACKAGE_MAINTAINER "Lumaret Maintainers <maintainers@lumaret.example>")
-# Its last line has the day in a form that only making the package needs to know.
+# finish.cmake writes the day into the last line of the changelog, so that only making the package
+# requires the program that formats it.
 set(CPACK_DEBIAN_RELEASE_DAY ${release_day})
 set(CPACK_DEBIAN_CHANGELOG ${CMAKE_CURRENT_BINARY_DIR}/changelog)
 file(WRITE ${CPACK_DEBIAN_CHANGELOG}
@@ -30,7 +31,7 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION web)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-# What the tool loads itself is not among the libraries that the executables name.
+# The tool loads ICU itself, so it is not among the libraries that the executables name.
 string(REGEX REPLACE ".*[.]" "libicu" CPACK_DEBIAN_PACKAGE_DEPENDS ${LUMARET_ICU_LIBRARY})
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "chromium | google-chrome-stable, sudo")
 set(CPACK_DEBIAN_PACKAGE_SUGGESTS "bash-completion, jq, libnss3-tools")
@@ -41,6 +42,6 @@ set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_LIST_DIR}/finish.cmake)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_VERBATIM_VARIABLES ON)
-# What is packaged was built before.
+# Packaging does not build: that was done before.
 set(CMAKE_SKIP_INSTALL_ALL_DEPENDENCY ON)
 include(CPack)

@@ -1,11 +1,12 @@
 # SPDX-License-Identifier: Apache-2.0
-# From the listing, one line per identity: its fingerprint, a tab, and its name and last day as a shell
-# may show them. For the completions of all shells, in any awk that is told LC_ALL=C.
+# Reads the listing and prints one line for each identity: its fingerprint, a tab, and its name and last
+# day in a form that a shell may show. The completions of all shells use it. Any awk can run it, with
+# LC_ALL=C.
 
-# As many characters of a name as X.520 allows it; what is longer is cut.
+# The number of characters that X.520 allows in a name. A longer name is cut.
 BEGIN { most = 64 }
 
-# For short texts alone: its time grows with the square of their length.
+# For short strings only: the time grows with the square of their length.
 function replaced(text, old, new,    place, done) {
   while ((place = index(text, old)) > 0) {
     done = done substr(text, 1, place - 1) new
@@ -19,7 +20,7 @@ function after(text, key,    place) {
   return place > 0 ? substr(text, place + length(key)) : ""
 }
 
-# The first characters of a text in UTF-8.
+# The first characters of a string in UTF-8.
 function beginning(text,    count, kept) {
   for (count = 0; count < most && match(text, /^.[\200-\277]*/); count++) {
     kept = kept substr(text, 1, RLENGTH)
@@ -28,16 +29,17 @@ function beginning(text,    count, kept) {
   return text == "" ? kept : kept "..."
 }
 
-# The name that a JSON value gives, which the rest of the listing may follow.
+# The name at the beginning of a text that starts with a JSON value and may continue with the listing.
 function shown(value,    name, place) {
   if (substr(value, 1, 1) != "\"") return "Unnamed certificate"
-  # A character takes six at most, as "\u0000"; of one more than are shown, it is enough to see a part.
+  # A character takes at most six bytes, as in "\u0000". Beyond the characters that are shown, a part of
+  # one more is enough to tell that the name is longer.
   name = substr(value, 2, 6 * most + 1)
-  # JSON holds no control character as it is, so two of them can stand for what is escaped. From then on
-  # a quote ends the name.
+  # JSON contains no unescaped control characters, so two of them can stand for an escaped backslash and
+  # an escaped quote. After that, the first quote ends the name.
   name = replaced(replaced(name, "\\\\", "\001"), "\\\"", "\002")
   if ((place = index(name, "\"")) > 0) name = substr(name, 1, place - 1)
-  # A terminal obeys control characters, and letters are shown in another order after some.
+  # A terminal obeys control characters, and some characters change the order in which letters are shown.
   while ((place = index(name, "\\")) > 0)
     name = substr(name, 1, place - 1) "?" \
       substr(name, place + (substr(name, place + 1, 1) == "u" ? 6 : 2))
@@ -46,7 +48,7 @@ function shown(value,    name, place) {
 }
 
 {
-  # A quote within a text has a backslash before it: no text looks like one of these keys.
+  # A quote within a string has a backslash before it, so no string looks like one of these keys.
   count = split($0, entries, /[{]"expiresAt":"/)
   for (number = 2; number <= count; number++) {
     id = substr(after(entries[number], "\"id\":\""), 1, 64)
