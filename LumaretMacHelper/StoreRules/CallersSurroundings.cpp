@@ -19,7 +19,7 @@ namespace lumaret {
 namespace {
 
 /// Blocks every signal, so that no terminal can stop this process while others wait for it.
-void putSignalsOff() {
+void blockSignals() {
   for (int signal = 1; signal <= SIGRTMAX; ++signal) {
     static_cast<void>(std::signal(signal, SIG_DFL));  // Refused for those that have no other.
   }
@@ -62,7 +62,7 @@ void takeTurnsAsOthersDo() {
 }  // namespace
 
 void leaveCallersSurroundings() {
-  putSignalsOff();
+  blockSignals();
   prepareStandardStreams();
   ::closefrom(STDERR_FILENO + 1);
   ::clearenv();
