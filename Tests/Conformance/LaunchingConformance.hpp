@@ -21,6 +21,7 @@
 #include "LumaretMacHelper/ChromeLauncher.hpp"
 #include "LumaretMacHelper/Platform.hpp"
 #include "Tests/Support/Cpp/Messages.hpp"
+#include "Tests/Support/Cpp/ShellCommands.hpp"
 #include "Tests/Support/Cpp/ThrownError.hpp"
 
 namespace lumaret::tests::conformance {
@@ -126,7 +127,7 @@ TYPED_TEST_P(LaunchingConformance, AFileThatCannotBeStartedIsAnError) {
 }
 
 TYPED_TEST_P(LaunchingConformance, AProcessThatIsNotAwaitedGoesOnByItself) {
-  const auto path = this->script("until [ -e go ]; do sleep 0.01; done; echo done > log; exit 7");
+  const auto path = this->script(awaitFile("go") + "echo done > log; exit 7");
   this->environment_.run(path, {}, /*waitUntilExit=*/false);
   EXPECT_EQ(this->written(), "");
   std::ofstream(this->file("go"));
@@ -134,7 +135,7 @@ TYPED_TEST_P(LaunchingConformance, AProcessThatIsNotAwaitedGoesOnByItself) {
 }
 
 TYPED_TEST_P(LaunchingConformance, AProcessThatIsNotAwaitedOutlivesWhatStartedIt) {
-  const auto path = this->script("until [ -e go ]; do sleep 0.01; done; echo done > log");
+  const auto path = this->script(awaitFile("go") + "echo done > log");
   EXPECT_EXIT(
       {
         this->environment_.run(path, {}, /*waitUntilExit=*/false);

@@ -7,11 +7,8 @@
 #include <string>
 
 #include "LumaretMacHelper/KeychainIdentityLoader.hpp"
-#include "Tests/Conformance/AuthorizationConformance.hpp"
 #include "Tests/Conformance/ConformanceIdentity.hpp"
-#include "Tests/Conformance/IdentityConformance.hpp"
-#include "Tests/Conformance/LaunchingConformance.hpp"
-#include "Tests/Conformance/PreferencesConformance.hpp"
+#include "Tests/Conformance/Suites.hpp"
 #include "Tests/OnMac/ChromePreferences.hpp"
 #include "Tests/OnMac/KeychainItems.hpp"
 #include "Tests/OnMac/TestKeychain.hpp"
@@ -77,9 +74,6 @@ class Desktop {
 
 }  // namespace
 
-INSTANTIATE_TYPED_TEST_SUITE_P(Identities, IdentityConformance, Keychain);
-INSTANTIATE_TYPED_TEST_SUITE_P(Authorization, AuthorizationConformance, Keychain);
-INSTANTIATE_TYPED_TEST_SUITE_P(Preferences, PreferencesConformance, PreferenceStore);
-INSTANTIATE_TYPED_TEST_SUITE_P(Launching, LaunchingConformance, Desktop);
+LUMARET_INSTANTIATE_CONFORMANCE_SUITES(Keychain, PreferenceStore, Desktop);
 
 }  // namespace lumaret::tests::conformance

@@ -8,12 +8,9 @@
 
 #include "LumaretMacHelper/Linux/ChromeInstallation.hpp"
 #include "Tests/Conformance/AddressConformance.hpp"
-#include "Tests/Conformance/AuthorizationConformance.hpp"
 #include "Tests/Conformance/ConformanceIdentity.hpp"
-#include "Tests/Conformance/IdentityConformance.hpp"
-#include "Tests/Conformance/LaunchingConformance.hpp"
 #include "Tests/Conformance/OrderConformance.hpp"
-#include "Tests/Conformance/PreferencesConformance.hpp"
+#include "Tests/Conformance/Suites.hpp"
 #include "Tests/OnLinux/Adapters/CertificateStore.hpp"
 #include "Tests/OnLinux/Adapters/PrivateMounts.hpp"
 #include "Tests/OnLinux/Adapters/TemporaryHome.hpp"
@@ -117,10 +114,7 @@ class Languages {
 
 }  // namespace
 
-INSTANTIATE_TYPED_TEST_SUITE_P(Identities, IdentityConformance, Keychain);
-INSTANTIATE_TYPED_TEST_SUITE_P(Authorization, AuthorizationConformance, Keychain);
-INSTANTIATE_TYPED_TEST_SUITE_P(Preferences, PreferencesConformance, PreferenceStore);
-INSTANTIATE_TYPED_TEST_SUITE_P(Launching, LaunchingConformance, Desktop);
+LUMARET_INSTANTIATE_CONFORMANCE_SUITES(Keychain, PreferenceStore, Desktop);
 INSTANTIATE_TYPED_TEST_SUITE_P(Order, OrderConformance, Languages);
 
 }  // namespace lumaret::tests::conformance

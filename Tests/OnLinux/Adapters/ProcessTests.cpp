@@ -13,6 +13,7 @@
 #include <thread>
 
 #include "LumaretMacHelper/POSIX/Process.hpp"
+#include "Tests/Support/Cpp/ShellCommands.hpp"
 #include "Tests/Support/Cpp/TemporaryFolder.hpp"
 
 namespace lumaret::tests {
@@ -63,8 +64,7 @@ TEST_F(Process, AwaitsItsEnd) {
 
 TEST_F(Process, DoesNotAwaitItsEndUnlessAsked) {
   // The script goes on only when this test has gone on.
-  const auto executable =
-      script("while [ ! -e \"${0%/*}/go\" ]; do sleep 0.01; done; echo done >\"${0%/*}/output\"");
+  const auto executable = script(awaitFile("${0%/*}/go") + "echo done >\"${0%/*}/output\"");
   startProcess(executable, {});
   EXPECT_EQ(output(), "");
   writeFile(folder_ / "go", "");

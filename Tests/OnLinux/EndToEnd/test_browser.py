@@ -21,6 +21,12 @@ class RealBrowserTests(BrowserTestCase):
     def assert_presented(self, identity, path: str, host: str = "localhost"):
         self.assertEqual(self.server.await_visit(path), Visit(host, path, identity.name["CN"], identity.fingerprint))
 
+    def start_browser_that_presents(self, identity):
+        """Activates the identity. Returns once the browser that this starts is ready to reload its policies."""
+        self.assert_activates(identity, "--url", self.server.url("/first"))
+        self.assert_presented(identity, "/first")
+        chromium.await_ready_for_refresh(self.machine)
+
     def open_window(self, url: str):
         """As the user would, in the browser that is running."""
         self.machine.run(CHROMIUM.executable, "--new-window", url)
@@ -32,9 +38,7 @@ class RealBrowserTests(BrowserTestCase):
 
     def test_a_running_browser_with_an_older_rule_presents_the_newly_activated_certificate(self):
         ana, ben, _ = self.make_identities(ANA, BEN, CARA)
-        self.assert_activates(ana, "--url", self.server.url("/first"))
-        self.assert_presented(ana, "/first")
-        chromium.await_ready_for_refresh(self.machine)
+        self.start_browser_that_presents(ana)
         self.assert_activates(ben, "--url", self.server.url("/second", "other.localhost"))
         self.assert_presented(ben, "/second", "other.localhost")
 
@@ -56,9 +60,7 @@ class RealBrowserTests(BrowserTestCase):
 
     def test_without_an_address_a_running_browser_takes_up_the_rule(self):
         ana, ben, _ = self.make_identities(ANA, BEN, CARA)
-        self.assert_activates(ana, "--url", self.server.url("/first"))
-        self.assert_presented(ana, "/first")
-        chromium.await_ready_for_refresh(self.machine)
+        self.start_browser_that_presents(ana)
         self.assert_activates(ben)
         self.open_window(self.server.url("/second", "other.localhost"))
         self.assert_presented(ben, "/second", "other.localhost")

@@ -30,30 +30,32 @@ def unreadable(status: int = -8174):
 
 
 class ListingTests(HelperTestCase):
-    def test_one_identity_is_one_line_of_compact_json(self):
-        identity = self.make_identities({"CN": "Ana Example", "O": "Example Org", "OU": "R/D", "L": "Lugo"})[0]
+    def assert_lists_only(self, identity, subject: str):
+        """The listing is this one identity, to the byte; `subject` is JSON."""
+        issuer = (
+            '{"commonName":"Test Authority","locality":null,"organization":"Lumaret Test","organizationalUnit":null}'
+        )
         self.assertEqual(
             self.helper("list"),
             printed(
-                '[{"expiresAt":"2099-12-31T23:59:59Z","id":"' + identity.fingerprint + '",'
-                '"issuer":{"commonName":"Test Authority","locality":null,"organization":"Lumaret Test",'
-                '"organizationalUnit":null},'
-                '"subject":{"commonName":"Ana Example","locality":"Lugo","organization":"Example Org",'
-                '"organizationalUnit":"R/D"}}]'
+                f'[{{"expiresAt":"2099-12-31T23:59:59Z","id":"{identity.fingerprint}",'
+                f'"issuer":{issuer},"subject":{subject}}}]'
             ),
+        )
+
+    def test_one_identity_is_one_line_of_compact_json(self):
+        identity = self.make_identities({"CN": "Ana Example", "O": "Example Org", "OU": "R/D", "L": "Lugo"})[0]
+        self.assert_lists_only(
+            identity,
+            '{"commonName":"Ana Example","locality":"Lugo","organization":"Example Org","organizationalUnit":"R/D"}',
         )
 
     def test_quotes_control_characters_and_every_script_become_exact_json(self):
         identity = self.make_identities({"CN": 'q " b \\ s / t \t \x07 \x7f עברית \u202e😀'})[0]
-        self.assertEqual(
-            self.helper("list"),
-            printed(
-                '[{"expiresAt":"2099-12-31T23:59:59Z","id":"' + identity.fingerprint + '",'
-                '"issuer":{"commonName":"Test Authority","locality":null,"organization":"Lumaret Test",'
-                '"organizationalUnit":null},'
-                '"subject":{"commonName":"q \\" b \\\\ s / t \\t \\u0007 \x7f עברית \u202e😀","locality":null,'
-                '"organization":null,"organizationalUnit":null}}]'
-            ),
+        self.assert_lists_only(
+            identity,
+            '{"commonName":"q \\" b \\\\ s / t \\t \\u0007 \x7f עברית \u202e😀","locality":null,'
+            '"organization":null,"organizationalUnit":null}',
         )
 
     def test_listing_changes_nothing(self):

@@ -39,13 +39,18 @@ REFRESH = [b"--refresh-platform-policy"]
 NEW_WINDOW = [b"--new-window"]
 
 
-class PolicyLinkTests(FaultTestCase):
-    """Symbolic links in the place of what the tool writes."""
-
+class PolicyFolderTestCase(FaultTestCase):
     def setUp(self):
         super().setUp()
         self.identity = self.make_identity()
         CHROMIUM.policies.mkdir(parents=True)
+
+
+class PolicyLinkTests(PolicyFolderTestCase):
+    """Symbolic links in place of the file or the folder that the tool writes."""
+
+    def setUp(self):
+        super().setUp()
         self.target = self.machine.folder / "target.json"
 
     def assert_refused(self):
@@ -80,9 +85,7 @@ class PolicyLinkTests(FaultTestCase):
         self.target.write_text(policies(ELSEWHERE))
         OWN_PATH.symlink_to(self.target)
         user = self.become_ordinary_user(self.target)
-        outcome = self.machine.run(
-            *user, self.readable_helper(), "activate", "--fingerprint", self.identity.fingerprint
-        )
+        outcome = self.machine.run(*user, *self.activate_command(self.identity))
         self.assertEqual(outcome, failed(messages.POLICY_WRITE_FAILED))
         self.assertEqual(self.target.read_text(), policies(ELSEWHERE))
 
@@ -123,13 +126,11 @@ class PolicyLinkTests(FaultTestCase):
         self.assertEqual(self.machine.launches(), [])
 
 
-class SharedPolicyFolderTests(FaultTestCase):
+class SharedPolicyFolderTests(PolicyFolderTestCase):
     """A policy folder that other users may write, and what they may have left in it."""
 
     def setUp(self):
         super().setUp()
-        self.identity = self.make_identity()
-        CHROMIUM.policies.mkdir(parents=True)
         CHROMIUM.policies.chmod(0o777)
         CHROMIUM.policies.parent.chmod(0o777)
 
@@ -185,13 +186,11 @@ class SharedPolicyFolderTests(FaultTestCase):
         self.assertEqual(os.listxattr(OWN_PATH), [])
 
 
-class SecretTests(FaultTestCase):
-    """Whoever may write the policy folder gives a name in it to rules that only root may read."""
+class SecretTests(PolicyFolderTestCase):
+    """A user who may write the policy folder links it to rules that only root may read."""
 
     def setUp(self):
         super().setUp()
-        self.identity = self.make_identity()
-        CHROMIUM.policies.mkdir(parents=True)
         CHROMIUM.policies.chmod(0o777)
         self.secret = CHROMIUM.policies.parent.parent / "root/secret.json"
         self.secret.parent.mkdir(mode=0o755)
@@ -327,8 +326,8 @@ class LargePolicyFileTests(FaultTestCase):
         self.machine.grant(NOBODY)
         self.machine.write_policies("10-company.json", self.text)
         user = self.become_ordinary_user()
-        command = (*user, self.readable_helper(), "activate", "--fingerprint", self.identity.fingerprint)
-        self.assertEqual(self.machine.run(*command, timeout=300), ACTIVATED)
+        outcome = self.machine.run(*user, *self.activate_command(self.identity), timeout=300)
+        self.assertEqual(outcome, ACTIVATED)
         self.assertEqual(self.stored_rules(), [self.rule_for(self.identity), *self.many])
 
     def test_a_file_that_is_larger_than_any_policy_is_refused(self):

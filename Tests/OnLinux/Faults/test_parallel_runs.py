@@ -57,9 +57,7 @@ class ParallelRunTests(FaultTestCase):
         self.kept = [ELSEWHERE, *(f'{{"pattern":"https://{number}.test"}}' for number in range(40))]
 
     def start(self, identity, *prefix: str) -> Outcome:
-        return self.machine.run(
-            *self.user, *prefix, self.readable_helper(), "activate", "--fingerprint", identity.fingerprint
-        )
+        return self.machine.run(*self.user, *prefix, *self.activate_command(identity))
 
     def rules_of(self, identity) -> list[str]:
         return [*self.kept, self.rule_for(identity)]
@@ -114,7 +112,7 @@ class ParallelRunTests(FaultTestCase):
 
         def start(identity):
             prefix = () if next(as_root) % 3 == 0 else self.user
-            return self.machine.run(*prefix, self.readable_helper(), "activate", "--fingerprint", identity.fingerprint)
+            return self.machine.run(*prefix, *self.activate_command(identity))
 
         self.start = start
         # A user's rule may be overwritten after it was stored and before the user's program has verified it.

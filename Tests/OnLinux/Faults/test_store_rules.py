@@ -358,7 +358,10 @@ class LockTests(StoreRulesTestCase):
             f"fcntl.fcntl(os.open('{OWN_PATH}', os.O_RDWR), fcntl.F_SETLEASE, fcntl.F_WRLCK); print(flush=True); input()"
         )
         with subprocess.Popen(
-            [*self.user, "python3", "-c", lease], stdin=subprocess.PIPE, stdout=subprocess.PIPE
+            [*self.user, "python3", "-c", lease],
+            env=self.machine.environment,
+            stdin=subprocess.PIPE,
+            stdout=subprocess.PIPE,
         ) as owner:
             owner.stdout.readline()
             refusal = failed(f"store-rules: {OWN_PATH}: Resource temporarily unavailable")
@@ -398,7 +401,7 @@ class LockTests(StoreRulesTestCase):
         lock = os.open(LOCK, os.O_RDONLY)
         self.addCleanup(os.close, lock)
         fcntl.flock(lock, fcntl.LOCK_SH)
-        command = (self.readable_helper(), "activate", "--fingerprint", self.identity.fingerprint)
+        command = self.activate_command(self.identity)
         for user in ((), self.user):
             waiting = subprocess.Popen(
                 [*user, *command], env=self.machine.environment, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL

@@ -112,15 +112,7 @@ class SystemCallTestCase(FaultTestCase):
 
     def run_helper(self, *prefix: str):
         # A umask that keeps others out: what the tool makes must be readable all the same.
-        return self.machine.run(
-            *self.user,
-            *prefix,
-            self.readable_helper(),
-            "activate",
-            "--fingerprint",
-            self.identity.fingerprint,
-            umask=0o077,
-        )
+        return self.machine.run(*self.user, *prefix, *self.activate_command(self.identity), umask=0o077)
 
     def sweep(self, *expected_names: str, first_fault: tuple[str, str] | None = None) -> None:
         """`first_fault` is a call and an error that happen anyway, so that what follows them is swept."""

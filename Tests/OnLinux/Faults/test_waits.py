@@ -67,7 +67,7 @@ class WaitTests(StoreRulesTestCase):
         self.addCleanup(os.close, lock)
         fcntl.flock(lock, fcntl.LOCK_EX)
         too_late = failed("store-rules: The list did not come to its end in time.")
-        activate = (self.readable_helper(), "activate", "--fingerprint", self.identity.fingerprint)
+        activate = self.activate_command(self.identity)
         runs = {
             "nothing is said": (self.feed, too_late),
             "all but the end is said": (lambda: self.feed(self.list_of(ELSEWHERE, OWN)), too_late),

@@ -166,28 +166,23 @@ class ActivationTranscriptTests(MacTestCase):
 
     # Chrome
 
+    def assert_starts(self, *launches: str, address: str | None = None) -> None:
+        """Activation starts Chrome with these arguments."""
+        with self.subTest(address):
+            self.hold(any_application())
+            self.assertEqual(self.activate(*(() if address is None else ("--url", address))), ACTIVATED)
+            self.assertEqual(self.launches(len(launches)), list(launches))
+            self.forget_launches()
+
     def test_chrome_is_opened_once(self):
-        for arguments, start in (
-            ((), "--new-window"),
-            (("--url", "http://a.example/"), "--new-window http://a.example/"),
-        ):
-            with self.subTest(start):
-                self.hold(any_application())
-                self.assertEqual(self.activate(*arguments), ACTIVATED)
-                self.assertEqual(self.launches(1), [start])
-                self.forget_launches()
+        self.assert_starts("--new-window")
+        self.assert_starts("--new-window http://a.example/", address="http://a.example/")
 
     def test_a_running_chrome_reloads_its_policies_first(self):
-        for arguments, start in (
-            ((), "--new-window"),
-            (("--url", "HTTPS://a.example/%20"), "--new-window HTTPS://a.example/%20"),
-        ):
-            with self.subTest(start):
-                self.hold(any_application())
-                self.mac["runningApplications"] = [DOMAIN]
-                self.assertEqual(self.activate(*arguments), ACTIVATED)
-                self.assertEqual(self.launches(2), ["--refresh-platform-policy", start])
-                self.forget_launches()
+        self.mac["runningApplications"] = [DOMAIN]
+        refresh = "--refresh-platform-policy"
+        self.assert_starts(refresh, "--new-window")
+        self.assert_starts(refresh, "--new-window HTTPS://a.example/%20", address="HTTPS://a.example/%20")
 
     def test_a_store_that_fails_at_the_second_entry_leaves_the_first_one_stored(self):
         self.hold(signing("/Mail"), signing("/Zoom"))

@@ -46,14 +46,7 @@ class StoreRulesTestCase(FaultTestCase):
         return json.dumps(rules)
 
     def activate_as_user(self, **settings) -> Outcome:
-        return self.machine.run(
-            *self.user,
-            self.readable_helper(),
-            "activate",
-            "--fingerprint",
-            self.identity.fingerprint,
-            **settings,
-        )
+        return self.machine.run(*self.user, *self.activate_command(self.identity), **settings)
 
     def assert_refused(self, outcome: Outcome, *rules, **settings):
         before = contents(CHROMIUM.policies.parent.parent)
