@@ -117,7 +117,7 @@ inline const std::vector<std::string>& noAddresses() {
   return all;
 }
 
-TEST(AddressConformance, AnAddressKeepsItsTextAndTellsItsScheme) {
+TEST(AddressConformance, AnAddressKeepsItsTextAndHasItsScheme) {
   for (const auto& [text, scheme] : addresses()) {
     const auto url = parseURL(text);
     ASSERT_TRUE(url) << text;

@@ -86,7 +86,7 @@ TYPED_TEST_P(IdentityConformance, TheFirstOfSeveralUnitsIsTheUnit) {
   EXPECT_EQ(this->subjectOf({{{"CN", "Ana"}, {"OU", "X"}, {"OU", "Y"}}}).organizationalUnit, "X");
 }
 
-TYPED_TEST_P(IdentityConformance, TextsBeyondASCIIAreCarriedWhole) {
+TYPED_TEST_P(IdentityConformance, StringsBeyondASCIIAreComplete) {
   const std::string name = "\xc3\x81ngela \xe4\xb8\xad \xf0\x9f\x98\x80";
   EXPECT_EQ(this->subjectOf(named(name)).commonName, name);
 }
@@ -141,7 +141,7 @@ TYPED_TEST_P(IdentityConformance, AKeychainThatCannotBeReadIsAFailureWithItsStat
 REGISTER_TYPED_TEST_SUITE_P(IdentityConformance, AnEmptyKeychainHasNoIdentities,
                             AnIdentityIsListedWithItsFingerprintNamesAndExpiry,
                             AttributesThatACertificateLacksAreAbsent,
-                            TheFirstOfSeveralUnitsIsTheUnit, TextsBeyondASCIIAreCarriedWhole,
+                            TheFirstOfSeveralUnitsIsTheUnit, StringsBeyondASCIIAreComplete,
                             AnExpiredCertificateIsLeftOut,
                             ACertificateThatNeverExpiresIsListedWithItsExpiry,
                             ACertificateWithoutAKeyIsNotAnIdentity, AKeyOfATokenMakesAnIdentityToo,

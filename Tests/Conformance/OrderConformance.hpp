@@ -142,7 +142,7 @@ TYPED_TEST_P(OrderConformance, CanonicallyEquivalentNamesAreEqual) {
   }
 }
 
-TYPED_TEST_P(OrderConformance, NamesThatDifferInCaseAloneAreEqual) {
+TYPED_TEST_P(OrderConformance, NamesThatDifferOnlyInCaseAreEqual) {
   for (const std::string& language : TypeParam::all()) {
     this->languages_.choose(language);
     const auto compare = localizedCaseInsensitiveComparison();
@@ -155,6 +155,6 @@ TYPED_TEST_P(OrderConformance, NamesThatDifferInCaseAloneAreEqual) {
 }
 
 REGISTER_TYPED_TEST_SUITE_P(OrderConformance, TheOrderIsAntisymmetricAndTransitive,
-                            CanonicallyEquivalentNamesAreEqual, NamesThatDifferInCaseAloneAreEqual);
+                            CanonicallyEquivalentNamesAreEqual, NamesThatDifferOnlyInCaseAreEqual);
 
 }  // namespace lumaret::tests::conformance

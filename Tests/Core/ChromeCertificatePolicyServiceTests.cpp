@@ -357,7 +357,7 @@ TEST(ApplyPolicy, WithASubjectThatCannotBeEncodedThePreferencesAreNotTouched) {
   EXPECT_THAT(preferences->log(), IsEmpty());
 }
 
-TEST(ApplyPolicy, AStoredValueThatIsNotAListOfTextsIsNeverOverwritten) {
+TEST(ApplyPolicy, AStoredValueThatIsNotAListOfStringsIsNeverOverwritten) {
   const auto preferences = preferencesHolding({});
   preferences->onFirstRead = []() -> Rules { throw ChromePreferencesError(); };
   EXPECT_EQ(errorOfApplying(named("Ana"), preferences), Error::policyWriteFailed());
@@ -399,7 +399,7 @@ TEST(ApplyPolicy, AnyOtherFailureToReadBackIsAFailureToVerify) {
   EXPECT_EQ(errorOfApplying(named("Ana"), preferences), Error::policyVerificationFailed());
 }
 
-TEST(ApplyPolicy, AFailureThatIsNoExceptionOfTheLibraryIsMappedLikeEveryOther) {
+TEST(ApplyPolicy, AnythingElseThatIsThrownIsMappedLikeAnException) {
   const auto reading = preferencesHolding({});
   reading->onFirstRead = []() -> Rules { throw 7; };
   EXPECT_EQ(errorOfApplying(named("Ana"), reading), Error::policyWriteFailed());
@@ -411,7 +411,7 @@ TEST(ApplyPolicy, AFailureThatIsNoExceptionOfTheLibraryIsMappedLikeEveryOther) {
   EXPECT_EQ(errorOfApplying(named("Ana"), readingBack), Error::policyVerificationFailed());
 }
 
-TEST(ApplyPolicy, TheSameTextsInAnotherOrderAreNotVerified) {
+TEST(ApplyPolicy, TheSameRulesInAnotherOrderAreNotVerified) {
   const auto preferences = preferencesHolding({site});
   preferences->onSecondRead = [] { return Rules{anaRule, site}; };
   EXPECT_EQ(errorOfApplying(named("Ana"), preferences), Error::policyVerificationFailed());
@@ -497,7 +497,7 @@ TEST_F(Replacement, IsTheCurrentListWithOneRule) {
   EXPECT_TRUE(isReplacement({site_, ana_, "text"}, {site_, ben_, "text", ben_}));
 }
 
-TEST_F(Replacement, ChangesNoRuleForASite) {
+TEST_F(Replacement, DoesNotChangeARuleForASite) {
   EXPECT_FALSE(isReplacement({ana_}, {site_}));
   EXPECT_FALSE(isReplacement({other_, ana_}, {site_}));
   EXPECT_FALSE(isReplacement({site_, other_, ana_}, {site_}));

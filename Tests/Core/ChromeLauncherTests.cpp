@@ -171,7 +171,7 @@ TEST_F(Launcher, ARefreshThatExitsUnsuccessfullyOpensNoWindow) {
   EXPECT_THAT(environment->log(), ElementsAre(installedTest, runningTest, refresh));
 }
 
-TEST_F(Launcher, AFailureThatIsNoExceptionOfTheLibraryIsMappedLikeEveryOther) {
+TEST_F(Launcher, AnythingElseThatIsThrownIsMappedLikeAnException) {
   environment->running = true;
   environment->onRefresh = [] { throw 7; };
   EXPECT_EQ(errorOfOpening(), Error::chromeLaunchFailed("Unknown error."));

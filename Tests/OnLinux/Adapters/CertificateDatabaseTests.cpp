@@ -168,7 +168,7 @@ TEST_F(CertificateDatabase, AModuleThatDoesNotLoadHidesNothingElse) {
   EXPECT_THAT(certificates(), ElementsAre(identity.der));
 }
 
-TEST_F(CertificateDatabase, TheOldPlaceWinsWhereItExists) {
+TEST_F(CertificateDatabase, TheOldPlaceWinsIfItExists) {
   const CertificateStore old(oldPlace());
   const CertificateStore other(home_ / ".local/share/pki/nssdb");
   const auto identity = makeIdentity(material_, "/CN=Old");
@@ -177,7 +177,7 @@ TEST_F(CertificateDatabase, TheOldPlaceWinsWhereItExists) {
   EXPECT_THAT(certificates(), ElementsAre(identity.der));
 }
 
-TEST_F(CertificateDatabase, TheDataHomeIsUsedWhereTheOldPlaceIsMissing) {
+TEST_F(CertificateDatabase, TheDataHomeIsUsedIfTheOldPlaceIsMissing) {
   const CertificateStore store(home_ / ".local/share/pki/nssdb");
   const auto identity = makeIdentity(material_, "/CN=New");
   store.addIdentity(identity);
@@ -209,7 +209,7 @@ TEST_F(CertificateDatabase, TheDataHomeMayBeElsewhere) {
   EXPECT_THAT(certificates(), ElementsAre(identity.der));
 }
 
-TEST_F(CertificateDatabase, AFileInTheFoldersPlaceIsRefused) {
+TEST_F(CertificateDatabase, AFileInPlaceOfTheFolderIsRefused) {
   writeFile(oldPlace(), "not a folder");
   EXPECT_EQ(refusal(), badDatabase);
 }

@@ -43,13 +43,13 @@ INSTANTIATE_TEST_SUITE_P(InEveryForm, OrderWithoutALanguage,
                                                         "xx_NOWHERE.UTF-8",
                                                         "no such locale at all"));
 
-TEST_F(LocalizedOrder, TextsThatDifferInCaseAloneAreEquivalent) {
+TEST_F(LocalizedOrder, StringsThatDifferOnlyInCaseAreEquivalent) {
   const auto compare = localizedCaseInsensitiveComparison();
   EXPECT_EQ(compare("Anna", "aNNA"), std::weak_ordering::equivalent);
   EXPECT_EQ(compare("", ""), std::weak_ordering::equivalent);
 }
 
-TEST_F(LocalizedOrder, TextsThatDifferInAccentsAreNotEquivalent) {
+TEST_F(LocalizedOrder, StringsThatDifferInAccentsAreNotEquivalent) {
   EXPECT_NE(localizedCaseInsensitiveComparison()("resume", "résumé"),
             std::weak_ordering::equivalent);
 }

@@ -70,7 +70,7 @@ TEST_F(PolicyFile, EveryUserMayReadItWhateverTheUmask) {
   EXPECT_EQ(mode("/opt/new/policies/managed/own.json"), 0644U);
 }
 
-TEST_F(PolicyFile, TakesNothingFromTheOldFile) {
+TEST_F(PolicyFile, KeepsNeitherOwnerNorPermissionsOfTheOldFile) {
   writeFile(file_, "old");
   ::chmod(file_.c_str(), 0666);
   giveList(file_, accessList);
@@ -85,7 +85,7 @@ TEST_F(PolicyFile, TakesNothingFromTheOldFile) {
   EXPECT_FALSE(hasList(file_));
 }
 
-TEST_F(PolicyFile, TakesNothingFromTheListThatItsFolderHandsDown) {
+TEST_F(PolicyFile, InheritsNoAccessControlListFromItsFolder) {
   if (!giveList("/opt/policies", defaultList) || !giveList(managed_, defaultList)) {
     GTEST_SKIP() << "no access-control lists here";
   }
@@ -94,7 +94,7 @@ TEST_F(PolicyFile, TakesNothingFromTheListThatItsFolderHandsDown) {
   EXPECT_FALSE(hasList(file_));
 }
 
-TEST_F(PolicyFile, OpensAFolderThatItMakesWhateverListIsHandedDown) {
+TEST_F(PolicyFile, IsInANewFolderThatEveryUserCanEnterWhateverAccessControlListIsInherited) {
   if (!giveList("/opt/policies", defaultList)) {
     GTEST_SKIP() << "no access-control lists here";
   }
@@ -104,7 +104,7 @@ TEST_F(PolicyFile, OpensAFolderThatItMakesWhateverListIsHandedDown) {
   EXPECT_TRUE(isOpenToEveryUser("/opt/policies/new/managed"));
 }
 
-TEST_F(PolicyFile, TakesNoGroupFromItsFolder) {
+TEST_F(PolicyFile, InheritsNoGroupFromItsFolder) {
   ::chmod("/opt/policies", 02755);
   if (::chown("/opt/policies", ::geteuid(), 65534) != 0) {
     GTEST_SKIP() << "only real root can give a folder to a group";
@@ -170,7 +170,7 @@ TEST_F(PolicyFile, IsReadAndWrittenUpToItsLargestSizeAndNoFurther) {
   expectRefused(file_);
 }
 
-TEST_F(PolicyFile, OverTheLimitForTheSizeOfFilesIsNotWrittenAndLeavesNothingBehind) {
+TEST_F(PolicyFile, OverTheFileSizeLimitIsNotWrittenAndLeavesNothingBehind) {
   writeFile(file_, "old");
   static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
   struct rlimit before = {};
@@ -183,7 +183,7 @@ TEST_F(PolicyFile, OverTheLimitForTheSizeOfFilesIsNotWrittenAndLeavesNothingBehi
   EXPECT_EQ(contents("/opt").size(), 1U);
 }
 
-TEST_F(PolicyFile, AFolderIsOpenIfEveryUserCanEnterAllThatLeadToIt) {
+TEST_F(PolicyFile, AFolderIsOpenIfEveryUserCanEnterItAndItsParents) {
   EXPECT_TRUE(isOpenToEveryUser(managed_));
   EXPECT_TRUE(isOpenToEveryUser(managed_ / "missing/below"));
   for (const char* folder : {"/opt", "/opt/policies", "/opt/policies/managed"}) {
@@ -197,7 +197,7 @@ TEST_F(PolicyFile, AFolderIsOpenIfEveryUserCanEnterAllThatLeadToIt) {
   EXPECT_FALSE(isOpenToEveryUser(managed_));
 }
 
-TEST_F(PolicyFile, AFolderBehindALinkIsOpenIfBothWaysAre) {
+TEST_F(PolicyFile, AFolderBehindALinkIsOpenIfBothPathsAre) {
   std::filesystem::create_directories("/opt/elsewhere/below");
   std::filesystem::create_directory_symlink("/opt/elsewhere/below", managed_ / "link");
   EXPECT_TRUE(isOpenToEveryUser(managed_ / "link"));

@@ -115,7 +115,7 @@ TEST(StandardOutput, CannotBeWrittenWithoutAReaderAndRaisesNoSignal) {
 }
 
 /// Libraries print through the descriptor, or through a buffer that is written when they like.
-TEST(StandardOutput, HoldsNothingThatAnybodyElsePrints) {
+TEST(StandardOutput, HoldsNothingThatALibraryPrints) {
   const auto [output, status] = outputOf([] {
     std::printf("buffered before\n");
     EXPECT_EQ(::write(STDOUT_FILENO, "at once\n", 8), 8);

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""What `activate` starts, with a stand-in in the browser's place that records how it was started."""
+"""Which processes `activate` starts. A stand-in for the browser records its arguments."""
 
 import os
 import socket
@@ -59,7 +59,7 @@ class LaunchTests(ActivationTestCase):
         self.assert_started(REFRESH)
         self.assertEqual(self.stored_rules(), [self.rule_for(self.identity)])
 
-    def test_how_the_window_ends_does_not_matter(self):
+    def test_the_exit_status_of_the_window_does_not_matter(self):
         self.machine.install_stand_in(CHROMIUM, window_status=3)
         self.machine.mark_running(CHROMIUM)
         self.assertEqual(self.activate(self.identity), ACTIVATED)
@@ -81,7 +81,7 @@ class LaunchTests(ActivationTestCase):
         self.activate_beside_google_chrome(running=GOOGLE_CHROME)
         self.assert_started(REFRESH, NEW_WINDOW, browser="google-chrome")
 
-    def test_activation_leaves_the_database_alone(self):
+    def test_activation_does_not_change_the_database(self):
         self.assert_unchanged_by(
             self.database.folder, lambda: self.assertEqual(self.activate(self.identity), ACTIVATED)
         )
@@ -109,7 +109,7 @@ class LaunchTests(ActivationTestCase):
 
 
 class RunningBrowserDetectionTests(ActivationTestCase):
-    """A browser runs if a second start of it would hand over to the first; anything else only looks like it."""
+    """A browser counts as running if a second start of it would hand its arguments over to the first."""
 
     def assert_not_refreshed(self):
         self.assertEqual(self.activate(self.identity), ACTIVATED)

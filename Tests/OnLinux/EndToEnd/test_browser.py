@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""The whole road, with a real Chromium and a server that demands a client certificate."""
+"""The whole workflow, with a real Chromium and a server that requires a client certificate."""
 
 import json
 import unittest
@@ -28,7 +28,7 @@ class RealBrowserTests(BrowserTestCase):
         chromium.await_ready_for_refresh(self.machine)
 
     def open_window(self, url: str):
-        """As the user would, in the browser that is running."""
+        """Opens a window in the running browser, as the user would."""
         self.machine.run(CHROMIUM.executable, "--new-window", url)
 
     def test_a_browser_that_is_not_running_presents_exactly_the_activated_certificate(self):
@@ -66,7 +66,7 @@ class RealBrowserTests(BrowserTestCase):
         self.assert_presented(ben, "/second", "other.localhost")
 
     def assert_matches(self, **name: str):
-        """The rule picks the identity of this name, and not one whose name is nearly the same."""
+        """The rule chooses the identity with this name, and not one with a similar name."""
         identity, _ = self.make_identities(name, {**name, "CN": name["CN"] + "."})
         self.assert_activates(identity, "--url", self.server.url("/"))
         self.assertEqual(self.server.await_visit("/").fingerprint, identity.fingerprint)

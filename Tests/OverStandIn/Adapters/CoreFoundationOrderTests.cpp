@@ -31,7 +31,7 @@ std::weak_ordering ownComparison(const std::string& left, const std::string& rig
              kCFCompareCaseInsensitive | kCFCompareLocalized, locale.get())) <=> 0;
 }
 
-TEST_F(CoreFoundationOrder, IsTheFrameworksOwnForNamesOfWhichThatIsAnOrder) {
+TEST_F(CoreFoundationOrder, IsThatOfTheFrameworkForNamesThatItOrdersConsistently) {
   const std::vector<std::string> pieces = {"a", "A", "b",        "B",        "z", "Z",
                                            "o", "e", "\xc3\xa9", "\xc3\xb1", "N", "s",
                                            " ", "k", "r",        "1",        "10"};
@@ -48,7 +48,7 @@ TEST_F(CoreFoundationOrder, IsTheFrameworksOwnForNamesOfWhichThatIsAnOrder) {
   }
 }
 
-TEST_F(CoreFoundationOrder, ComparesWholeTextsUnderTheCurrentLocaleWhichItReadsOnce) {
+TEST_F(CoreFoundationOrder, ComparesWholeStringsUnderTheCurrentLocaleWhichItReadsOnce) {
   const auto compare = localizedCaseInsensitiveComparison();
   (void)compare("Ana", "Bea");
   (void)compare("\xc3\x89va", "");
@@ -58,7 +58,7 @@ TEST_F(CoreFoundationOrder, ComparesWholeTextsUnderTheCurrentLocaleWhichItReadsO
                           "CFStringCompareWithOptionsAndLocale(\xc3\xa9va, , 3, 32, locale)"));
 }
 
-TEST_F(CoreFoundationOrder, RefusesATextThatIsNotUTF8) {
+TEST_F(CoreFoundationOrder, RefusesAStringThatIsNotUTF8) {
   EXPECT_THROW((void)localizedCaseInsensitiveComparison()("\xff", "a"), std::invalid_argument);
 }
 

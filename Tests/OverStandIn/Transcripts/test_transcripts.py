@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Whole runs of the executable over the stand-in: what it prints, and what becomes of the Mac."""
+"""Whole runs of the executable over the stand-in: what it prints, and what it changes on the Mac."""
 
 import copy
 import unittest
@@ -134,12 +134,12 @@ class ActivationTranscriptTests(MacTestCase):
 
     # The rule
 
-    def test_the_rule_is_stored_where_nothing_was(self):
+    def test_the_rule_is_stored_if_there_was_none(self):
         self.hold(signing())
         self.assertEqual(self.activate(), ACTIVATED)
         self.assertEqual(self.rules(), [rule("Ana")])
 
-    def test_foreign_rules_keep_their_texts_and_their_order(self):
+    def test_other_rules_keep_their_text_and_their_order(self):
         self.hold(signing())
         self.store_rules(['{"pattern": "https://a.example"}', rule("Bea"), "no rule", '{"pattern":"*"}'])
         self.mac["preferences"][DOMAIN]["Other"] = 7

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""What the tests of faults share: runs of the executable beside a stand-in for Chromium."""
+"""Shared by the tests of faults: runs of the executable with a stand-in for Chromium."""
 
 from Tests.Support.Python import messages
 from Tests.Support.Python.certificates import Identity
