@@ -26,13 +26,13 @@
 
 namespace lumaret::tests::conformance {
 
-/// How the platform starts Chrome. A script stands in Chrome's place and writes down how it was
-/// started.
+/// How the platform starts Chrome. A script replaces Chrome and records how it was started.
 ///
-/// A `Desktop` stands for the current user's session, without Chrome at first:
+/// A `Desktop` stands for the session of the current user. At first Chrome does not run:
 ///     void startChrome()
+///         From now on the platform must find that Chrome runs.
 ///     void stopChrome()
-///         From now on the platform takes Chrome to be running, or not to be.
+///         From now on the platform must find that Chrome does not run.
 template <typename Desktop>
 class LaunchingConformance : public testing::Test {
  protected:
@@ -56,7 +56,7 @@ class LaunchingConformance : public testing::Test {
     return {std::istreambuf_iterator<char>(stream), {}};
   }
 
-  /// For what a process that is not awaited does in its own time.
+  /// Waits for the effect of a process that runs on its own.
   template <typename Condition>
   static void await(Condition condition) {
     for (int attempt = 0; attempt < 1000 && !condition(); ++attempt) {
@@ -65,7 +65,7 @@ class LaunchingConformance : public testing::Test {
     EXPECT_TRUE(condition());
   }
 
-  /// The status with which an awaited process failed.
+  /// Runs the commands and waits for their end. Returns their status if they failed.
   std::optional<int> failure(const std::string& commands) {
     const auto error = thrownBy<ChromeProcessError>(
         [&] { environment_.run(script(commands), {}, /*waitUntilExit=*/true); });

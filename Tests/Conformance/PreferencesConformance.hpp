@@ -15,15 +15,15 @@
 
 namespace lumaret::tests::conformance {
 
-/// How the platform keeps Chrome's list of rules.
+/// How the platform stores Chrome's list of rules.
 ///
-/// A `PreferenceStore` stands for what Chrome reads, nothing at first:
+/// A `PreferenceStore` stands for the preference that Chrome reads. At first it has no value:
 ///     void store(const nlohmann::json&)
-///         The whole value of the list, of whatever type.
+///         Sets the whole value, which may have any type.
 ///     std::optional<nlohmann::json> stored() const
-///         The value that a Chrome started now would read; nothing where there is none.
+///         The value that a Chrome started now would read, or std::nullopt if there is none.
 ///     void refuseWrites()
-///         From now on no list can be made permanent.
+///         From now on a list cannot be made permanent.
 template <typename PreferenceStore>
 class PreferencesConformance : public testing::Test {
  protected:

@@ -29,7 +29,7 @@ constexpr const char* organizationalUnit = "2.5.4.11";
 constexpr Date start2001 = sys_days(2001y / 1 / 1);
 constexpr Date start2030 = sys_days(2030y / 1 / 1);
 
-/// What a value adds to the attributes collected so far.
+/// Collects the attributes of a value in addition to those that were collected before.
 Fields collected(const CertificateProperty& value, Fields fields = {}) {
   Parser::collectDistinguishedNameFields(present(value), fields);
   return fields;

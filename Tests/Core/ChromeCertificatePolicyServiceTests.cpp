@@ -266,7 +266,7 @@ TEST(ReplacingRule, KeepsDuplicatesAndOrderOfTheOtherRules) {
               ElementsAre("b", site, "a", "b", "new", site));
 }
 
-/// Chrome's preferences in memory. Each hook replaces what the operation does after it was logged.
+/// Chrome's preferences in memory. Each operation is logged. A hook then replaces what it does.
 class FakePreferences final : public ChromePreferencesStoring {
  public:
   explicit FakePreferences(Rules rules) : rules_(std::move(rules)) {}

@@ -25,7 +25,7 @@ using Error = CertificateSelectorError;
 
 const std::string executable = "/opt/Chrome Example/chrome";
 
-/// Logs every call; the hooks act after the log.
+/// Logs every call before its hook runs.
 class FakeEnvironment final : public ChromeLaunchEnvironment {
  public:
   [[nodiscard]] bool isExecutableFile(const std::filesystem::path& path) const override {

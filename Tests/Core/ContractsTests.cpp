@@ -128,7 +128,7 @@ struct ErrorText {
 
 using ErrorCase = Case<ErrorText>;
 
-/// In the order in which the kinds are declared.
+/// Every kind of error with its message, in the order of their declaration.
 const std::vector<ErrorCase>& errorTexts() {
   static const std::vector<ErrorCase> texts = {
       {"keychainFailure",

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The suites over the real frameworks of this Mac. They have not run on one yet.
+// The suites over the real frameworks of this Mac. They have not run on a Mac yet.
 
 #include <gtest/gtest.h>
 
@@ -16,8 +16,8 @@
 namespace lumaret::tests::conformance {
 namespace {
 
-/// Ends the test as skipped: a real Mac cannot be put into the situation that it is about.
-/// GoogleTest takes this type of exception to be reported already.
+/// Ends the test as skipped, because a real Mac cannot be put into its situation. GoogleTest does
+/// not report this type of exception again.
 [[noreturn]] void leaveOut(const char* why) {
   [why] { GTEST_SKIP() << why; }();
   throw testing::AssertionException(
@@ -47,7 +47,7 @@ class Keychain {
 
   [[nodiscard]] std::string contents() const { return keychain_.bytes(); }
 
-  /// The system's own keychain may hold identities, and is always searched.
+  /// Identities of the system's own keychain, which is always searched.
   [[nodiscard]] bool isForeign(const ClientIdentity& identity) const {
     return foreign_.contains(identity.id);
   }
@@ -65,7 +65,7 @@ class PreferenceStore : public ChromePreferences {
   }
 };
 
-/// Neither the user's Chrome nor anything else under its bundle identifier is started.
+/// No test starts the user's Chrome, or anything else with its bundle identifier.
 class Desktop {
  public:
   void startChrome() { leaveOut("The user's Chrome is left alone."); }

@@ -232,7 +232,7 @@ TEST_F(CertificateDatabase, ADamagedKeyFileIsRefused) {
   EXPECT_EQ(refusal(), badDatabase);
 }
 
-/// A file that lost its end still has the header and the tables' description.
+/// A truncated file still has the header and the definitions of the tables.
 class TruncatedDatabase : public CertificateDatabase,
                           public ::testing::WithParamInterface<std::tuple<std::string, int>> {};
 
@@ -251,7 +251,7 @@ INSTANTIATE_TEST_SUITE_P(AtEveryLength, TruncatedDatabase,
                          ::testing::Combine(::testing::Values<std::string>("cert9.db", "key4.db"),
                                             ::testing::Values(0, 10, 50, 90, 99)));
 
-/// Each page in turn is overwritten: an index, a table, the description of both.
+/// Overwrites each page in turn: those of indices, of tables and of their definitions.
 class DamagedPage : public CertificateDatabase,
                     public ::testing::WithParamInterface<std::string> {};
 

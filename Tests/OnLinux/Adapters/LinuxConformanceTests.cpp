@@ -64,7 +64,7 @@ class PreferenceStore {
   [[nodiscard]] std::optional<nlohmann::json> stored() const {
     std::optional<nlohmann::json> value;
     if (std::filesystem::exists(folder())) {
-      for (const auto& [file, text] : contents(folder())) {  // In the order of their names.
+      for (const auto& [file, text] : contents(folder())) {  // Sorted by name.
         if (auto policies = nlohmann::json::parse(text); policies.contains(key)) {
           value = policies[key];
         }
@@ -109,7 +109,7 @@ class Languages {
   }
 
  private:
-  TemporaryHome home_;  // Without any variable of the locale.
+  TemporaryHome home_;  // Without the variables of the locale.
 };
 
 }  // namespace

@@ -48,8 +48,8 @@ class PolicyFolder : public ::testing::Test {
   static constexpr uid_t anotherUser = 65534;
   static constexpr int refused = 1;
 
-  /// Runs an action in a process of its own, as another user where root runs the tests. Returns 0,
-  /// or `refused` when the system refused.
+  /// Runs an action in a child process, as another user if root runs the tests. Returns 0, or
+  /// `refused` if the action threw a std::system_error.
   template <typename Action>
   int asAnotherUser(Action action) const {
     ::chmod(root_.path().c_str(), 0755);
@@ -326,7 +326,7 @@ TEST_F(PolicyFolder, RulesThatAreNotUTF8AreNotWritten) {
 
 TEST_F(PolicyFolder, TheFileIsReplacedAsAWhole) {
   put(ManagedPolicyFolder::ownFileName, "{}");
-  std::ifstream reader(ownFile());  // A browser that is reading meanwhile.
+  std::ifstream reader(ownFile());  // Stands for a browser that reads meanwhile.
   folder().writeRules({"rule"});
   const std::string seen{std::istreambuf_iterator<char>(reader), {}};
   EXPECT_EQ(seen, "{}");
@@ -340,7 +340,7 @@ TEST_F(PolicyFolder, ALargeListIsWrittenWhole) {
 
 TEST_F(PolicyFolder, AUserWithoutAnyGrantIsRefused) {
   if (::geteuid() != 0) {
-    GTEST_SKIP() << "an ordinary user owns what his tests make";
+    GTEST_SKIP() << "an ordinary user owns the files of their own tests";
   }
   EXPECT_EQ(asAnotherUser([&] { folder().writeRules({"rule"}); }), refused);
   EXPECT_THAT(contents(root_.path()), IsEmpty());

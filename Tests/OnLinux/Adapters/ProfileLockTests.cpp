@@ -33,7 +33,7 @@ class ProfileLock : public ::testing::Test {
   }
   void lockBy(pid_t process) const { lock(host() + "-" + std::to_string(process)); }
 
-  /// The socket beside the lock, as a browser leaves it: bound, whether or not it still listens.
+  /// Binds the socket of the lock, as a browser does. It may still listen or not.
   [[nodiscard]] FileDescriptor bindSocket() const {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
@@ -116,7 +116,7 @@ TEST_F(ProfileLock, AMalformedLinkIsNotALock) {
   }
 }
 
-/// In a process of its own, where an empty file system lies over /proc.
+/// Runs in a child process, with an empty file system mounted on /proc.
 template <typename Action>
 bool whereProcIsHidden(Action action) {
   const pid_t child = ::fork();
@@ -186,7 +186,7 @@ TEST_F(ProfileLock, AMissingSocketMeansThatTheBrowserCrashed) {
   EXPECT_FALSE(isLocked());
 }
 
-/// What is in the place of the socket: a link leads to it, or it is in the place of that link.
+/// Something other than a socket, either behind the link to the socket or in place of the link.
 class NoSocket : public ProfileLock, public ::testing::WithParamInterface<std::string> {
  protected:
   void make(const std::filesystem::path& place) const {

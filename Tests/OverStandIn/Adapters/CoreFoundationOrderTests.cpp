@@ -21,7 +21,7 @@ using testing::ElementsAre;
 
 class CoreFoundationOrder : public OverStandIn {};
 
-/// The framework's case-insensitive comparison, which is no order for every name.
+/// The framework's case-insensitive comparison. It is not a consistent order for all names.
 std::weak_ordering ownComparison(const std::string& left, const std::string& right) {
   const auto locale = CoreFoundationReference<CFLocaleRef>::adopt(CFLocaleCopyCurrent());
   const auto leftText = coreFoundationText(left);
@@ -35,7 +35,7 @@ TEST_F(CoreFoundationOrder, IsThatOfTheFrameworkForNamesThatItOrdersConsistently
   const std::vector<std::string> pieces = {"a", "A", "b",        "B",        "z", "Z",
                                            "o", "e", "\xc3\xa9", "\xc3\xb1", "N", "s",
                                            " ", "k", "r",        "1",        "10"};
-  std::mt19937 generator(1);  // NOLINT(cert-msc51-cpp): the same names in each run
+  std::mt19937 generator(1);  // NOLINT(cert-msc51-cpp): Each run has the same names.
   for (const char* language : {"en", "es", "sv", "ja"}) {
     machine().locale = language;
     const auto compare = localizedCaseInsensitiveComparison();

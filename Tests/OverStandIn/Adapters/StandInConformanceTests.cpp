@@ -27,7 +27,7 @@ class Keychain : public FreshMac {
   Bytes addIdentityOfToken(const Certificate& certificate) {
     return add(certificate, std::nullopt);
   }
-  /// The Keychain makes no identity of it.
+  /// Does nothing, because the Keychain does not return such a certificate as an identity.
   void addCertificateWithoutKey(const Certificate&) {}
 
   KeychainStatus damage() {
@@ -98,7 +98,7 @@ class Desktop : public FreshMac {
   void stopChrome() { machine().runningApplications.clear(); }
 };
 
-/// The stand-in folds case alike in every language; Apple's own Core Foundation does not.
+/// The stand-in folds case in the same way in every language. Apple's own Core Foundation does not.
 class Languages : public FreshMac {
  public:
   static std::vector<std::string> all() { return {"en", "es", "sv", "ja", "de", "tr"}; }

@@ -32,7 +32,7 @@ TEST_F(StandInDeathTest, RefusesAnObjectOfTheWrongType) {
                "of the wrong type");
 }
 
-/// The key of the machine's first identity, as a keychain item.
+/// The key of the first identity of the machine, as a keychain item.
 CoreFoundationReference<SecKeychainItemRef> firstKey() {
   const standin::Identity& first = standin::machine().identities.at(0);
   return CoreFoundationReference<SecKeychainItemRef>::adopt(
