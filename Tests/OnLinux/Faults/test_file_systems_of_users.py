@@ -82,6 +82,8 @@ class UserFileSystemTests(StoreRulesTestCase):
                 ("strace", "--output=/dev/null", "--trace=rename", "--inject=rename:signal=KILL", STORE_RULES),
                 stdin=stream,
                 env=self.machine.environment,
+                # Python closes descriptors between vfork and exec. It would wait there for its own answer.
+                close_fds=False,
             )
         self.assertTrue(file_system.is_being_closed.wait(20))
         self.assertEqual(self.activate(self.identity, timeout=20), ACTIVATED)
