@@ -441,7 +441,7 @@ TEST(IsEncodedRule, IsWhatEncodedRuleMakes) {
 
 class OtherRule : public testing::TestWithParam<TextCase> {};
 
-TEST_P(OtherRule, IsNoEncodedRule) { EXPECT_FALSE(Service::isEncodedRule(GetParam().value)); }
+TEST_P(OtherRule, IsNotAnEncodedRule) { EXPECT_FALSE(Service::isEncodedRule(GetParam().value)); }
 
 INSTANTIATE_TEST_SUITE_P(
     Rules, OtherRule,

@@ -213,7 +213,7 @@ TEST_F(Launcher, NeverAwaitsTheProcessThatOpensTheWindow) {
                           runningTest, refresh, openWindowAt("https://a.example")));
 }
 
-TEST(ChromeProcess, AnUnsuccessfulExitTellsItsStatus) {
+TEST(ChromeProcess, AnUnsuccessfulExitHasItsStatus) {
   EXPECT_EQ(std::string(ChromeProcessError::unsuccessfulExit(1).what()),
             messages::told(messages::unsuccessfulExit, 1));
   EXPECT_EQ(std::string(ChromeProcessError::unsuccessfulExit(-15).what()),

@@ -137,7 +137,7 @@ TEST(StandardOutput, IsInheritedByNoProcessThatALibraryStarts) {
             0);
 }
 
-TEST(StandardOutput, IsThatOfAStartedProcessWhereItInheritsIt) {
+TEST(StandardOutput, IsThatOfAStartedProcessThatInheritsIt) {
   const auto [output, status] = outputOf([] { runProcess("/usr/bin/id", {"-u"}); });
   EXPECT_EQ(output, std::to_string(::getuid()) + "\n");
   EXPECT_EQ(status, 0);

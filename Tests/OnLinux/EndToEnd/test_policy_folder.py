@@ -62,11 +62,11 @@ class OwnPolicyFileTests(PolicyTestCase):
             {POLICY: [self.own_rule], "HomepageLocation": "https://example.test/", "ShowHomeButton": True},
         )
 
-    def test_an_empty_file_holds_no_value(self):
+    def test_an_empty_file_has_no_rules(self):
         self.write(OWN_FILE, "")
         self.assert_rules_become(self.own_rule)
 
-    def test_an_object_without_the_policy_holds_no_value(self):
+    def test_an_object_without_the_policy_has_no_rules(self):
         self.write(OWN_FILE, "{}")
         self.assert_rules_become(self.own_rule)
 

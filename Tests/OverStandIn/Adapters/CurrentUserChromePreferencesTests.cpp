@@ -72,16 +72,16 @@ TEST_P(InvalidPreference, IsRefusedAndNeverOverwritten) {
   EXPECT_THAT(calls("CFPreferencesSynchronize"), IsEmpty());
 }
 
-INSTANTIATE_TEST_SUITE_P(Of, InvalidPreference,
-                         testing::Values(Invalid{"ASingleText", text(u"rule")},
-                                         Invalid{"ANumber", {1.0}}, Invalid{"ABoolean", {true}},
-                                         Invalid{"ADate", {farAhead}},
-                                         Invalid{"Data", {standin::Bytes{1}}},
-                                         Invalid{"ADictionary", {standin::Dictionary()}},
-                                         Invalid{"AListWithANumber", {List{text(u"rule"), {1.0}}}},
-                                         Invalid{"AListInAList", {List{{List()}}}},
-                                         Invalid{"ATextWithoutAUTF8Form", {List{text({0xd800})}}}),
-                         caseName);
+INSTANTIATE_TEST_SUITE_P(
+    Of, InvalidPreference,
+    testing::Values(Invalid{"ASingleString", text(u"rule")}, Invalid{"ANumber", {1.0}},
+                    Invalid{"ABoolean", {true}}, Invalid{"ADate", {farAhead}},
+                    Invalid{"Data", {standin::Bytes{1}}},
+                    Invalid{"ADictionary", {standin::Dictionary()}},
+                    Invalid{"AListWithANumber", {List{text(u"rule"), {1.0}}}},
+                    Invalid{"AListInAList", {List{{List()}}}},
+                    Invalid{"AStringWithoutAUTF8Form", {List{text({0xd800})}}}),
+    caseName);
 
 TEST_F(CurrentUserChromePreferencesTest, WritesTheWholeListWithoutFlushingIt) {
   CurrentUserChromePreferences().writeRules({"b", "", "\xc3\xa1"});

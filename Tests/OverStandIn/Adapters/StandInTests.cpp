@@ -39,7 +39,7 @@ CoreFoundationReference<SecKeychainItemRef> firstKey() {
       standin::createAs<SecKeychainItemRef>(standin::KeyObject{first.name, first.privateKey}));
 }
 
-TEST_F(StandInDeathTest, RefusesTheAccessListOfAKeyThatIsNoKeychainItem) {
+TEST_F(StandInDeathTest, RefusesTheAccessListOfAKeyThatIsNotAKeychainItem) {
   machine().identities = {identity("card", {})};
   machine().identities[0].privateKey->accessList.reset();
   const auto key = firstKey();

@@ -71,7 +71,7 @@ TEST_F(BackendTest, AKeyIsAskedForItsKeychainBeforeItsAccessList) {
               ElementsAre("SecKeychainItemCopyKeychain(ana)", "SecKeychainItemCopyAccess(ana)"));
 }
 
-TEST_F(BackendTest, AKeyThatIsNoKeychainItemIsUnsupportedAndItsAccessListIsNotAskedFor) {
+TEST_F(BackendTest, AKeyThatIsNotAKeychainItemIsUnsupportedAndItsAccessListIsNotAskedFor) {
   for (const OSStatus status : {-25304, -25294, -25243}) {
     machine().answers.clear();
     machine().answer("SecKeychainItemCopyKeychain", standin::Answer::status(status));
