@@ -1,11 +1,11 @@
 # SPDX-License-Identifier: Apache-2.0
 """A user's own file system need not answer. Not even SIGKILL ends a process that waits for its answer."""
 
-import contextlib
 import os
+import select
+import signal
 import struct
 import subprocess
-import threading
 import unittest
 
 from Tests.Support.Python import private_machine
@@ -22,26 +22,44 @@ ENOSYS = 38
 
 
 class OneFile:
-    """A FUSE file system with one file. Once the file is read to its end, only this process can close it."""
+    """A FUSE file system with one file. Once the file is read to its end, only this process can close it.
+
+    Another process serves it, because Python runs no other thread of this one while it starts a program.
+    """
 
     def __init__(self, device: int, text: bytes):
-        self._was_read = False
-        self.is_being_closed = threading.Event()
         self._device = device
         self._text = text
-        threading.Thread(target=self._serve, daemon=True).start()
+        self._was_read = False
+        self._client = os.getpid()
+        self._is_being_closed, told = os.pipe()
+        self._server = os.fork()
+        if self._server == 0:
+            try:
+                self._serve(told)
+            finally:
+                os._exit(0)
+        os.close(told)
 
-    def _serve(self) -> None:
-        with contextlib.suppress(OSError):  # the device fails once the file system is unmounted
-            while True:
-                request = os.read(self._device, 1 << 20)
-                operation, unique, process = struct.unpack_from("<4xIQ16xI", request)
-                if operation == FLUSH and self._was_read and process != os.getpid():
-                    self.is_being_closed.set()
-                    continue
-                answer = self._answer(operation, request[40:])
-                error = -ENOSYS if answer is None else 0
-                os.write(self._device, struct.pack("<IiQ", 16 + len(answer or b""), error, unique) + (answer or b""))
+    def is_being_closed(self, seconds: float) -> bool:
+        """Whether somebody closes the file within this time after it was read."""
+        return bool(select.select([self._is_being_closed], [], [], seconds)[0] and os.read(self._is_being_closed, 1))
+
+    def end(self) -> None:
+        os.kill(self._server, signal.SIGKILL)
+        os.waitpid(self._server, 0)
+        os.close(self._is_being_closed)
+
+    def _serve(self, told: int) -> None:
+        while True:
+            request = os.read(self._device, 1 << 20)
+            operation, unique, process = struct.unpack_from("<4xIQ16xI", request)
+            if operation == FLUSH and self._was_read and process != self._client:
+                os.write(told, b"!")
+                continue
+            answer = self._answer(operation, request[40:])
+            error = -ENOSYS if answer is None else 0
+            os.write(self._device, struct.pack("<IiQ", 16 + len(answer or b""), error, unique) + (answer or b""))
 
     def _answer(self, operation: int, arguments: bytes) -> bytes | None:
         if operation == INIT:
@@ -73,19 +91,18 @@ class UserFileSystemTests(StoreRulesTestCase):
             check=True,
             pass_fds=(device,),
         )
-        self.addCleanup(os.close, device)
         # A forced unmount ends all waits.
         self.addCleanup(subprocess.run, ["umount", "--force", "--lazy", place], check=True)
         file_system = OneFile(device, self.list_of(ELSEWHERE, OWN).encode())
+        self.addCleanup(file_system.end)
+        os.close(device)
         with open(place, "rb", buffering=0) as stream:
             subprocess.Popen(
                 ("strace", "--output=/dev/null", "--trace=rename", "--inject=rename:signal=KILL", STORE_RULES),
                 stdin=stream,
                 env=self.machine.environment,
-                # Python closes descriptors between vfork and exec. It would wait there for its own answer.
-                close_fds=False,
             )
-        self.assertTrue(file_system.is_being_closed.wait(20))
+        self.assertTrue(file_system.is_being_closed(20))
         self.assertEqual(self.activate(self.identity, timeout=20), ACTIVATED)
         self.assertEqual(effective_rules(), [ELSEWHERE, self.rule_for(self.identity)])
 

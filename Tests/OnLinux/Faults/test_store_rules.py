@@ -11,6 +11,7 @@ import signal
 import shutil
 import stat
 import subprocess
+import sys
 import unittest
 from pathlib import Path
 
@@ -358,10 +359,7 @@ class LockTests(StoreRulesTestCase):
             f"fcntl.fcntl(os.open('{OWN_PATH}', os.O_RDWR), fcntl.F_SETLEASE, fcntl.F_WRLCK); print(flush=True); input()"
         )
         with subprocess.Popen(
-            [*self.user, "python3", "-c", lease],
-            env=self.machine.environment,
-            stdin=subprocess.PIPE,
-            stdout=subprocess.PIPE,
+            [*self.user, sys.executable, "-c", lease], stdin=subprocess.PIPE, stdout=subprocess.PIPE
         ) as owner:
             owner.stdout.readline()
             refusal = failed(f"store-rules: {OWN_PATH}: Resource temporarily unavailable")
