@@ -15,8 +15,7 @@
 
 namespace lumaret::tests::conformance {
 
-/// What becomes of a private key that Chrome is to sign with. A `Keychain` is what
-/// IdentityConformance asks for.
+/// How a private key is authorized for Chrome. IdentityConformance describes a `Keychain`.
 template <typename Keychain>
 class AuthorizationConformance : public testing::Test {
  protected:

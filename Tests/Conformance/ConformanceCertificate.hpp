@@ -10,12 +10,12 @@
 
 namespace lumaret::tests::conformance {
 
-/// What a self-signed certificate of a test says.
+/// The contents of a self-signed certificate.
 struct Certificate {
-  /// Attributes in the certificate's order, by their short names ("CN", "O", "OU", "L", "C"), in
-  /// UTF-8. It is the issuer's name as well.
+  /// Short names of attributes ("CN", "O", "OU", "L", "C") and their values in UTF-8, in the order
+  /// of the certificate. Both subject and issuer have this name.
   std::vector<std::pair<std::string, std::string>> name;
-  /// To the second.
+  /// In whole seconds.
   Date expiresAt = std::chrono::sys_days(std::chrono::year(2099) / 12 / 31);
 };
 

@@ -11,7 +11,7 @@
 
 namespace lumaret::tests::conformance {
 
-/// The time as X.509 says it: a UTCTime up to 2049, a GeneralizedTime after it.
+/// The time in the form of X.509: a UTCTime up to 2049, and a GeneralizedTime after it.
 inline std::string x509Time(Date time) {
   const auto day = std::chrono::floor<std::chrono::days>(time);
   const std::chrono::year_month_day date(day);
@@ -25,7 +25,7 @@ inline std::string x509Time(Date time) {
   return date.year() < std::chrono::year(2050) ? text.data() + 2 : text.data();
 }
 
-/// A real certificate that says this, with its key.
+/// A real certificate with these contents, and its key.
 inline FreshIdentity makeIdentity(const TemporaryFolder& folder, const Certificate& certificate,
                                   KeyType keyType) {
   std::string subject;

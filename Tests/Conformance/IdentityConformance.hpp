@@ -17,22 +17,22 @@
 
 namespace lumaret::tests::conformance {
 
-/// What the platform lists of the identities that it holds.
+/// How the platform lists the identities that it stores.
 ///
-/// A `Keychain` stands for the identities of the current user, none at first:
+/// A `Keychain` stands for the identities of the current user. At first there are none:
 ///     Bytes addIdentity(const Certificate&)
-///         A certificate with a key that any application may use; returns the certificate's DER
-///         bytes.
+///         Adds a certificate with a key that any application may use. Returns the certificate's
+///         DER bytes.
 ///     Bytes addIdentityOfToken(const Certificate&)
-///         A certificate, the only one, with a key that may ask for a PIN of its own.
+///         Adds the only certificate, with a key that may require a PIN. Returns its DER bytes.
 ///     void addCertificateWithoutKey(const Certificate&)
 ///     KeychainStatus damage()
-///         From now on no identity can be read; returns the status with which that fails.
+///         From now on no identity can be read. Returns the status with which reading fails.
 ///     auto contents() const
-///         Everything that is stored, to be compared with ==.
+///         Everything that is stored. The result can be compared with ==.
 ///     bool isForeign(const ClientIdentity&) const
-///         Only where the machine holds identities for every user, which a test cannot take away:
-///         whether this is one of them.
+///         Whether the identity was there before the test. Only for machines with identities that
+///         a test cannot remove.
 template <typename Keychain>
 class IdentityConformance : public testing::Test {
  protected:
@@ -48,7 +48,8 @@ class IdentityConformance : public testing::Test {
 
   std::vector<std::string> loadedNames() const { return displayNames(load()); }
 
-  /// The subject of the only identity, which is its issuer as well.
+  /// Adds the certificate, and returns the subject of the only identity. Its issuer must be the
+  /// same.
   CertificatePrincipal subjectOf(const Certificate& certificate) {
     keychain_.addIdentity(certificate);
     const auto identities = load();
@@ -86,7 +87,7 @@ TYPED_TEST_P(IdentityConformance, TheFirstOfSeveralUnitsIsTheUnit) {
   EXPECT_EQ(this->subjectOf({{{"CN", "Ana"}, {"OU", "X"}, {"OU", "Y"}}}).organizationalUnit, "X");
 }
 
-TYPED_TEST_P(IdentityConformance, TextsBeyondASCIIAreCarriedWhole) {
+TYPED_TEST_P(IdentityConformance, StringsBeyondASCIIAreComplete) {
   const std::string name = "\xc3\x81ngela \xe4\xb8\xad \xf0\x9f\x98\x80";
   EXPECT_EQ(this->subjectOf(named(name)).commonName, name);
 }
@@ -141,7 +142,7 @@ TYPED_TEST_P(IdentityConformance, AKeychainThatCannotBeReadIsAFailureWithItsStat
 REGISTER_TYPED_TEST_SUITE_P(IdentityConformance, AnEmptyKeychainHasNoIdentities,
                             AnIdentityIsListedWithItsFingerprintNamesAndExpiry,
                             AttributesThatACertificateLacksAreAbsent,
-                            TheFirstOfSeveralUnitsIsTheUnit, TextsBeyondASCIIAreCarriedWhole,
+                            TheFirstOfSeveralUnitsIsTheUnit, StringsBeyondASCIIAreComplete,
                             AnExpiredCertificateIsLeftOut,
                             ACertificateThatNeverExpiresIsListedWithItsExpiry,
                             ACertificateWithoutAKeyIsNotAnIdentity, AKeyOfATokenMakesAnIdentityToo,

@@ -21,17 +21,18 @@
 #include "LumaretMacHelper/ChromeLauncher.hpp"
 #include "LumaretMacHelper/Platform.hpp"
 #include "Tests/Support/Cpp/Messages.hpp"
+#include "Tests/Support/Cpp/ShellCommands.hpp"
 #include "Tests/Support/Cpp/ThrownError.hpp"
 
 namespace lumaret::tests::conformance {
 
-/// How the platform starts Chrome. A script stands in Chrome's place and writes down how it was
-/// started.
+/// How the platform starts Chrome. A script replaces Chrome and records how it was started.
 ///
-/// A `Desktop` stands for the current user's session, without Chrome at first:
+/// A `Desktop` stands for the session of the current user. At first Chrome does not run:
 ///     void startChrome()
+///         From now on the platform must find that Chrome runs.
 ///     void stopChrome()
-///         From now on the platform takes Chrome to be running, or not to be.
+///         From now on the platform must find that Chrome does not run.
 template <typename Desktop>
 class LaunchingConformance : public testing::Test {
  protected:
@@ -55,7 +56,7 @@ class LaunchingConformance : public testing::Test {
     return {std::istreambuf_iterator<char>(stream), {}};
   }
 
-  /// For what a process that is not awaited does in its own time.
+  /// Waits for the effect of a process that runs on its own.
   template <typename Condition>
   static void await(Condition condition) {
     for (int attempt = 0; attempt < 1000 && !condition(); ++attempt) {
@@ -64,7 +65,7 @@ class LaunchingConformance : public testing::Test {
     EXPECT_TRUE(condition());
   }
 
-  /// The status with which an awaited process failed.
+  /// Runs the commands and waits for their end. Returns their status if they failed.
   std::optional<int> failure(const std::string& commands) {
     const auto error = thrownBy<ChromeProcessError>(
         [&] { environment_.run(script(commands), {}, /*waitUntilExit=*/true); });
@@ -126,7 +127,7 @@ TYPED_TEST_P(LaunchingConformance, AFileThatCannotBeStartedIsAnError) {
 }
 
 TYPED_TEST_P(LaunchingConformance, AProcessThatIsNotAwaitedGoesOnByItself) {
-  const auto path = this->script("until [ -e go ]; do sleep 0.01; done; echo done > log; exit 7");
+  const auto path = this->script(awaitFile("go") + "echo done > log; exit 7");
   this->environment_.run(path, {}, /*waitUntilExit=*/false);
   EXPECT_EQ(this->written(), "");
   std::ofstream(this->file("go"));
@@ -134,7 +135,7 @@ TYPED_TEST_P(LaunchingConformance, AProcessThatIsNotAwaitedGoesOnByItself) {
 }
 
 TYPED_TEST_P(LaunchingConformance, AProcessThatIsNotAwaitedOutlivesWhatStartedIt) {
-  const auto path = this->script("until [ -e go ]; do sleep 0.01; done; echo done > log");
+  const auto path = this->script(awaitFile("go") + "echo done > log");
   EXPECT_EXIT(
       {
         this->environment_.run(path, {}, /*waitUntilExit=*/false);

@@ -14,7 +14,7 @@
 
 namespace lumaret::tests::conformance {
 
-/// A text of so many of the pieces, chosen at random.
+/// A string of this many pieces, chosen at random.
 inline std::string madeOf(const std::vector<std::string>& pieces, std::size_t count,
                           std::mt19937& generator) {
   std::string text;
@@ -28,13 +28,13 @@ inline std::string madeOf(const std::vector<std::string>& pieces, std::size_t co
 ///
 /// `Languages` chooses the user's language:
 ///     static std::vector<std::string> all()
-///         Identifiers such as "sv"; at least one.
+///         Identifiers such as "sv". There is at least one.
 ///     void choose(const std::string&)
-///         From now on the user's language.
+///         From now on this is the user's language.
 template <typename Languages>
 class OrderConformance : public testing::Test {
  protected:
-  /// A letter and the same one written otherwise, by Unicode's canonical equivalence.
+  /// Pairs of letters that are canonically equivalent by Unicode.
   struct Pair {
     std::string left;
     std::string right;
@@ -45,14 +45,14 @@ class OrderConformance : public testing::Test {
         {"\xc3\xa9", "e\xcc\x81"},                     // é
         {"\xc3\x96", "O\xcc\x88"},                     // Ö
         {"\xc3\x85", "A\xcc\x8a"},                     // Å
-        {"\xe2\x84\xab", "A\xcc\x8a"},                 // the sign for the angstrom
+        {"\xe2\x84\xab", "A\xcc\x8a"},                 // the angstrom sign
         {"\xc3\xb1", "n\xcc\x83"},                     // ñ
         {"\xe3\x81\x8c", "\xe3\x81\x8b\xe3\x82\x99"},  // が
     };
     return pairs;
   }
 
-  /// Letters that fold, expand, or sort apart, in some language or other.
+  /// Letters that fold, expand or have an order of their own in some language.
   static std::vector<std::string> names() {
     static const std::vector<std::string> pieces = {"a",
                                                     "A",
@@ -89,7 +89,7 @@ class OrderConformance : public testing::Test {
                                                     "\xef\xac\x81",
                                                     "Jos\xc3\xa9",
                                                     "Jose\xcc\x81"};
-    std::mt19937 generator(1);  // NOLINT(cert-msc51-cpp): the same names in each run
+    std::mt19937 generator(1);  // NOLINT(cert-msc51-cpp): Each run has the same names.
     std::vector<std::string> made = {""};
     while (made.size() < 60) {
       made.push_back(madeOf(pieces, 1 + generator() % 3, generator));
@@ -142,7 +142,7 @@ TYPED_TEST_P(OrderConformance, CanonicallyEquivalentNamesAreEqual) {
   }
 }
 
-TYPED_TEST_P(OrderConformance, NamesThatDifferInCaseAloneAreEqual) {
+TYPED_TEST_P(OrderConformance, NamesThatDifferOnlyInCaseAreEqual) {
   for (const std::string& language : TypeParam::all()) {
     this->languages_.choose(language);
     const auto compare = localizedCaseInsensitiveComparison();
@@ -155,6 +155,6 @@ TYPED_TEST_P(OrderConformance, NamesThatDifferInCaseAloneAreEqual) {
 }
 
 REGISTER_TYPED_TEST_SUITE_P(OrderConformance, TheOrderIsAntisymmetricAndTransitive,
-                            CanonicallyEquivalentNamesAreEqual, NamesThatDifferInCaseAloneAreEqual);
+                            CanonicallyEquivalentNamesAreEqual, NamesThatDifferOnlyInCaseAreEqual);
 
 }  // namespace lumaret::tests::conformance

@@ -15,15 +15,15 @@
 
 namespace lumaret::tests::conformance {
 
-/// How the platform keeps Chrome's list of rules.
+/// How the platform stores Chrome's list of rules.
 ///
-/// A `PreferenceStore` stands for what Chrome reads, nothing at first:
+/// A `PreferenceStore` stands for the preference that Chrome reads. At first it has no value:
 ///     void store(const nlohmann::json&)
-///         The whole value of the list, of whatever type.
+///         Sets the whole value, which may have any type.
 ///     std::optional<nlohmann::json> stored() const
-///         The value that a Chrome started now would read; nothing where there is none.
+///         The value that a Chrome started now would read, or std::nullopt if there is none.
 ///     void refuseWrites()
-///         From now on no list can be made permanent.
+///         From now on a list cannot be made permanent.
 template <typename PreferenceStore>
 class PreferencesConformance : public testing::Test {
  protected:
@@ -65,7 +65,7 @@ TYPED_TEST_P(PreferencesConformance, AnEmptyListIsRead) {
   EXPECT_THAT(this->read(), testing::IsEmpty());
 }
 
-TYPED_TEST_P(PreferencesConformance, AValueThatIsNotAListOfTextsIsRefusedAndKept) {
+TYPED_TEST_P(PreferencesConformance, AValueThatIsNotAListOfStringsIsRefusedAndKept) {
   this->expectRefusal("a single text");
   this->expectRefusal(7);
   this->expectRefusal(true);
@@ -92,12 +92,12 @@ TYPED_TEST_P(PreferencesConformance, AnEmptyListCanBeWritten) {
   EXPECT_THAT(this->read(), testing::IsEmpty());
 }
 
-TYPED_TEST_P(PreferencesConformance, ARuleIsStoredWhereNothingWas) {
+TYPED_TEST_P(PreferencesConformance, ARuleIsStoredIfThereWasNone) {
   EXPECT_EQ(this->apply(), std::nullopt);
   EXPECT_EQ(this->store_.stored(), nlohmann::json::array({this->rule}));
 }
 
-TYPED_TEST_P(PreferencesConformance, ForeignRulesKeepTheirTextsAndTheirOrder) {
+TYPED_TEST_P(PreferencesConformance, OtherRulesKeepTheirTextAndTheirOrder) {
   this->store_.store({R"({"pattern":"a"})", R"({"pattern":"*"})", "no rule", R"({"pattern":"*"})"});
   const nlohmann::json expected = {R"({"pattern":"a"})", this->rule, "no rule"};
   EXPECT_EQ(this->apply(), std::nullopt);
@@ -115,9 +115,9 @@ TYPED_TEST_P(PreferencesConformance, AListThatCannotBeMadePermanentIsAFailure) {
 
 REGISTER_TYPED_TEST_SUITE_P(PreferencesConformance, WithoutAStoredValueTheListIsEmpty,
                             AListIsReadInItsOrder, AnEmptyListIsRead,
-                            AValueThatIsNotAListOfTextsIsRefusedAndKept,
+                            AValueThatIsNotAListOfStringsIsRefusedAndKept,
                             WhatIsWrittenAndSynchronizedIsStored, AnEmptyListCanBeWritten,
-                            ARuleIsStoredWhereNothingWas, ForeignRulesKeepTheirTextsAndTheirOrder,
+                            ARuleIsStoredIfThereWasNone, OtherRulesKeepTheirTextAndTheirOrder,
                             AListThatCannotBeMadePermanentIsAFailure);
 
 }  // namespace lumaret::tests::conformance

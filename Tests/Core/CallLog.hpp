@@ -6,10 +6,10 @@
 
 namespace lumaret::tests {
 
-/// Every call of the fakes of one test, in order.
+/// All calls of the fakes of a test, in order.
 using CallLog = std::vector<std::string>;
 
-/// A list as a log writes it.
+/// The form of a list in a log.
 inline std::string listed(const std::vector<std::string>& texts) {
   std::string list = "[";
   for (const std::string& text : texts) {

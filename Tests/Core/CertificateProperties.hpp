@@ -28,7 +28,7 @@ inline CertificateProperty attribute(std::string identifier, std::string value) 
   return entry(std::move(identifier), text(std::move(value)));
 }
 
-/// A name, or a section of one.
+/// A name, or a section of a name.
 inline CertificateProperty section(std::string label, CertificatePropertyArray attributes) {
   return entry(std::move(label), {std::move(attributes)});
 }

@@ -29,7 +29,7 @@ constexpr const char* organizationalUnit = "2.5.4.11";
 constexpr Date start2001 = sys_days(2001y / 1 / 1);
 constexpr Date start2030 = sys_days(2030y / 1 / 1);
 
-/// What a value adds to the attributes collected so far.
+/// Collects the attributes of a value in addition to those that were collected before.
 Fields collected(const CertificateProperty& value, Fields fields = {}) {
   Parser::collectDistinguishedNameFields(present(value), fields);
   return fields;
@@ -106,7 +106,7 @@ TEST(Parser, AMissingExpiryYieldsNothingDespiteCompleteNames) {
   EXPECT_EQ(parsed(values), std::nullopt);
 }
 
-TEST(Parser, ATextAsExpiryYieldsNothingDespiteCompleteNames) {
+TEST(Parser, AStringAsExpiryYieldsNothingDespiteCompleteNames) {
   CertificateValues values = completeValues();
   values.validityNotAfter = notAfter(text("2030-01-01T00:00:00Z"));
   EXPECT_EQ(parsed(values), std::nullopt);
@@ -162,7 +162,7 @@ TEST(ParserDate, ANumberThatNoDateCanHoldYieldsNothing) {
   }
 }
 
-TEST(ParserDate, ADateIsItself) {
+TEST(ParserDate, ADateIsUnchanged) {
   EXPECT_EQ(Parser::date(present({start2030 + 1us})), start2030 + 1us);
 }
 
@@ -194,7 +194,7 @@ TEST(ParserName, LabelsAreComparedExactly) {
   }
 }
 
-TEST(ParserName, TheValueUnderALabelThatIsNotTextIsWalked) {
+TEST(ParserName, TheValueUnderALabelThatIsNotAStringIsWalked) {
   EXPECT_EQ(collected(entry(present({2.5}),
                             present({CertificatePropertyArray{attribute(commonName, "Ana")}}))),
             (Fields{{commonName, "Ana"}}));
@@ -205,7 +205,7 @@ TEST(ParserName, TheValueOfAnEntryWithoutALabelIsWalked) {
             (Fields{{commonName, "Ana"}}));
 }
 
-TEST(ParserName, ATextWithoutATextLabelAddsNothing) {
+TEST(ParserName, AStringWithoutAStringLabelAddsNothing) {
   EXPECT_EQ(collected(entry(nullptr, present(text("Ana")))), Fields());
   EXPECT_EQ(collected(entry(present({2.5}), present(text("Ana")))), Fields());
 }
@@ -214,7 +214,7 @@ TEST(ParserName, ARecognisedEntryWithoutAValueAddsNothing) {
   EXPECT_EQ(collected(entry(present(text(commonName)), nullptr)), Fields());
 }
 
-TEST(ParserName, AValueThatIsNotTextDoesNotBlockALaterOne) {
+TEST(ParserName, AValueThatIsNotAStringDoesNotBlockALaterOne) {
   EXPECT_EQ(collected({CertificatePropertyArray{entry(commonName, {7.0}), entry(commonName, {}),
                                                 attribute(commonName, "Ana")}}),
             (Fields{{commonName, "Ana"}}));

@@ -266,7 +266,7 @@ TEST(ReplacingRule, KeepsDuplicatesAndOrderOfTheOtherRules) {
               ElementsAre("b", site, "a", "b", "new", site));
 }
 
-/// Chrome's preferences in memory. Each hook replaces what the operation does after it was logged.
+/// Chrome's preferences in memory. Each operation is logged. A hook then replaces what it does.
 class FakePreferences final : public ChromePreferencesStoring {
  public:
   explicit FakePreferences(Rules rules) : rules_(std::move(rules)) {}
@@ -357,7 +357,7 @@ TEST(ApplyPolicy, WithASubjectThatCannotBeEncodedThePreferencesAreNotTouched) {
   EXPECT_THAT(preferences->log(), IsEmpty());
 }
 
-TEST(ApplyPolicy, AStoredValueThatIsNotAListOfTextsIsNeverOverwritten) {
+TEST(ApplyPolicy, AStoredValueThatIsNotAListOfStringsIsNeverOverwritten) {
   const auto preferences = preferencesHolding({});
   preferences->onFirstRead = []() -> Rules { throw ChromePreferencesError(); };
   EXPECT_EQ(errorOfApplying(named("Ana"), preferences), Error::policyWriteFailed());
@@ -399,7 +399,7 @@ TEST(ApplyPolicy, AnyOtherFailureToReadBackIsAFailureToVerify) {
   EXPECT_EQ(errorOfApplying(named("Ana"), preferences), Error::policyVerificationFailed());
 }
 
-TEST(ApplyPolicy, AFailureThatIsNoExceptionOfTheLibraryIsMappedLikeEveryOther) {
+TEST(ApplyPolicy, AnythingElseThatIsThrownIsMappedLikeAnException) {
   const auto reading = preferencesHolding({});
   reading->onFirstRead = []() -> Rules { throw 7; };
   EXPECT_EQ(errorOfApplying(named("Ana"), reading), Error::policyWriteFailed());
@@ -411,7 +411,7 @@ TEST(ApplyPolicy, AFailureThatIsNoExceptionOfTheLibraryIsMappedLikeEveryOther) {
   EXPECT_EQ(errorOfApplying(named("Ana"), readingBack), Error::policyVerificationFailed());
 }
 
-TEST(ApplyPolicy, TheSameTextsInAnotherOrderAreNotVerified) {
+TEST(ApplyPolicy, TheSameRulesInAnotherOrderAreNotVerified) {
   const auto preferences = preferencesHolding({site});
   preferences->onSecondRead = [] { return Rules{anaRule, site}; };
   EXPECT_EQ(errorOfApplying(named("Ana"), preferences), Error::policyVerificationFailed());
@@ -441,7 +441,7 @@ TEST(IsEncodedRule, IsWhatEncodedRuleMakes) {
 
 class OtherRule : public testing::TestWithParam<TextCase> {};
 
-TEST_P(OtherRule, IsNoEncodedRule) { EXPECT_FALSE(Service::isEncodedRule(GetParam().value)); }
+TEST_P(OtherRule, IsNotAnEncodedRule) { EXPECT_FALSE(Service::isEncodedRule(GetParam().value)); }
 
 INSTANTIATE_TEST_SUITE_P(
     Rules, OtherRule,
@@ -497,7 +497,7 @@ TEST_F(Replacement, IsTheCurrentListWithOneRule) {
   EXPECT_TRUE(isReplacement({site_, ana_, "text"}, {site_, ben_, "text", ben_}));
 }
 
-TEST_F(Replacement, ChangesNoRuleForASite) {
+TEST_F(Replacement, DoesNotChangeARuleForASite) {
   EXPECT_FALSE(isReplacement({ana_}, {site_}));
   EXPECT_FALSE(isReplacement({other_, ana_}, {site_}));
   EXPECT_FALSE(isReplacement({site_, other_, ana_}, {site_}));

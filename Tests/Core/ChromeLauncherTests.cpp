@@ -25,7 +25,7 @@ using Error = CertificateSelectorError;
 
 const std::string executable = "/opt/Chrome Example/chrome";
 
-/// Logs every call; the hooks act after the log.
+/// Logs every call before its hook runs.
 class FakeEnvironment final : public ChromeLaunchEnvironment {
  public:
   [[nodiscard]] bool isExecutableFile(const std::filesystem::path& path) const override {
@@ -171,7 +171,7 @@ TEST_F(Launcher, ARefreshThatExitsUnsuccessfullyOpensNoWindow) {
   EXPECT_THAT(environment->log(), ElementsAre(installedTest, runningTest, refresh));
 }
 
-TEST_F(Launcher, AFailureThatIsNoExceptionOfTheLibraryIsMappedLikeEveryOther) {
+TEST_F(Launcher, AnythingElseThatIsThrownIsMappedLikeAnException) {
   environment->running = true;
   environment->onRefresh = [] { throw 7; };
   EXPECT_EQ(errorOfOpening(), Error::chromeLaunchFailed("Unknown error."));
@@ -213,7 +213,7 @@ TEST_F(Launcher, NeverAwaitsTheProcessThatOpensTheWindow) {
                           runningTest, refresh, openWindowAt("https://a.example")));
 }
 
-TEST(ChromeProcess, AnUnsuccessfulExitTellsItsStatus) {
+TEST(ChromeProcess, AnUnsuccessfulExitHasItsStatus) {
   EXPECT_EQ(std::string(ChromeProcessError::unsuccessfulExit(1).what()),
             messages::told(messages::unsuccessfulExit, 1));
   EXPECT_EQ(std::string(ChromeProcessError::unsuccessfulExit(-15).what()),

@@ -27,7 +27,7 @@ TEST(CommandLine, ASuccessReturnsAndPrintsTheResult) {
   EXPECT_EQ(testing::internal::GetCapturedStdout(), "[]\n");
 }
 
-TEST(CommandLine, ADocumentedErrorIsToldWholeEvenWithAZeroByte) {
+TEST(CommandLine, ADocumentedErrorIsPrintedWholeEvenWithAZeroByte) {
   const std::string text("a\0b", 3);
   fakePlatform().onListing = [&] { throw CertificateSelectorError::chromeLaunchFailed(text); };
   EXPECT_EXIT(runList(), ExitedWithCode(1),
@@ -35,7 +35,7 @@ TEST(CommandLine, ADocumentedErrorIsToldWholeEvenWithAZeroByte) {
                                 messages::told(messages::chromeLaunchFailed, text) + "\n"));
 }
 
-TEST(CommandLine, AnyOtherExceptionIsToldByItsText) {
+TEST(CommandLine, AnyOtherExceptionIsPrintedByItsText) {
   fakePlatform().onListing = [] { throw std::runtime_error("No such device"); };
   EXPECT_EXIT(runList(), ExitedWithCode(1), testing::Eq("No such device\n"));
 }

@@ -105,7 +105,7 @@ TEST_P(PrincipalField, IsNotAbsentWhenItIsEmpty) {
   EXPECT_FALSE(principal == noFields);
 }
 
-TEST_P(PrincipalField, TellsTwoNamesApart) {
+TEST_P(PrincipalField, MakesTwoNamesDiffer) {
   CertificatePrincipal principal = allFields;
   EXPECT_TRUE(principal == allFields);
   principal.*GetParam().value = "Another";
@@ -128,7 +128,7 @@ struct ErrorText {
 
 using ErrorCase = Case<ErrorText>;
 
-/// In the order in which the kinds are declared.
+/// Every kind of error with its message, in the order of their declaration.
 const std::vector<ErrorCase>& errorTexts() {
   static const std::vector<ErrorCase> texts = {
       {"keychainFailure",
@@ -243,7 +243,7 @@ TEST(SelectorError, TheSameStatusInTwoKindsIsTwoErrors) {
   EXPECT_TRUE(Error::keychainFailure(1) == Error::keychainFailure(1));
 }
 
-TEST(SelectorError, PayloadsTellErrorsOfOneKindApart) {
+TEST(SelectorError, ErrorsOfOneKindWithDifferentPayloadsDiffer) {
   EXPECT_FALSE(Error::keychainFailure(1) == Error::keychainFailure(-1));
   EXPECT_FALSE(Error::keychainAuthorizationFailed(1) == Error::keychainAuthorizationFailed(2));
   EXPECT_FALSE(Error::chromeLaunchFailed("a") == Error::chromeLaunchFailed("A"));

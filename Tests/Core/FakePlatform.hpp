@@ -5,10 +5,10 @@
 
 namespace lumaret::tests {
 
-/// A platform without anything: no identities, no rules, no Chrome. Its standard output and error
-/// are the process's own.
+/// A platform without identities, rules or Chrome. Its standard output and standard error are those
+/// of the process.
 struct FakePlatform {
-  /// What listing the identities does; throws what the test wants.
+  /// Runs when the identities are listed. A test may let it throw an exception.
   std::function<void()> onListing = [] {};
 };
 

@@ -25,7 +25,8 @@ using Applications = std::optional<std::vector<std::string>>;
 using BackendError = KeychainAuthorizationBackendError;
 using Error = CertificateSelectorError;
 
-/// A Keychain in memory. Identities are named by their certificates, applications by their data.
+/// A Keychain in memory. The name of an identity is its certificate, and that of an application is
+/// its data.
 struct FakeKeychain {
   struct Entry {
     std::string name;
@@ -38,7 +39,7 @@ struct FakeKeychain {
   std::vector<Entry> entries = {{"sign", {{{"Mail"}}, "Ana's key", 0}}};
   std::string chrome = "Chrome";
 
-  /// The logged call that fails, and with what.
+  /// The call, as logged, that fails, and its error.
   std::string failingCall;
   BackendError error = BackendError::status(-61);
 
@@ -59,7 +60,7 @@ std::string described(const ChromeKeychainACLContents<std::string>& contents) {
 
 class FakeBackend {
  public:
-  // Distinct types: a handle of one kind cannot pass for another.
+  // The types differ, so that the compiler rejects a handle of another kind.
   struct Identity {
     std::string certificate;
   };
@@ -345,7 +346,7 @@ ClientIdentity identityWithId(const std::string& id) {
   return {id, {"Ana", "Example Org", "Sales", "Lisbon"}, {"Example CA", "", "", ""}, Date()};
 }
 
-/// What an authorizer makes of an operation's failure.
+/// The error that an authorizer reports if the operation fails.
 template <typename Failure>
 std::optional<Error> mapped(const Failure& failure) {
   const KeychainChromePrivateKeyAuthorizer authorizer(
@@ -353,7 +354,7 @@ std::optional<Error> mapped(const Failure& failure) {
   return selectorErrorOf([&] { authorizer.authorize(identityWithId("5d2a")); });
 }
 
-/// What an authorizer makes of a backend's failure.
+/// The error that an authorizer reports if the backend fails.
 std::optional<Error> mappedFromBackend(const BackendError& error) {
   FakeKeychain keychain;
   keychain.failingCall = "copyAccess ana";
@@ -428,8 +429,7 @@ TEST_P(OtherStatus, IsAFailureWithThatStatus) {
             Error::keychainAuthorizationFailed(GetParam()));
 }
 
-// The neighbours of the statuses that mean something of their own, and those that mean something
-// elsewhere.
+// Statuses next to those with a meaning here, and statuses with a meaning elsewhere.
 INSTANTIATE_TEST_SUITE_P(Authorizer, OtherStatus,
                          testing::Values(-3, -5, 4, -25255, -25257, -67733, -67735, -67736, -67738,
                                          -67740, -127, -129, 128, -25300, -25304, -25306, -2070, 0,

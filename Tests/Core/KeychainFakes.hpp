@@ -34,7 +34,7 @@ class FakeCertificate final : public KeychainCertificate {
   std::shared_ptr<CallLog> log_;
 };
 
-/// What the fake Keychain holds for one identity; its log names it by its certificate's bytes.
+/// An identity in the fake Keychain. The log names it by the bytes of its certificate.
 struct FakeKeychainEntry {
   std::string certificate;
   std::optional<CertificateValues> values;

@@ -54,7 +54,7 @@ class FakeQuery final : public KeychainIdentityQuerying {
   std::optional<CertificateSelectorError> error_;
 };
 
-/// A loader over a fake Keychain; log holds every call of either and of the clock.
+/// A loader over a fake Keychain. The log has every call of the Keychain and of the clock.
 class LoaderOver {
  public:
   explicit LoaderOver(std::vector<FakeKeychainEntry> stored)

@@ -105,7 +105,7 @@ TEST(CommandErrors, TellTheUsage) { EXPECT_EQ(CommandError::usage().what(), usag
 
 TEST(CommandErrors, AreAllEqual) { EXPECT_TRUE(CommandError::usage() == CommandError::usage()); }
 
-/// Runs the tool's main with standard output joined to standard error, which a death test checks.
+/// Runs the tool's main. Standard output goes to standard error, which a death test checks.
 void runMain(const std::vector<const char*>& processArguments) {
   dup2(STDERR_FILENO, STDOUT_FILENO);
   LumaretMacHelper::main(static_cast<int>(processArguments.size()), processArguments.data());

@@ -20,7 +20,7 @@ using Value = CoreFoundationReference<CFPropertyListRef>;
 const CFStringRef application = CFSTR("com.google.Chrome");
 const CFStringRef key = CFSTR("AutoSelectCertificateForUrls");
 
-/// An empty value removes the preference.
+/// Without a value, removes the preference.
 void setValue(const Value& value) {
   ::CFPreferencesSetValue(key, value.get(), application, kCFPreferencesCurrentUser,
                           kCFPreferencesAnyHost);
@@ -30,7 +30,8 @@ void setValue(const Value& value) {
   }
 }
 
-/// Of the types that the suite stores: texts, whole numbers, truth values, lists, an empty object.
+/// Converts the types that the suite stores: strings, integers, Booleans, lists, and an empty
+/// object.
 Value valueOf(const nlohmann::json& json) {
   if (json.is_string()) {
     return Value::retain(coreFoundationText(json).get());

@@ -6,11 +6,11 @@
 
 namespace lumaret::tests {
 
-/// The user's own preference AutoSelectCertificateForUrls of com.google.Chrome: its daemon knows no
-/// other place for it. Whatever a test leaves there is removed.
+/// The user's own preference AutoSelectCertificateForUrls of com.google.Chrome, because its daemon
+/// has no other place for it. The value that a test leaves there is removed.
 ///
-/// Throws std::runtime_error where the user has a value already, which would be in danger, and
-/// where testKeychainFolder does.
+/// Throws a std::runtime_error if the user already has a value, which would be at risk, and if
+/// testKeychainFolder throws one.
 class ChromePreferences {
  public:
   ChromePreferences();

@@ -3,8 +3,8 @@
 //
 //   ImportGuardedIdentity asking|open KEYCHAIN BUNDLE
 //
-// To change the access list, the first asks the user and the second asks nobody. The keychain is
-// unlocked; the bundle's passphrase is that of the tests.
+// With "asking", changing the access list requires the user's consent. With "open", it does not.
+// The keychain must be unlocked. The passphrase of the bundle is that of the tests.
 
 #include <cstdlib>
 #include <exception>
@@ -13,7 +13,7 @@
 
 #include "Tests/OnMac/KeychainItems.hpp"
 
-// As in KeychainItems.cpp.
+// Deprecated, as in KeychainItems.cpp.
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
 
 int main(int argumentCount, char** arguments) {

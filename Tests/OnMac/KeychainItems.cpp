@@ -27,7 +27,7 @@ Access accessFor(const Applications& applications) {
   return access;
 }
 
-/// An application of the system's that no test starts.
+/// An application of the system that no test starts.
 Applications oneApplication(const char* path) {
   CoreFoundationReference<SecTrustedApplicationRef> application;
   require(::SecTrustedApplicationCreateFromPath(path, application.receive()),
@@ -35,7 +35,7 @@ Applications oneApplication(const char* path) {
   return coreFoundationArray(std::vector{application});
 }
 
-/// Lets any application do what the entries with this authorization are about.
+/// Lets any application use the entries with this authorization.
 void allowAnyApplication(const Access& access, CFStringRef authorization) {
   const auto entries =
       Applications::adopt(::SecAccessCopyMatchingACLList(access.get(), authorization));

@@ -10,7 +10,7 @@
 
 namespace lumaret::tests {
 
-/// Throws std::runtime_error, which names the call and its status, for any status but success.
+/// Throws a std::runtime_error with the call and the status, unless the status is success.
 void require(OSStatus status, const std::string& call);
 
 /// An access list with which any application may sign.
@@ -18,8 +18,8 @@ CoreFoundationReference<SecAccessRef> accessForAnyApplication();
 
 /// Who may change the access list of a key.
 enum class Owner {
-  asksTheUser,    ///< As after an import by a person.
-  anyApplication  ///< Nobody is asked.
+  asksTheUser,    ///< Only with the user's consent, as after an import by a person.
+  anyApplication  ///< Without asking anybody.
 };
 
 /// An access list with two entries for signing, each with one application, which is not Chrome.

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The suites over the real frameworks of this Mac. They have not run on one yet.
+// The suites over the real frameworks of this Mac. They have not run on a Mac yet.
 
 #include <gtest/gtest.h>
 
@@ -7,11 +7,8 @@
 #include <string>
 
 #include "LumaretMacHelper/KeychainIdentityLoader.hpp"
-#include "Tests/Conformance/AuthorizationConformance.hpp"
 #include "Tests/Conformance/ConformanceIdentity.hpp"
-#include "Tests/Conformance/IdentityConformance.hpp"
-#include "Tests/Conformance/LaunchingConformance.hpp"
-#include "Tests/Conformance/PreferencesConformance.hpp"
+#include "Tests/Conformance/Suites.hpp"
 #include "Tests/OnMac/ChromePreferences.hpp"
 #include "Tests/OnMac/KeychainItems.hpp"
 #include "Tests/OnMac/TestKeychain.hpp"
@@ -19,8 +16,8 @@
 namespace lumaret::tests::conformance {
 namespace {
 
-/// Ends the test as skipped: a real Mac cannot be put into the situation that it is about.
-/// GoogleTest takes this type of exception to be reported already.
+/// Ends the test as skipped, because a real Mac cannot be put into its situation. GoogleTest does
+/// not report this type of exception again.
 [[noreturn]] void leaveOut(const char* why) {
   [why] { GTEST_SKIP() << why; }();
   throw testing::AssertionException(
@@ -50,7 +47,7 @@ class Keychain {
 
   [[nodiscard]] std::string contents() const { return keychain_.bytes(); }
 
-  /// The system's own keychain may hold identities, and is always searched.
+  /// Identities of the system's own keychain, which is always searched.
   [[nodiscard]] bool isForeign(const ClientIdentity& identity) const {
     return foreign_.contains(identity.id);
   }
@@ -68,7 +65,7 @@ class PreferenceStore : public ChromePreferences {
   }
 };
 
-/// Neither the user's Chrome nor anything else under its bundle identifier is started.
+/// No test starts the user's Chrome, or anything else with its bundle identifier.
 class Desktop {
  public:
   void startChrome() { leaveOut("The user's Chrome is left alone."); }
@@ -77,9 +74,6 @@ class Desktop {
 
 }  // namespace
 
-INSTANTIATE_TYPED_TEST_SUITE_P(Identities, IdentityConformance, Keychain);
-INSTANTIATE_TYPED_TEST_SUITE_P(Authorization, AuthorizationConformance, Keychain);
-INSTANTIATE_TYPED_TEST_SUITE_P(Preferences, PreferencesConformance, PreferenceStore);
-INSTANTIATE_TYPED_TEST_SUITE_P(Launching, LaunchingConformance, Desktop);
+LUMARET_INSTANTIATE_CONFORMANCE_SUITES(Keychain, PreferenceStore, Desktop);
 
 }  // namespace lumaret::tests::conformance

@@ -13,7 +13,8 @@
 #include "LumaretMacHelper/macOS/CoreFoundationValues.hpp"
 #include "Tests/OnMac/KeychainItems.hpp"
 
-// Keychain files have been deprecated since macOS 10.10 and 12, and identities are still in them.
+// Keychain files have been deprecated since macOS 10.10 and 12. Identities are still stored in
+// them.
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
 
 namespace lumaret::tests {
@@ -26,7 +27,7 @@ std::filesystem::path newFolder() {
   if (::mkdtemp(name.data()) == nullptr) {
     throw std::runtime_error("no folder below " + parent.string());
   }
-  // The system expects it in every home.
+  // The system expects this folder in every home.
   std::filesystem::create_directories(std::filesystem::path(name) / "Library/Preferences");
   return name;
 }

@@ -14,12 +14,12 @@
 
 namespace lumaret::tests {
 
-/// What LUMARET_TEST_KEYCHAIN_FOLDER names: where tests on a real Mac may keep what they make.
-/// CTest sets it, to a folder of the build. Without it nobody said that these tests may run as this
-/// user: throws std::runtime_error.
+/// The folder LUMARET_TEST_KEYCHAIN_FOLDER, in which tests on a real Mac may create files. CTest
+/// sets the variable to a folder of the build. Throws a std::runtime_error if it is not set, since
+/// then nobody has allowed these tests to run as this user.
 std::filesystem::path testKeychainFolder();
 
-/// An environment variable with another value, until this goes.
+/// Sets an environment variable for the lifetime of this object.
 class ChangedVariable {
  public:
   ChangedVariable(const char* name, const std::string& value);
@@ -32,12 +32,11 @@ class ChangedVariable {
   std::optional<std::string> before_;
 };
 
-/// The keychains that this process searches, as they were when this was made, put back when it
-/// goes.
+/// Saves the list of keychains that this process searches. The destructor restores it.
 ///
-/// The list is the user's own, kept in ~/Library/Preferences/com.apple.security.plist. That file is
-/// found through HOME (DLDBListCFPref.cpp of Apple's Security), which is another folder meanwhile,
-/// so that the user's file should stay as it is; the list is compared and put back all the same.
+/// The list is the user's own, in ~/Library/Preferences/com.apple.security.plist. That file is
+/// found through HOME (DLDBListCFPref.cpp of Apple's Security), which names another folder
+/// meanwhile. So the user's file should not change. The list is compared and restored nevertheless.
 class PrivateSearchList {
  public:
   PrivateSearchList();
@@ -45,7 +44,7 @@ class PrivateSearchList {
   PrivateSearchList& operator=(const PrivateSearchList&) = delete;
   ~PrivateSearchList();
 
-  /// Only this one from now on, beside those that the system adds for every user.
+  /// From now on searches only this one, beside those that the system adds for every user.
   void set(SecKeychainRef keychain) const;
   [[nodiscard]] std::filesystem::path folder() const { return folder_; }
 
@@ -56,10 +55,10 @@ class PrivateSearchList {
   std::optional<ChangedVariable> home_;
 };
 
-/// A new keychain file, the only one of the user's that this process searches. It goes with its
-/// file. Nothing asks the user anything meanwhile: what would have to fails.
+/// A new keychain file, the only one of the user's that this process searches. The destructor
+/// removes it. Meanwhile nothing asks the user: calls that would have to ask fail.
 ///
-/// Every failure of the frameworks is a std::runtime_error with the call and its status.
+/// Every failure of the frameworks throws a std::runtime_error with the call and its status.
 class TestKeychain {
  public:
   TestKeychain();
@@ -69,7 +68,7 @@ class TestKeychain {
 
   void addIdentity(const FreshIdentity& identity, SecAccessRef access) const;
   void addCertificate(const FreshIdentity& identity) const;
-  /// The keychain's file.
+  /// The path of the keychain file.
   [[nodiscard]] std::string bytes() const;
 
  private:

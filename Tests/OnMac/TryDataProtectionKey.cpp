@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// Tries to make a key that is in no keychain file, and prints what came of it and what the call
-// answers with which such a key can be told from others. Succeeds whatever that is: macOS makes
-// such keys for programs with an entitlement, which needs a certificate of Apple's.
+// Tries to make a key that is in no keychain file. Prints the result, and the result of the call
+// that distinguishes such a key from others. Succeeds in any case, because macOS makes such keys
+// only for programs with an entitlement, which requires a certificate of Apple's.
 
 #include <Security/Security.h>
 
@@ -12,7 +12,7 @@
 #include "LumaretMacHelper/macOS/CoreFoundationReference.hpp"
 #include "LumaretMacHelper/macOS/CoreFoundationValues.hpp"
 
-// SecKeychainItemCopyKeychain is deprecated with the keychain files that it is about.
+// SecKeychainItemCopyKeychain is deprecated, like keychain files.
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
 
 namespace {

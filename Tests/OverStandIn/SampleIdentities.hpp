@@ -12,7 +12,7 @@ namespace lumaret::tests {
 
 inline constexpr const char* chromeApplication = "/Applications/Google Chrome.app";
 
-/// 2099-12-31 23:59:59 UTC, as a date. The Security framework tells a validity by the number.
+/// 2099-12-31 23:59:59 UTC, as a date. The Security framework returns a validity as the number.
 inline constexpr standin::Date farAhead = {3124137599};
 
 inline standin::Value text(standin::Text value) { return {std::move(value)}; }
@@ -43,12 +43,12 @@ inline standin::Dictionary certificateValues(standin::List subject, standin::Val
       {u"kSecOIDX509V1ValidityNotAfter", property(text(u"Not Valid After"), std::move(notAfter))}};
 }
 
-/// An entry that lets these applications sign.
+/// An entry of an access list that lets these applications sign.
 inline standin::AccessListEntry signingEntry(std::vector<std::string> applications) {
   return {{"kSecACLAuthorizationSign"}, std::move(applications), u"Ana's key", 0};
 }
 
-/// Its certificate's bytes are its name.
+/// The bytes of its certificate are its name.
 inline standin::Identity identity(const std::string& name,
                                   standin::AccessList accessList = {signingEntry({})}) {
   return {

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Prints the messages of the tool, one to a line, with "number" and "reason" for what varies.
+// Prints the messages of the tool, one to a line, with "number" and "reason" in place of what
+// varies.
 #include <unistd.h>
 
 #include <exception>
@@ -21,7 +22,8 @@ using Kind = CertificateSelectorError::Kind;
 
 constexpr int number = 1234567;
 
-/// A kind that is missing here does not compile. Nothing for what is beyond the last.
+/// A sample of each kind, or nothing beyond the last kind. This does not compile if a kind is
+/// missing.
 std::optional<CertificateSelectorError> sample(Kind kind) {
   switch (kind) {
     case Kind::keychainFailure:
@@ -54,7 +56,7 @@ std::optional<CertificateSelectorError> sample(Kind kind) {
   return std::nullopt;
 }
 
-/// Fails at whatever it is to start.
+/// Fails to start any process.
 class FailingChrome final : public lumaret::ChromeLaunchEnvironment {
  public:
   explicit FailingChrome(bool running) : running_(running) {}

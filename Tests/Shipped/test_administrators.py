@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""The administrators' guide: its playbooks, and its commands for a shell."""
+"""The playbooks and the shell commands of the administrators' guide."""
 
 import re
 import unittest
@@ -21,14 +21,14 @@ ANNA, BEN, DORA = 12001, 12002, 12003
 
 @needs_real_root
 class AdministratorsTests(DebianRootTestCase):
-    # What Ansible and apt write about anything that they do.
+    # Records that Ansible and apt write whatever they do.
     RECORDS = re.compile(
         rf"{DebianRootTestCase.RECORDS.pattern}|home/administrator/\.ansible|var/(lib|cache)/apt(/|$)|var/cache/debconf/"
     )
 
     def setUp(self):
         super().setUp()
-        # What this machine knows of packages elsewhere takes apt seconds to read, each time.
+        # Without these package lists, each run of apt is seconds faster.
         self.assert_succeeds("rm", "-rf", self.root / "var/lib/apt/lists", *self.root.glob("var/cache/apt/*.bin"))
         with open(self.root / "etc/passwd", "a") as accounts:
             for name, number in (("anna", ANNA), ("ben", BEN), ("dora", DORA)):
@@ -43,7 +43,7 @@ class AdministratorsTests(DebianRootTestCase):
         return self.run_inside("dpkg-query", "-W", "-f", "${Version}", "lumaret-macos-helper").stdout.decode()
 
     def play(self, book: str, *arguments: str) -> int:
-        """How many tasks say that they have changed something, or would."""
+        """Runs the playbook, and returns how many tasks report a change, made or to be made."""
         (self.root / book).write_bytes((SOURCES / "docs/examples" / book).read_bytes())
         printed = self.inside(
             *("ansible-playbook", "--inventory", "this,", "--connection", "local"),
@@ -63,7 +63,7 @@ class AdministratorsTests(DebianRootTestCase):
         self.assertEqual(self.state(), before)
         self.assertEqual(self.roll_out('"anna", "ben"'), 3)
         self.assertEqual((self.version(), self.granted()), (VERSION, [ANNA, BEN]))
-        self.assertFalse(Path(f"/etc/sudoers.d/zz-lumaret-macos-helper-{ANNA}").exists())  # on the machine itself
+        self.assertFalse(Path(f"/etc/sudoers.d/zz-lumaret-macos-helper-{ANNA}").exists())  # outside the private root
 
         there = self.state()
         self.assertEqual(self.roll_out('"anna", "ben"'), 0)
@@ -80,7 +80,7 @@ class AdministratorsTests(DebianRootTestCase):
         self.assertEqual(self.state(), before)
 
     def run_as_root(self, commands: str):
-        """In a shell, with the stand-ins for ssh and scp."""
+        """Runs the commands in a shell, with stand-ins for ssh and scp."""
         place = "home/administrator"
         path = f"/{place}/tools:/usr/sbin:/usr/bin"
         outcome = self.run_inside("env", f"--chdir=/{place}", f"PATH={path}", "sh", "-euc", commands)
@@ -106,7 +106,7 @@ class AdministratorsTests(DebianRootTestCase):
             self.run_as_root(roll_back)
             self.assertEqual(self.state(), before)
 
-    def test_what_list_prints_and_what_sudo_s_line_is(self):
+    def test_the_guide_shows_what_list_prints_and_the_line_for_sudo(self):
         self.inside("dpkg", "--install", "package.deb")
         self.assertEqual(self.inside("lumaret-policy-access", "list"), "Nothing was granted.\n")
         self.inside("lumaret-policy-access", "grant", "--yes", "anna")

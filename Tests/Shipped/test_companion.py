@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""What applications rely on: the listing's schema, and the document for those who write them."""
+"""What applications rely on: the schema of the listing, and the document for their developers."""
 
 import copy
 import json
@@ -104,7 +104,7 @@ class ListingSchemaTests(PackagingTestCase):
 
 
 class CompanionExampleTests(PackagingTestCase):
-    """Each worked example, as it stands in the document."""
+    """Runs each example as the document shows it."""
 
     def setUp(self):
         super().setUp()
@@ -126,7 +126,7 @@ class CompanionExampleTests(PackagingTestCase):
             with self.subTest(language):
                 yield language
 
-    def test_it_chooses_an_identity_and_does_not_wait_for_the_browser(self):
+    def test_each_example_chooses_an_identity_and_does_not_wait_for_the_browser(self):
         _, ben = self.make_identities({"CN": "Ana Example"}, {"CN": 'Ben $(x) "Example"'})
         self.machine.replace(CHROMIUM, "#!/bin/sh\necho noise >&2\nexec sleep 600\n")
         for language in self.each():
@@ -138,7 +138,7 @@ class CompanionExampleTests(PackagingTestCase):
             self.assertEqual(self.stored_rules(), [self.rule_for(ben)])
             self.assertEqual(len(other_processes()), running + 1)
 
-    def test_it_passes_the_tool_s_message_on(self):
+    def test_each_example_passes_on_the_message_of_the_tool(self):
         self.make_identity()
         self.machine.replace(CHROMIUM, "#!/bin/sh\necho noise >&2\nexit 3\n")
         self.machine.mark_running(CHROMIUM)
@@ -148,7 +148,7 @@ class CompanionExampleTests(PackagingTestCase):
                 failed(messages.launch_failed(messages.told(messages.UNSUCCESSFUL_EXIT, 3))),
             )
 
-    def test_it_says_that_there_is_no_such_identity(self):
+    def test_each_example_reports_that_there_is_no_such_identity(self):
         self.make_identity()
         for language in self.each():
             self.assertEqual(
@@ -156,7 +156,7 @@ class CompanionExampleTests(PackagingTestCase):
                 failed("There is no identity of Somebody."),
             )
 
-    def test_of_two_identities_of_one_name_it_takes_none_and_says_how_to_choose(self):
+    def test_each_example_takes_neither_of_two_equal_names_and_says_how_to_choose(self):
         identities = self.make_identities({"CN": "Ana Example", "L": "Lugo"}, {"CN": "Ana Example", "L": "Turku"})
         first, second = sorted(identities, key=lambda identity: identity.fingerprint)
         for language in self.each():
@@ -177,7 +177,7 @@ class CompanionExampleTests(PackagingTestCase):
             )
             self.assertEqual(self.stored_rules(), [self.rule_for(second)])
 
-    def test_it_finds_the_tool_where_an_application_started_from_the_finder_does_not(self):
+    def test_each_example_finds_the_tool_if_usr_local_bin_is_not_in_the_path(self):
         identity = self.make_identity()
         self.machine.install_stand_in(CHROMIUM)
         self.machine.mount_empty(Path("/usr/local/bin"))
@@ -189,7 +189,7 @@ class CompanionExampleTests(PackagingTestCase):
                 printed("Ana Example is chosen."),
             )
 
-    def test_no_failure_ends_in_a_traceback_or_without_a_word(self):
+    def test_no_failure_of_an_example_ends_in_a_traceback_or_without_a_message(self):
         self.machine.mount_empty(Path("/usr/local/bin"))
         tool = self.machine.folder / "bin/lumaret-macos-helper"
         tool.unlink()
@@ -202,7 +202,7 @@ class CompanionExampleTests(PackagingTestCase):
         for what, script, arguments in (
             ("the tool is not installed", None, usual),
             ("the tool cannot be started", "#!/not/there\n", usual),
-            ("the listing is none", not_a_listing, usual),
+            ("the output is not a listing", not_a_listing, usual),
             ("the tool is killed", lists_and_dies, usual),
             ("an argument is missing", lists_and_dies, usual[:1]),
         ):
@@ -217,7 +217,7 @@ class CompanionExampleTests(PackagingTestCase):
                     self.assertNotIn(b"Traceback", outcome.stderr)
                     self.assertIn(len(outcome.stderr.splitlines()), (1, 2))
 
-    def test_a_name_that_the_terminal_cannot_show_is_no_failure(self):
+    def test_a_name_that_the_terminal_cannot_show_is_not_a_failure(self):
         identity = self.make_identities({"CN": "Ana Exámple"})[0]
         self.machine.install_stand_in(CHROMIUM)
         self.machine.environment["PYTHONIOENCODING"] = "ascii"
@@ -225,7 +225,7 @@ class CompanionExampleTests(PackagingTestCase):
             outcome = self.run_example(language, identity.name["CN"], "https://example.test/")
             self.assertEqual((outcome.status, outcome.stderr), (0, b""))
 
-    def test_it_passes_on_that_the_listing_failed(self):
+    def test_each_example_reports_that_the_listing_failed(self):
         self.make_identity()
         (self.database.folder / "cert9.db").write_bytes(b"not a database" * 1000)
         for language in self.each():
@@ -236,7 +236,7 @@ class CompanionExampleTests(PackagingTestCase):
 
 
 class CompanionPromiseTests(PackagingTestCase):
-    """What the document says and no other test holds the tool to."""
+    """Promises of the document that no other test covers."""
 
     def test_there_is_no_option_for_help_or_version(self):
         for option in ("--help", "--version"):

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Completion, in the shells themselves, over a real certificate database."""
+"""Completion in real shells, over a real certificate database."""
 
 import os
 import pty
@@ -24,7 +24,7 @@ TOOL = "lumaret-macos-helper"
 UNTIL = ", until 2099-12-31"
 MOST = 64  # characters of a name
 
-# Each would leave a file named "executed" if a shell evaluated it, or break out of what a completion reads.
+# Each would create a file named "executed" if a shell evaluated it, or would confuse what a completion reads.
 HOSTILE = [
     "$(touch executed)",
     "`touch executed`",
@@ -52,7 +52,7 @@ HOSTILE = [
     " ",
     "colon:name\\:x",
 ]
-SHOWN = {  # how a terminal is shown the ones that it would obey
+SHOWN = {  # how names with control characters are printed
     "a\ntouch executed\n": "a?touch executed?",
     "tab\tname": "tab?name",
     "\x1b[31mred\x1b]0;title\x07": "?[31mred?]0;title?",
@@ -67,7 +67,7 @@ def shown(name: str) -> str:
 
 
 class CompletionTestCase(PackagingTestCase):
-    PLACES = {  # of each shell's file in an installation
+    PLACES = {  # where each shell's file is installed
         "bash": "bash-completion/completions/lumaret-macos-helper",
         "fish": "fish/vendor_completions.d/lumaret-macos-helper.fish",
         "zsh": "zsh/site-functions/_lumaret-macos-helper",
@@ -86,7 +86,7 @@ class CompletionTestCase(PackagingTestCase):
         return self.make_identities({"CN": "Ana Example"}, {"CN": "Ben Example"}, {"O": "no common name"})
 
     def make_hostile(self):
-        """Each hostile name's identity, in the order of the listing."""
+        """Issues an identity for each hostile name. Returns fingerprints and names in the order of the listing."""
         identities = {
             one.fingerprint: one.name["CN"] for one in self.make_identities(*({"CN": name} for name in HOSTILE))
         }
@@ -99,13 +99,13 @@ class CompletionTestCase(PackagingTestCase):
 
 
 def awks() -> list[tuple[str, ...]]:
-    """Those of this machine; a system has any of them as "awk"."""
+    """The implementations of awk on this machine. A system may have any of them as "awk"."""
     candidates = (("mawk",), ("gawk",), ("gawk", "--posix"), ("busybox", "awk"), ("original-awk",), ("awk",))
     return [command for command in candidates if shutil.which(command[0])]
 
 
-class ProgramTests(unittest.TestCase):
-    """The program by itself, with listings that no certificate tool would make: names are longer there than allowed."""
+class CompletionProgramTests(unittest.TestCase):
+    """Runs the program alone, also with names that are longer than certificate tools allow."""
 
     def read(self, awk: tuple[str, ...], *names: str | None, seconds: float = 20) -> list[str]:
         listing = compact_json(
@@ -138,13 +138,13 @@ class ProgramTests(unittest.TestCase):
         self.assertNotEqual(awks(), [])
         for awk in awks():
             with self.subTest(awk):
-                # As one text each: the difference of two long lists takes unittest minutes.
+                # Joined, because unittest takes minutes to show how two long lists differ.
                 self.assertEqual("\n".join(self.read(awk, *names, seconds=seconds)), "\n".join(expected))
 
-    def test_hostile_names(self):
+    def test_hostile_names_are_printed_in_a_harmless_form(self):
         self.assert_shown(*HOSTILE)
 
-    def test_a_name_of_as_many_characters_as_are_shown(self):
+    def test_a_name_is_cut_after_64_characters(self):
         self.assert_shown(*(character * count for character in 'xé😀\\"' for count in (MOST - 1, MOST, MOST + 1)))
 
     def test_escapes_are_not_cut_in_two(self):
@@ -155,7 +155,7 @@ class ProgramTests(unittest.TestCase):
                     wanted = "x" * before + "?" * count
                     self.assertEqual(self.read(awk, name), [f"{0:064x}\t{shown(wanted)}"])
 
-    def test_long_names_take_no_longer_than_their_length(self):
+    def test_a_name_of_half_a_million_characters_is_cut_in_time(self):
         for character in ('"', "\\", "x", "é", "\x01", "{", "'"):
             wanted = "?" if character == "\x01" else character
             for awk in awks():
@@ -163,10 +163,10 @@ class ProgramTests(unittest.TestCase):
                     found = self.read(awk, character * 500_000, seconds=10)
                     self.assertEqual(found, [f"{0:064x}\t{wanted * MOST}...{UNTIL}"])
 
-    def test_many_identities(self):
+    def test_five_thousand_identities_are_printed_in_time(self):
         self.assert_shown(*(f'Person "{number}"' for number in range(5_000)), seconds=20)
 
-    def test_no_name_at_all(self):
+    def test_a_certificate_without_a_name_is_printed_as_unnamed(self):
         for awk in awks():
             self.assertEqual(self.read(awk, None), [f"{0:064x}\tUnnamed certificate{UNTIL}"])
             self.assertEqual(self.read(awk), [])
@@ -184,7 +184,7 @@ class BashTests(CompletionTestCase):
         )
         return found.split("\0")[:-1]
 
-    def test_words_and_options(self):
+    def test_commands_and_options_are_completed(self):
         self.assertEqual(self.complete(""), ["list", "activate"])
         self.assertEqual(self.complete("l"), ["list"])
         self.assertEqual(self.complete("x"), [])
@@ -195,13 +195,13 @@ class BashTests(CompletionTestCase):
         self.assertEqual(self.complete("activate", "--url", "http://x.test/", ""), ["--fingerprint"])
         self.assertEqual(self.complete("activate", "--fingerprint", ""), [])
 
-    def test_fingerprints(self):
+    def test_fingerprints_are_completed(self):
         identities = [one.fingerprint for one in self.make_people()]
         self.assertEqual(self.complete("activate", "--fingerprint", ""), identities)
         self.assertEqual(self.complete("activate", "--fingerprint", identities[1][:40]), [identities[1]])
         self.assertEqual(self.complete("activate", "--url", "http://x.test/", "--fingerprint", ""), identities)
 
-    def test_names_are_shown_where_bash_lists_and_does_not_insert(self):
+    def test_names_are_shown_only_if_bash_lists_the_completions(self):
         names = ["Ana Example" + UNTIL, "Ben Example" + UNTIL, "Unnamed certificate" + UNTIL]
         identities = [one.fingerprint for one in self.make_people()]
         expected = [f"{fingerprint}  {name}" for fingerprint, name in zip(identities, names)]
@@ -214,8 +214,8 @@ class BashTests(CompletionTestCase):
         self.assertEqual(self.complete("activate", "--fingerprint", "", kind=63), expected)
         self.assert_nothing_was_executed()
 
-    def test_a_name_that_reads_like_another_entry_forges_none(self):
-        """With a listing that no certificate tool would make: names are longer there than allowed."""
+    def test_a_name_that_looks_like_an_entry_adds_no_entry(self):
+        """The name is longer than certificate tools allow."""
         name = '"},{"expiresAt":"9999-12-31T00:00:00Z","id":"' + "1" * 64 + '","subject":{"commonName":"forged"}'
         principal = {key: name for key in ("commonName", "locality", "organization", "organizationalUnit")}
         listing = compact_json(
@@ -233,8 +233,8 @@ class BashTests(CompletionTestCase):
             self.complete("activate", "--fingerprint", "", kind=63), [f"{digit * 64}  {shown(name)}" for digit in "ab"]
         )
 
-    def test_at_a_terminal(self):
-        """As a person meets it: a tabulator completes, and two list."""
+    def test_completion_works_at_a_terminal(self):
+        """As at a keyboard: one tab completes, and two list the completions."""
         identities = self.make_people()
         with Terminal(self, ["bash", "--norc", "--noprofile", "-i"]) as terminal:
             terminal.send(f'source "{self.share}/{self.PLACES["bash"]}"; PS1="ready> "\n')
@@ -262,7 +262,7 @@ class FishTests(CompletionTestCase):
     def words(self, line: str) -> list[str]:
         return [found[0] for found in self.complete(line)]
 
-    def test_words_and_options(self):
+    def test_commands_and_options_are_completed(self):
         self.assertEqual(
             self.complete(f"{TOOL} "),
             [
@@ -278,7 +278,7 @@ class FishTests(CompletionTestCase):
         self.assertEqual(self.words(f"{TOOL} activate --url http://x.test/ "), ["--fingerprint"])
         self.assertEqual(self.words(f"{TOOL} activate --fingerprint "), [])
 
-    def test_fingerprints_with_names(self):
+    def test_fingerprints_are_completed_and_shown_with_names(self):
         people = self.make_people()
         self.assertEqual(
             self.complete(f"{TOOL} activate --fingerprint "),
@@ -298,7 +298,7 @@ class FishTests(CompletionTestCase):
 
 
 class Terminal:
-    """An interactive shell at a terminal of its own."""
+    """An interactive shell in its own terminal."""
 
     def __init__(self, test: CompletionTestCase, command: list[str]):
         self._seen = ""
@@ -318,11 +318,11 @@ class Terminal:
         os.write(self._master, keys.encode())
 
     def wait_for(self, text: str) -> str:
-        """What was printed up to and with this text, which must come."""
+        """Waits for this string. Returns the output up to and including it."""
         deadline = time.monotonic() + 20
         while text not in self._seen:
             if not select.select([self._master], [], [], max(0.0, deadline - time.monotonic()))[0]:
-                raise AssertionError(f"{text!r} did not come, but {self._seen!r}")
+                raise AssertionError(f"{text!r} was not printed, but {self._seen!r}")
             self._seen += os.read(self._master, 65536).decode(errors="replace")
         before, found, self._seen = self._seen.partition(text)
         return before + found
@@ -332,7 +332,7 @@ class ZshTests(CompletionTestCase):
     SETTINGS = (
         "PS1='ready> ' LISTMAX=10000; unsetopt zle_bracketed_paste prompt_cr prompt_sp; "
         "fpath=(COMPLETIONS $fpath); autoload -Uz compinit && compinit -D -u; "
-        # Shows what is on the line, and empties it.
+        # Prints the command line and empties it.
         "show() { print -r -- \"<$BUFFER>\"; BUFFER=; zle redisplay }; zle -N show; bindkey '^X' show\n"
     )
 
@@ -358,7 +358,7 @@ class ZshTests(CompletionTestCase):
             self.assertIn(line.strip(), lines)
         return lines
 
-    def test_words_and_options(self):
+    def test_commands_and_options_are_completed(self):
         terminal = self.start()
         self.assert_lists(
             terminal,
@@ -381,7 +381,7 @@ class ZshTests(CompletionTestCase):
         self.assert_line(terminal, f"{TOOL} activate --url https", f"{TOOL} activate --url https://")
         self.assert_line(terminal, f"{TOOL} activate --url f", f"{TOOL} activate --url f")
 
-    def test_fingerprints_with_names(self):
+    def test_fingerprints_are_completed_and_shown_with_names(self):
         people = self.make_people()
         terminal = self.start()
         self.assert_lists(

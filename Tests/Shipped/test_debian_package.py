@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""The Debian package: what it holds, and that all of it goes again."""
+"""The Debian package: what it contains, and that nothing of it is left after removal."""
 
 import os
 import re
@@ -29,7 +29,7 @@ class DebianPackageTests(DebianPackageTestCase):
         self.assert_succeeds("dpkg-deb", "--raw-extract", package, place)
         return place
 
-    def test_name_version_and_content(self):
+    def test_the_package_has_its_name_version_and_files(self):
         self.assertEqual((self.field("Package"), self.field("Version")), ("lumaret-macos-helper", VERSION))
         place = self.extracted(self.package, "content")
         self.assertEqual(files(place / "usr"), modes(PACKAGED))
@@ -45,7 +45,7 @@ class DebianPackageTests(DebianPackageTestCase):
         again = debian_package.make(self.machine.folder / "again")
         first, second = (contents(self.extracted(*made)) for made in ((self.package, "first"), (again, "second")))
         for made in (first, second):
-            # The size that is named there counts folders, which have one on some file systems.
+            # The installed size includes that of folders, which depends on the file system.
             mode, control = made["DEBIAN/control"]
             made["DEBIAN/control"] = (mode, re.sub(rb"Installed-Size: \d+", b"", control))
         self.assertEqual([path for path in first.keys() | second.keys() if first.get(path) != second.get(path)], [])
@@ -54,21 +54,21 @@ class DebianPackageTests(DebianPackageTestCase):
         complaints = self.assert_succeeds("lintian", "--allow-root", "--fail-on", "error", self.package)
         self.assertNotIn("E: ", complaints)
 
-    def test_what_root_runs_loads_no_library_but_those_of_the_language(self):
+    def test_the_program_that_root_runs_loads_only_libraries_of_the_language(self):
         program = BUILD / "store-rules"
         libraries = re.findall(r"NEEDED\s+(\S+)", self.assert_succeeds("objdump", "-p", program))
         self.assertLessEqual(set(libraries), {"libstdc++.so.6", "libm.so.6", "libgcc_s.so.1", "libc.so.6"})
 
-    def test_every_library_is_of_a_package_that_it_depends_on(self):
+    def test_every_library_belongs_to_a_package_that_this_one_depends_on(self):
         libraries = re.findall(r"NEEDED\s+(\S+)", self.assert_succeeds("objdump", "-p", HELPER))
         self.assertGreater(len(libraries), 4)
         paths = dict(re.findall(r"(\S+) => (/\S+)", self.assert_succeeds("ldd", HELPER)))
-        libraries.append("ICU")  # loaded later
+        libraries.append("ICU")  # loaded at run time
         paths["ICU"] = str(icu_library())
         depends = set(re.findall(r"(?:^|, )([^ ,]+)", self.field("Depends")))
         for library in libraries:
             if library in paths:
-                # Debian's packages name the place below /usr in one way and the loader in the other.
+                # The loader may name a path outside /usr that leads below it, and packages name the latter.
                 name = Path(paths[library]).resolve().name
                 owners = {
                     line.split(":")[0]
@@ -79,14 +79,14 @@ class DebianPackageTests(DebianPackageTestCase):
 
 
 @needs_real_root
-class DebianLifeTests(DebianRootTestCase):
+class DebianLifecycleTests(DebianRootTestCase):
     def setUp(self):
         super().setUp()
         self.identity = self.make_identity()
         self.assert_succeeds("cp", "-r", self.machine.home / ".pki", self.home / ".pki")
         self.policy = self.root / "etc/chromium/policies/managed" / OWN_FILE
 
-    def test_installed_used_removed_and_nothing_is_left(self):
+    def test_nothing_is_left_after_installation_use_and_purge(self):
         before = self.state()
         self.inside("dpkg", "--install", "package.deb")
         self.assertEqual(
@@ -114,7 +114,7 @@ class DebianLifeTests(DebianRootTestCase):
         self.assertEqual(list(self.root.glob("var/lib/dpkg/info/lumaret*")), [])
 
     def activate_as_nobody(self):
-        """With an identity of an ordinary user's."""
+        """Activates an identity of the ordinary user nobody."""
         home = self.root / "home/nobody"
         self.assert_succeeds("cp", "-r", self.machine.home, home)
         self.assert_succeeds("chown", "-R", "nobody:nogroup", home)
@@ -133,13 +133,13 @@ class DebianLifeTests(DebianRootTestCase):
         self.assertEqual(self.activate_as_nobody(), ACTIVATED)
         rules = self.policy.read_bytes()
         self.assertEqual(self.policy.stat().st_uid, 0)
-        self.inside("dpkg", "--install", "package.deb")  # an upgrade takes nothing back
+        self.inside("dpkg", "--install", "package.deb")  # an upgrade revokes nothing
         self.assertEqual(self.grants, [f"zz-lumaret-macos-helper-{NOBODY}"])
         self.inside("dpkg", "--remove", "lumaret-macos-helper")
         self.assertEqual((self.grants, self.policy.read_bytes()), ([], rules))
 
-    def test_removing_takes_the_grant_back_whatever_the_state(self):
-        """A script that fails, no sudo, and what version 0.1.0 left: a user's own file with something mounted on it."""
+    def test_removing_the_package_revokes_the_grant_whatever_the_state(self):
+        """The script fails, sudo is missing, and a policy file that version 0.1.0 gave to a user has a mount on it."""
         self.inside("dpkg", "--install", "package.deb")
         self.inside("lumaret-policy-access", "grant", "--yes", "nobody")
         (self.root / "usr/bin/sudo").unlink()
@@ -162,7 +162,7 @@ class DebianLifeTests(DebianRootTestCase):
         other.touch()
         self.assert_succeeds("mount", "--bind", other, self.policy)
 
-    def test_purging_takes_the_grant_back_whatever_the_state(self):
+    def test_purging_the_package_revokes_the_grant_whatever_the_state(self):
         self.inside("dpkg", "--install", "package.deb")
         self.inside("lumaret-policy-access", "grant", "--yes", "nobody")
         self.leave_a_grant_of_version_0_1_0()
@@ -170,13 +170,13 @@ class DebianLifeTests(DebianRootTestCase):
         self.assertEqual(self.grants, [])
         self.assertFalse(self.policy.exists())
 
-    def test_purging_removes_its_own_files_and_folders_alone(self):
+    def test_purging_removes_only_files_and_folders_of_the_tool(self):
         browser = self.root / "opt/google/chrome/google-chrome"
         browser.parent.mkdir(parents=True)
         browser.write_text("#!/bin/sh\n")
         browser.chmod(0o755)
         chromium, chrome = (self.root / folder for folder in ("etc/chromium/policies", "etc/opt/chrome/policies"))
-        (chromium / "managed").mkdir(parents=True)  # an administrator's own, empty
+        (chromium / "managed").mkdir(parents=True)  # an empty folder of the administrator
         before = self.state()
         self.inside("dpkg", "--install", "package.deb")
         self.inside("lumaret-policy-access", "grant", "--yes", "nobody")

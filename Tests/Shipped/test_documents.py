@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""All documents: what they link to is there, and what they name of the sources."""
+"""The links of all documents, and the names of the sources in them, lead to something that exists."""
 
 import json
 import re
@@ -13,16 +13,16 @@ FOLDERS = (".github", "Benchmarks", "Fuzzing", "LumaretMacHelper", "Packaging", 
 FILES = {path for folder in FOLDERS for path in (SOURCES / folder).rglob("*")} | set(SOURCES.glob("*"))
 DOCUMENTS = sorted(path for path in FILES if path.suffix == ".md")
 ARCHITECTURE = SOURCES / "docs/architecture.md"
-# They name the sources of Apple and Chromium from which their facts are.
+# Their facts come from sources of Apple and Chromium, which they name.
 OF_OTHER_SOURCES = {SOURCES / "docs/import-and-undo.md", SOURCES / "docs/troubleshooting-macos.md"}
 SUFFIXES = (".cmake", ".cpp", ".hpp", ".md", ".mm", ".txt")
 
-# Functions of NSS that are named because the tool does not call them.
+# Functions of NSS that a document names because the tool does not call them.
 NOT_CALLED = {"PK11_ListCerts", "CERT_FindUserCertsByUsage"}
 
 
 def names_in(document: Path) -> list[str]:
-    """What stands in backticks, outside transcripts."""
+    """The strings in backticks, outside transcripts."""
     return re.findall(r"`([^`\n]+)`", re.sub(r"^```.*?^```$", "", document.read_text(), flags=re.M | re.S))
 
 
@@ -44,14 +44,14 @@ class EveryDocumentTests(unittest.TestCase):
                 with self.subTest(document.name):
                     self.fail(link)
 
-    def test_every_path_is_there(self):
+    def test_every_path_exists(self):
         file_names = {path.name for path in FILES}
         for document in set(DOCUMENTS) - OF_OTHER_SOURCES:
             for path in paths_in(document) - {Path("pkcs11.txt")}:  # a file of the certificate store
                 with self.subTest(document.name, path=str(path)):
                     self.assertTrue((SOURCES / path).exists() or (len(path.parts) == 1 and path.name in file_names))
 
-    def test_every_preset_is_there(self):
+    def test_every_preset_exists(self):
         presets = json.loads((SOURCES / "CMakePresets.json").read_text())
         kinds = {"cmake": "configure", "ctest": "test", "--build": "build", "--workflow": "workflow"}
         for document in DOCUMENTS:
@@ -60,7 +60,7 @@ class EveryDocumentTests(unittest.TestCase):
                     with self.subTest(document.name, command=command):
                         self.assertIn(name, [preset["name"] for preset in presets[f"{kinds[word]}Presets"]])
 
-    def test_every_python_test_is_there(self):
+    def test_every_python_test_exists(self):
         loader = unittest.TestLoader()
         for document in DOCUMENTS:
             for name in re.findall(r"python3 -m unittest (\S+)", document.read_text()):
@@ -70,10 +70,10 @@ class EveryDocumentTests(unittest.TestCase):
 
 
 class ArchitectureTests(unittest.TestCase):
-    def test_it_is_short(self):
+    def test_the_architecture_document_is_short(self):
         self.assertLessEqual(len(ARCHITECTURE.read_text().splitlines()), 80)
 
-    def test_every_identifier_is_one_of_the_product(self):
+    def test_every_identifier_exists_in_the_product(self):
         product = [path for path in FILES if SOURCES / "LumaretMacHelper" in path.parents and path.is_file()]
         text = "\n".join(path.read_text() for path in (SOURCES / "CMakeLists.txt", *product))
         names = {name for name in names_in(ARCHITECTURE) if re.fullmatch(r"\w+(::\w+)*(\(\))?", name)}

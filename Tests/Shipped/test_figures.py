@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""The figures of the last benchmark: README has those of the sources, and a run without what it needs says so."""
+"""README has the figures of the last benchmark. A benchmark without its requirements says what is missing."""
 
 import os
 import re
@@ -18,7 +18,7 @@ class FigureTests(unittest.TestCase):
         measured = [each["identities"] for each in self.results["measured"]]
         self.assertEqual(measured, list(databases.COUNTS))
 
-    def test_readme_has_the_table_of_these(self):
+    def test_readme_has_the_table_of_the_figures(self):
         self.assertIn("\n" + results.table(self.results), results.README.read_text())
 
     def test_each_plot_names_every_line_and_every_size(self):

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""The Homebrew formula. Homebrew itself is asked on a Mac alone, by Tests/OnMac/run."""
+"""The Homebrew formula. Homebrew itself reads it only on a Mac, in Tests/OnMac/run."""
 
 import hashlib
 import shutil
@@ -26,7 +26,7 @@ class FormulaTests(unittest.TestCase):
     def make(self, *arguments) -> subprocess.CompletedProcess:
         return subprocess.run((MAKE_FORMULA, *arguments), text=True, capture_output=True)
 
-    def test_a_release_fills_in_where_it_is_and_its_checksum(self):
+    def test_the_formula_has_the_addresses_and_the_checksum_of_the_release(self):
         made = self.make(REPOSITORY, URL, self.archive)
         self.assertEqual((made.returncode, made.stderr), (0, ""))
         lines = [line.strip() for line in made.stdout.splitlines()]
@@ -36,7 +36,7 @@ class FormulaTests(unittest.TestCase):
         self.assertIn(f'sha256 "{hashlib.sha256(ARCHIVE).hexdigest()}"', lines)
         self.assertNotRegex(made.stdout, "@[A-Z]")
 
-    def test_without_its_archive_there_is_no_formula(self):
+    def test_without_the_archive_no_formula_is_written(self):
         for arguments in ((), (REPOSITORY, URL), (REPOSITORY, URL, self.archive.with_name("missing"))):
             with self.subTest(arguments):
                 made = self.make(*arguments)
@@ -44,7 +44,7 @@ class FormulaTests(unittest.TestCase):
                 self.assertEqual(made.stdout, "")
 
     @unittest.skipUnless(shutil.which("ruby"), "There is no ruby here.")
-    def test_it_is_ruby_without_a_warning(self):
+    def test_ruby_reads_the_formula_without_a_warning(self):
         formula = self.make(REPOSITORY, URL, self.archive).stdout
         checked = subprocess.run(("ruby", "-cw"), input=formula, text=True, capture_output=True)
         self.assertEqual((checked.returncode, checked.stdout, checked.stderr), (0, "Syntax OK\n", ""))

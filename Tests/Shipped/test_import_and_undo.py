@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""docs/import-and-undo.md: its transcripts for Linux come out as they stand there, and its entries for a Mac name a source."""
+"""The transcripts of docs/import-and-undo.md for Linux are reproduced, and its entries for a Mac name a source."""
 
 import re
 import subprocess

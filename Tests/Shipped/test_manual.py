@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""The manual pages: well-formed, of this version, and complete."""
+"""The manual pages are well-formed, of this version, and complete."""
 
 import re
 import subprocess
@@ -23,20 +23,20 @@ def output(*command, **settings) -> str:
 
 
 def rendered(page, *options) -> str:
-    """What a reader sees, on paper so wide that no message is broken."""
+    """The page as a reader sees it, so wide that no message is wrapped."""
     return re.sub(".\b", "", output("mandoc", "-T", "utf8", "-O", "width=400", *options, page))
 
 
 class ManualTests(unittest.TestCase):
     maxDiff = None
 
-    def test_lint_finds_nothing(self):
+    def test_the_pages_have_no_lint(self):
         for page in PAGES:
             with self.subTest(page.name):
                 lint = subprocess.run(
                     ("mandoc", "-T", "lint", page), text=True, stdout=subprocess.PIPE, stderr=subprocess.STDOUT
                 ).stdout
-                # Which other pages are installed, and in an index, is the machine's business.
+                # It depends on the machine which other pages are installed and indexed.
                 own = [
                     line
                     for line in lint.splitlines()
@@ -59,11 +59,11 @@ class ManualTests(unittest.TestCase):
                 written = output("date", "--date", re.search(r"^\.Dd (.+)$", page.read_text(), re.M)[1], "+%F").strip()
                 self.assertEqual(written, day[2])
 
-    def test_its_messages_are_those_of_the_code(self):
+    def test_the_messages_are_those_of_the_code(self):
         diagnostics = re.search(r"^DIAGNOSTICS\n(.*?)^[A-Z]", rendered(PAGES[0]), re.M | re.S)[1]
         explained = re.findall(r"^     (\S.*)\n {8,}\S", diagnostics, re.M)
         messages = output(BUILD / "Tests/Shipped/PrintMessages").splitlines()
-        # This one needs a broken installation of ICU.
+        # This message requires a broken installation of ICU.
         order = re.search(
             r'"(The order of names .*?: )"', (SOURCES / "LumaretMacHelper/Linux/LocalizedOrder.cpp").read_text()
         )[1]

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""The installation: what `cmake --install` and the package for the Mac put where."""
+"""Which files `cmake --install` and the package for the Mac install, and where."""
 
 import re
 import stat
@@ -15,7 +15,7 @@ from Tests.Support.Python.project import BUILD, SOURCES, VERSION
 
 setUpModule = private_machine.enter
 
-TOOL = "lumaret_macos_helper"  # in the names of functions
+TOOL = "lumaret_macos_helper"  # the tool's name in those of functions
 
 
 class InstallTests(PackagingTestCase):
@@ -64,7 +64,7 @@ class InstallTests(PackagingTestCase):
         self.assertEqual([stat.S_IMODE(folder.stat().st_mode) for folder in (place, share)], [0o2775, 0o700])
 
     def assert_completes(self, share: Path):
-        """Each completion finds its program where both were installed; here with a link to fish's, as README has it."""
+        """Each completion finds its program in this installation, that of fish also behind a link."""
         identity = self.make_identity()
         link = self.machine.folder / "lumaret-macos-helper.fish"
         link.symlink_to(share / "fish/vendor_completions.d/lumaret-macos-helper.fish")
@@ -77,8 +77,8 @@ class InstallTests(PackagingTestCase):
 
 
 class ConfigureTests(PackagingTestCase):
-    def test_nothing_of_debians_is_asked_for(self):
-        """Nor a program that another system has in another form. Making the Debian package may ask for all of them."""
+    def test_configuring_requires_no_program_of_debian(self):
+        """Nor a program that differs on other systems. Only making the Debian package requires them."""
         tools, asked = self.machine.folder / "tools", self.machine.folder / "asked"
         tools.mkdir()
         debian = [Path("/usr/bin", name) for name in ("date", "gzip", "lsb_release")]
@@ -94,8 +94,8 @@ class ConfigureTests(PackagingTestCase):
 
 
 class MacPackageTests(PackagingTestCase):
-    """Over stand-ins for the Mac's own tools, which only tell what they were asked. What is packaged is this build,
-    so that this shows how the package is made and not what a Mac's build installs."""
+    """Uses stand-ins for the Mac's own tools, which only record their arguments. They package this build. So this
+    shows how the package is made, and not what a build on a Mac installs."""
 
     BUILD_FOLDER = "build/macos-universal"
     PACKAGE = f"build/lumaret-macos-helper-{VERSION}.pkg"
@@ -146,10 +146,10 @@ class MacPackageTests(PackagingTestCase):
         self.assertEqual(folder_modes(packaged), {"drwxr-xr-x"})
         self.assertFalse(Path(root).exists())
 
-    def test_without_identities_to_sign_with(self):
+    def test_without_signing_identities_the_executable_is_signed_ad_hoc(self):
         self.assert_packages("--sign -", "")
 
-    def test_with_identities_to_sign_with(self):
+    def test_executable_and_package_are_signed_with_the_given_identities(self):
         self.machine.environment |= {
             "APPLICATION_IDENTITY": "Developer ID Application: Ana",
             "INSTALLER_IDENTITY": "Developer ID Installer: Ana",

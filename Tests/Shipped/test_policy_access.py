@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""The administrator's step: who may write the policy file, and who decides that."""
+"""lumaret-policy-access, by which an administrator lets users store the rule."""
 
 import fcntl
 import json
@@ -81,7 +81,7 @@ def drop_in(user: int) -> Path:
 
 
 def access_control_list(*entries: tuple[int, int, int | None]) -> bytes:
-    """As the kernel takes it, of (tag, permissions, user); the tags are those below."""
+    """The kernel's form of entries of (tag, permissions, user). The tags are those below."""
     return struct.pack("<I", 2) + b"".join(
         struct.pack("<HHI", tag, permissions, 0xFFFFFFFF if user is None else user)
         for tag, permissions, user in entries
@@ -95,7 +95,7 @@ class AccessTestCase(PackagingTestCase):
     def setUp(self):
         super().setUp()
         accounts = self.machine.folder / "passwd"
-        # Without an "x", nothing is looked for in /etc/shadow.
+        # Without an "x", nobody reads /etc/shadow.
         accounts.write_text("".join(f"{name}:*:{number}:{number}::/:/bin/sh\n" for name, number in ACCOUNTS))
         self.machine.mount_over(Path("/etc/passwd"), accounts)
         self.accounts = accounts
@@ -123,7 +123,7 @@ class AccessTestCase(PackagingTestCase):
             return self.access("grant", "ana", stdin=keyboard)
 
     def may_store(self, user: int) -> bool:
-        """Whether sudo lets that user run the program, which then refuses the empty input."""
+        """Whether sudo lets that user run the program. The program then refuses the empty input."""
         command = ("setpriv", f"--reuid={user}", f"--regid={user}", "--clear-groups", "sudo", "-n", STORE_RULES)
         return b"store-rules: " in self.machine.run(*command).stderr
 
@@ -133,7 +133,7 @@ class AccessTestCase(PackagingTestCase):
         self.assertEqual((contents(Path("/etc/chromium")), contents(GRANTS)), before)
 
     def give_file(self, owner: int = ANA, file: Path = FILE, text: str = "{}\n"):
-        """As version 0.1.0 granted it."""
+        """Leaves a policy file that belongs to a user, as version 0.1.0 granted it."""
         file.parent.mkdir(parents=True, exist_ok=True)
         file.write_text(text)
         os.chown(file, owner, 0)
@@ -144,7 +144,7 @@ class AccessTestCase(PackagingTestCase):
         self.assertEqual(os.listxattr(file), [])
 
     def assert_failed(self, outcome: Outcome, message: str):
-        """With that message after what the program that failed has said."""
+        """The last line is this message. Lines of the program that failed may precede it."""
         self.assertEqual((outcome.status, outcome.stdout), (1, b""))
         self.assertEqual(outcome.stderr.decode().splitlines()[-1], f"lumaret-policy-access: {message}")
 
@@ -159,7 +159,7 @@ class AccessTestCase(PackagingTestCase):
 
 
 class AnybodyTests(AccessTestCase):
-    def test_arguments_that_make_no_sense(self):
+    def test_wrong_arguments_are_a_usage_error(self):
         for arguments in (
             (),
             ("give",),
@@ -175,8 +175,8 @@ class AnybodyTests(AccessTestCase):
                 self.assertTrue(outcome.stderr.startswith(b"usage: lumaret-policy-access grant [--yes] USER\n"))
 
     @needs_real_root
-    def test_it_is_for_root(self):
-        script = self.machine.folder / "script"  # the clone may be closed to other users
+    def test_only_root_may_run_it(self):
+        script = self.machine.folder / "script"  # other users may have no access to the clone
         script.write_bytes(SCRIPT.read_bytes())
         script.chmod(0o755)
         for arguments in (("grant", "--yes", "ana"), ("revoke",), ("list",)):
@@ -188,7 +188,7 @@ class AnybodyTests(AccessTestCase):
 
 @needs_real_root
 class GrantTests(AccessTestCase):
-    def test_one_line_of_sudo_s_for_that_user_and_nothing_else(self):
+    def test_a_grant_is_one_line_for_sudo_and_nothing_else(self):
         before = contents(Path("/etc/chromium"))
         self.assertEqual(self.grant(), GRANTED)
         line = f'#{ANA} ALL = (root) NOPASSWD: {STORE_RULES} ""\n'.encode()
@@ -198,7 +198,7 @@ class GrantTests(AccessTestCase):
         self.assertTrue(self.may_store(ANA))
         self.assertFalse(self.may_store(BEN))
 
-    def test_a_private_umask_and_a_default_access_control_list_change_nothing_of_that(self):
+    def test_umask_and_default_access_control_list_do_not_change_a_grant(self):
         everything = ((OWNER, 7, None), (USER, 7, BEN), (GROUP, 7, None), (MASK, 7, None), (OTHERS, 7, None))
         os.setxattr(GRANTS, "system.posix_acl_default", access_control_list(*everything))
         for mask in (0o077, 0o000):
@@ -206,7 +206,7 @@ class GrantTests(AccessTestCase):
             self.assertEqual(stat.filemode(drop_in(ANA).stat().st_mode), "-r--r-----")
             self.assertTrue(self.may_store(ANA))
 
-    def test_several_users_have_it_at_once_and_are_shown(self):
+    def test_several_users_are_granted_and_listed(self):
         self.assertEqual(self.listed(), "Nothing was granted.\n")
         self.grant()
         self.grant("ben")
@@ -216,13 +216,13 @@ class GrantTests(AccessTestCase):
             f"ana (user number {ANA}) may store the rule.\nben (user number {BEN}) may store the rule.\n",
         )
 
-    def test_a_second_time_changes_nothing(self):
+    def test_a_second_grant_changes_nothing(self):
         self.grant()
         before = contents(GRANTS)
         self.assertEqual(self.grant(), GRANTED)
         self.assertEqual(contents(GRANTS), before)
 
-    def test_the_consequence_is_said_and_yes_must_be_typed(self):
+    def test_the_consequence_is_shown_and_yes_must_be_typed(self):
         self.assertEqual(self.answered("yes\n"), Outcome(0, GRANTED.stdout, (CONSEQUENCE + QUESTION).encode()))
         self.assertTrue(self.may_store(ANA))
 
@@ -247,7 +247,7 @@ class GrantTests(AccessTestCase):
 
 @needs_real_root
 class UserTests(AccessTestCase):
-    """Whom a grant is for is decided by numbers, and what is not clear is refused."""
+    """A grant is for the number of a user. A name that is ambiguous is refused."""
 
     def assert_granted(self, user: str, number: int, **settings):
         outcome = self.grant(user, **settings)
@@ -256,11 +256,11 @@ class UserTests(AccessTestCase):
         self.assertTrue(self.may_store(number))
         drop_in(number).unlink()
 
-    def test_a_user_by_number(self):
+    def test_a_user_may_be_named_by_number(self):
         self.assert_granted(str(ANA), ANA)
         self.assert_granted(str(DIGITS), DIGITS)
 
-    def test_a_name_with_a_backslash(self):
+    def test_a_name_with_a_backslash_is_granted_and_revoked(self):
         self.assert_granted(BACKSLASH, 1236)
         self.grant(BACKSLASH)
         self.assertEqual(self.listed(), f"{BACKSLASH} (user number 1236) may store the rule.\n")
@@ -268,8 +268,8 @@ class UserTests(AccessTestCase):
             self.revoke(BACKSLASH).stdout.decode(), f"{BACKSLASH} (user number 1236) may no longer store the rule.\n"
         )
 
-    def test_a_name_that_is_a_number(self):
-        """Of another user, or of none. sudo takes one for the other, too."""
+    def test_a_number_that_is_the_name_of_another_user_is_refused(self):
+        """The number may belong to another user, or to none. sudo confuses the two as well."""
         for user, number, other in ((str(DORA), DORA, DIGITS), ("4242", 4242, 2001)):
             reason = f'"{number}" is a number of one user and the name of another, whose number is {other}.'
             for action in (self.grant, self.revoke):
@@ -280,10 +280,10 @@ class UserTests(AccessTestCase):
         self.assertEqual(self.revoke("dora").status, 0)
         self.assertEqual(contents(GRANTS).keys(), {"."})
 
-    def test_programs_that_are_told_to_follow_posix(self):
+    def test_a_user_is_granted_although_programs_must_follow_posix(self):
         self.assert_granted("ana", ANA, env=self.machine.environment | {"POSIXLY_CORRECT": "1"})
 
-    def test_a_user_that_does_not_exist(self):
+    def test_a_user_that_does_not_exist_is_refused(self):
         for user in (
             *("carl", "", "ana:x", "-x", "ana ben", "9999", "01234", "+1234", " 1234", "-1", "--yes", "1234 "),
             str((1 << 32) + ANA),
@@ -291,21 +291,21 @@ class UserTests(AccessTestCase):
             with self.subTest(user):
                 self.assert_refused(f'There is no user "{user}".', lambda: self.grant(user))
 
-    def test_root_under_any_name(self):
+    def test_root_is_refused_under_any_name(self):
         for user in ("root", "admin"):
             with self.subTest(user):
                 self.assert_refused(f'"{user}" is root, who may store everything.', lambda: self.grant(user))
         self.assert_refused('There is no user "0".', lambda: self.grant("0"))
 
-    def test_an_account_database_that_cannot_be_asked(self):
+    def test_nothing_is_granted_if_the_account_database_fails(self):
         broken = self.machine.folder / "broken"
         broken.write_text("#!/bin/sh\nexit 1\n")
         broken.chmod(0o755)
         self.machine.mount_over(Path("/usr/bin/getent"), broken)
         self.assert_refused('The account database could not be asked for "ana".')
 
-    def test_a_database_that_finds_another_account_by_the_number(self):
-        """Such as one that has no numbers of its own."""
+    def test_nothing_is_granted_if_the_number_leads_to_another_account(self):
+        """Such as an account database that does not search by number."""
         broken = self.machine.folder / "broken"
         broken.write_text(
             f"#!/bin/sh\n[ $3 != ana ] || echo 'ana:*:{ANA}:0::/:'\n[ $3 = ana ]  || echo 'ben:*:7:0::/:'\n"
@@ -317,7 +317,7 @@ class UserTests(AccessTestCase):
 
 @needs_real_root
 class RefusalTests(AccessTestCase):
-    def test_no_sudo(self):
+    def test_nothing_is_granted_without_sudo(self):
         nothing = self.machine.folder / "nothing"
         nothing.touch(mode=0o644)
         for program in ("/usr/bin/sudo", "/usr/sbin/visudo"):
@@ -325,7 +325,7 @@ class RefusalTests(AccessTestCase):
             self.assert_refused("/usr/bin/sudo is not installed.")
             self.machine.unmount(Path(program))
 
-    def test_a_sudo_that_does_not_read_the_folder(self):
+    def test_nothing_is_granted_if_sudo_does_not_read_the_folder(self):
         settings = self.machine.folder / "other-sudoers"
         settings.write_text("root ALL=(ALL:ALL) ALL\n")
         settings.chmod(0o440)
@@ -333,7 +333,7 @@ class RefusalTests(AccessTestCase):
         self.assert_failed(self.grant(), f"sudo does not obey {drop_in(ANA)}. Is that folder included in /etc/sudoers?")
         self.assertEqual(contents(GRANTS).keys(), {"."})
 
-    def test_a_program_that_others_may_write_or_that_is_missing(self):
+    def test_a_program_that_is_missing_or_that_others_may_write_is_refused(self):
         for folder in (STORE_RULES.parent, STORE_RULES):
             folder.chmod(0o775)
             self.assert_refused(f"{folder} may be written by others than root.")
@@ -346,11 +346,11 @@ class RefusalTests(AccessTestCase):
             make()
             self.assert_refused(f"{STORE_RULES} is not there, or is no program.")
 
-    def test_a_folder_of_sudo_s_that_others_may_write(self):
+    def test_a_sudoers_folder_that_others_may_write_is_refused(self):
         GRANTS.chmod(0o777)
         self.assert_refused(f"{GRANTS} may be written by others than root.")
 
-    def test_a_check_that_cannot_be_made(self):
+    def test_nothing_is_granted_if_a_check_fails(self):
         broken = self.machine.folder / "broken"
         broken.write_text("#!/bin/sh\nexit 1\n")
         broken.chmod(0o755)
@@ -363,7 +363,7 @@ class RefusalTests(AccessTestCase):
             self.assert_refused(message)
             self.machine.unmount(Path("/usr/bin", program))
 
-    def test_a_link_in_its_place(self):
+    def test_a_link_in_place_of_the_policy_file_is_refused(self):
         for target in ("/etc/passwd", "/nonexistent"):
             FILE.parent.mkdir(parents=True, exist_ok=True)
             FILE.unlink(missing_ok=True)
@@ -371,14 +371,14 @@ class RefusalTests(AccessTestCase):
             for action in (self.grant, self.revoke):
                 self.assert_refused(f"{FILE} is a link.", action)
 
-    def test_a_folder_or_a_pipe_in_its_place(self):
+    def test_a_folder_or_a_pipe_in_place_of_the_policy_file_is_refused(self):
         FILE.mkdir(parents=True)
         self.assert_refused(f"{FILE} is not a regular file.")
         FILE.rmdir()
         os.mkfifo(FILE)
         self.assert_refused(f"{FILE} is not a regular file.")
 
-    def test_a_folder_on_the_way_that_others_may_write(self):
+    def test_a_parent_folder_that_others_may_write_is_refused(self):
         self.give_file(0)
         for folder in (FILE.parent, FILE.parent.parent, Path("/etc/chromium")):
             for change, undo in (
@@ -393,7 +393,7 @@ class RefusalTests(AccessTestCase):
                 undo()
         self.assertEqual(self.grant(), GRANTED)
 
-    def test_a_root_folder_that_others_may_write(self):
+    def test_a_root_folder_that_others_may_write_is_refused(self):
         root = self.machine.folder / "root"
         root.mkdir(mode=0o755)
         for name in ("dev", "etc", "proc", "run", "usr"):
@@ -414,14 +414,14 @@ class RefusalTests(AccessTestCase):
         root.chmod(0o755)
         self.assertEqual(action(), GRANTED)
 
-    def test_a_link_on_the_way(self):
+    def test_a_link_in_place_of_a_parent_folder_is_refused(self):
         elsewhere = self.machine.folder / "elsewhere"
         elsewhere.mkdir()
         (CHROMIUM.policies.parent).symlink_to(elsewhere)
         self.assert_refused(f"{CHROMIUM.policies.parent} is not a folder.")
         self.assertEqual(contents(elsewhere).keys(), {"."})
 
-    def test_a_grant_of_version_0_1_0_is_not_continued(self):
+    def test_a_grant_of_version_0_1_0_must_be_revoked_first(self):
         first = "First: lumaret-policy-access revoke"
         self.give_file()
         for user in ("ana", "ben"):
@@ -443,7 +443,7 @@ class RefusalTests(AccessTestCase):
         self.assertEqual(self.revoke(), TAKEN_BACK)
         self.assertEqual(self.grant(), GRANTED)
 
-    def test_something_mounted_on_the_policy_file(self):
+    def test_a_mount_on_the_policy_file_must_be_revoked_first(self):
         self.give_file()
         self.machine.mount_over(FILE, self.accounts)
         self.assert_refused(f"Whoever mounted something on it may write {FILE}. First: lumaret-policy-access revoke")
@@ -451,9 +451,9 @@ class RefusalTests(AccessTestCase):
 
 @needs_real_root
 class RevokeTests(AccessTestCase):
-    """Of one user, of all, and of whatever version 0.1.0 left."""
+    """Revokes the grant of one user, all grants, and what version 0.1.0 left."""
 
-    def test_one_user_s_or_everybody_s(self):
+    def test_one_grant_or_all_grants_are_revoked(self):
         self.grant()
         self.grant("ben")
         self.assertEqual(self.revoke("ana"), REVOKED)
@@ -466,7 +466,7 @@ class RevokeTests(AccessTestCase):
         self.assertEqual(contents(GRANTS).keys(), {"."})
         self.assertEqual(self.revoke(), NOTHING_GRANTED)
 
-    def test_a_user_who_was_deleted(self):
+    def test_the_grant_of_a_deleted_user_is_revoked(self):
         self.grant()
         self.accounts.write_text(self.accounts.read_text().replace(f"ana:*:{ANA}", "anna:*:1299"))
         gone = f"A user who is gone (user number {ANA})"
@@ -474,18 +474,18 @@ class RevokeTests(AccessTestCase):
         self.assertEqual(self.revoke(str(ANA)), Outcome(0, f"{gone} may no longer store the rule.\n".encode(), b""))
         self.assertEqual(contents(GRANTS).keys(), {"."})
 
-    def test_other_lines_of_sudo_s_stay(self):
+    def test_other_files_of_sudo_stay(self):
         (GRANTS / "other").write_text("# other\n")
         self.grant()
         self.revoke()
         self.assertEqual(contents(GRANTS).keys(), {".", "other"})
 
-    def test_a_folder_that_takes_no_change(self):
+    def test_a_read_only_sudoers_folder_is_an_error(self):
         self.grant()
         self.machine.make_read_only(GRANTS)
         self.assert_failed(self.revoke(), f"{drop_in(ANA)} was not removed.")
 
-    def test_without_the_program_and_without_sudo(self):
+    def test_a_grant_is_revoked_without_the_program_and_without_sudo(self):
         self.grant()
         STORE_RULES.unlink()
         nothing = self.machine.folder / "nothing"
@@ -495,7 +495,7 @@ class RevokeTests(AccessTestCase):
 
     # What version 0.1.0 left
 
-    def test_the_file_is_root_s_again_and_says_what_it_said(self):
+    def test_the_policy_file_belongs_to_root_again_with_the_same_rules(self):
         self.give_file(text=policies(ELSEWHERE))
         self.assertEqual(self.listed(), f"ana may write {FILE}, by a grant of version 0.1.0.\n")
         self.assertEqual(self.revoke(), TAKEN_BACK)
@@ -503,7 +503,7 @@ class RevokeTests(AccessTestCase):
         self.assertEqual(self.stored_rules(), [ELSEWHERE])
         self.assertEqual(self.revoke(), NOTHING_GRANTED)
 
-    def test_files_of_both_browsers_even_of_one_that_is_gone(self):
+    def test_files_of_both_browsers_are_taken_back_even_if_one_browser_is_gone(self):
         self.give_file(ANA)
         self.give_file(BEN, GOOGLE_CHROME.policies / OWN_FILE)
         self.machine.hide(CHROMIUM)
@@ -511,7 +511,7 @@ class RevokeTests(AccessTestCase):
         for browser in (CHROMIUM, GOOGLE_CHROME):
             self.assert_root_s(browser.policies / OWN_FILE)
 
-    def test_a_file_that_is_refused_keeps_no_other_from_being_taken_back(self):
+    def test_a_refused_file_does_not_stop_the_other_from_being_taken_back(self):
         files = [browser.policies / OWN_FILE for browser in (GOOGLE_CHROME, CHROMIUM)]
         for good, bad in (files, files[::-1]):
             for file in files:
@@ -534,7 +534,7 @@ class RevokeTests(AccessTestCase):
     def grant_without_the_script(self):
         self.machine.grant(ANA)
 
-    def test_a_file_larger_than_the_disk(self):
+    def test_a_sparse_file_larger_than_the_disk_is_taken_back(self):
         self.give_policies_a_small_disk()
         self.give_file()
         os.truncate(FILE, 1 << 40)
@@ -543,7 +543,7 @@ class RevokeTests(AccessTestCase):
         self.assert_root_s()
         self.assertEqual((FILE.stat().st_size, FILE.stat().st_blocks), (1 << 40, used))
 
-    def test_a_full_disk_leaves_it_to_root_in_its_old_place(self):
+    def test_on_a_full_disk_root_owns_the_old_file_and_a_warning_says_so(self):
         self.give_policies_a_small_disk()
         self.give_file()
         FILE.chmod(0o666)
@@ -560,12 +560,12 @@ class RevokeTests(AccessTestCase):
         self.assertNotEqual(FILE.stat().st_ino, old)
         self.assert_root_s()
 
-    def test_a_disk_that_takes_no_change(self):
+    def test_a_read_only_disk_is_an_error(self):
         self.give_file()
         self.machine.make_read_only(Path("/etc/chromium"))
         self.assert_failed(self.revoke(), f"{FILE} was not taken back.")
 
-    def test_an_open_file_or_a_second_name_leads_nowhere(self):
+    def test_an_open_descriptor_or_a_hard_link_no_longer_leads_to_the_file(self):
         self.give_file()
         second = FILE.parent.parent / "second"
         second.hardlink_to(FILE)
@@ -575,7 +575,7 @@ class RevokeTests(AccessTestCase):
         self.assertIn("evil", second.read_text())
         self.assertEqual(FILE.read_text(), "{}\n")
 
-    def test_whatever_is_mounted_on_the_file_goes(self):
+    def test_mounts_on_the_file_are_removed(self):
         self.give_file(text=policies(ELSEWHERE))
         own = self.machine.folder / "own"
         own.write_text("{}\n")
@@ -588,8 +588,8 @@ class RevokeTests(AccessTestCase):
         self.assertEqual(own.stat().st_uid, ANA)
         self.assertNotIn(OWN_FILE, Path("/proc/self/mountinfo").read_text())
 
-    def test_what_root_may_not_look_at_goes_too(self):
-        """What a user mounts by FUSE is closed to everybody else."""
+    def test_a_mount_that_root_may_not_access_is_removed(self):
+        """Only the user who mounted a FUSE file system may access it."""
         self.give_file()
         try:
             device = os.open("/dev/fuse", os.O_RDWR)
@@ -600,7 +600,7 @@ class RevokeTests(AccessTestCase):
         subprocess.run(
             ("mount", "--internal-only", "--types", "fuse", "--options", options, "none", FILE),
             check=True,
-            # It would otherwise look at what it has mounted, and fail.
+            # mount would otherwise access what it has mounted, and fail.
             env=os.environ | {"LIBMOUNT_FORCE_MOUNT2": "always"},
             pass_fds=(device,),
         )
@@ -613,7 +613,7 @@ class RevokeTests(AccessTestCase):
         self.assert_root_s()
         self.assertEqual(self.grant(), GRANTED)
 
-    def test_a_user_who_mounts_again_and_again_does_not_keep_it_from_being_taken_back(self):
+    def test_repeated_mounts_do_not_stop_the_file_from_being_taken_back(self):
         own = self.machine.folder / "own"
         own.write_text("{}\n")
         ended = threading.Event()
@@ -638,15 +638,15 @@ class RevokeTests(AccessTestCase):
         self.assertEqual(outcomes, {0})
         self.assert_root_s()
 
-    def test_only_a_mount_in_its_very_place(self):
+    def test_mounts_beside_or_above_the_file_do_not_count(self):
         for name in (f"{OWN_FILE}.old", "policies"):
             place = FILE.parent / name
             place.mkdir(parents=True)
-            subprocess.run(("mount", "-t", "tmpfs", FILE, place), check=True)  # the file names the device
+            subprocess.run(("mount", "-t", "tmpfs", FILE, place), check=True)  # FILE is the name of the device
         self.assertEqual(self.grant(), GRANTED)
         self.assertEqual(self.revoke(), REVOKED)
 
-    def test_a_machine_that_does_not_tell_its_mounts(self):
+    def test_every_command_fails_if_the_mounts_are_unknown(self):
         self.give_file()
         hidden = ("unshare", "--mount", "sh", "-c", 'mount -t tmpfs none /proc && exec "$@"', "sh")
         chrome_file = GOOGLE_CHROME.policies / OWN_FILE
@@ -662,7 +662,7 @@ class RevokeTests(AccessTestCase):
 
 @needs_real_root
 class BegunStoreTests(AccessTestCase):
-    """What was begun before the grant was taken back is not stored afterwards."""
+    """A store that began before the grant was revoked stores nothing afterwards."""
 
     OWN = rule({"CN": "Ana"}, None)
     REFUSAL = b"store-rules: sudo does not let its caller store the rule any more.\n"
@@ -672,12 +672,12 @@ class BegunStoreTests(AccessTestCase):
         self.machine.write_policies(OWN_FILE, policies(ELSEWHERE))
 
     def begin(self, user: int = ANA) -> subprocess.Popen:
-        """A store by that user, who has yet to say what."""
+        """Starts a store by that user, without its input."""
         store = subprocess.Popen(
             ("setpriv", f"--reuid={user}", f"--regid={user}", "--clear-groups", "sudo", "-n", STORE_RULES),
             stdin=subprocess.PIPE,
             stderr=subprocess.PIPE,
-            env=self.machine.environment | {"SUDO_USER": "root", "SUDO_UID": "0"},  # sudo sets its own
+            env=self.machine.environment | {"SUDO_USER": "root", "SUDO_UID": "0"},  # sudo replaces these
         )
         self.addCleanup(store.communicate)
         await_until(lambda: has_begun() or store.poll() is not None, "the program to begin")
@@ -697,13 +697,13 @@ class BegunStoreTests(AccessTestCase):
         self.assertEqual(self.stored_rules(), [ELSEWHERE, self.OWN])
         self.machine.write_policies(OWN_FILE, policies(ELSEWHERE))
 
-    def test_one_that_waits_for_its_input(self):
+    def test_a_store_that_waits_for_its_input_is_refused_after_the_grant_is_revoked(self):
         self.grant()
         store = self.begin()
         self.assertEqual(self.revoke(), REVOKED)
         self.assert_refused_at_the_end(store)
 
-    def test_one_that_has_the_lock_is_awaited_after_the_grant_is_gone(self):
+    def test_revoke_waits_for_a_store_that_has_the_lock(self):
         self.grant()
         LOCK.mkdir(mode=0o700)
         lock = os.open(LOCK, os.O_RDONLY)
@@ -718,7 +718,7 @@ class BegunStoreTests(AccessTestCase):
                 os.close(lock)
             self.assertEqual(revoked.result(), REVOKED)
 
-    def test_one_that_keeps_the_lock_is_awaited_for_a_minute(self):
+    def test_revoke_waits_for_a_store_that_keeps_the_lock_for_only_a_minute(self):
         self.grant()
         LOCK.mkdir(mode=0o700)
         lock = os.open(LOCK, os.O_RDONLY)
@@ -733,14 +733,14 @@ class BegunStoreTests(AccessTestCase):
         fcntl.flock(lock, fcntl.LOCK_UN)
         self.assertEqual(self.revoke(), NOTHING_GRANTED)
 
-    def test_of_another_user_it_goes_on(self):
+    def test_the_store_of_another_user_goes_on(self):
         self.grant()
         self.grant("ben")
         store = self.begin(BEN)
         self.assertEqual(self.revoke("ana"), REVOKED)
         self.assert_stored_at_the_end(store)
 
-    def test_a_line_of_an_administrator_s_own(self):
+    def test_a_user_may_store_as_long_as_a_line_of_the_administrator_allows_it(self):
         line = GRANTS / "own"
         line.write_text(f"ana ALL = (root) NOPASSWD: {STORE_RULES}\n")
         line.chmod(0o440)
@@ -753,7 +753,7 @@ class BegunStoreTests(AccessTestCase):
         line.unlink()
         self.assert_refused_at_the_end(store)
 
-    def test_a_user_with_a_backslash_or_with_a_number_for_a_name(self):
+    def test_users_with_unusual_names_may_store_until_their_grant_is_revoked(self):
         for user, number in ((BACKSLASH, 1236), (str(DIGITS), DIGITS), ("2001", 2001)):
             with self.subTest(user):
                 self.assertEqual(self.grant(user).status, 0)
@@ -762,7 +762,7 @@ class BegunStoreTests(AccessTestCase):
                 self.assertEqual(self.revoke(user).status, 0)
                 self.assert_refused_at_the_end(store)
 
-    def test_a_sudo_that_cannot_be_asked(self):
+    def test_a_store_is_refused_if_sudo_fails(self):
         self.grant()
         store = self.begin()
         nothing = self.machine.folder / "nothing"
@@ -770,15 +770,15 @@ class BegunStoreTests(AccessTestCase):
         self.machine.mount_over(SUDOERS, nothing)
         self.assert_refused_at_the_end(store)
 
-    def test_root_by_way_of_sudo(self):
+    def test_root_may_store_through_sudo(self):
         self.assert_stored_at_the_end(self.begin(0))
 
 
 @needs_real_root
-class WayTests(AccessTestCase):
-    """How files are changed, which others could use who watch or interrupt it."""
+class FileHandlingTests(AccessTestCase):
+    """Others may watch the script while it changes files, or interrupt it."""
 
-    def test_programs_of_the_caller_s_path_are_not_run(self):
+    def test_programs_in_the_path_of_the_caller_are_not_run(self):
         own = self.machine.folder / "own"
         own.mkdir()
         for program in PROGRAMS:
@@ -799,8 +799,8 @@ class WayTests(AccessTestCase):
             and " = -1 " not in call
         ]
 
-    def test_the_browser_and_sudo_find_no_unfinished_file(self):
-        """They read every file of their folders, but sudo none with a dot in its name."""
+    def test_the_browser_and_sudo_never_find_an_unfinished_file(self):
+        """Both read every file of their folders, but sudo skips names that contain a dot."""
         self.give_file()
         made = self.made_in(FILE.parent, "revoke")
         self.assertEqual(len(made), 1, made)
@@ -810,13 +810,13 @@ class WayTests(AccessTestCase):
         for call in calls[:-1]:
             self.assertRegex(call, rf'"{GRANTS}/\.lumaret-policy-access\.\w+"')
 
-    def test_interrupted_it_leaves_nothing_behind(self):
+    def test_an_interrupted_run_leaves_nothing_behind(self):
         for arguments, folder in ((("grant", "--yes", "ana"), GRANTS), (("revoke",), FILE.parent.parent)):
             for signal_number in (signal.SIGHUP, signal.SIGINT, signal.SIGTERM):
                 with self.subTest(arguments, signal=signal_number):
                     self.give_file(0 if folder == GRANTS else ANA)
                     before = os.listdir(folder)
-                    # The change of the staged file's permissions takes a second.
+                    # Each fchmodat is delayed by a second, so that the signal arrives while the file is staged.
                     process = subprocess.Popen(
                         (
                             "strace",
@@ -841,7 +841,7 @@ class WayTests(AccessTestCase):
 
 @needs_real_root
 class GrantedUserTests(AccessTestCase):
-    """The tool, run by the user."""
+    """Runs the tool as the user."""
 
     def setUp(self):
         super().setUp()
@@ -850,7 +850,7 @@ class GrantedUserTests(AccessTestCase):
         launches.touch()
         for place in (self.machine.home, *self.machine.home.rglob("*"), launches):
             os.chown(place, ANA, ANA)
-        self.executable = self.machine.folder / "helper"  # the build folder may be closed to other users
+        self.executable = self.machine.folder / "helper"  # other users may have no access to the build folder
         self.executable.write_bytes(Path(HELPER).read_bytes())
         self.executable.chmod(0o755)
 
@@ -866,7 +866,7 @@ class GrantedUserTests(AccessTestCase):
             self.identity.fingerprint,
         )
 
-    def test_activates_from_the_grant_until_it_is_taken_back(self):
+    def test_a_user_activates_until_the_grant_is_revoked(self):
         self.assertEqual(self.activate_as(ANA), failed(messages.POLICY_WRITE_FAILED))
         self.grant()
         self.assertEqual(self.activate_as(ANA), ACTIVATED)
@@ -877,7 +877,7 @@ class GrantedUserTests(AccessTestCase):
         self.assertEqual(self.activate_as(ANA), failed(messages.POLICY_WRITE_FAILED))
         self.assertEqual(self.stored_rules(), [self.rule_for(self.identity)])
 
-    def test_may_write_nothing_there(self):
+    def test_a_granted_user_may_write_neither_policies_nor_grants(self):
         self.grant()
         self.assertEqual(self.activate_as(ANA), ACTIVATED)
         for command in (
@@ -901,16 +901,16 @@ class GrantedUserTests(AccessTestCase):
                 self.assertNotEqual(done.returncode, 0)
                 self.assertEqual((contents(Path("/etc/chromium")), contents(GRANTS)), before)
 
-    def test_a_store_ends_what_version_0_1_0_granted(self):
+    def test_a_store_ends_a_grant_of_version_0_1_0(self):
         self.machine.grant(ANA)
         self.give_file(BEN, text=policies(ELSEWHERE, ShowHomeButton=True))
         self.assertEqual(self.activate_as(ANA), ACTIVATED)
         self.assert_root_s()
         self.assertEqual(self.stored_rules(), [ELSEWHERE, self.rule_for(self.identity)])
 
-    def test_stores_while_it_is_taken_back_lose_no_rule(self):
-        """Each store that is said to be done is there, whatever the script copies meanwhile."""
-        self.machine.grant(BEN)  # keeps the program reachable while the line of ana comes and goes
+    def test_stores_while_a_grant_is_revoked_lose_no_rule(self):
+        """Each rule that was reported as stored is there, whatever the script copies meanwhile."""
+        self.machine.grant(BEN)  # the program stays usable while the grant of ana comes and goes
         kept = [rule({"CN": "Somebody"}, None, f"https://{number}.test") for number in range(50)]
         for _ in range(15):
             self.machine.grant(ANA)

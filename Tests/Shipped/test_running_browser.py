@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""What a real Chromium that is already running makes of a new rule: the habits of which the documents warn."""
+"""How a real Chromium that already runs follows a new rule, as the documents warn."""
 
 import os
 import signal
@@ -24,11 +24,11 @@ class RunningBrowserTests(BrowserTestCase):
         self.ana, self.ben = self.make_identities(ANA, BEN)
 
     def visit(self, identity, path: str, host: str = "localhost") -> str:
-        """Whose certificate the server is shown by the page that `activate` opens for this identity."""
+        """The name in the certificate with which the page that `activate` opens for this identity is requested."""
         self.assert_activates(identity, "--url", self.server.url(path, host))
         return self.server.await_visit(path).common_name
 
-    def test_it_keeps_to_the_certificate_that_it_has_shown_a_host(self):
+    def test_a_browser_keeps_to_the_certificate_that_it_has_shown_a_host(self):
         self.assertEqual(self.visit(self.ana, "/first"), ANA["CN"])
         chromium.await_ready_for_refresh(self.machine)
         self.assertEqual(self.visit(self.ben, "/other", "other.localhost"), BEN["CN"])
@@ -36,7 +36,7 @@ class RunningBrowserTests(BrowserTestCase):
 
     def test_a_page_that_activate_opens_soon_after_the_start_may_see_the_old_rule_and_a_later_one_does_not(self):
         self.assertEqual(self.visit(self.ana, "/first"), ANA["CN"])
-        early = self.visit(self.ben, "/early", "early.localhost")  # how early, no test can tell
+        early = self.visit(self.ben, "/early", "early.localhost")  # a test cannot tell how early this is
         chromium.await_ready_for_refresh(self.machine)
         later = self.visit(self.ben, "/later", "later.localhost")
         print(f"activated: Ben Example. Shown early: {early}. Shown later: {later}")
@@ -44,13 +44,13 @@ class RunningBrowserTests(BrowserTestCase):
         self.assertEqual(later, BEN["CN"])
 
     def test_without_a_display_a_browser_that_runs_on_one_opens_the_window(self):
-        """As over ssh, while the browser runs on the desktop."""
+        """As over ssh while the browser runs on the desktop."""
         self.assertEqual(self.visit(self.ana, "/first"), ANA["CN"])
         chromium.await_ready_for_refresh(self.machine)
         del self.machine.environment["DISPLAY"]
         self.assertEqual(self.visit(self.ben, "/other", "other.localhost"), BEN["CN"])
 
-    def test_without_the_rule_it_asks_again_once_it_is_restarted(self):
+    def test_without_the_rule_a_restarted_browser_asks_again(self):
         self.assertEqual(self.visit(self.ana, "/first"), ANA["CN"])
         self.quit()
         (CHROMIUM.policies / OWN_FILE).unlink()
@@ -71,11 +71,11 @@ class RunningBrowserTests(BrowserTestCase):
         await_until(lambda: browser not in other_processes(), "the browser to end")
 
     def start(self, *arguments: str) -> None:
-        """The browser itself, not by the tool."""
+        """Runs the browser itself, without the tool."""
         self.machine.run("sh", "-c", '"$@" &', "sh", CHROMIUM.executable, *arguments)
 
     def test_a_recommended_rule_is_followed_until_there_is_a_mandatory_one(self):
-        """On a Mac, Chrome takes the user's preference as recommended. Here, a folder is for such policies."""
+        """On a Mac, Chrome takes the user's preference as recommended. On Linux, recommended policies have a folder."""
         self.machine.write_policies("empty.json", "{}")
         recommended = CHROMIUM.policies.parent / "recommended"
         recommended.mkdir()
@@ -87,8 +87,8 @@ class RunningBrowserTests(BrowserTestCase):
         self.start(self.server.url("/mandatory", "other.localhost"))
         self.assertEqual(self.server.await_visit("/mandatory").common_name, BEN["CN"])
 
-    def test_a_switch_that_it_does_not_know_is_no_failure_and_opens_a_window(self):
-        """As `--refresh-platform-policy` is to a Chrome before version 142."""
+    def test_an_unknown_switch_is_not_an_error_and_opens_a_window(self):
+        """Chrome before version 142 does not know `--refresh-platform-policy`."""
         new_tab = {"NewTabPageLocation": self.server.url("/new-window")}
         self.machine.write_policies("new-tab.json", policies(self.rule_for(self.ana), **new_tab))
         self.start(self.server.url("/first"))

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""SECURITY.md and docs/hostile-surroundings.md: the tests and the address that they name are there."""
+"""The tests and the address in SECURITY.md and docs/hostile-surroundings.md exist."""
 
 import re
 import unittest
@@ -11,7 +11,7 @@ SURROUNDINGS = SOURCES / "docs/hostile-surroundings.md"
 
 
 def named_tests() -> dict[str, list[str]]:
-    """Of each case of hostile surroundings, the tests in its last paragraph."""
+    """The tests in the last paragraph of each case of hostile surroundings, by its heading."""
     cases = re.findall(r"^### (.+)\n((?:(?!##).*\n?)*)", SURROUNDINGS.read_text(), re.M)
     last_paragraphs = {heading: body.strip().rpartition("\n\n")[2] for heading, body in cases}
     return {

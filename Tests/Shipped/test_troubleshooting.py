@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Each entry of docs/troubleshooting.md: its situation is set up, and its transcript comes out as it stands there."""
+"""Each entry of docs/troubleshooting.md: a test sets its situation up and reproduces its transcript."""
 
 import os
 import unittest
@@ -19,7 +19,7 @@ setUpModule = private_machine.enter
 DOCUMENT = SOURCES / "docs/troubleshooting.md"
 WITH_A_REAL_BROWSER = {
     "The rule is in force and the browser was already running": "Tests.Shipped.test_running_browser.RunningBrowserTests."
-    "test_it_keeps_to_the_certificate_that_it_has_shown_a_host",
+    "test_a_browser_keeps_to_the_certificate_that_it_has_shown_a_host",
     "The page opened too early": "Tests.Shipped.test_running_browser.RunningBrowserTests."
     "test_a_page_that_activate_opens_soon_after_the_start_may_see_the_old_rule_and_a_later_one_does_not",
 }
@@ -160,7 +160,7 @@ class TroubleshootingEntryTests(TranscriptTestCase):
     # Keychain returned more than one identity
 
     def make_twice(self):
-        """In the database, where it is called ana, and on a token. Returns it and the environment."""
+        """The same identity in the database, with the nickname ana, and on a token. Returns it and the environment."""
         self.make_authority()
         self.database = Database(self.home / ".pki/nssdb")
         identity = self.authority.issue({"CN": "Ana Example"})

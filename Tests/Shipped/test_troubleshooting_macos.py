@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""docs/troubleshooting-macos.md: what can be checked of it without a Mac."""
+"""What can be checked of docs/troubleshooting-macos.md without a Mac."""
 
 import re
 import subprocess

@@ -168,7 +168,7 @@ TEST_F(CertificateDatabase, AModuleThatDoesNotLoadHidesNothingElse) {
   EXPECT_THAT(certificates(), ElementsAre(identity.der));
 }
 
-TEST_F(CertificateDatabase, TheOldPlaceWinsWhereItExists) {
+TEST_F(CertificateDatabase, TheOldPlaceWinsIfItExists) {
   const CertificateStore old(oldPlace());
   const CertificateStore other(home_ / ".local/share/pki/nssdb");
   const auto identity = makeIdentity(material_, "/CN=Old");
@@ -177,7 +177,7 @@ TEST_F(CertificateDatabase, TheOldPlaceWinsWhereItExists) {
   EXPECT_THAT(certificates(), ElementsAre(identity.der));
 }
 
-TEST_F(CertificateDatabase, TheDataHomeIsUsedWhereTheOldPlaceIsMissing) {
+TEST_F(CertificateDatabase, TheDataHomeIsUsedIfTheOldPlaceIsMissing) {
   const CertificateStore store(home_ / ".local/share/pki/nssdb");
   const auto identity = makeIdentity(material_, "/CN=New");
   store.addIdentity(identity);
@@ -209,7 +209,7 @@ TEST_F(CertificateDatabase, TheDataHomeMayBeElsewhere) {
   EXPECT_THAT(certificates(), ElementsAre(identity.der));
 }
 
-TEST_F(CertificateDatabase, AFileInTheFoldersPlaceIsRefused) {
+TEST_F(CertificateDatabase, AFileInPlaceOfTheFolderIsRefused) {
   writeFile(oldPlace(), "not a folder");
   EXPECT_EQ(refusal(), badDatabase);
 }
@@ -232,7 +232,7 @@ TEST_F(CertificateDatabase, ADamagedKeyFileIsRefused) {
   EXPECT_EQ(refusal(), badDatabase);
 }
 
-/// A file that lost its end still has the header and the tables' description.
+/// A truncated file still has the header and the definitions of the tables.
 class TruncatedDatabase : public CertificateDatabase,
                           public ::testing::WithParamInterface<std::tuple<std::string, int>> {};
 
@@ -251,7 +251,7 @@ INSTANTIATE_TEST_SUITE_P(AtEveryLength, TruncatedDatabase,
                          ::testing::Combine(::testing::Values<std::string>("cert9.db", "key4.db"),
                                             ::testing::Values(0, 10, 50, 90, 99)));
 
-/// Each page in turn is overwritten: an index, a table, the description of both.
+/// Overwrites each page in turn: those of indices, of tables and of their definitions.
 class DamagedPage : public CertificateDatabase,
                     public ::testing::WithParamInterface<std::string> {};
 

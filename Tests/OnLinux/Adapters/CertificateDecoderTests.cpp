@@ -31,8 +31,8 @@ std::optional<ParsedCertificateValues> parsed(const Bytes& der) {
   return CertificateValueParser::parse(DecodedCertificate(der));
 }
 
-/// The certificate with each occurrence of a byte string replaced by one of the same length. The
-/// signature no longer holds, which nobody who only lists certificates looks at.
+/// The certificate with each occurrence of a byte string replaced by one of the same length. This
+/// breaks the signature, which is not verified when certificates are only listed.
 Bytes patched(Bytes der, std::string_view from, std::string_view to) {
   EXPECT_EQ(from.size(), to.size());
   int count = 0;
@@ -54,7 +54,7 @@ class CertificateDecoder : public ::testing::Test {
     return makeIdentity(folder_, subject).der;
   }
 
-  /// The common name that is read where the certificate holds this encoded string, ten bytes long.
+  /// The common name that is read from a certificate with this encoded string of ten bytes.
   [[nodiscard]] std::optional<std::string> commonName(std::string_view encoded) const {
     const auto values =
         parsed(patched(certificate("/O=Other/CN=ABCDEFGH"), textPlaceholder, encoded));

@@ -9,16 +9,16 @@
 
 namespace lumaret::tests {
 
-/// An NSS certificate database, as Chrome keeps it.
+/// An NSS certificate database like that of Chrome.
 class CertificateStore {
  public:
-  /// Made where Chrome looks first, or at the given place.
+  /// Creates the database in the folder.
   explicit CertificateStore(const std::filesystem::path& folder, const std::string& password = "");
 
   void addIdentity(const FreshIdentity& identity, const std::string& token = "",
                    const std::string& tokenPassword = "") const;
   void addCertificate(const FreshIdentity& identity) const;
-  /// Has the database name a further PKCS#11 module; the library need not exist.
+  /// Adds a PKCS#11 module to the database. The library need not exist.
   void addModule(const std::string& library) const;
 
  private:
@@ -26,7 +26,7 @@ class CertificateStore {
   std::string password_;
 };
 
-/// A new token of SoftHSM, labelled "card"; its module finds it through the environment.
+/// Makes a new token of SoftHSM with the label "card". Its module finds it through the environment.
 void makeSoftwareToken(const TemporaryFolder& folder, const std::string& pin);
 inline constexpr const char* softwareTokenModule = "/usr/lib/softhsm/libsofthsm2.so";
 

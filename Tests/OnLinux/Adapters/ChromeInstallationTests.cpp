@@ -29,7 +29,7 @@ TEST_F(Installation, GoogleChromeIsPreferred) {
   EXPECT_EQ(chrome.userDataFolder, home_ / ".config/google-chrome");
 }
 
-TEST_F(Installation, ChromiumIsUsedWhereItAloneIsInstalled) {
+TEST_F(Installation, ChromiumIsUsedIfItIsTheOnlyBrowser) {
   const auto chrome = ChromeInstallation::current();
   EXPECT_EQ(chrome.executable, "/usr/bin/chromium");
   EXPECT_EQ(chrome.managedPolicies, "/etc/chromium/policies/managed");

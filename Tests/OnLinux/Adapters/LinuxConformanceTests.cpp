@@ -8,12 +8,9 @@
 
 #include "LumaretMacHelper/Linux/ChromeInstallation.hpp"
 #include "Tests/Conformance/AddressConformance.hpp"
-#include "Tests/Conformance/AuthorizationConformance.hpp"
 #include "Tests/Conformance/ConformanceIdentity.hpp"
-#include "Tests/Conformance/IdentityConformance.hpp"
-#include "Tests/Conformance/LaunchingConformance.hpp"
 #include "Tests/Conformance/OrderConformance.hpp"
-#include "Tests/Conformance/PreferencesConformance.hpp"
+#include "Tests/Conformance/Suites.hpp"
 #include "Tests/OnLinux/Adapters/CertificateStore.hpp"
 #include "Tests/OnLinux/Adapters/PrivateMounts.hpp"
 #include "Tests/OnLinux/Adapters/TemporaryHome.hpp"
@@ -67,7 +64,7 @@ class PreferenceStore {
   [[nodiscard]] std::optional<nlohmann::json> stored() const {
     std::optional<nlohmann::json> value;
     if (std::filesystem::exists(folder())) {
-      for (const auto& [file, text] : contents(folder())) {  // In the order of their names.
+      for (const auto& [file, text] : contents(folder())) {  // Sorted by name.
         if (auto policies = nlohmann::json::parse(text); policies.contains(key)) {
           value = policies[key];
         }
@@ -112,15 +109,12 @@ class Languages {
   }
 
  private:
-  TemporaryHome home_;  // Without any variable of the locale.
+  TemporaryHome home_;  // Without the variables of the locale.
 };
 
 }  // namespace
 
-INSTANTIATE_TYPED_TEST_SUITE_P(Identities, IdentityConformance, Keychain);
-INSTANTIATE_TYPED_TEST_SUITE_P(Authorization, AuthorizationConformance, Keychain);
-INSTANTIATE_TYPED_TEST_SUITE_P(Preferences, PreferencesConformance, PreferenceStore);
-INSTANTIATE_TYPED_TEST_SUITE_P(Launching, LaunchingConformance, Desktop);
+LUMARET_INSTANTIATE_CONFORMANCE_SUITES(Keychain, PreferenceStore, Desktop);
 INSTANTIATE_TYPED_TEST_SUITE_P(Order, OrderConformance, Languages);
 
 }  // namespace lumaret::tests::conformance

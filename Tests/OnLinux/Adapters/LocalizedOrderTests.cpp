@@ -23,10 +23,10 @@ class LocalizedOrder : public ::testing::Test {
     return names;
   }
 
-  TemporaryHome home_;  // Without any variable of the locale.
+  TemporaryHome home_;  // Without the variables of the locale.
 };
 
-/// Wherever no language is chosen, in whatever way.
+/// Values of LANG that choose no language.
 class OrderWithoutALanguage : public LocalizedOrder,
                               public ::testing::WithParamInterface<std::string> {};
 
@@ -43,13 +43,13 @@ INSTANTIATE_TEST_SUITE_P(InEveryForm, OrderWithoutALanguage,
                                                         "xx_NOWHERE.UTF-8",
                                                         "no such locale at all"));
 
-TEST_F(LocalizedOrder, TextsThatDifferInCaseAloneAreEquivalent) {
+TEST_F(LocalizedOrder, StringsThatDifferOnlyInCaseAreEquivalent) {
   const auto compare = localizedCaseInsensitiveComparison();
   EXPECT_EQ(compare("Anna", "aNNA"), std::weak_ordering::equivalent);
   EXPECT_EQ(compare("", ""), std::weak_ordering::equivalent);
 }
 
-TEST_F(LocalizedOrder, TextsThatDifferInAccentsAreNotEquivalent) {
+TEST_F(LocalizedOrder, StringsThatDifferInAccentsAreNotEquivalent) {
   EXPECT_NE(localizedCaseInsensitiveComparison()("resume", "résumé"),
             std::weak_ordering::equivalent);
 }
@@ -66,7 +66,7 @@ TEST_F(LocalizedOrder, FollowsTheUsersLanguage) {
   EXPECT_THAT(sorted({"Örjan", "Zara", "Olle"}), ElementsAre("Olle", "Örjan", "Zara"));
 }
 
-/// With ICU 76, taking its default from some texts ends the process.
+/// With ICU 76, some values of the variables end the process if ICU takes its default from them.
 TEST_F(LocalizedOrder, ICUTakesNoDefaultFromTheEnvironment) {
   ::setenv("LANG", "sv_SE.UTF-8", 1);
   EXPECT_THAT(sorted({"Örjan", "Zara", "Olle"}), ElementsAre("Olle", "Zara", "Örjan"));

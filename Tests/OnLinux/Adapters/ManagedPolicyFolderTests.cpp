@@ -48,8 +48,8 @@ class PolicyFolder : public ::testing::Test {
   static constexpr uid_t anotherUser = 65534;
   static constexpr int refused = 1;
 
-  /// Runs an action in a process of its own, as another user where root runs the tests. Returns 0,
-  /// or `refused` when the system refused.
+  /// Runs an action in a child process, as another user if root runs the tests. Returns 0, or
+  /// `refused` if the action threw a std::system_error.
   template <typename Action>
   int asAnotherUser(Action action) const {
     ::chmod(root_.path().c_str(), 0755);
@@ -80,7 +80,7 @@ TEST_F(PolicyFolder, AMissingFolderHasNoRules) {
 
 TEST_F(PolicyFolder, AnEmptyFolderHasNoRules) { EXPECT_THAT(folder().readRules(), IsEmpty()); }
 
-TEST_F(PolicyFolder, AFileInTheFoldersPlaceIsAnError) {
+TEST_F(PolicyFolder, AFileInPlaceOfTheFolderIsAnError) {
   writeFile(root_ / "file", "");
   EXPECT_THROW(static_cast<void>(ManagedPolicyFolder(root_ / "file").readRules()),
                std::system_error);
@@ -125,7 +125,7 @@ TEST_F(PolicyFolder, SubfoldersAndDanglingLinksDoNotCount) {
   EXPECT_THAT(folder().readRules(), ElementsAre("a"));
 }
 
-TEST_F(PolicyFolder, ALinkThatCannotBeFollowedIsAnErrorAndOneWithoutAnEndIsNothing) {
+TEST_F(PolicyFolder, ALinkThatCannotBeFollowedIsAnErrorButALoopOfLinksIsSkipped) {
   std::filesystem::create_symlink("a.json", managed() / "a.json");
   EXPECT_THAT(folder().readRules(), IsEmpty());
   std::filesystem::create_symlink(std::string(300, 'x'), managed() / "b.json");
@@ -146,7 +146,7 @@ TEST_F(PolicyFolder, CommentsAreAllowed) {
   EXPECT_THAT(folder().readRules(), ElementsAre("a"));
 }
 
-TEST_F(PolicyFolder, AValueThatIsNoListOfTextsCannotBeRead) {
+TEST_F(PolicyFolder, AValueThatIsNotAListOfStringsCannotBeRead) {
   for (const char* value :
        {"null", "\"text\"", "1", "true", "{}", "[1]", R"(["a", null])", R"([["a"]])"}) {
     put("a.json", rules(value));
@@ -161,14 +161,14 @@ TEST_F(PolicyFolder, AnOverruledValueOfAnotherTypeDoesNotMatter) {
   EXPECT_THAT(folder().readRules(), ElementsAre("b"));
 }
 
-TEST_F(PolicyFolder, AnEmptyOwnFileIsNoValue) {
+TEST_F(PolicyFolder, AnEmptyOwnFileHasNoRules) {
   put(ManagedPolicyFolder::ownFileName, "");
   EXPECT_THAT(folder().readRules(), IsEmpty());
   folder().writeRules({"rule"});
   EXPECT_THAT(folder().readRules(), ElementsAre("rule"));
 }
 
-TEST_F(PolicyFolder, AnOwnFileThatIsNoObjectCannotBeRead) {
+TEST_F(PolicyFolder, AnOwnFileThatIsNotAnObjectCannotBeRead) {
   for (const char* text : {"[]", "null", "\"text\"", "{", "{} {}", "not JSON", "{\"a\": 1,}"}) {
     put(ManagedPolicyFolder::ownFileName, text);
     SCOPED_TRACE(text);
@@ -178,14 +178,14 @@ TEST_F(PolicyFolder, AnOwnFileThatIsNoObjectCannotBeRead) {
   }
 }
 
-TEST_F(PolicyFolder, AnotherFileThatIsNoObjectIsSkippedWhereItCannotSpeakOfRules) {
+TEST_F(PolicyFolder, AnotherFileThatIsNotAnObjectIsSkippedIfItCannotHoldRules) {
   put("a.json", "{\"HomepageLocation\": 1,}");
   put("b.json", "");
   put("c.bin", std::string("\0\xff\xfe", 3));
   EXPECT_THAT(folder().readRules(), IsEmpty());
 }
 
-TEST_F(PolicyFolder, AnotherFileThatIsNoObjectButSpeaksOfRulesCannotBeOverlooked) {
+TEST_F(PolicyFolder, AnotherFileThatIsNotAnObjectIsRefusedIfItMayHoldRules) {
   using namespace std::string_literals;
   for (const std::string& text :
        {R"({"AutoSelectCertificateForUrls": ["a"],})"s, R"(["AutoSelectCertificateForUrls"])"s,
@@ -204,7 +204,7 @@ TEST_F(PolicyFolder, AFileThatMayNotBeReadIsAnError) {
   EXPECT_EQ(asAnotherUser([&] { static_cast<void>(folder().readRules()); }), refused);
 }
 
-TEST_F(PolicyFolder, WhatIsWrittenIsInForce) {
+TEST_F(PolicyFolder, WrittenRulesAreInForce) {
   put("50-corporate.json", rules(R"(["corporate"])"));
   folder().writeRules({"corporate", "chosen", ""});
   EXPECT_TRUE(folder().synchronize());
@@ -220,13 +220,13 @@ TEST_F(PolicyFolder, OtherPoliciesOfTheOwnFileStay) {
                                    "A": {"b": [true, null]}})"));
 }
 
-TEST_F(PolicyFolder, NoFileIsLeftBesideIt) {
+TEST_F(PolicyFolder, NoOtherFileIsLeftAfterWriting) {
   folder().writeRules({"rule"});
   folder().writeRules({"rule"});
   EXPECT_EQ(contents(root_.path()).size(), 1U);
 }
 
-TEST_F(PolicyFolder, AFolderThatLeadsElsewhereIsWrittenThere) {
+TEST_F(PolicyFolder, ALinkInPlaceOfTheFolderIsFollowed) {
   std::filesystem::create_directories(root_ / "elsewhere/real");
   std::filesystem::create_directory_symlink(root_ / "elsewhere/real", root_ / "linked");
   const ManagedPolicyFolder linked(root_ / "linked");
@@ -234,7 +234,7 @@ TEST_F(PolicyFolder, AFolderThatLeadsElsewhereIsWrittenThere) {
   EXPECT_THAT(ManagedPolicyFolder(root_ / "elsewhere/real").readRules(), ElementsAre("rule"));
 }
 
-TEST_F(PolicyFolder, ADanglingLinkAnywhereOnTheWayIsAnErrorAndNothingIsMadeBehindIt) {
+TEST_F(PolicyFolder, ADanglingLinkAnywhereInThePathIsAnErrorAndCreatesNothing) {
   for (const std::string link : {"a", "a/b", "a/b/c"}) {
     const TemporaryFolder root;
     std::filesystem::create_directories((root / link).parent_path());
@@ -247,13 +247,13 @@ TEST_F(PolicyFolder, ADanglingLinkAnywhereOnTheWayIsAnErrorAndNothingIsMadeBehin
   }
 }
 
-TEST_F(PolicyFolder, EveryMissingFolderOnTheWayIsMade) {
+TEST_F(PolicyFolder, EveryMissingFolderInThePathIsCreated) {
   const ManagedPolicyFolder folder(root_ / "a/b/c");
   folder.writeRules({"rule"});
   EXPECT_THAT(folder.readRules(), ElementsAre("rule"));
 }
 
-TEST_F(PolicyFolder, WhatNestsDeeperThanChromeReadsIsNoObject) {
+TEST_F(PolicyFolder, AFileThatNestsDeeperThanChromeReadsIsRefused) {
   const auto nested = [](std::size_t arrays) {
     return R"({"Deep": )" + std::string(arrays, '[') + std::string(arrays, ']') + "}";
   };
@@ -301,7 +301,7 @@ TEST_F(PolicyFolder, OtherPoliciesStayInTheirOrderAndAsTheyAreWritten) {
   EXPECT_THAT(readFile(ownFile()), testing::HasSubstr(R"("AutoSelectCertificateForUrls": [],)"));
 }
 
-TEST_F(PolicyFolder, ManyOtherKeysTakeNoMoreThanTheirShareOfTime) {
+TEST_F(PolicyFolder, TwoHundredThousandOtherKeysAreKeptInTime) {
   const auto object = [] {
     std::string text = "{";
     for (int number = 0; number < 100'000; ++number) {
@@ -318,7 +318,7 @@ TEST_F(PolicyFolder, ManyOtherKeysTakeNoMoreThanTheirShareOfTime) {
   EXPECT_EQ(ownPolicies().size(), 100'002U);
 }
 
-TEST_F(PolicyFolder, RulesThatAreNoCharactersAreNotWritten) {
+TEST_F(PolicyFolder, RulesThatAreNotUTF8AreNotWritten) {
   put(ManagedPolicyFolder::ownFileName, rules(R"(["old"])"));
   EXPECT_THROW(folder().writeRules({"\xff"}), ChromePreferencesError);
   EXPECT_THAT(folder().readRules(), ElementsAre("old"));
@@ -326,7 +326,7 @@ TEST_F(PolicyFolder, RulesThatAreNoCharactersAreNotWritten) {
 
 TEST_F(PolicyFolder, TheFileIsReplacedAsAWhole) {
   put(ManagedPolicyFolder::ownFileName, "{}");
-  std::ifstream reader(ownFile());  // A browser that is reading meanwhile.
+  std::ifstream reader(ownFile());  // Stands for a browser that reads meanwhile.
   folder().writeRules({"rule"});
   const std::string seen{std::istreambuf_iterator<char>(reader), {}};
   EXPECT_EQ(seen, "{}");
@@ -340,7 +340,7 @@ TEST_F(PolicyFolder, ALargeListIsWrittenWhole) {
 
 TEST_F(PolicyFolder, AUserWithoutAnyGrantIsRefused) {
   if (::geteuid() != 0) {
-    GTEST_SKIP() << "an ordinary user owns what his tests make";
+    GTEST_SKIP() << "an ordinary user owns the files of their own tests";
   }
   EXPECT_EQ(asAnotherUser([&] { folder().writeRules({"rule"}); }), refused);
   EXPECT_THAT(contents(root_.path()), IsEmpty());

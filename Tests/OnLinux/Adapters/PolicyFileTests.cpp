@@ -19,8 +19,8 @@ namespace {
 constexpr const char* accessList = "system.posix_acl_access";
 constexpr const char* defaultList = "system.posix_acl_default";
 
-/// An access-control list: version 2; then each entry's tag, permissions and identifier: the owner,
-/// user 65534 who may do everything, the owning group, the mask and all others, who may do nothing.
+/// An access control list: version 2, and tag, permissions and identifier of each entry. User 65534
+/// may do everything, and all others may do nothing.
 const std::string listOfSomebody(
     "\x02\0\0\0"
     "\x01\0\x07\0\xff\xff\xff\xff"
@@ -30,7 +30,7 @@ const std::string listOfSomebody(
     "\x20\0\0\0\xff\xff\xff\xff",
     44);
 
-/// In a folder that every user can enter, on a file system of its own.
+/// The file is in a folder that every user can enter, on a private file system.
 class PolicyFile : public ::testing::Test {
  protected:
   PolicyFile() {
@@ -70,7 +70,7 @@ TEST_F(PolicyFile, EveryUserMayReadItWhateverTheUmask) {
   EXPECT_EQ(mode("/opt/new/policies/managed/own.json"), 0644U);
 }
 
-TEST_F(PolicyFile, TakesNothingFromTheOldFile) {
+TEST_F(PolicyFile, KeepsNeitherOwnerNorPermissionsOfTheOldFile) {
   writeFile(file_, "old");
   ::chmod(file_.c_str(), 0666);
   giveList(file_, accessList);
@@ -85,18 +85,18 @@ TEST_F(PolicyFile, TakesNothingFromTheOldFile) {
   EXPECT_FALSE(hasList(file_));
 }
 
-TEST_F(PolicyFile, TakesNothingFromTheListThatItsFolderHandsDown) {
+TEST_F(PolicyFile, InheritsNoAccessControlListFromItsFolder) {
   if (!giveList("/opt/policies", defaultList) || !giveList(managed_, defaultList)) {
-    GTEST_SKIP() << "no access-control lists here";
+    GTEST_SKIP() << "this file system has no access control lists";
   }
   replacePolicyFile(file_, "{}");
   EXPECT_EQ(mode(file_), 0644U);
   EXPECT_FALSE(hasList(file_));
 }
 
-TEST_F(PolicyFile, OpensAFolderThatItMakesWhateverListIsHandedDown) {
+TEST_F(PolicyFile, IsInANewFolderThatEveryUserCanEnterWhateverAccessControlListIsInherited) {
   if (!giveList("/opt/policies", defaultList)) {
-    GTEST_SKIP() << "no access-control lists here";
+    GTEST_SKIP() << "this file system has no access control lists";
   }
   replacePolicyFile("/opt/policies/new/managed/own.json", "{}");
   EXPECT_EQ(mode("/opt/policies/new"), 0755U);
@@ -104,10 +104,10 @@ TEST_F(PolicyFile, OpensAFolderThatItMakesWhateverListIsHandedDown) {
   EXPECT_TRUE(isOpenToEveryUser("/opt/policies/new/managed"));
 }
 
-TEST_F(PolicyFile, TakesNoGroupFromItsFolder) {
+TEST_F(PolicyFile, InheritsNoGroupFromItsFolder) {
   ::chmod("/opt/policies", 02755);
   if (::chown("/opt/policies", ::geteuid(), 65534) != 0) {
-    GTEST_SKIP() << "only real root can give a folder to a group";
+    GTEST_SKIP() << "only the real root can give a folder to a group";
   }
   replacePolicyFile(file_, "{}");
   EXPECT_EQ(statusOf(file_).st_gid, ::getegid());
@@ -165,12 +165,12 @@ TEST_F(PolicyFile, IsReadAndWrittenUpToItsLargestSizeAndNoFurther) {
   EXPECT_EQ(statusOf(file_).st_size, static_cast<off_t>(largestPolicyFile));
   ASSERT_EQ(::truncate(file_.c_str(), static_cast<off_t>(largestPolicyFile + 1)), 0);
   expectRefused(file_);
-  // Without holes, this would not fit into any memory.
+  // The file is sparse. Its size is larger than any memory.
   ASSERT_EQ(::truncate(file_.c_str(), static_cast<off_t>(1) << 42), 0);
   expectRefused(file_);
 }
 
-TEST_F(PolicyFile, OverTheLimitForTheSizeOfFilesIsNotWrittenAndLeavesNothingBehind) {
+TEST_F(PolicyFile, OverTheFileSizeLimitIsNotWrittenAndLeavesNothingBehind) {
   writeFile(file_, "old");
   static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
   struct rlimit before = {};
@@ -183,7 +183,7 @@ TEST_F(PolicyFile, OverTheLimitForTheSizeOfFilesIsNotWrittenAndLeavesNothingBehi
   EXPECT_EQ(contents("/opt").size(), 1U);
 }
 
-TEST_F(PolicyFile, AFolderIsOpenIfEveryUserCanEnterAllThatLeadToIt) {
+TEST_F(PolicyFile, AFolderIsOpenIfEveryUserCanEnterItAndItsParents) {
   EXPECT_TRUE(isOpenToEveryUser(managed_));
   EXPECT_TRUE(isOpenToEveryUser(managed_ / "missing/below"));
   for (const char* folder : {"/opt", "/opt/policies", "/opt/policies/managed"}) {
@@ -193,11 +193,11 @@ TEST_F(PolicyFile, AFolderIsOpenIfEveryUserCanEnterAllThatLeadToIt) {
   }
   ::chmod("/opt/policies", 0711);
   EXPECT_TRUE(isOpenToEveryUser(managed_));
-  ::chmod(managed_.c_str(), 0711);  // The browser lists it.
+  ::chmod(managed_.c_str(), 0711);  // The browser must also list the folder.
   EXPECT_FALSE(isOpenToEveryUser(managed_));
 }
 
-TEST_F(PolicyFile, AFolderBehindALinkIsOpenIfBothWaysAre) {
+TEST_F(PolicyFile, AFolderBehindALinkIsOpenIfBothPathsAre) {
   std::filesystem::create_directories("/opt/elsewhere/below");
   std::filesystem::create_directory_symlink("/opt/elsewhere/below", managed_ / "link");
   EXPECT_TRUE(isOpenToEveryUser(managed_ / "link"));

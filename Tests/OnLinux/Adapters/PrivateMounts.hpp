@@ -14,8 +14,8 @@
 
 namespace lumaret::tests {
 
-/// Lays empty folders over those where browsers and their policies live, and over the one where
-/// programs keep their locks, for this process alone.
+/// Mounts empty folders over those of browsers and their policies, and over that of locks, for this
+/// process only.
 class PrivateMounts {
  public:
   PrivateMounts() {

@@ -13,6 +13,7 @@
 #include <thread>
 
 #include "LumaretMacHelper/POSIX/Process.hpp"
+#include "Tests/Support/Cpp/ShellCommands.hpp"
 #include "Tests/Support/Cpp/TemporaryFolder.hpp"
 
 namespace lumaret::tests {
@@ -62,9 +63,8 @@ TEST_F(Process, AwaitsItsEnd) {
 }
 
 TEST_F(Process, DoesNotAwaitItsEndUnlessAsked) {
-  // The script goes on only when this test has gone on.
-  const auto executable =
-      script("while [ ! -e \"${0%/*}/go\" ]; do sleep 0.01; done; echo done >\"${0%/*}/output\"");
+  // The script goes on only after this test creates the file.
+  const auto executable = script(awaitFile("${0%/*}/go") + "echo done >\"${0%/*}/output\"");
   startProcess(executable, {});
   EXPECT_EQ(output(), "");
   writeFile(folder_ / "go", "");
@@ -101,14 +101,14 @@ TEST_F(Process, CannotStartAFileThatIsMissingOrNotExecutable) {
 }
 
 TEST_F(Process, InheritsNoOpenFileButTheStandardStreams) {
-  const int leaked = ::open("/dev/null", O_RDONLY);  // Without close-on-exec, as a caller might.
+  const int leaked = ::open("/dev/null", O_RDONLY);  // Without close-on-exec, as by a caller.
   ASSERT_GT(leaked, STDERR_FILENO);
   const auto executable = script("[ -e /proc/self/fd/" + std::to_string(leaked) +
                                  " ] && echo leaked >\"${0%/*}/output\"; "
                                  "[ -e /proc/self/fd/2 ] && echo kept >>\"${0%/*}/output\"");
   runProcess(executable, {});
   EXPECT_EQ(output(), "kept\n");
-  EXPECT_EQ(::fcntl(leaked, F_GETFD), 0) << "Nothing of this process changes.";
+  EXPECT_EQ(::fcntl(leaked, F_GETFD), 0) << "This process does not change its own descriptor.";
   ::close(leaked);
 }
 
@@ -141,7 +141,7 @@ TEST_F(Process, MayPrintToStandardErrorInPlaceOfStandardOutput) {
 }
 
 TEST_F(Process, BeginsWithEverySignalAtItsDefaultAndNoneBlocked) {
-  // Of all that a caller may have ignored or blocked, these stand for the rest.
+  // These stand for all signals that a caller may have ignored or blocked.
   const auto signals = {SIGPIPE, SIGHUP, SIGINT, SIGTERM, SIGCHLD, SIGUSR1, SIGRTMIN + 1};
   sigset_t blocked;
   ::sigemptyset(&blocked);
@@ -152,13 +152,13 @@ TEST_F(Process, BeginsWithEverySignalAtItsDefaultAndNoneBlocked) {
   sigset_t before;
   ::sigprocmask(SIG_BLOCK, &blocked, &before);
   const auto expectNone = [](const std::string& status) {
-    // The C library has every process that it spawns ignore the two signals of its own.
+    // The C library lets every process that it spawns ignore its two internal signals.
     EXPECT_THAT(status, ::testing::MatchesRegex("SigBlk:\t0000000000000000\n"
                                                 "SigIgn:\t0000000[01]80000000\n|"
                                                 "SigBlk:\t0000000000000000\n"
                                                 "SigIgn:\t0000000000000000\n"));
   };
-  // Not by a shell, which may unblock signals itself.
+  // No shell reports them, because a shell may unblock signals itself.
   ::testing::internal::CaptureStdout();
   runProcess("/bin/grep", {"-E", "^Sig(Ign|Blk)", "/proc/self/status"});
   expectNone(::testing::internal::GetCapturedStdout());
@@ -196,7 +196,7 @@ TEST_F(Process, RunUnseenReadsItsInputAndPrintsNowhere) {
 TEST_F(Process, RunUnseenNeedNotReadItsInput) {
   const auto before = std::signal(SIGPIPE, SIG_DFL);
   EXPECT_EQ(runUnseen(script("exec <&-; exit 4"), {}, std::string(1'000'000, 'x')), 4);
-  EXPECT_EQ(std::signal(SIGPIPE, before), SIG_DFL) << "Nothing of this process changes.";
+  EXPECT_EQ(std::signal(SIGPIPE, before), SIG_DFL) << "This process keeps its own signal handler.";
 }
 
 TEST_F(Process, RunUnseenHasNoTerminalAndNoOtherFile) {
@@ -215,7 +215,7 @@ TEST_F(Process, RunUnseenHasNoTerminalAndNoOtherFile) {
 TEST_F(Process, WhatMayBeExecutedOrSearchedIsExecutable) {
   EXPECT_TRUE(isExecutableFile(script("")));
   EXPECT_FALSE(isExecutableFile(script("", 0644)));
-  EXPECT_TRUE(isExecutableFile(folder_.path())) << "A folder that may be searched.";
+  EXPECT_TRUE(isExecutableFile(folder_.path())) << "This folder may be searched.";
   EXPECT_FALSE(isExecutableFile("/no/such/file"));
   EXPECT_FALSE(isExecutableFile(""));
   EXPECT_TRUE(isExecutableFile(script("", 0755)));

@@ -33,7 +33,7 @@ class ProfileLock : public ::testing::Test {
   }
   void lockBy(pid_t process) const { lock(host() + "-" + std::to_string(process)); }
 
-  /// The socket beside the lock, as a browser leaves it: bound, whether or not it still listens.
+  /// Binds the socket of the lock, as a browser does. It may still listen or not.
   [[nodiscard]] FileDescriptor bindSocket() const {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
@@ -104,7 +104,7 @@ TEST_F(ProfileLock, AnEndedProcessDoesNotHoldTheLockEvenBeforeItsParentKnows) {
   EXPECT_FALSE(isLocked());
 }
 
-TEST_F(ProfileLock, NonsenseIsNotALock) {
+TEST_F(ProfileLock, AMalformedLinkIsNotALock) {
   for (const std::string& content :
        {std::string("nonsense"), host(), host() + "-", host() + "-12x", host() + "-self",
         host() + "-../" + std::to_string(::getpid()), host() + "--1", std::string("-"),
@@ -116,7 +116,7 @@ TEST_F(ProfileLock, NonsenseIsNotALock) {
   }
 }
 
-/// In a process of its own, where an empty file system lies over /proc.
+/// Runs in a child process, with an empty file system mounted on /proc.
 template <typename Action>
 bool whereProcIsHidden(Action action) {
   const pid_t child = ::fork();
@@ -133,7 +133,7 @@ bool whereProcIsHidden(Action action) {
   return WEXITSTATUS(status) == 1;
 }
 
-TEST_F(ProfileLock, ALiveProcessHoldsItWhereProcIsHidden) {
+TEST_F(ProfileLock, ALiveProcessHoldsTheLockIfProcIsHidden) {
   lockBy(::getpid());
   EXPECT_TRUE(whereProcIsHidden([this] { return isLocked(); }));
   const FileDescriptor socket = bindSocket();
@@ -142,7 +142,7 @@ TEST_F(ProfileLock, ALiveProcessHoldsItWhereProcIsHidden) {
   EXPECT_TRUE(whereProcIsHidden([this] { return isLocked(); }));
 }
 
-TEST_F(ProfileLock, AProcessThatIsGoneDoesNotHoldItWhereProcIsHidden) {
+TEST_F(ProfileLock, AnEndedProcessDoesNotHoldTheLockIfProcIsHidden) {
   const pid_t child = ::fork();
   if (child == 0) {
     ::_exit(0);
@@ -152,7 +152,7 @@ TEST_F(ProfileLock, AProcessThatIsGoneDoesNotHoldItWhereProcIsHidden) {
   EXPECT_FALSE(whereProcIsHidden([this] { return isLocked(); }));
 }
 
-TEST_F(ProfileLock, NonsenseIsNoLockWhereProcIsHidden) {
+TEST_F(ProfileLock, AMalformedLinkIsNotALockIfProcIsHidden) {
   for (const std::string& content :
        {host() + "-0", host() + "--1", host() + "-", host() + "-4294967297",
         host() + "-0" + std::to_string(::getpid())}) {
@@ -186,7 +186,7 @@ TEST_F(ProfileLock, AMissingSocketMeansThatTheBrowserCrashed) {
   EXPECT_FALSE(isLocked());
 }
 
-/// What is in the place of the socket: a link leads to it, or it is in the place of that link.
+/// Something other than a socket, either behind the link to the socket or in place of the link.
 class NoSocket : public ProfileLock, public ::testing::WithParamInterface<std::string> {
  protected:
   void make(const std::filesystem::path& place) const {
@@ -202,20 +202,20 @@ class NoSocket : public ProfileLock, public ::testing::WithParamInterface<std::s
   }
 };
 
-TEST_P(NoSocket, IsACrashedBrowsers) {
+TEST_P(NoSocket, MeansThatTheBrowserCrashed) {
   lockBy(::getpid());
   make(profile_ / "elsewhere");
   std::filesystem::create_symlink(profile_ / "elsewhere", profile_ / "SingletonSocket");
   EXPECT_FALSE(isLocked());
 }
 
-TEST_P(NoSocket, IsACrashedBrowsersInPlaceOfTheLinkToo) {
+TEST_P(NoSocket, MeansThatTheBrowserCrashedInPlaceOfTheLinkToo) {
   lockBy(::getpid());
   make(profile_ / "SingletonSocket");
   EXPECT_FALSE(isLocked());
 }
 
-TEST_P(NoSocket, IsACrashedBrowsersWhateverItsPermissions) {
+TEST_P(NoSocket, MeansThatTheBrowserCrashedWhateverItsPermissions) {
   lockBy(::getpid());
   make(profile_ / "elsewhere");
   if (GetParam() != "device") {
@@ -229,7 +229,7 @@ INSTANTIATE_TEST_SUITE_P(OfAnyKind, NoSocket,
                          ::testing::Values<std::string>("file", "folder", "pipe", "device"),
                          [](const auto& kind) { return kind.param; });
 
-TEST_F(ProfileLock, ASocketInPlaceOfTheLinkIsAnOldBrowsers) {
+TEST_F(ProfileLock, ASocketInPlaceOfTheLinkBelongsToAnOldBrowser) {
   lockBy(::getpid());
   const FileDescriptor socket = bindSocket();
   std::filesystem::rename(profile_ / "socket", profile_ / "SingletonSocket");

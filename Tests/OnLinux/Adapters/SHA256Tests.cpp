@@ -8,7 +8,7 @@
 namespace lumaret::tests {
 namespace {
 
-// The examples of FIPS 180-4 and its predecessors.
+// Examples of FIPS 180-4 and its predecessors.
 TEST(SHA256, CoversTwoBlocks) {
   EXPECT_EQ(idOf("abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq"),
             "248d6a61d20638b8e5c026930c3e6039a33ce45964ff2167f6ecedd419db06c1");

@@ -19,8 +19,8 @@
 namespace lumaret::tests {
 namespace {
 
-/// Runs an action in a process of its own, whose standard output is this descriptor; returns its
-/// status, which is the error of a write that failed.
+/// Runs an action in a child process whose standard output is this descriptor. Returns its status,
+/// which is the error of a write that failed.
 template <typename Action>
 pid_t withStandardOutput(int descriptor, Action action) {
   const pid_t child = ::fork();
@@ -48,7 +48,7 @@ int statusOf(pid_t child) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
 }
 
-/// What an action writes to standard output, in a process of its own, and its status.
+/// Runs an action in a child process. Returns its standard output and its status.
 template <typename Action>
 std::pair<std::string, int> outputOf(Action action) {
   std::array<int, 2> pipe{};
@@ -70,7 +70,7 @@ TEST(StandardOutput, IsWrittenWholeIntoAPipeThatDoesNotBlock) {
   std::array<int, 2> pipe{};
   ASSERT_EQ(::pipe2(pipe.data(), O_CLOEXEC), 0);
   ASSERT_EQ(::fcntl(pipe[1], F_SETFL, O_NONBLOCK), 0);
-  const std::string text(1'000'000, 'x');  // Many times what the pipe holds.
+  const std::string text(1'000'000, 'x');  // Much more than the pipe holds.
   const pid_t child = withStandardOutput(pipe[1], [&text] { writeStandardOutput(text); });
   ::close(pipe[1]);
   const FileDescriptor readEnd(pipe[0]);
@@ -114,8 +114,8 @@ TEST(StandardOutput, CannotBeWrittenWithoutAReaderAndRaisesNoSignal) {
   ::close(pipe[1]);
 }
 
-/// Libraries print through the descriptor, or through a buffer that is written when they like.
-TEST(StandardOutput, HoldsNothingThatAnybodyElsePrints) {
+/// A library may print through the descriptor, or through a buffer that it flushes later.
+TEST(StandardOutput, HoldsNothingThatALibraryPrints) {
   const auto [output, status] = outputOf([] {
     std::printf("buffered before\n");
     EXPECT_EQ(::write(STDOUT_FILENO, "at once\n", 8), 8);
@@ -137,7 +137,7 @@ TEST(StandardOutput, IsInheritedByNoProcessThatALibraryStarts) {
             0);
 }
 
-TEST(StandardOutput, IsThatOfAStartedProcessWhereItInheritsIt) {
+TEST(StandardOutput, IsThatOfAStartedProcessThatInheritsIt) {
   const auto [output, status] = outputOf([] { runProcess("/usr/bin/id", {"-u"}); });
   EXPECT_EQ(output, std::to_string(::getuid()) + "\n");
   EXPECT_EQ(status, 0);

@@ -7,7 +7,7 @@
 
 namespace lumaret::tests {
 
-/// A home folder of the test's own, with none of the variables that lead elsewhere.
+/// A private home folder, without the variables that lead elsewhere.
 class TemporaryHome : public TemporaryFolder {
  public:
   TemporaryHome() {

@@ -18,22 +18,22 @@ class UserFolders : public ::testing::Test {
 
 TEST_F(UserFolders, HomeIsWhatTheEnvironmentSays) { EXPECT_EQ(homeFolder(), home_.path()); }
 
-TEST_F(UserFolders, AnUnsetHomeGivesWayToTheAccounts) {
+TEST_F(UserFolders, AnUnsetHomeGivesWayToTheHomeOfTheAccount) {
   ::unsetenv("HOME");
   EXPECT_EQ(homeFolder(), accountHome());
 }
 
-TEST_F(UserFolders, ARelativeHomeGivesWayToTheAccounts) {
+TEST_F(UserFolders, ARelativeHomeGivesWayToTheHomeOfTheAccount) {
   ::setenv("HOME", "somewhere", 1);
   EXPECT_EQ(homeFolder(), accountHome());
 }
 
-TEST_F(UserFolders, AnEmptyHomeGivesWayToTheAccounts) {
+TEST_F(UserFolders, AnEmptyHomeGivesWayToTheHomeOfTheAccount) {
   ::setenv("HOME", "", 1);
   EXPECT_EQ(homeFolder(), accountHome());
 }
 
-TEST_F(UserFolders, AHomeThatDoesNotExistGivesWayToTheAccounts) {
+TEST_F(UserFolders, AMissingHomeGivesWayToTheHomeOfTheAccount) {
   ::setenv("HOME", (home_ / "missing").c_str(), 1);
   EXPECT_EQ(homeFolder(), accountHome());
 }

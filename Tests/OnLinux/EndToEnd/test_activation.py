@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""What `activate` starts, with a stand-in in the browser's place that records how it was started."""
+"""Which processes `activate` starts. A stand-in for the browser records its arguments."""
 
 import os
 import socket
@@ -11,7 +11,7 @@ from Tests.Support.Python import messages, private_machine
 from Tests.Support.Python.helper_test_case import HelperTestCase
 from Tests.Support.Python.outcome import ACTIVATED, failed
 from Tests.Support.Python.policy_files import rule
-from Tests.Support.Python.private_machine import CHROMIUM, GOOGLE_CHROME, contents
+from Tests.Support.Python.private_machine import CHROMIUM, GOOGLE_CHROME, Browser, contents
 
 setUpModule = private_machine.enter
 
@@ -24,6 +24,16 @@ class ActivationTestCase(HelperTestCase):
         super().setUp()
         self.machine.install_stand_in(CHROMIUM)
         self.identity = self.make_identity()
+
+    def activate_beside_google_chrome(self, running: Browser):
+        """Activates with both browsers installed, of which this one runs."""
+        self.machine.install_stand_in(GOOGLE_CHROME)
+        self.machine.mark_running(running)
+        self.assertEqual(self.activate(self.identity), ACTIVATED)
+
+    def assert_stored_for_google_chrome_only(self):
+        self.assertEqual(self.stored_rules(GOOGLE_CHROME), [self.rule_for(self.identity)])
+        self.assertFalse(CHROMIUM.policies.exists())
 
     def assert_started(self, *arguments: list[bytes], browser: str = "chromium"):
         self.assertEqual(self.machine.launches(), [(browser, each) for each in arguments])
@@ -49,7 +59,7 @@ class LaunchTests(ActivationTestCase):
         self.assert_started(REFRESH)
         self.assertEqual(self.stored_rules(), [self.rule_for(self.identity)])
 
-    def test_how_the_window_ends_does_not_matter(self):
+    def test_the_exit_status_of_the_window_does_not_matter(self):
         self.machine.install_stand_in(CHROMIUM, window_status=3)
         self.machine.mark_running(CHROMIUM)
         self.assertEqual(self.activate(self.identity), ACTIVATED)
@@ -60,24 +70,18 @@ class LaunchTests(ActivationTestCase):
         self.assertEqual(
             self.activate(self.identity, "--url", "https://example.test/"), failed(messages.CHROME_NOT_INSTALLED)
         )
-        self.assertEqual(self.stored_rules(GOOGLE_CHROME), [self.rule_for(self.identity)])
-        self.assertFalse(CHROMIUM.policies.exists())
+        self.assert_stored_for_google_chrome_only()
 
     def test_google_chrome_is_preferred_to_chromium(self):
-        self.machine.install_stand_in(GOOGLE_CHROME)
-        self.machine.mark_running(CHROMIUM)
-        self.assertEqual(self.activate(self.identity), ACTIVATED)
+        self.activate_beside_google_chrome(running=CHROMIUM)
         self.assert_started(NEW_WINDOW, browser="google-chrome")
-        self.assertEqual(self.stored_rules(GOOGLE_CHROME), [self.rule_for(self.identity)])
-        self.assertFalse(CHROMIUM.policies.exists())
+        self.assert_stored_for_google_chrome_only()
 
     def test_a_running_google_chrome_is_refreshed_first(self):
-        self.machine.install_stand_in(GOOGLE_CHROME)
-        self.machine.mark_running(GOOGLE_CHROME)
-        self.assertEqual(self.activate(self.identity), ACTIVATED)
+        self.activate_beside_google_chrome(running=GOOGLE_CHROME)
         self.assert_started(REFRESH, NEW_WINDOW, browser="google-chrome")
 
-    def test_activation_leaves_the_database_alone(self):
+    def test_activation_does_not_change_the_database(self):
         self.assert_unchanged_by(
             self.database.folder, lambda: self.assertEqual(self.activate(self.identity), ACTIVATED)
         )
@@ -105,7 +109,7 @@ class LaunchTests(ActivationTestCase):
 
 
 class RunningBrowserDetectionTests(ActivationTestCase):
-    """A browser runs if a second start of it would hand over to the first; anything else only looks like it."""
+    """A browser counts as running if a second start of it would hand its arguments over to the first."""
 
     def assert_not_refreshed(self):
         self.assertEqual(self.activate(self.identity), ACTIVATED)

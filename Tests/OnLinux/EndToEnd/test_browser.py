@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""The whole road, with a real Chromium and a server that demands a client certificate."""
+"""The whole workflow, with a real Chromium and a server that requires a client certificate."""
 
 import json
 import unittest
@@ -21,8 +21,14 @@ class RealBrowserTests(BrowserTestCase):
     def assert_presented(self, identity, path: str, host: str = "localhost"):
         self.assertEqual(self.server.await_visit(path), Visit(host, path, identity.name["CN"], identity.fingerprint))
 
+    def start_browser_that_presents(self, identity):
+        """Activates the identity. Returns once the browser that this starts is ready to reload its policies."""
+        self.assert_activates(identity, "--url", self.server.url("/first"))
+        self.assert_presented(identity, "/first")
+        chromium.await_ready_for_refresh(self.machine)
+
     def open_window(self, url: str):
-        """As the user would, in the browser that is running."""
+        """Opens a window in the running browser, as the user would."""
         self.machine.run(CHROMIUM.executable, "--new-window", url)
 
     def test_a_browser_that_is_not_running_presents_exactly_the_activated_certificate(self):
@@ -32,9 +38,7 @@ class RealBrowserTests(BrowserTestCase):
 
     def test_a_running_browser_with_an_older_rule_presents_the_newly_activated_certificate(self):
         ana, ben, _ = self.make_identities(ANA, BEN, CARA)
-        self.assert_activates(ana, "--url", self.server.url("/first"))
-        self.assert_presented(ana, "/first")
-        chromium.await_ready_for_refresh(self.machine)
+        self.start_browser_that_presents(ana)
         self.assert_activates(ben, "--url", self.server.url("/second", "other.localhost"))
         self.assert_presented(ben, "/second", "other.localhost")
 
@@ -56,15 +60,13 @@ class RealBrowserTests(BrowserTestCase):
 
     def test_without_an_address_a_running_browser_takes_up_the_rule(self):
         ana, ben, _ = self.make_identities(ANA, BEN, CARA)
-        self.assert_activates(ana, "--url", self.server.url("/first"))
-        self.assert_presented(ana, "/first")
-        chromium.await_ready_for_refresh(self.machine)
+        self.start_browser_that_presents(ana)
         self.assert_activates(ben)
         self.open_window(self.server.url("/second", "other.localhost"))
         self.assert_presented(ben, "/second", "other.localhost")
 
     def assert_matches(self, **name: str):
-        """The rule picks the identity of this name, and not one whose name is nearly the same."""
+        """The rule chooses the identity with this name, and not one with a similar name."""
         identity, _ = self.make_identities(name, {**name, "CN": name["CN"] + "."})
         self.assert_activates(identity, "--url", self.server.url("/"))
         self.assertEqual(self.server.await_visit("/").fingerprint, identity.fingerprint)

@@ -56,7 +56,7 @@ class UsageTests(HelperTestCase):
     def test_a_fingerprint_in_one_word_with_its_option_is_a_usage_error(self):
         self.assert_usage_error("activate", "--fingerprint=00")
 
-    def test_not_even_a_program_name_is_a_usage_error(self):
+    def test_an_empty_argument_vector_is_a_usage_error(self):
         launcher = "import ctypes, sys; ctypes.CDLL(None).execv(sys.argv[1].encode(), (ctypes.c_char_p * 1)(None))"
         self.assertEqual(self.helper(prefix=("/usr/bin/python3", "-c", launcher)), failed(messages.USAGE))
 

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""What `list` makes of every state of the certificate database."""
+"""What `list` prints for every state of the certificate database."""
 
 import contextlib
 import fcntl
@@ -30,30 +30,32 @@ def unreadable(status: int = -8174):
 
 
 class ListingTests(HelperTestCase):
-    def test_one_identity_is_one_line_of_compact_json(self):
-        identity = self.make_identities({"CN": "Ana Example", "O": "Example Org", "OU": "R/D", "L": "Lugo"})[0]
+    def assert_lists_only(self, identity, subject: str):
+        """The listing is this one identity, to the byte; `subject` is JSON."""
+        issuer = (
+            '{"commonName":"Test Authority","locality":null,"organization":"Lumaret Test","organizationalUnit":null}'
+        )
         self.assertEqual(
             self.helper("list"),
             printed(
-                '[{"expiresAt":"2099-12-31T23:59:59Z","id":"' + identity.fingerprint + '",'
-                '"issuer":{"commonName":"Test Authority","locality":null,"organization":"Lumaret Test",'
-                '"organizationalUnit":null},'
-                '"subject":{"commonName":"Ana Example","locality":"Lugo","organization":"Example Org",'
-                '"organizationalUnit":"R/D"}}]'
+                f'[{{"expiresAt":"2099-12-31T23:59:59Z","id":"{identity.fingerprint}",'
+                f'"issuer":{issuer},"subject":{subject}}}]'
             ),
+        )
+
+    def test_one_identity_is_one_line_of_compact_json(self):
+        identity = self.make_identities({"CN": "Ana Example", "O": "Example Org", "OU": "R/D", "L": "Lugo"})[0]
+        self.assert_lists_only(
+            identity,
+            '{"commonName":"Ana Example","locality":"Lugo","organization":"Example Org","organizationalUnit":"R/D"}',
         )
 
     def test_quotes_control_characters_and_every_script_become_exact_json(self):
         identity = self.make_identities({"CN": 'q " b \\ s / t \t \x07 \x7f עברית \u202e😀'})[0]
-        self.assertEqual(
-            self.helper("list"),
-            printed(
-                '[{"expiresAt":"2099-12-31T23:59:59Z","id":"' + identity.fingerprint + '",'
-                '"issuer":{"commonName":"Test Authority","locality":null,"organization":"Lumaret Test",'
-                '"organizationalUnit":null},'
-                '"subject":{"commonName":"q \\" b \\\\ s / t \\t \\u0007 \x7f עברית \u202e😀","locality":null,'
-                '"organization":null,"organizationalUnit":null}}]'
-            ),
+        self.assert_lists_only(
+            identity,
+            '{"commonName":"q \\" b \\\\ s / t \\t \\u0007 \x7f עברית \u202e😀","locality":null,'
+            '"organization":null,"organizationalUnit":null}',
         )
 
     def test_listing_changes_nothing(self):
@@ -95,7 +97,7 @@ class ListingTests(HelperTestCase):
 
     def test_a_broken_certificate_hides_no_other(self):
         broken, whole = self.make_identities({"CN": "Broken"}, {"CN": "Whole"})
-        certificate_value = "a11"  # NSS names the columns after the numbers of PKCS#11's attributes
+        certificate_value = "a11"  # NSS names the columns by the numbers of the PKCS#11 attributes
         with contextlib.closing(sqlite3.connect(self.database.folder / "cert9.db")) as store, store:
             changed = store.execute(
                 f"UPDATE nssPublic SET {certificate_value} = ? WHERE {certificate_value} = ?",
@@ -201,7 +203,7 @@ class DatabaseStateTests(HelperTestCase):
         self.folder.chmod(0o700)
         self.assertEqual(self.helper_as_nobody("list"), unreadable())
 
-    def test_a_module_that_does_not_load_hides_nothing(self):
+    def test_a_module_that_does_not_load_hides_no_identity(self):
         identity = self.make_identity()
         self.database.name_module("/nonexistent/module.so")
         expected = printed(self.line_of(identity))
@@ -209,7 +211,7 @@ class DatabaseStateTests(HelperTestCase):
 
 
 class ProtectedKeyTestCase(HelperTestCase):
-    """A key behind a secret: known to be there, but nobody is ever asked."""
+    """A password or a PIN protects the key. It is found, and nobody is ever asked for the secret."""
 
     def setUp(self):
         super().setUp()
@@ -217,7 +219,7 @@ class ProtectedKeyTestCase(HelperTestCase):
         self.machine.write_policies("other.json", "{}")
 
     def assert_unsupported(self, identity, **settings):
-        """Nothing has changed then, and no browser was started."""
+        """Activation fails, changes nothing, and starts no browser."""
         before = contents(CHROMIUM.policies)
         self.assert_unchanged_by(
             self.machine.home,
@@ -230,7 +232,7 @@ class ProtectedKeyTestCase(HelperTestCase):
 
 
 class LockedTokenTests(ProtectedKeyTestCase):
-    def test_an_identity_on_it_is_listed_and_cannot_be_activated(self):
+    def test_an_identity_on_a_locked_token_is_listed_and_cannot_be_activated(self):
         self.make_authority()
         identity = self.authority.issue({"CN": "Ana Example"})
         token = Token(self.machine.home)
@@ -246,13 +248,13 @@ class ProtectedDatabaseTests(ProtectedKeyTestCase):
         super().setUp()
         self.identity = self.make_identities({"CN": "Ana Example"}, password="secret")[0]
 
-    def test_its_identity_is_listed(self):
+    def test_an_identity_behind_a_password_is_listed(self):
         self.assertEqual(self.helper("list"), printed(self.line_of(self.identity)))
 
-    def test_activate_changes_nothing(self):
+    def test_activating_an_identity_behind_a_password_changes_nothing(self):
         self.assert_unsupported(self.identity)
 
-    def test_nothing_is_asked_at_a_terminal(self):
+    def test_no_password_is_asked_for_at_a_terminal(self):
         keyboard, terminal = pty.openpty()
         self.addCleanup(os.close, keyboard)
         self.addCleanup(os.close, terminal)
@@ -267,7 +269,7 @@ class ProtectedDatabaseTests(ProtectedKeyTestCase):
 
 
 class HomeFolderTests(HelperTestCase):
-    """Where `HOME` says nothing useful, the account database knows the home."""
+    """If `HOME` names no folder, the home is that of the account database."""
 
     def setUp(self):
         super().setUp()
@@ -276,19 +278,19 @@ class HomeFolderTests(HelperTestCase):
         self.machine.mount_over(Path("/etc/passwd"), accounts)
         self.expected = printed(self.line_of(self.make_identity()))
 
-    def test_an_unset_home_is_the_account_s(self):
+    def test_an_unset_home_gives_way_to_the_home_of_the_account(self):
         self.assertEqual(self.helper("list", without="HOME"), self.expected)
 
-    def test_an_empty_home_is_the_account_s(self):
+    def test_an_empty_home_gives_way_to_the_home_of_the_account(self):
         self.assertEqual(self.helper("list", environment={"HOME": ""}), self.expected)
 
-    def test_a_relative_home_is_the_account_s(self):
+    def test_a_relative_home_gives_way_to_the_home_of_the_account(self):
         self.assertEqual(self.helper("list", environment={"HOME": "home"}, cwd=self.machine.folder), self.expected)
 
-    def test_a_home_that_does_not_exist_is_the_account_s(self):
+    def test_a_missing_home_gives_way_to_the_home_of_the_account(self):
         self.assertEqual(self.helper("list", environment={"HOME": "/nonexistent"}), self.expected)
 
-    def test_activation_uses_the_account_s_home_too(self):
+    def test_activation_uses_the_home_of_the_account_too(self):
         self.machine.install_stand_in(CHROMIUM)
         self.machine.mark_running(CHROMIUM)
         identity = self.authority.issue({"CN": "Ben Example"})

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""How `activate` reads and writes the folder of managed policies."""
+"""How `activate` reads and writes the managed policy folder."""
 
 import json
 import os
@@ -62,11 +62,11 @@ class OwnPolicyFileTests(PolicyTestCase):
             {POLICY: [self.own_rule], "HomepageLocation": "https://example.test/", "ShowHomeButton": True},
         )
 
-    def test_an_empty_file_holds_no_value(self):
+    def test_an_empty_file_has_no_rules(self):
         self.write(OWN_FILE, "")
         self.assert_rules_become(self.own_rule)
 
-    def test_an_object_without_the_policy_holds_no_value(self):
+    def test_an_object_without_the_policy_has_no_rules(self):
         self.write(OWN_FILE, "{}")
         self.assert_rules_become(self.own_rule)
 
@@ -82,7 +82,7 @@ class OwnPolicyFileTests(PolicyTestCase):
         self.write(OWN_FILE, b'{"Other":"\xff"}')
         self.assert_refused()
 
-    def test_a_single_text_is_refused(self):
+    def test_a_single_string_is_refused(self):
         self.write(OWN_FILE, json.dumps({POLICY: ELSEWHERE}))
         self.assert_refused()
 
@@ -94,11 +94,11 @@ class OwnPolicyFileTests(PolicyTestCase):
         self.write(OWN_FILE, json.dumps({POLICY: [ELSEWHERE, 1]}))
         self.assert_refused()
 
-    def test_a_folder_in_its_place_is_refused(self):
+    def test_a_folder_in_place_of_the_own_file_is_refused(self):
         (CHROMIUM.policies / OWN_FILE).mkdir(parents=True)
         self.assert_refused()
 
-    def test_a_pipe_in_its_place_is_refused_and_holds_nothing_up(self):
+    def test_a_pipe_in_place_of_the_own_file_is_refused_without_waiting(self):
         CHROMIUM.policies.mkdir(parents=True)
         os.mkfifo(CHROMIUM.policies / OWN_FILE)
         self.assert_refused()
@@ -137,7 +137,7 @@ class OtherPolicyFilesTests(PolicyTestCase):
         (CHROMIUM.policies / "more/10.json").write_text(policies(ELSEWHERE))
         self.assert_rules_become(self.own_rule)
 
-    def test_a_link_that_leads_nowhere_does_not_count(self):
+    def test_a_dangling_link_does_not_count(self):
         CHROMIUM.policies.mkdir(parents=True)
         (CHROMIUM.policies / "10.json").symlink_to("nowhere")
         self.assert_rules_become(self.own_rule)
@@ -146,22 +146,22 @@ class OtherPolicyFilesTests(PolicyTestCase):
         self.write("10.json", policies(OLD_CATCH_ALL)[:-1] + "," + policies(ELSEWHERE)[1:])
         self.assert_rules_become(ELSEWHERE, self.own_rule)
 
-    def test_a_pipe_does_not_count_and_holds_nothing_up(self):
+    def test_a_pipe_does_not_count_and_is_not_waited_for(self):
         CHROMIUM.policies.mkdir(parents=True)
         os.mkfifo(CHROMIUM.policies / "10.json")
         self.assert_rules_become(self.own_rule)
 
-    def test_bottomless_nesting_is_just_a_broken_file(self):
+    def test_extremely_deep_nesting_counts_as_malformed_json(self):
         self.write("10.json", "[" * 1_000_000)
         self.write("20.json", '{"a":' * 1_000_000)
         self.assert_rules_become(self.own_rule)
 
-    def test_a_broken_file_about_something_else_is_skipped(self):
+    def test_a_malformed_file_without_the_policy_is_skipped(self):
         self.write("10.json", "{ broken")
         self.write("20.json", "[]")
         self.assert_rules_become(self.own_rule)
 
-    def test_a_broken_file_that_names_the_policy_is_refused(self):
+    def test_a_malformed_file_that_names_the_policy_is_refused(self):
         self.write("10.json", "{ broken " + POLICY)
         self.assert_refused()
 
@@ -169,21 +169,21 @@ class OtherPolicyFilesTests(PolicyTestCase):
         self.write("10.json", policies(ELSEWHERE).replace("]}", "],}"))
         self.assert_refused()
 
-    def test_null_that_wins_is_refused(self):
+    def test_null_in_the_file_that_counts_is_refused(self):
         self.write("10.json", policies(ELSEWHERE))
         self.write("20.json", json.dumps({POLICY: None}))
         self.assert_refused()
 
-    def test_another_type_that_wins_is_refused(self):
+    def test_another_type_in_the_file_that_counts_is_refused(self):
         self.write("20.json", json.dumps({POLICY: {"pattern": "*"}}))
         self.assert_refused()
 
-    def test_another_type_that_loses_does_not_count(self):
+    def test_another_type_in_an_overruled_file_does_not_count(self):
         self.write("10.json", json.dumps({POLICY: None}))
         self.write(OWN_FILE, policies(ELSEWHERE))
         self.assert_rules_become(ELSEWHERE, self.own_rule)
 
-    def test_a_file_that_sorts_after_the_own_one_fails_the_verification(self):
+    def test_a_file_that_sorts_after_the_own_file_makes_the_verification_fail(self):
         last = self.write("zzz.json", policies(ELSEWHERE))
         before = last.read_bytes()
         self.assertEqual(self.activate(self.identity), failed(messages.POLICY_VERIFICATION_FAILED))
@@ -220,7 +220,7 @@ class PolicyFolderPermissionTests(PolicyTestCase):
         self.assert_refused()
 
     def activate_as_nobody(self, *policy_files):
-        """Activates as an ordinary user who owns the home and these policy files, and nothing else."""
+        """Activates as an ordinary user who owns only the home and these policy files."""
         self.become_ordinary_user(*policy_files)
         return self.helper_as_nobody("activate", "--fingerprint", self.identity.fingerprint)
 
@@ -233,7 +233,7 @@ class PolicyFolderPermissionTests(PolicyTestCase):
         self.assertEqual(self.machine.launches(), [])
 
     @needs_real_root
-    def test_an_ordinary_user_does_not_write_even_a_file_of_his_own(self):
+    def test_an_ordinary_user_does_not_write_even_a_policy_file_that_they_own(self):
         file = self.write(OWN_FILE, policies(ELSEWHERE, OLD_CATCH_ALL))
         before = file.read_bytes()
         self.assertEqual(self.activate_as_nobody(file), failed(messages.POLICY_WRITE_FAILED))

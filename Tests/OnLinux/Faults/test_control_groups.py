@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""A user who owns a control group, as a desktop's sessions do, holds up in it nothing that root does for them."""
+"""A user may own a control group, as in a desktop session. They cannot use it to delay what root does for them."""
 
 import contextlib
 import fcntl
@@ -26,7 +26,7 @@ FREEZER = "freezer"  # of version 1
 
 
 def mounted() -> dict[str, Path]:
-    """Where each hierarchy's topmost group is, under its controllers or the name of version 2."""
+    """The path of the root group of each hierarchy, by its controllers or the name of version 2."""
     found = {}
     for line in Path("/proc/self/mountinfo").read_text().splitlines():
         before, _, after = line.partition(" - ")
@@ -40,7 +40,7 @@ def mounted() -> dict[str, Path]:
 
 
 class Group:
-    """A control group; the processes in it end with it."""
+    """A control group. Removing it ends its processes."""
 
     def __init__(self, path: Path):
         self.path = path
@@ -97,12 +97,12 @@ class ControlGroupTests(StoreRulesTestCase):
         return group
 
     def store_directly(self, *prefix, **settings):
-        """Without sudo, which has needs of its own."""
+        """Runs the program without sudo, which has requirements of its own."""
         return self.run_with(self.list_of(ELSEWHERE, OWN), *prefix, STORE_RULES, **settings)
 
     @contextlib.contextmanager
     def waiting_for_the_lock(self, group: Group, *command):
-        """A store of that group's, which goes on where the block ends."""
+        """A store by a process of that group. It waits for the lock until the block ends."""
         LOCK.mkdir(mode=0o700)
         place = self.machine.folder / "input"
         place.write_text(self.list_of(ELSEWHERE, OWN))
@@ -127,13 +127,13 @@ class ControlGroupTests(StoreRulesTestCase):
         self.await_stored()
         self.assertEqual(self.activate(self.identity), ACTIVATED)
 
-    def test_a_user_who_freezes_their_group_holds_nobody_up(self):
+    def test_a_frozen_control_group_of_a_user_delays_nobody(self):
         self.assert_stored_while_frozen(self.make_group(VERSION_2))
 
-    def test_a_user_who_freezes_their_group_of_version_1_holds_nobody_up(self):
+    def test_a_frozen_control_group_of_version_1_delays_nobody(self):
         self.assert_stored_while_frozen(self.make_group(FREEZER))
 
-    def test_a_user_does_not_get_the_process_back(self):
+    def test_a_user_cannot_move_the_process_back_into_their_group(self):
         group = self.make_group(VERSION_2)
         group.give_to_nobody()
         with self.waiting_for_the_lock(group, *self.sudo()) as process:
@@ -142,8 +142,8 @@ class ControlGroupTests(StoreRulesTestCase):
             self.assertIn("0::/\n", Path("/proc", str(process), "cgroup").read_text())
         self.await_stored()
 
-    def test_a_topmost_group_that_takes_no_process(self):
-        """As a container's, once resources are dealt out to the groups below it."""
+    def test_if_the_root_group_takes_no_process_a_new_group_below_it_is_used(self):
+        """Such as the root group of a container that distributes resources to the groups below it."""
         topmost = self.make_group(VERSION_2)
         child = Group(topmost.path / "child")
         place = mounted()[VERSION_2]
@@ -157,7 +157,7 @@ class ControlGroupTests(StoreRulesTestCase):
         self.assertEqual(outcome, STORED)
         self.assertTrue((topmost.path / "lumaret-macos-helper").is_dir())
 
-    def test_a_group_that_is_mounted_elsewhere_is_not_taken_for_the_topmost_one(self):
+    def test_a_group_that_is_mounted_elsewhere_is_not_mistaken_for_the_root_group(self):
         group = self.make_group(VERSION_2)
         place = self.machine.folder / "group"
         place.mkdir()
@@ -166,7 +166,7 @@ class ControlGroupTests(StoreRulesTestCase):
             self.assertIn("0::/\n", Path("/proc", str(process), "cgroup").read_text())
         self.await_stored()
 
-    def test_a_group_that_cannot_be_left_is_refused_but_for_the_topmost_one(self):
+    def test_a_group_that_cannot_be_left_is_refused_unless_it_is_the_root_group(self):
         group = self.make_group(VERSION_2)
         processes = os.open(group.path / "cgroup.procs", os.O_WRONLY)
         self.addCleanup(os.close, processes)
@@ -183,13 +183,13 @@ class ControlGroupTests(StoreRulesTestCase):
         self.assertEqual(effective_rules(), [ELSEWHERE])
         self.assertEqual(self.store_directly(), STORED)
 
-    def test_without_control_groups_there_is_none_to_leave(self):
+    def test_a_list_is_stored_if_no_control_groups_are_mounted(self):
         group = self.make_group(VERSION_2)
         places = " ".join(sorted({str(place) for place in mounted().values()}))
         hidden = ("unshare", "--mount", "sh", "-c", f'umount --lazy {places} && exec "$@"', "sh")
         self.assertEqual(self.store_directly(*hidden, preexec_fn=group.enter), STORED)
 
-    def test_a_machine_that_does_not_tell_its_groups(self):
+    def test_a_list_is_refused_if_the_control_group_is_unknown(self):
         if is_sanitized():
             self.skipTest("the sanitizers read /proc too")
         hidden = ("unshare", "--mount", "sh", "-c", 'mount -t tmpfs none /proc && exec "$@"', "sh")

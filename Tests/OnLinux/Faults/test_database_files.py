@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Something other than a file where the certificate database, or a module that it names, has one."""
+"""Pipes, sockets, folders and devices in place of a file of the certificate database, or of a module that it names."""
 
 import os
 import shutil
@@ -75,23 +75,23 @@ class DatabaseFileTests(FaultTestCase):
             shutil.copy(whole, place)
         self.assertEqual(self.helper("list", timeout=SECONDS), printed(self.line_of(self.identity)))
 
-    def test_in_place_of_the_certificates(self):
+    def test_anything_but_a_file_in_place_of_the_certificates_is_an_error(self):
         self.assert_damaged("cert9.db")
 
-    def test_in_place_of_the_keys(self):
+    def test_anything_but_a_file_in_place_of_the_keys_is_an_error(self):
         self.assert_damaged("key4.db")
 
-    def test_in_place_of_the_list_of_modules(self):
+    def test_anything_but_a_file_in_place_of_the_list_of_modules_is_an_error(self):
         self.assert_damaged("pkcs11.txt")
 
-    def test_in_place_of_what_an_interrupted_program_left(self):
+    def test_anything_but_a_file_in_place_of_a_journal_is_an_error(self):
         for store in ("cert9.db", "key4.db"):
             for ending in ("-journal", "-wal"):
                 self.assert_damaged(store + ending)
 
 
 class ModuleFileTests(FaultTestCase):
-    """One identity in the database, and one on a module's token."""
+    """One identity is in the database, and one is on the token of a module."""
 
     def setUp(self):
         super().setUp()
@@ -111,7 +111,7 @@ class ModuleFileTests(FaultTestCase):
     def listing(self, **settings):
         return self.helper("list", timeout=SECONDS, **settings)
 
-    def test_it_counts_as_absent_and_hides_no_other(self):
+    def test_a_module_that_is_not_a_file_is_skipped_and_hides_no_other(self):
         self.make_database(self.machine.home / ".pki/nssdb", self.place, MODULE)
         for make in KINDS:
             with self.subTest(make.__name__):
@@ -124,17 +124,17 @@ class ModuleFileTests(FaultTestCase):
         self.place.symlink_to(MODULE)
         self.assertEqual(self.listing(), printed(self.line_of(self.in_database, self.on_token)))
 
-    def test_a_name_without_a_folder_is_searched_for_as_the_system_does(self):
+    def test_a_module_without_a_folder_is_found_in_the_library_path(self):
         self.make_database(self.machine.home / ".pki/nssdb", MODULE.name)
         self.assertEqual(self.listing(), printed(self.line_of(self.in_database)))
         environment = {"LD_LIBRARY_PATH": str(MODULE.parent)}
         self.assertEqual(self.listing(environment=environment), printed(self.line_of(self.in_database, self.on_token)))
 
-    def test_modules_are_found_wherever_the_home_is(self):
+    def test_modules_are_found_whatever_the_path_of_the_home(self):
         for name in ("it's a home", 'the "home"', "home \\ back", "{home}", "hómé", "home=1 flags=x"):
             with self.subTest(name):
                 home = self.machine.folder / name
-                # NSS's own tools do not understand such a path.
+                # The tools of NSS cannot read such a path.
                 plain = self.machine.folder / "plain"
                 self.make_database(plain / ".pki/nssdb", MODULE)
                 plain.rename(home)

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""No text in any variable of the environment ends a run, or changes more than the variable is for."""
+"""No value of an environment variable makes a run fail, or changes more than the variable is for."""
 
 import json
 import os
@@ -17,7 +17,7 @@ from Tests.Support.Python.users import needs_real_root
 setUpModule = private_machine.enter
 
 LANGUAGES = ("LANG", "LC_ALL", "LC_COLLATE", "LANGUAGE", "LC_CTYPE", "LC_MESSAGES")
-# Where the certificates are, and where the browser's profile is.
+# They lead to the certificates and to the browser's profile.
 FOLDERS = ("HOME", "XDG_DATA_HOME", "XDG_CONFIG_HOME", "CHROME_CONFIG_HOME", "CHROME_USER_DATA_DIR")
 OTHERS = (
     "TMPDIR",
@@ -91,7 +91,7 @@ class EnvironmentTests(FaultTestCase):
     def setUp(self):
         super().setUp()
         self.identities = self.make_identities({"CN": "Ana"}, {"CN": "Ben"})
-        self.folder = self.machine.folder / "work"  # where a relative path leads
+        self.folder = self.machine.folder / "work"  # where relative paths lead
         self.folder.mkdir()
         accounts = self.machine.folder / "passwd"
         accounts.write_text(f"tester:x:{os.geteuid()}:{os.getegid()}::{self.machine.home}:/bin/sh\n")
@@ -100,14 +100,14 @@ class EnvironmentTests(FaultTestCase):
     def run_with(self, variables: dict[str, bytes], *arguments):
         return self.helper(*arguments, environment=variables, cwd=self.folder, timeout=30)
 
-    def test_of_the_language(self):
+    def test_language_variables_do_not_change_the_listing(self):
         for name in LANGUAGES:
             for text in TEXTS:
                 with self.subTest(name, text=text[:40]):
                     self.assertEqual(self.run_with({name: text}, "list"), printed(self.line_of(*self.identities)))
 
-    def test_of_the_folders(self):
-        """Where such a folder is none, the account's home is taken, or there are no certificates."""
+    def test_folder_variables_do_not_make_list_fail(self):
+        """If a value does not name a folder, the home of the account is used, or there are no certificates."""
         for name in FOLDERS:
             for text in TEXTS:
                 with self.subTest(name, text=text[:40]):
@@ -116,8 +116,8 @@ class EnvironmentTests(FaultTestCase):
                     expected = [[], [identity.fingerprint for identity in self.identities]]
                     self.assertIn([identity["id"] for identity in json.loads(outcome.stdout)], expected)
 
-    def test_of_the_libraries(self):
-        """NSS may print what it makes of them, but never where the result is."""
+    def test_variables_of_libraries_do_not_change_standard_output(self):
+        """NSS may report them on standard error, and never on standard output."""
         expected = printed(self.line_of(*self.identities))
         for name in OTHERS:
             for text in TEXTS:
@@ -125,7 +125,7 @@ class EnvironmentTests(FaultTestCase):
                     outcome = self.run_with({name: text}, "list")
                     self.assertEqual((outcome.status, outcome.stdout), (0, expected.stdout))
 
-    def test_all_at_once(self):
+    def test_activate_succeeds_whatever_language_and_library_variables_say(self):
         for text in TEXTS:
             with self.subTest(text[:40]):
                 variables = {name: text for name in (*LANGUAGES, *OTHERS) if name != "NSPR_LOG_FILE"}
@@ -133,7 +133,7 @@ class EnvironmentTests(FaultTestCase):
                 self.assertEqual((outcome.status, outcome.stdout), (0, ACTIVATED.stdout))
                 self.assertEqual(effective_rules(), [self.rule_for(self.identities[0])])
 
-    def test_of_the_profile(self):
+    def test_activate_succeeds_whatever_folder_variables_say(self):
         for name in FOLDERS[1:]:
             for text in TEXTS:
                 with self.subTest(name, text=text[:40]):
@@ -141,19 +141,19 @@ class EnvironmentTests(FaultTestCase):
                     self.assertEqual(outcome, ACTIVATED)
 
 
-class StackTests(FaultTestCase):
-    """A limit of the stack that is far below the usual eight megabytes."""
+class SmallStackTests(FaultTestCase):
+    """The stack is limited to far less than the usual eight megabytes."""
 
     def setUp(self):
         super().setUp()
         if is_sanitized():
-            self.skipTest("the sanitizers need more of the stack")
+            self.skipTest("the sanitizers require a larger stack")
 
     def limited(self, kilobytes: int, *arguments: str):
         size = kilobytes << 10
         return self.helper(*arguments, preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_STACK, (size, size)))
 
-    def test_both_commands_work(self):
+    def test_list_and_activate_succeed_with_a_small_stack(self):
         identities = self.make_identities({"CN": "Ana"}, {"CN": "Ben"})  # so that names are ordered
         for kilobytes in (48, 64, 128, 256, 1024):
             with self.subTest(kilobytes):
@@ -162,7 +162,7 @@ class StackTests(FaultTestCase):
                 self.assertEqual(self.limited(kilobytes, "activate", "--fingerprint", chosen), ACTIVATED)
 
     @needs_real_root
-    def test_what_nests_deeply_takes_no_stack(self):
+    def test_deeply_nested_json_does_not_exhaust_a_small_stack(self):
         identity = self.make_identity()
         nested = "[" * 1_000_000 + "]" * 1_000_000
         self.machine.write_policies("10.json", f'{{"Other": {nested}}}')

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""A user's own file system, which need not answer: what a process waits for there, even SIGKILL does not end."""
+"""A user's own file system need not answer. Not even SIGKILL ends a process that waits for its answer."""
 
 import os
 import select
@@ -22,9 +22,9 @@ ENOSYS = 38
 
 
 class OneFile:
-    """A FUSE file system that is one file. Once it was read to its end, nobody but this process gets it closed.
+    """A FUSE file system with one file. Once the file is read to its end, only this process can close it.
 
-    Another process serves it: while this one starts a program, Python lets none of its threads run.
+    Another process serves it, because Python runs no other thread of this one while it starts a program.
     """
 
     def __init__(self, device: int, text: bytes):
@@ -42,7 +42,7 @@ class OneFile:
         os.close(told)
 
     def is_being_closed(self, seconds: float) -> bool:
-        """Waits so long for the first who closes it after it was read."""
+        """Whether somebody closes the file within this time after it was read."""
         return bool(select.select([self._is_being_closed], [], [], seconds)[0] and os.read(self._is_being_closed, 1))
 
     def end(self) -> None:
@@ -67,7 +67,7 @@ class OneFile:
         if operation == GETATTR:
             return struct.pack("<Q8xQQQ24x12xIIIIIII", 1, 1, len(self._text), 1, 0o100644, 1, 0, 0, 0, 4096, 0)
         if operation == OPEN:
-            return struct.pack("<QII", 0, 1, 0)  # read from here each time
+            return struct.pack("<QII", 0, 1, 0)  # FOPEN_DIRECT_IO: every read comes here
         if operation == READ:
             _, offset, size = struct.unpack_from("<QQI", arguments)
             self._was_read = offset >= len(self._text)
@@ -75,9 +75,9 @@ class OneFile:
         return b"" if operation == FLUSH else None
 
 
-class FileSystemTests(StoreRulesTestCase):
-    def test_input_that_is_never_closed_keeps_nobody_from_the_lock(self):
-        """Even if the program is killed in the middle, as by a machine that runs out of memory."""
+class UserFileSystemTests(StoreRulesTestCase):
+    def test_a_killed_run_that_waits_for_a_file_system_does_not_hold_the_lock(self):
+        """The program is killed while it stores, as on a machine that runs out of memory."""
         self.write_own_file(policies(ELSEWHERE))
         try:
             device = os.open("/dev/fuse", os.O_RDWR)
@@ -91,7 +91,7 @@ class FileSystemTests(StoreRulesTestCase):
             check=True,
             pass_fds=(device,),
         )
-        # By force, so that nobody waits any longer.
+        # A forced unmount ends all waits.
         self.addCleanup(subprocess.run, ["umount", "--force", "--lazy", place], check=True)
         file_system = OneFile(device, self.list_of(ELSEWHERE, OWN).encode())
         self.addCleanup(file_system.end)

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""What the tool does where somebody or something works against it; docs/hostile-surroundings.md tells the same."""
+"""What the tool does if somebody or something works against it. docs/hostile-surroundings.md describes these cases."""
 
 import hashlib
 import json
@@ -39,13 +39,18 @@ REFRESH = [b"--refresh-platform-policy"]
 NEW_WINDOW = [b"--new-window"]
 
 
-class PolicyLinkTests(FaultTestCase):
-    """Symbolic links in the place of what the tool writes."""
-
+class PolicyFolderTestCase(FaultTestCase):
     def setUp(self):
         super().setUp()
         self.identity = self.make_identity()
         CHROMIUM.policies.mkdir(parents=True)
+
+
+class PolicyLinkTests(PolicyFolderTestCase):
+    """Symbolic links in place of the file or the folder that the tool writes."""
+
+    def setUp(self):
+        super().setUp()
         self.target = self.machine.folder / "target.json"
 
     def assert_refused(self):
@@ -60,7 +65,7 @@ class PolicyLinkTests(FaultTestCase):
         self.assert_refused()
         self.assertEqual(self.target.read_text(), policies(ELSEWHERE))
 
-    def test_a_link_that_leads_nowhere_makes_no_file_there(self):
+    def test_a_dangling_link_creates_no_file(self):
         OWN_PATH.symlink_to(self.target)
         self.assert_refused()
         self.assertFalse(self.target.exists())
@@ -80,9 +85,7 @@ class PolicyLinkTests(FaultTestCase):
         self.target.write_text(policies(ELSEWHERE))
         OWN_PATH.symlink_to(self.target)
         user = self.become_ordinary_user(self.target)
-        outcome = self.machine.run(
-            *user, self.readable_helper(), "activate", "--fingerprint", self.identity.fingerprint
-        )
+        outcome = self.machine.run(*user, *self.activate_command(self.identity))
         self.assertEqual(outcome, failed(messages.POLICY_WRITE_FAILED))
         self.assertEqual(self.target.read_text(), policies(ELSEWHERE))
 
@@ -108,12 +111,12 @@ class PolicyLinkTests(FaultTestCase):
         self.assertEqual(effective_rules(), [self.rule_for(self.identity)])
         self.assertEqual(contents(folder.parent).keys(), {".", "managed", f"managed/{OWN_FILE}"})
 
-    def test_a_folder_link_that_leads_nowhere_makes_no_folder_there(self):
+    def test_a_dangling_folder_link_creates_no_folder(self):
         self.link_folder(self.machine.folder / "nowhere")
         self.assert_refused()
         self.assertFalse((self.machine.folder / "nowhere").exists())
 
-    def test_a_dangling_link_above_the_folder_makes_no_folder_there(self):
+    def test_a_dangling_link_above_the_folder_creates_no_folder(self):
         CHROMIUM.policies.rmdir()
         CHROMIUM.policies.parent.rmdir()
         CHROMIUM.policies.parent.symlink_to(self.machine.folder / "nowhere")
@@ -123,13 +126,11 @@ class PolicyLinkTests(FaultTestCase):
         self.assertEqual(self.machine.launches(), [])
 
 
-class SharedPolicyFolderTests(FaultTestCase):
+class SharedPolicyFolderTests(PolicyFolderTestCase):
     """A policy folder that other users may write, and what they may have left in it."""
 
     def setUp(self):
         super().setUp()
-        self.identity = self.make_identity()
-        CHROMIUM.policies.mkdir(parents=True)
         CHROMIUM.policies.chmod(0o777)
         CHROMIUM.policies.parent.chmod(0o777)
 
@@ -148,7 +149,7 @@ class SharedPolicyFolderTests(FaultTestCase):
         self.assertTrue(left.is_symlink())
 
     @needs_real_root
-    def test_a_file_of_another_user_becomes_root_s_and_keeps_what_it_says(self):
+    def test_a_file_of_another_user_then_belongs_to_root_and_keeps_its_policies(self):
         self.write_own_file(policies(ELSEWHERE, ShowHomeButton=True))
         os.chown(OWN_PATH, NOBODY, NOBODY)
         OWN_PATH.chmod(0o666)
@@ -157,19 +158,19 @@ class SharedPolicyFolderTests(FaultTestCase):
         self.assertEqual(effective_rules(), [ELSEWHERE, self.rule_for(self.identity)])
         self.assertTrue(self.stored_policies()["ShowHomeButton"])
 
-    def test_an_access_control_list_does_not_stay(self):
+    def test_an_access_control_list_is_removed_from_the_file(self):
         self.write_own_file(policies(ELSEWHERE))
         os.setxattr(OWN_PATH, "system.posix_acl_access", access_list(os.getuid()))
         self.assertEqual(self.activate(self.identity), ACTIVATED)
         self.assert_readable_by_all_and_root_s()
 
-    def test_a_list_that_the_folder_hands_down_is_not_taken_up(self):
+    def test_the_default_access_control_list_of_the_folder_is_not_inherited(self):
         for folder in (CHROMIUM.policies.parent, CHROMIUM.policies):
             os.setxattr(folder, "system.posix_acl_default", access_list(os.getuid(), others=0))
         self.assertEqual(self.activate(self.identity), ACTIVATED)
         self.assert_readable_by_all_and_root_s()
 
-    def test_a_folder_that_the_browser_s_users_cannot_enter_is_refused(self):
+    def test_a_folder_that_users_of_the_browser_cannot_enter_is_refused(self):
         for folder in (CHROMIUM.policies, CHROMIUM.policies.parent, CHROMIUM.policies.parent.parent):
             folder.chmod(0o750)
             with self.subTest(folder):
@@ -185,13 +186,11 @@ class SharedPolicyFolderTests(FaultTestCase):
         self.assertEqual(os.listxattr(OWN_PATH), [])
 
 
-class SecretTests(FaultTestCase):
-    """Whoever may write the policy folder gives a name in it to rules that only root may read."""
+class SecretTests(PolicyFolderTestCase):
+    """A user who may write the policy folder links it to rules that only root may read."""
 
     def setUp(self):
         super().setUp()
-        self.identity = self.make_identity()
-        CHROMIUM.policies.mkdir(parents=True)
         CHROMIUM.policies.chmod(0o777)
         self.secret = CHROMIUM.policies.parent.parent / "root/secret.json"
         self.secret.parent.mkdir(mode=0o755)
@@ -206,21 +205,21 @@ class SecretTests(FaultTestCase):
         self.assertEqual(self.activate(self.identity), ACTIVATED)
         self.assertEqual(effective_rules(), [ELSEWHERE, self.rule_for(self.identity)])
 
-    def test_a_link_to_a_file_that_only_root_may_read(self):
+    def test_a_link_to_a_file_that_only_root_may_read_publishes_nothing(self):
         (CHROMIUM.policies / "10.json").symlink_to(self.secret)
         self.secret.chmod(0o600)
         self.assert_not_published()
         self.secret.chmod(0o644)
         self.assert_counts()
 
-    def test_a_link_into_a_folder_that_only_root_may_enter(self):
+    def test_a_link_into_a_folder_that_only_root_may_enter_publishes_nothing(self):
         (CHROMIUM.policies / "10.json").symlink_to(self.secret)
         self.secret.parent.chmod(0o700)
         self.assert_not_published()
         self.secret.parent.chmod(0o711)
         self.assert_counts()
 
-    def test_a_second_name_of_a_file_that_only_root_may_read(self):
+    def test_a_hard_link_to_a_file_that_only_root_may_read_publishes_nothing(self):
         for name in ("10.json", OWN_FILE):
             with self.subTest(name):
                 (CHROMIUM.policies / name).hardlink_to(self.secret)
@@ -230,7 +229,7 @@ class SecretTests(FaultTestCase):
                 self.assert_counts()
                 (CHROMIUM.policies / OWN_FILE).unlink()
 
-    def test_a_folder_link_into_a_folder_that_only_root_may_enter(self):
+    def test_a_folder_link_into_a_folder_that_only_root_may_enter_publishes_nothing(self):
         managed = self.secret.parent / "managed"
         managed.mkdir()
         self.secret.rename(managed / "10.json")
@@ -245,7 +244,7 @@ class SecretTests(FaultTestCase):
 class FileSizeLimitTests(FaultTestCase):
     """The caller limits the size of files that the tool may write."""
 
-    LIMIT = 100  # more than the messages have
+    LIMIT = 100  # more bytes than any message
 
     def setUp(self):
         super().setUp()
@@ -254,14 +253,14 @@ class FileSizeLimitTests(FaultTestCase):
     def limited(self):
         resource.setrlimit(resource.RLIMIT_FSIZE, (self.LIMIT, self.LIMIT))
 
-    def test_the_old_policy_file_stays_whole_and_nothing_is_left_beside_it(self):
+    def test_the_old_policy_file_stays_whole_and_no_other_file_is_left(self):
         self.write_own_file(policies(ELSEWHERE))
         before = contents(CHROMIUM.policies.parent)
         self.assertEqual(self.activate(self.identity, preexec_fn=self.limited), failed(messages.POLICY_WRITE_FAILED))
         self.assertEqual(contents(CHROMIUM.policies.parent), before)
         self.assertEqual(self.machine.launches(), [])
 
-    def test_a_listing_that_does_not_fit_says_so(self):
+    def test_a_listing_larger_than_the_limit_fails_with_a_message(self):
         result = self.machine.folder / "result"
         with open(result, "wb") as stream:
             outcome = self.helper("list", stdout=stream, preexec_fn=self.limited)
@@ -269,7 +268,7 @@ class FileSizeLimitTests(FaultTestCase):
 
 
 class DatabaseOfAnotherUserTests(FaultTestCase):
-    """`HOME` leads to somebody else's certificates."""
+    """`HOME` leads to the certificates of another user."""
 
     @needs_real_root
     def test_a_database_that_may_not_be_read_is_an_error(self):
@@ -280,7 +279,7 @@ class DatabaseOfAnotherUserTests(FaultTestCase):
         self.assertEqual(self.helper_as_nobody("list"), failed(messages.told(messages.KEYCHAIN_FAILURE, -8174)))
 
     @needs_real_root
-    def test_a_database_that_may_be_read_is_listed_and_stays_as_it_is(self):
+    def test_a_database_that_may_be_read_is_listed_and_not_changed(self):
         identity = self.make_identity()
         for place in (self.machine.home, *self.machine.home.rglob("*")):
             place.chmod(0o755 if place.is_dir() else 0o644)
@@ -290,7 +289,7 @@ class DatabaseOfAnotherUserTests(FaultTestCase):
         self.assertEqual(contents(self.machine.home), before)
 
     @needs_real_root
-    def test_the_database_of_an_ordinary_user_serves_root_and_stays_theirs(self):
+    def test_root_uses_the_database_of_an_ordinary_user_without_changing_it(self):
         identity = self.make_identity()
         self.become_ordinary_user()
         before = contents(self.machine.home)
@@ -327,11 +326,11 @@ class LargePolicyFileTests(FaultTestCase):
         self.machine.grant(NOBODY)
         self.machine.write_policies("10-company.json", self.text)
         user = self.become_ordinary_user()
-        command = (*user, self.readable_helper(), "activate", "--fingerprint", self.identity.fingerprint)
-        self.assertEqual(self.machine.run(*command, timeout=300), ACTIVATED)
+        outcome = self.machine.run(*user, *self.activate_command(self.identity), timeout=300)
+        self.assertEqual(outcome, ACTIVATED)
         self.assertEqual(self.stored_rules(), [self.rule_for(self.identity), *self.many])
 
-    def test_a_file_that_is_larger_than_any_policy_is_refused(self):
+    def test_a_policy_file_larger_than_64_mebibytes_is_refused(self):
         for name in ("10-company.json", OWN_FILE):
             with self.subTest(name):
                 file = self.machine.write_policies(name, self.text)
@@ -340,7 +339,7 @@ class LargePolicyFileTests(FaultTestCase):
                 self.assertEqual(file.stat().st_size, 64 * 1024 * 1024 + 1)
                 file.unlink()
 
-    def test_sixty_thousand_other_policies_take_a_second_or_two(self):
+    def test_sixty_thousand_other_policies_are_kept_in_time(self):
         others = {f"Policy{number}": number for number in range(60_000)}
         self.machine.write_policies(OWN_FILE, json.dumps(others))
         started = time.monotonic()
@@ -353,7 +352,7 @@ class ManyIdentitiesTests(FaultTestCase):
     COUNT = 5_000
 
     def test_five_thousand_identities_are_listed_in_order(self):
-        """One identity of NSS's own making, its rows copied: each copy has a key, a name and a serial of its own."""
+        """NSS stores one identity. The test copies its rows and gives each copy its own key, name and serial number."""
         template = self.make_identities({"CN": "Person 0000", "O": "Example Org"})[0]
         certificates = self.multiply(template)
         started = time.monotonic()
@@ -370,7 +369,7 @@ class ManyIdentitiesTests(FaultTestCase):
         self.assertIn('"CN":"Person 4321"', self.stored_rules()[0])
 
     def multiply(self, template) -> list[bytes]:
-        """The certificates that the database holds afterwards, by their numbers."""
+        """Copies the identity in the database, and returns the certificates in the order of their numbers."""
         key_class, value, identifier, subject, serial = "a0", "a11", "a102", "a101", "a82"
 
         def numbered(number: int):
@@ -406,9 +405,9 @@ class ManyIdentitiesTests(FaultTestCase):
 
 
 class BrowserLockTests(FaultTestCase):
-    """Nonsense where a running browser would leave its lock: no browser runs."""
+    """What is in place of a running browser's lock cannot be its lock, so no browser runs."""
 
-    def test_a_nonsensical_lock_is_not_a_running_browser(self):
+    def test_a_malformed_lock_does_not_mean_that_a_browser_runs(self):
         identity = self.make_identity()
         host, me = socket.gethostname(), os.getpid()
         lock = self.machine.profile(CHROMIUM) / "SingletonLock"
@@ -443,7 +442,7 @@ class BrowserLockTests(FaultTestCase):
                 self.assertEqual(self.machine.launches(), [("chromium", NEW_WINDOW)])
                 self.forget_launches()
 
-    def test_nonsense_in_place_of_the_lock_or_the_profile_is_not_a_running_browser(self):
+    def test_a_lock_or_profile_of_the_wrong_file_type_does_not_mean_that_a_browser_runs(self):
         identity = self.make_identity()
         profile = self.machine.profile(CHROMIUM)
         lock = profile / "SingletonLock"
@@ -459,7 +458,7 @@ class BrowserLockTests(FaultTestCase):
             self.forget_launches()
             clear()
 
-    def test_nonsense_in_place_of_the_socket_leaves_the_lock_in_force(self):
+    def test_a_socket_link_that_cannot_be_followed_leaves_the_lock_in_force(self):
         identity = self.make_identity()
         self.machine.mark_running(CHROMIUM)
         place = self.machine.profile(CHROMIUM) / "SingletonSocket"
@@ -471,7 +470,7 @@ class BrowserLockTests(FaultTestCase):
                 self.assertEqual(self.machine.launches(), [("chromium", REFRESH), ("chromium", NEW_WINDOW)])
                 self.forget_launches()
 
-    def test_what_is_no_socket_in_its_place_is_no_running_browser(self):
+    def test_anything_but_a_socket_in_its_place_means_that_no_browser_runs(self):
         identity = self.make_identity()
         self.machine.mark_running(CHROMIUM)
         place = self.machine.profile(CHROMIUM) / "SingletonSocket"
@@ -491,7 +490,7 @@ class BrowserLockTests(FaultTestCase):
 
 
 class HiddenProcTests(FaultTestCase):
-    """An empty file system lies over /proc."""
+    """An empty file system is mounted on /proc."""
 
     def hidden(self, *command: str, **settings):
         script = 'mount -t tmpfs none /proc && exec "$@"'
@@ -500,7 +499,7 @@ class HiddenProcTests(FaultTestCase):
     def setUp(self):
         super().setUp()
         if is_sanitized():
-            self.skipTest("the sanitizers need /proc themselves")
+            self.skipTest("the sanitizers require /proc")
         self.identity = self.make_identity()
 
     def activate_hidden(self, **settings):
@@ -532,7 +531,7 @@ class HiddenProcTests(FaultTestCase):
         self.assertEqual(self.activate_hidden(), ACTIVATED)
         self.assertEqual(self.machine.launches(), [("chromium", REFRESH), ("chromium", NEW_WINDOW)])
 
-    def test_a_browser_that_has_ended_is_not(self):
+    def test_a_browser_that_has_ended_is_not_refreshed(self):
         ended = subprocess.Popen(["true"])
         ended.wait()
         self.machine.mark_running(CHROMIUM, process=ended.pid)
@@ -541,7 +540,7 @@ class HiddenProcTests(FaultTestCase):
 
 
 class UnresponsiveBrowserTests(FaultTestCase):
-    """A browser that never ends when it is asked to read its policies again."""
+    """A browser that never finishes reloading its policies."""
 
     def setUp(self):
         super().setUp()
@@ -564,7 +563,7 @@ class UnresponsiveBrowserTests(FaultTestCase):
         await_until(lambda: self.started.exists() and self.started.read_text(), "the refresh to start")
         return tool
 
-    def test_it_is_awaited_and_the_rule_is_already_in_force(self):
+    def test_the_tool_waits_for_it_after_storing_the_rule(self):
         tool = self.start()
         with self.assertRaises(subprocess.TimeoutExpired):
             tool.wait(3)

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""An import that is killed leaves a database that any program that may write puts in order, as
+"""A killed import may leave a database that cannot be read. Any program that may write the database repairs it, as
 docs/troubleshooting.md says."""
 
 import json
@@ -19,7 +19,7 @@ UNREADABLE = failed(messages.told(messages.KEYCHAIN_FAILURE, -8174))
 
 
 class InterruptedImportTests(FaultTestCase):
-    """Killed at each of the calls that write to the database."""
+    """The import is killed at each call that writes to the database."""
 
     def setUp(self):
         super().setUp()
@@ -32,7 +32,7 @@ class InterruptedImportTests(FaultTestCase):
         return [identity["id"] for identity in json.loads(outcome.stdout)]
 
     def sweep(self, call: str, password: str = "") -> Counter:
-        """How many kills left a database that could be read (True), and one that could not (False)."""
+        """Counts the kills that left a database that could be read (True), and those that did not (False)."""
         folder, whole = self.machine.home / ".pki/nssdb", self.machine.folder / "whole"
         for old in (folder, whole):
             shutil.rmtree(old, ignore_errors=True)
@@ -51,13 +51,13 @@ class InterruptedImportTests(FaultTestCase):
             shutil.rmtree(folder)
         raise AssertionError(f"There were more than 200 calls of {call}.")
 
-    def test_it_heals_once_a_program_may_write(self):
+    def test_a_program_that_may_write_repairs_the_database(self):
         found = sum((self.sweep(call) for call in ("unlink", "fdatasync", "pwrite64")), Counter())
         print(f"{found[False]} of {found.total()} databases could not be read before", flush=True)
         self.assertGreater(found[False], 5)
         self.assertGreater(found[True], 5)
 
-    def test_it_heals_behind_a_password_without_being_told_it(self):
+    def test_a_database_with_a_password_is_repaired_without_the_password(self):
         self.assertGreater(self.sweep("unlink", "secret")[False], 1)
 
 

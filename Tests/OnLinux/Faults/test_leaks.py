@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Valgrind's account of the memory that a run asked for."""
+"""Valgrind finds no leak in a run."""
 
 import unittest
 
@@ -10,7 +10,7 @@ from Tests.Support.Python.packaging_test_case import BUILD
 
 setUpModule = private_machine.enter
 
-# What libraries keep until the process ends can still be reached then; a leak cannot.
+# Libraries keep some memory until the process ends. It is still reachable then, and leaked memory is not.
 VALGRIND = (
     "valgrind",
     "--quiet",

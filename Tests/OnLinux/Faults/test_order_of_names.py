@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""An installation of ICU, which orders names, that is broken: only a run that compares names is told of it."""
+"""ICU, which orders names, is broken. Only a run that compares names fails."""
 
 import re
 import unittest
@@ -42,27 +42,27 @@ class BrokenOrderTests(HelperTestCase):
         self.assertEqual(self.machine.launches(), [])
         self.assertFalse(CHROMIUM.policies.exists())
 
-    def test_names_that_differ_are_not_ordered_without_the_library(self):
+    def test_without_the_icu_library_different_names_are_an_error(self):
         self.identities = self.make_identities({"CN": "Ana"}, {"CN": "Ben"})
         self.hide_icu()
         self.assert_not_ordered(f"{re.escape(str(icu_library()))}: file too short")
 
-    def test_names_that_differ_are_not_ordered_without_the_data(self):
+    def test_without_the_data_of_icu_different_names_are_an_error(self):
         self.identities = self.make_identities({"CN": "Ana"}, {"CN": "Ben"})
         self.spoil_the_data()
         self.assert_not_ordered("U_[A-Z_]+_ERROR")
 
-    def test_no_identity_requires_no_order(self):
+    def test_an_empty_listing_does_not_require_icu(self):
         self.hide_icu()
         self.assertEqual(self.helper("list"), printed("[]"))
 
-    def test_one_identity_requires_no_order(self):
+    def test_one_identity_does_not_require_icu(self):
         identity = self.make_identity()
         self.hide_icu()
         self.assertEqual(self.helper("list"), printed(self.line_of(identity)))
         self.assertEqual(self.activate(identity), ACTIVATED)
 
-    def test_the_same_name_twice_requires_no_order_but_that_of_fingerprints(self):
+    def test_two_equal_names_are_ordered_by_fingerprint_without_icu(self):
         identities = self.make_identities({"CN": "Ana", "O": "One"}, {"CN": "Ana", "O": "Two"})
         self.hide_icu()
         expected = sorted(identities, key=lambda identity: identity.fingerprint)

@@ -23,7 +23,7 @@ AT_ONCE = 12
 
 
 class Watcher:
-    """Reads the policy file again and again, as a browser might."""
+    """Reads the policy file repeatedly, as a browser might."""
 
     def __init__(self):
         self.seen: set[bytes] = set()
@@ -57,9 +57,7 @@ class ParallelRunTests(FaultTestCase):
         self.kept = [ELSEWHERE, *(f'{{"pattern":"https://{number}.test"}}' for number in range(40))]
 
     def start(self, identity, *prefix: str) -> Outcome:
-        return self.machine.run(
-            *self.user, *prefix, self.readable_helper(), "activate", "--fingerprint", identity.fingerprint
-        )
+        return self.machine.run(*self.user, *prefix, *self.activate_command(identity))
 
     def rules_of(self, identity) -> list[str]:
         return [*self.kept, self.rule_for(identity)]
@@ -94,10 +92,10 @@ class ParallelRunTests(FaultTestCase):
         self.assertLessEqual(results.keys(), {ACTIVATED, *further_outcomes})
         self.assertGreater(results[ACTIVATED], 0)
 
-    def test_replacing_one_file(self):
+    def test_parallel_runs_replace_the_file_as_a_whole(self):
         self.run_rounds(lambda: self.write_own_file(policies(*self.kept, OLD_CATCH_ALL)))
 
-    def test_making_the_folder(self):
+    def test_parallel_runs_create_the_missing_folder_and_a_whole_file(self):
         def prepare():
             shutil.rmtree(CHROMIUM.policies.parent, ignore_errors=True)
 
@@ -105,8 +103,8 @@ class ParallelRunTests(FaultTestCase):
         self.run_rounds(prepare)
 
     @needs_real_root
-    def test_granted_users_and_root_at_once(self):
-        """Every user's own program, and root's store for them."""
+    def test_parallel_runs_of_granted_users_and_root_store_whole_files(self):
+        """Some runs are those of granted users, for whom root stores the rule, and some are root's own."""
         self.machine.install_store_rules(STORE_RULES_PROGRAM)
         self.user = self.become_ordinary_user()
         self.machine.grant(NOBODY)
@@ -114,16 +112,16 @@ class ParallelRunTests(FaultTestCase):
 
         def start(identity):
             prefix = () if next(as_root) % 3 == 0 else self.user
-            return self.machine.run(*prefix, self.readable_helper(), "activate", "--fingerprint", identity.fingerprint)
+            return self.machine.run(*prefix, *self.activate_command(identity))
 
         self.start = start
-        # A user's rule may be overwritten after it was stored and before the user's program has verified it.
+        # Another run may overwrite a user's rule before the user's program has verified it.
         self.run_rounds(
             lambda: self.write_own_file(policies(*self.kept, OLD_CATCH_ALL)),
             failed(messages.POLICY_VERIFICATION_FAILED),
         )
 
-    def test_a_lock_of_any_reader_does_not_keep_root_from_replacing_the_file(self):
+    def test_a_lock_of_a_reader_does_not_stop_root_from_replacing_the_file(self):
         self.write_own_file(policies(*self.kept, OLD_CATCH_ALL))
         with open(OWN_PATH, "rb") as anybody:
             fcntl.lockf(anybody, fcntl.LOCK_SH)

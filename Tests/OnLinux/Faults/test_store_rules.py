@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""What a user to whom sudo allows `store-rules` can do with it, and what they cannot: with a real sudo."""
+"""What a user whom a real sudo lets run `store-rules` can do with it, and what they cannot."""
 
 import ctypes
 import fcntl
@@ -46,7 +46,7 @@ CAP_SYS_RESOURCE = 24
 
 
 class GrantedUserTests(StoreRulesTestCase):
-    def test_activates_and_the_file_is_root_s(self):
+    def test_a_granted_user_activates_and_the_file_belongs_to_root(self):
         self.machine.grant(NOBODY)
         self.write_own_file(policies(ELSEWHERE, OLD_CATCH_ALL, ShowHomeButton=True))
         self.assertEqual(self.activate_as_user(), ACTIVATED)
@@ -56,12 +56,12 @@ class GrantedUserTests(StoreRulesTestCase):
         self.assertEqual((status.st_uid, status.st_gid, stat.filemode(status.st_mode)), (0, 0, "-rw-r--r--"))
         self.assertEqual(self.machine.launches(), [("chromium", [b"--new-window"])])
 
-    def test_makes_the_first_file(self):
+    def test_a_granted_user_creates_the_first_file(self):
         self.machine.grant(NOBODY)
         self.assertEqual(self.activate_as_user(), ACTIVATED)
         self.assertEqual(effective_rules(), [self.rule_for(self.identity)])
 
-    def test_another_user_is_refused_and_nothing_of_sudo_is_printed(self):
+    def test_another_user_is_refused_and_the_output_of_sudo_is_not_shown(self):
         self.machine.grant(NOBODY - 1)
         self.assertEqual(self.activate_as_user(), failed(messages.POLICY_WRITE_FAILED))
         self.assertFalse(OWN_PATH.exists())
@@ -76,7 +76,7 @@ class GrantedUserTests(StoreRulesTestCase):
         self.assertEqual(self.activate_as_user(), failed(messages.POLICY_WRITE_FAILED))
         self.assertFalse(OWN_PATH.exists())
 
-    def test_a_sudo_that_says_much_or_does_not_read_is_not_heard(self):
+    def test_the_output_of_sudo_is_not_shown_and_sudo_need_not_read_its_input(self):
         said = self.machine.folder / "sudo"
         self.write_own_file(policies(*("x" * 1000 for _ in range(1000))))
         for script in (
@@ -93,7 +93,7 @@ class GrantedUserTests(StoreRulesTestCase):
                 self.assertEqual(self.activate_as_user(), failed(getattr(messages, expected)))
             self.machine.unmount(Path("/usr/bin/sudo"))
 
-    def test_the_path_and_the_environment_choose_no_other_sudo(self):
+    def test_path_and_environment_do_not_choose_another_sudo(self):
         own = self.machine.folder / "own"
         own.mkdir()
         (own / "sudo").write_text("#!/bin/sh\nexit 0\n")
@@ -103,18 +103,18 @@ class GrantedUserTests(StoreRulesTestCase):
 
 
 class ListTests(StoreRulesTestCase):
-    """The list is the one in force with one rule of the tool's, or it is not stored."""
+    """A list is stored only if it is the list in force with one rule of the tool."""
 
     def setUp(self):
         super().setUp()
         self.machine.grant(NOBODY)
         self.write_own_file(policies(ELSEWHERE, OLD_CATCH_ALL, "text"))
 
-    def test_the_right_list_is_stored(self):
+    def test_the_list_in_force_with_one_rule_of_the_tool_is_stored(self):
         self.assertEqual(self.store(ELSEWHERE, OWN, "text"), STORED)
         self.assertEqual(effective_rules(), [ELSEWHERE, OWN, "text"])
 
-    def test_no_rule_for_a_site_is_removed_changed_moved_or_added(self):
+    def test_a_list_that_removes_changes_moves_or_adds_another_rule_is_refused(self):
         changed = ELSEWHERE.replace("elsewhere", "evil")
         for rules in (
             (OWN, "text"),
@@ -129,7 +129,7 @@ class ListTests(StoreRulesTestCase):
             with self.subTest(rules):
                 self.assert_refused(WRONG_LIST, *rules)
 
-    def test_no_rule_but_one_that_the_tool_writes(self):
+    def test_a_rule_that_the_tool_would_not_write_is_refused(self):
         for own in (
             '{"filter":{},"pattern":"*"}',
             '{"pattern":"*"}',
@@ -145,17 +145,17 @@ class ListTests(StoreRulesTestCase):
             with self.subTest(own[:60]):
                 self.assert_refused(WRONG_LIST, ELSEWHERE, own, "text")
 
-    def test_no_second_rule_for_every_site(self):
+    def test_a_second_rule_for_every_site_is_refused(self):
         self.assert_refused(WRONG_LIST, ELSEWHERE, OWN, "text", OLD_CATCH_ALL)
 
-    def test_standard_input_that_is_no_list_of_texts(self):
+    def test_standard_input_that_is_not_a_list_of_strings_is_refused(self):
         policy = json.dumps({POLICY: [ELSEWHERE, OWN, "text"], "HomepageLocation": "https://evil.test"})
         refusal = failed("store-rules: Standard input is no list of texts.")
         for text in (policy, "", "null", "[1]", '["a"', '["a"] x', '["a",]', '/**/["a"]', '["\\ud800"]', "[" * 60000):
             with self.subTest(text[:40]):
                 self.assert_refused(refusal, text=text)
 
-    def test_a_list_that_is_much_longer_than_the_one_in_force_is_not_read_on(self):
+    def test_a_list_much_longer_than_the_one_in_force_is_refused(self):
         self.assert_refused(
             failed("store-rules: The list is much longer than the one in force."), ELSEWHERE, OWN, "x" * 200_000
         )
@@ -165,11 +165,11 @@ class ListTests(StoreRulesTestCase):
         self.assertEqual(self.store(ELSEWHERE, longest, "text"), STORED)
         self.assert_refused(WRONG_LIST, ELSEWHERE, longest.replace("xx", "xxx", 1), "text")
 
-    def test_rules_that_cannot_be_told_are_not_overwritten(self):
+    def test_rules_that_cannot_be_read_are_not_overwritten(self):
         self.machine.write_policies("10.json", "{ broken " + POLICY)
         self.assert_refused(failed("store-rules: invalidStoredValue"), ELSEWHERE, OWN, "text")
 
-    def test_a_grant_that_was_taken_back_meanwhile_stores_nothing(self):
+    def test_a_user_whose_grant_is_revoked_meanwhile_stores_nothing(self):
         line = self.machine.grant(NOBODY)
         waiting = subprocess.Popen(
             self.sudo(), stdin=subprocess.PIPE, stderr=subprocess.PIPE, env=self.machine.environment
@@ -180,7 +180,7 @@ class ListTests(StoreRulesTestCase):
         self.assertEqual(said, b"store-rules: sudo does not let its caller store the rule any more.\n")
         self.assertEqual(effective_rules(), [ELSEWHERE, OLD_CATCH_ALL, "text"])
 
-    def test_rules_that_changed_meanwhile_are_not_lost(self):
+    def test_rules_that_change_meanwhile_are_not_lost(self):
         changed = rule({"CN": "Somebody"}, None, "https://new.test")
         LOCK.mkdir(mode=0o700, exist_ok=True)
         with open(self.machine.folder / "input", "w+") as text:
@@ -201,7 +201,7 @@ class ListTests(StoreRulesTestCase):
 
 
 class CallerTests(StoreRulesTestCase):
-    """Nothing that the caller arranges before it calls sudo, or whoever else runs the program, changes what it does."""
+    """Whoever runs the program, with or without sudo, cannot change what it does."""
 
     def setUp(self):
         super().setUp()
@@ -222,7 +222,7 @@ class CallerTests(StoreRulesTestCase):
         )
         self.assertEqual(effective_rules(), [ELSEWHERE])
 
-    def test_it_is_for_root_even_where_its_permissions_say_otherwise(self):
+    def test_only_root_may_run_it_whatever_its_permissions(self):
         refusal = failed("store-rules: This is for root, by way of sudo.")
         for mode in (0o755, 0o4755):
             copy = self.machine.folder / "copy"
@@ -231,8 +231,8 @@ class CallerTests(StoreRulesTestCase):
             self.assertEqual(self.run_with(self.list_of(ELSEWHERE, OWN), *self.user, copy), refusal)
         self.assertEqual(effective_rules(), [ELSEWHERE])
 
-    def test_limits(self):
-        """sudo raises some of them itself; the program does without sudo. With 8 open files sudo 1.9.16 does not start."""
+    def test_soft_resource_limits_of_the_caller_have_no_effect(self):
+        """sudo raises some limits itself, and does not start with 8 open files. So the program also runs without it."""
 
         def limit():
             for which, most in ((resource.RLIMIT_FSIZE, 0), (resource.RLIMIT_CPU, 2)):
@@ -247,7 +247,7 @@ class CallerTests(StoreRulesTestCase):
         self.assertEqual(self.run_with(self.list_of(ELSEWHERE, OWN), STORE_RULES, preexec_fn=limit_files_too), STORED)
         self.assertEqual(effective_rules(), [ELSEWHERE, OWN])
 
-    def test_hard_limits(self):
+    def test_hard_resource_limits_of_the_caller_have_no_effect(self):
         capabilities = int(re.search(r"^CapEff:\t(\w+)", Path("/proc/self/status").read_text(), re.M)[1], 16)
         if not capabilities >> CAP_SYS_RESOURCE & 1:
             self.skipTest("this root may not raise a hard limit")
@@ -259,25 +259,25 @@ class CallerTests(StoreRulesTestCase):
         self.assertEqual(self.run_with(self.list_of(ELSEWHERE, OWN), STORE_RULES, preexec_fn=limit), STORED)
         self.assertEqual(effective_rules(), [ELSEWHERE, OWN])
 
-    def test_a_limit_that_root_may_not_raise_leaves_the_old_file_and_nothing_else(self):
+    def test_a_limit_that_root_may_not_raise_leaves_the_old_file_unchanged(self):
         before = contents(CHROMIUM.policies.parent)
         outcome = self.run_with(
             self.list_of(ELSEWHERE, OWN),
             *("setpriv", "--bounding-set=-sys_resource", "--inh-caps=-all", STORE_RULES),
             preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (60, 60)),
         )
-        # The file that takes the message has the limit, too.
+        # The limit also holds for the file that takes the message, so the message is cut.
         self.assertEqual((outcome.status, outcome.stderr[:13]), (1, b"store-rules: "))
         self.assertEqual(contents(CHROMIUM.policies.parent), before)
 
-    def test_umask(self):
+    def test_the_umask_of_the_caller_has_no_effect(self):
         shutil.rmtree(CHROMIUM.policies.parent)
         self.assertEqual(self.store(OWN, umask=0o777), STORED)
         self.assertEqual(
             {mode for mode, _ in contents(CHROMIUM.policies.parent).values()}, {"drwxr-xr-x", "-rw-r--r--"}
         )
 
-    def test_closed_streams(self):
+    def test_closed_standard_input_is_an_error_and_closed_output_does_not_matter(self):
         self.assert_refused(
             failed("store-rules: Standard input could not be read: Bad file descriptor"),
             text="",
@@ -288,8 +288,8 @@ class CallerTests(StoreRulesTestCase):
         )
         self.assertEqual(effective_rules(), [ELSEWHERE, OWN])
 
-    def test_what_it_does_is_done_in_surroundings_of_its_own(self):
-        """The program itself, without sudo, which puts some of it away."""
+    def test_it_keeps_no_signal_priority_descriptor_or_folder_of_the_caller(self):
+        """The program runs without sudo, which would reset some of these."""
         LOCK.mkdir(mode=0o700, exist_ok=True)
         lock = os.open(LOCK, os.O_RDONLY)
         self.addCleanup(os.close, lock)
@@ -339,7 +339,7 @@ class CallerTests(StoreRulesTestCase):
         self.assertEqual(program.wait(30), 0)
         self.assertEqual(effective_rules(), [ELSEWHERE, OWN])
 
-    def test_variables_choose_nothing(self):
+    def test_environment_variables_of_the_caller_have_no_effect(self):
         environment = {"HOME": "/nowhere", "PATH": "/nowhere", "CHROME_USER_DATA_DIR": "/nowhere", "TMPDIR": "/nowhere"}
         self.assertEqual(self.run_with(self.list_of(ELSEWHERE, OWN), STORE_RULES, env=environment), STORED)
         self.assertEqual(effective_rules(), [ELSEWHERE, OWN])
@@ -350,8 +350,8 @@ class LockTests(StoreRulesTestCase):
         super().setUp()
         self.machine.grant(NOBODY)
 
-    def test_a_lease_on_a_file_of_version_0_1_0_holds_nothing_up(self):
-        """Who reads such a file waits until its owner gives it free, or for 45 seconds."""
+    def test_a_lease_on_a_file_of_version_0_1_0_delays_nothing(self):
+        """A lease makes readers wait until its owner releases it, or for 45 seconds."""
         self.write_own_file(policies(ELSEWHERE))
         os.chown(OWN_PATH, NOBODY, NOBODY)
         lease = (
@@ -368,14 +368,14 @@ class LockTests(StoreRulesTestCase):
             owner.kill()
         self.assertEqual(self.store(ELSEWHERE, OWN), STORED)
 
-    def test_nobody_but_root_may_open_what_is_locked(self):
+    def test_only_root_may_open_the_lock(self):
         self.assertEqual(self.activate_as_user(), ACTIVATED)
         self.assertEqual(stat.filemode(LOCK.stat().st_mode), "drwx------")
         done = self.machine.run(*self.user, "flock", "--nonblock", LOCK, "true")
         self.assertNotEqual(done.status, 0)
         self.assertIn(b"Permission denied", done.stderr)
 
-    def test_a_folder_that_others_may_open_is_no_lock(self):
+    def test_a_lock_that_others_may_open_is_refused(self):
         closed = self.machine.folder / "closed"
         closed.mkdir(mode=0o700)
         for arrange in (
@@ -393,13 +393,13 @@ class LockTests(StoreRulesTestCase):
             else:
                 LOCK.unlink()
 
-    def test_root_s_run_and_a_user_s_take_turns(self):
-        """Whoever holds the lock, or only shares it, keeps both waiting, and both then store."""
+    def test_root_and_a_user_both_wait_for_the_lock(self):
+        """Both wait while somebody holds the lock, or shares it. Then both store."""
         LOCK.mkdir(mode=0o700)
         lock = os.open(LOCK, os.O_RDONLY)
         self.addCleanup(os.close, lock)
         fcntl.flock(lock, fcntl.LOCK_SH)
-        command = (self.readable_helper(), "activate", "--fingerprint", self.identity.fingerprint)
+        command = self.activate_command(self.identity)
         for user in ((), self.user):
             waiting = subprocess.Popen(
                 [*user, *command], env=self.machine.environment, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL

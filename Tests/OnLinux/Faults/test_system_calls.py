@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Every system call that `activate` makes on the road to the policy folder fails once, in every way, or is the last.
+"""Each system call of `activate` on the policy folder fails once in every way. The process is also killed at each one.
 
-Each scenario is run once under strace to learn its calls, and then once for each call and each fault.
+Each scenario runs once under strace to record its calls, and then once for each call and each fault.
 """
 
 import json
@@ -36,7 +36,7 @@ def is_on_the_road(line: str) -> bool:
 
 
 class Call(NamedTuple):
-    """The n-th call of a name that a process makes."""
+    """The call of this name and number among those of a process, with its line in the trace."""
 
     name: str
     number: int
@@ -76,7 +76,7 @@ def access_of_own_file() -> Access | None:
 
 
 class SystemCallTestCase(FaultTestCase):
-    """A program that stores rules; `activate` as root, unless a class says otherwise."""
+    """Sweeps a program that stores rules: `activate` as root, unless a class overrides it."""
 
     SUCCESS = ACTIVATED
     LAUNCHES = [("chromium", [b"--new-window"])]
@@ -113,19 +113,11 @@ class SystemCallTestCase(FaultTestCase):
         return self.run_helper(*fixed, "strace", "-y", "-s", "0", "-o", str(self.log), *options)
 
     def run_helper(self, *prefix: str):
-        # A umask that keeps others out: what the tool makes must be readable all the same.
-        return self.machine.run(
-            *self.user,
-            *prefix,
-            self.readable_helper(),
-            "activate",
-            "--fingerprint",
-            self.identity.fingerprint,
-            umask=0o077,
-        )
+        # Under this umask, everybody must still be able to read what the tool creates.
+        return self.machine.run(*self.user, *prefix, *self.activate_command(self.identity), umask=0o077)
 
     def sweep(self, *expected_names: str, first_fault: tuple[str, str] | None = None) -> None:
-        """`first_fault` is a call and an error that happen anyway, so that what follows them is swept."""
+        """`first_fault` is a call and its error in every run. Then only the calls after it are swept."""
         first = [f"--inject={first_fault[0]}:error={first_fault[1]}"] if first_fault else []
         self.prepare()
         self.old_bytes = OWN_PATH.read_bytes() if self.own_file is not None else None
@@ -150,7 +142,7 @@ class SystemCallTestCase(FaultTestCase):
         cases = 0
         for call in calls:
             if first_fault and call.name == first_fault[0]:
-                continue  # strace knows one fault for each name
+                continue  # strace injects only one fault for each name
             for fault in FAULTS:
                 with self.subTest(call=call.line, fault=fault):
                     outcome = self.run_faulty(call, fault, first)
@@ -167,7 +159,7 @@ class SystemCallTestCase(FaultTestCase):
         self.prepare()
         names = {call.name, *(option.split("=")[1].split(":")[0] for option in first)}
         outcome = self.run_traced(f"--trace={','.join(names)}", *first, call.injection(fault))
-        # The fault did hit that call.
+        # The fault was injected into that call.
         mine = [line for line in self.log.read_text().splitlines() if line.startswith(call.name + "(")]
         hit = mine[call.number - 1]
         self.assertTrue(is_on_the_road(hit), self.log.read_text())
@@ -205,7 +197,7 @@ class SystemCallTestCase(FaultTestCase):
         return outcome.stderr.decode().strip()
 
     def assert_made_permanent_in_order(self, calls: list[str]) -> None:
-        """A new text reaches the disk before the name that leads to it, and the name before anything is verified."""
+        """The new file is flushed to the disk before the rename, and the folder after it, before the verification."""
         renames = [index for index, call in enumerate(calls) if call.startswith("rename(") and "= 0" in call]
         for index in renames:
             staged = re.search(r"\.lumaret-macos-helper\.\w+", calls[index])[0]
@@ -214,7 +206,7 @@ class SystemCallTestCase(FaultTestCase):
             self.assertTrue(any(re.match(r"fsync\(\d+<[^>]*/managed>", call) for call in calls[index:]))
 
     def assert_own_file_is_whole(self) -> None:
-        """The old file, or the new one."""
+        """It is the old file, or the new one."""
         if not OWN_PATH.exists():
             self.assertIsNone(self.old_bytes)
             return
@@ -231,13 +223,13 @@ class SystemCallTestCase(FaultTestCase):
 
 
 class SystemCallTests(SystemCallTestCase):
-    def test_first_file_in_a_folder_that_is_missing(self):
+    def test_any_fault_while_the_first_file_is_created_leaves_no_file_or_a_whole_one(self):
         self.own_file = None
         self.rules = self.rules[1:]
         self.sweep("mkdir", "openat", "write", "fsync", "fchmod", "rename", "close", "getdents64", "read")
 
-    def test_replaced_file(self):
-        """Of another user, who may write it and has let somebody else write it, too."""
+    def test_any_fault_while_the_file_is_replaced_leaves_the_old_file_or_the_new_one(self):
+        """The old file belongs to another user, and an access control list lets somebody else write it."""
 
         def leave():
             os.setxattr(OWN_PATH, ACCESS_LIST, access_list(os.getuid()))
@@ -260,8 +252,8 @@ class SystemCallTests(SystemCallTestCase):
             "getdents64",
         )
 
-    def test_rules_of_other_files_behind_links(self):
-        """The only rules that are there yet are another file's, which a link leads to."""
+    def test_any_fault_while_rules_behind_a_link_are_read_leaves_no_file_or_a_whole_one(self):
+        """The only rules so far are in another file, behind a link."""
         target = self.machine.folder / "company.json"
         target.write_text(policies(ELSEWHERE, OLD_CATCH_ALL))
         self.own_file = None
@@ -269,13 +261,13 @@ class SystemCallTests(SystemCallTestCase):
         self.links = {"10-company.json": str(target)}
         self.sweep("newfstatat", "read", "rename")
 
-    def test_clearing_up_after_a_failed_rename(self):
+    def test_any_fault_after_a_failed_rename_leaves_the_old_file_or_the_new_one(self):
         self.sweep("unlink", "close", first_fault=("rename", "EIO"))
 
 
 @needs_real_root
 class StoreRulesSystemCallTests(SystemCallTestCase):
-    """`store-rules`, as sudo starts it."""
+    """Sweeps `store-rules`, as sudo starts it."""
 
     SUCCESS = Outcome(0, b"", b"")
     LAUNCHES: list = []
@@ -283,7 +275,7 @@ class StoreRulesSystemCallTests(SystemCallTestCase):
     def setUp(self):
         super().setUp()
         self.list = self.machine.folder / "list"
-        # Where there is no file yet, too: the merge puts a rule at the end.
+        # The same list is expected if there is no file yet, since a merge appends the rule.
         self.list.write_text(json.dumps(self.rules))
 
     def run_helper(self, *prefix: str):
@@ -297,10 +289,10 @@ class StoreRulesSystemCallTests(SystemCallTestCase):
     def told(self, outcome) -> str:
         return "failed with a message" if outcome.stderr else ""
 
-    def test_stored_for_a_user(self):
+    def test_any_fault_of_a_store_for_a_user_leaves_the_old_file_or_the_new_one(self):
         self.sweep("openat", "flock", "read", "write", "fsync", "fchown", "fchmod", "fremovexattr", "rename", "close")
 
-    def test_first_file_stored_for_a_user(self):
+    def test_any_fault_of_a_first_store_for_a_user_leaves_no_file_or_a_whole_one(self):
         self.own_file = None
         self.rules = self.rules[1:]
         self.list.write_text(json.dumps(self.rules))
@@ -309,7 +301,7 @@ class StoreRulesSystemCallTests(SystemCallTestCase):
 
 @needs_real_root
 class GrantedUserSystemCallTests(SystemCallTestCase):
-    """`activate` of a user, who has sudo store the list. The calls are those of the user's own process."""
+    """Sweeps `activate` of a user for whom sudo stores the list: the calls of the user's own process."""
 
     def setUp(self):
         super().setUp()
@@ -317,7 +309,7 @@ class GrantedUserSystemCallTests(SystemCallTestCase):
         self.machine.grant(NOBODY)
         self.user = self.become_ordinary_user()
 
-    def test_granted_user(self):
+    def test_any_fault_in_the_process_of_a_granted_user_leaves_the_old_file_or_the_new_one(self):
         self.sweep("openat", "read", "getdents64", "fsync", "close")
 
 

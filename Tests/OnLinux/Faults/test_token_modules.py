@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""PKCS#11 modules that break their promises: their tokens count as absent, and hide nothing else."""
+"""PKCS#11 modules that violate the standard. Their tokens count as absent, and hide no other identity."""
 
 import resource
 import unittest
@@ -24,7 +24,7 @@ def limit_memory():
 
 
 class ModuleTestCase(FaultTestCase):
-    """One identity in the database, and one on the module's token."""
+    """One identity is in the database, and one is on the token of the module."""
 
     def setUp(self):
         super().setUp()
@@ -51,7 +51,7 @@ class ModuleTestCase(FaultTestCase):
 
 
 class TokenTests(ModuleTestCase):
-    def test_a_token_that_keeps_its_promises_is_listed(self):
+    def test_the_identity_on_a_correct_token_is_listed(self):
         self.assertEqual(self.list(""), printed(self.line_of(self.in_database, self.on_token)))
 
     def assert_absent(self, *misbehaviours: str):
@@ -60,7 +60,7 @@ class TokenTests(ModuleTestCase):
             with self.subTest(misbehaviour):
                 self.assertEqual(self.list(misbehaviour), expected)
 
-    def test_lengths_of_attributes(self):
+    def test_a_token_with_wrong_lengths_of_attributes_counts_as_absent(self):
         self.assert_absent(
             "length-unavailable",
             "length-huge",
@@ -71,19 +71,19 @@ class TokenTests(ModuleTestCase):
             "length-refused-for-ever",
         )
 
-    def test_counts_of_objects(self):
+    def test_a_token_with_a_wrong_number_of_objects_counts_as_absent(self):
         self.assert_absent("handles-unavailable", "handles-huge", "handles-too-many")
 
-    def test_searches_without_an_end(self):
+    def test_a_token_whose_search_never_ends_counts_as_absent(self):
         self.assert_absent("search-endless", "search-endless-in-single-steps")
 
-    def test_more_bytes_than_memory_holds(self):
+    def test_a_token_with_more_bytes_than_memory_holds_counts_as_absent(self):
         self.assert_absent("attributes-fill-memory")
 
-    def test_searches_that_fail(self):
+    def test_a_token_whose_search_fails_counts_as_absent(self):
         self.assert_absent("search-fails", "search-breaks-off")
 
-    def test_what_nss_refuses(self):
+    def test_a_token_that_nss_refuses_counts_as_absent(self):
         self.assert_absent(
             "does-not-start", "token-unknown", "slots-none", "slots-unavailable", "slots-huge", "mechanisms-unavailable"
         )
@@ -94,19 +94,19 @@ class PrintingTests(ModuleTestCase):
         super().setUp()
         self.expected = (self.line_of(self.in_database, self.on_token) + "\n").encode()
 
-    def test_what_a_module_prints_is_no_part_of_the_result(self):
+    def test_what_a_module_prints_is_not_part_of_the_result(self):
         outcome = self.list("prints")
         self.assertEqual((outcome.status, outcome.stdout), (0, self.expected))
         for place in ("at load", "at start", "at the end", "at unload", "at exit"):
             for manner in ("printed", "buffered"):
                 self.assertIn(f"{manner} {place}\n".encode(), outcome.stderr)
 
-    def test_nor_of_a_failure(self):
+    def test_what_a_module_prints_does_not_replace_the_message_of_a_failure(self):
         outcome = self.helper("activate", "--fingerprint", "0", environment={"LUMARET_MISBEHAVIOUR": "prints"})
         self.assertEqual((outcome.status, outcome.stdout), (1, b""))
         self.assertIn(failed(messages.SELECTED_IDENTITY_NOT_FOUND).stderr, outcome.stderr)
 
-    def test_what_nss_s_own_debugging_variables_print_is_none_either(self):
+    def test_what_nss_prints_for_debugging_is_not_part_of_the_result(self):
         for variables in (
             {"NSS_DEBUG_PKCS11_MODULE": "Token"},
             {"NSS_DEBUG_PKCS11_MODULE": "Token", "NSPR_LOG_MODULES": "all:5"},

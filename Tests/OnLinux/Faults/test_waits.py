@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""No wait for somebody else lasts longer than its minute, which this waits for."""
+"""No wait for somebody else lasts longer than a minute. The test takes that minute."""
 
 import contextlib
 import fcntl
@@ -43,7 +43,7 @@ class WaitTests(StoreRulesTestCase):
             return Outcome(program.wait(100), b"", program.stderr.read())
 
     def feed(self, *pieces: str) -> Outcome:
-        """A store whose input comes in these pieces, one a second, and never ends."""
+        """A store whose input is these strings, one a second, and never ends."""
         program = self.start(*self.sudo())
         with contextlib.suppress(BrokenPipeError):
             for piece in pieces:
@@ -52,7 +52,7 @@ class WaitTests(StoreRulesTestCase):
         return self.end(program)
 
     def hold_up(self) -> Outcome:
-        """A store that sleeps through the end of its minute, and then finds that there is input."""
+        """A store that is stopped until its minute is over, and then finds input."""
         program = self.start(STORE_RULES)
         time.sleep(2)
         program.send_signal(signal.SIGSTOP)
@@ -61,13 +61,13 @@ class WaitTests(StoreRulesTestCase):
         program.send_signal(signal.SIGCONT)
         return self.end(program)
 
-    def test_each_ends_after_a_minute(self):
+    def test_every_wait_ends_after_a_minute(self):
         LOCK.mkdir(mode=0o700)
         lock = os.open(LOCK, os.O_RDONLY)
         self.addCleanup(os.close, lock)
         fcntl.flock(lock, fcntl.LOCK_EX)
         too_late = failed("store-rules: The list did not come to its end in time.")
-        activate = (self.readable_helper(), "activate", "--fingerprint", self.identity.fingerprint)
+        activate = self.activate_command(self.identity)
         runs = {
             "nothing is said": (self.feed, too_late),
             "all but the end is said": (lambda: self.feed(self.list_of(ELSEWHERE, OWN)), too_late),

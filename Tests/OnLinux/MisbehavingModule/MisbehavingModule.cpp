@@ -20,7 +20,7 @@ void printWhere(const char* place) {
   }
 }
 
-/// The module prints when it is loaded, and when it is unloaded or the process ends.
+/// Prints when the module is loaded, and when it is unloaded or the process ends.
 struct Loaded {
   Loaded() {
     printWhere("at load");
@@ -34,7 +34,7 @@ struct Loaded {
 };
 const Loaded loaded;
 
-/// PKCS#11 pads its texts with blanks.
+/// PKCS#11 pads its strings with spaces.
 template <std::size_t size>
 void setText(CK_UTF8CHAR (&field)[size], std::string_view text) {
   std::fill_n(field, size, static_cast<CK_UTF8CHAR>(' '));

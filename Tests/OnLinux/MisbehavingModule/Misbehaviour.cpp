@@ -15,7 +15,7 @@ constexpr CK_ULONG unavailable = CK_UNAVAILABLE_INFORMATION;
 constexpr CK_ULONG huge = CK_ULONG{1} << 62;
 constexpr CK_OBJECT_HANDLE keyObject = 1;
 constexpr CK_OBJECT_HANDLE certificateObject = 2;
-constexpr CK_OBJECT_HANDLE honestCertificateObject = 3;  // About which the module tells the truth.
+constexpr CK_OBJECT_HANDLE honestCertificateObject = 3;  // Its attributes are always correct.
 
 std::vector<CK_OBJECT_HANDLE> found;
 CK_OBJECT_CLASS searchedClass = 0;
@@ -27,8 +27,7 @@ std::string variable(const char* name) {
 
 bool misbehaves(const char* kind) { return misbehaviour() == kind; }
 
-/// The length of what is to be told in the place of a certificate's bytes, of which there are
-/// `real`.
+/// The reported length of a certificate's bytes. Their real length is `real`.
 CK_ULONG announcedLength(CK_ULONG real, bool hasBuffer) {
   if (misbehaves("length-unavailable")) {
     return unavailable;
@@ -51,8 +50,8 @@ CK_ULONG announcedLength(CK_ULONG real, bool hasBuffer) {
   return real;
 }
 
-/// The kinds that show only where the first buffer, which suffices for most certificates, is
-/// refused.
+/// The kinds that only appear if the first buffer, which suffices for most certificates, is too
+/// small.
 bool asksForAnotherBuffer() {
   return misbehaves("length-shrinks") || misbehaves("length-grows") ||
          misbehaves("length-above-limit") || misbehaves("length-refused-for-ever");
@@ -67,7 +66,7 @@ CK_RV answer(CK_ATTRIBUTE& attribute, CK_OBJECT_HANDLE object, const std::string
     return CKR_BUFFER_TOO_SMALL;
   }
   if (misbehaves("attributes-fill-memory") && hasBuffer && isCertificate) {
-    return CKR_OK;  // As many bytes as the buffer holds, of every one of many objects.
+    return CKR_OK;  // Each of many objects fills the buffer.
   }
   if (hasBuffer && attribute.ulValueLen < bytes.size() && !isCertificate) {
     attribute.ulValueLen = unavailable;

@@ -7,14 +7,14 @@
 
 namespace lumaret::tests {
 
-/// What the environment asks the module to do wrong: the value of LUMARET_MISBEHAVIOUR. Without it,
-/// the module keeps every promise.
+/// The kind of misbehaviour: the value of LUMARET_MISBEHAVIOUR. Without it, the module is correct.
 const std::string& misbehaviour();
 
-/// The DER of the certificate on the token, from the file that LUMARET_MODULE_CERTIFICATE names.
+/// The DER bytes of the certificate on the token, from the file that LUMARET_MODULE_CERTIFICATE
+/// names.
 const std::string& certificate();
 
-/// Answers for a token that holds a private key, and its certificate twice.
+/// A token with a private key, and with its certificate twice.
 CK_RV getSlotList(CK_BBOOL present, CK_SLOT_ID* slots, CK_ULONG* count);
 CK_RV getMechanismList(CK_SLOT_ID slot, CK_MECHANISM_TYPE* mechanisms, CK_ULONG* count);
 CK_RV findObjectsInit(CK_SESSION_HANDLE session, CK_ATTRIBUTE* wanted, CK_ULONG wantedCount);

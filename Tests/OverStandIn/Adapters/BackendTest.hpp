@@ -19,7 +19,7 @@ using BackendError = KeychainAuthorizationBackendError;
 
 inline const Backend backend;
 
-// What belongs to the Keychain's first identity.
+// Objects of the first identity in the Keychain.
 inline Backend::Identity firstIdentity() { return backend.copyIdentities().at(0); }
 inline Backend::PrivateKey firstKey() { return backend.copyPrivateKey(firstIdentity()).value(); }
 inline Backend::Access firstAccess() { return backend.copyAccess(firstKey()); }

@@ -168,7 +168,7 @@ TEST_F(CertificateValuesTest, ASectionWithALabelOfAnotherTypeIsStillWalked) {
             "Ana");
 }
 
-TEST_F(CertificateValuesTest, ATextWithoutAUTF8FormIsLeftOut) {
+TEST_F(CertificateValuesTest, AStringWithoutAUTF8FormIsLeftOut) {
   const standin::Text high = {u'A', 0xd83d};
   const standin::Text low = {0xde00, u'A'};
   EXPECT_EQ(subject({attribute(u"2.5.4.3", high), attribute(u"2.5.4.3", low),
@@ -181,7 +181,7 @@ TEST_F(CertificateValuesTest, ALabelWithoutAUTF8FormIsIgnored) {
   EXPECT_EQ(subject({attribute({0xd800}, u"Ana")}), noFields);
 }
 
-TEST_F(CertificateValuesTest, TextsAreCarriedWholeHoweverLong) {
+TEST_F(CertificateValuesTest, StringsOfAnyLengthAreComplete) {
   const standin::Text text(100'000, u'\u20ac');
   const auto name = subject({attribute(u"2.5.4.3", text)}).commonName;
   ASSERT_TRUE(name);
@@ -189,7 +189,7 @@ TEST_F(CertificateValuesTest, TextsAreCarriedWholeHoweverLong) {
   EXPECT_TRUE(name->ends_with("\xe2\x82\xac"));
 }
 
-TEST_F(CertificateValuesTest, ANullCharacterDoesNotEndAText) {
+TEST_F(CertificateValuesTest, ANullCharacterDoesNotEndAString) {
   EXPECT_EQ(subject({attribute(u"2.5.4.3", standin::Text(u"a\0b", 3))}).commonName,
             std::string("a\0b", 3));
 }

@@ -21,7 +21,7 @@ using testing::ElementsAre;
 
 class CoreFoundationOrder : public OverStandIn {};
 
-/// The framework's case-insensitive comparison, which is no order for every name.
+/// The framework's case-insensitive comparison. It is not a consistent order for all names.
 std::weak_ordering ownComparison(const std::string& left, const std::string& right) {
   const auto locale = CoreFoundationReference<CFLocaleRef>::adopt(CFLocaleCopyCurrent());
   const auto leftText = coreFoundationText(left);
@@ -31,11 +31,11 @@ std::weak_ordering ownComparison(const std::string& left, const std::string& rig
              kCFCompareCaseInsensitive | kCFCompareLocalized, locale.get())) <=> 0;
 }
 
-TEST_F(CoreFoundationOrder, IsTheFrameworksOwnForNamesOfWhichThatIsAnOrder) {
+TEST_F(CoreFoundationOrder, IsThatOfTheFrameworkForNamesThatItOrdersConsistently) {
   const std::vector<std::string> pieces = {"a", "A", "b",        "B",        "z", "Z",
                                            "o", "e", "\xc3\xa9", "\xc3\xb1", "N", "s",
                                            " ", "k", "r",        "1",        "10"};
-  std::mt19937 generator(1);  // NOLINT(cert-msc51-cpp): the same names in each run
+  std::mt19937 generator(1);  // NOLINT(cert-msc51-cpp): Each run has the same names.
   for (const char* language : {"en", "es", "sv", "ja"}) {
     machine().locale = language;
     const auto compare = localizedCaseInsensitiveComparison();
@@ -48,7 +48,7 @@ TEST_F(CoreFoundationOrder, IsTheFrameworksOwnForNamesOfWhichThatIsAnOrder) {
   }
 }
 
-TEST_F(CoreFoundationOrder, ComparesWholeTextsUnderTheCurrentLocaleWhichItReadsOnce) {
+TEST_F(CoreFoundationOrder, ComparesWholeStringsUnderTheCurrentLocaleWhichItReadsOnce) {
   const auto compare = localizedCaseInsensitiveComparison();
   (void)compare("Ana", "Bea");
   (void)compare("\xc3\x89va", "");
@@ -58,7 +58,7 @@ TEST_F(CoreFoundationOrder, ComparesWholeTextsUnderTheCurrentLocaleWhichItReadsO
                           "CFStringCompareWithOptionsAndLocale(\xc3\xa9va, , 3, 32, locale)"));
 }
 
-TEST_F(CoreFoundationOrder, RefusesATextThatIsNotUTF8) {
+TEST_F(CoreFoundationOrder, RefusesAStringThatIsNotUTF8) {
   EXPECT_THROW((void)localizedCaseInsensitiveComparison()("\xff", "a"), std::invalid_argument);
 }
 

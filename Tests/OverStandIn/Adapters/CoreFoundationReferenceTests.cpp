@@ -32,7 +32,7 @@ TEST_F(CoreFoundationReferenceTest, ACopyOutlivesTheOriginalAndAMoveLeavesNothin
   auto original = coreFoundationText("text");
   TextReference copy = original;
   TextReference moved = std::move(original);
-  EXPECT_FALSE(original);  // NOLINT(bugprone-use-after-move): what a move leaves is promised
+  EXPECT_FALSE(original);  // NOLINT(bugprone-use-after-move): A moved-from reference is null.
   moved = TextReference();
   EXPECT_EQ(utf8Text(copy.get()), "text");
   copy = *&copy;

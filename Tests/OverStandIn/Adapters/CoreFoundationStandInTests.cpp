@@ -9,7 +9,7 @@
 namespace lumaret::tests {
 namespace {
 
-// What Apple's own Core Foundation would only crash for.
+// Misuse for which Apple's own Core Foundation would only crash.
 class CoreFoundationStandInDeathTest : public OverStandIn {};
 
 TEST_F(CoreFoundationStandInDeathTest, RefusesAnObjectThatWasReleased) {

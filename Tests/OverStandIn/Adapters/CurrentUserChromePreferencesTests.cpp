@@ -45,7 +45,7 @@ TEST_F(CurrentUserChromePreferencesTest, ReadsTheCurrentUsersValueOnAnyHost) {
                                        "kCFPreferencesAnyHost)"));
 }
 
-TEST_F(CurrentUserChromePreferencesTest, ReadsTextsInTheirOrder) {
+TEST_F(CurrentUserChromePreferencesTest, ReadsStringsInTheirOrder) {
   store({List{text(u"b"), text(u""), text(u"\u00e1"), text(u"b")}});
   EXPECT_THAT(read(), ElementsAre("b", "", "\xc3\xa1", "b"));
 }
@@ -72,16 +72,16 @@ TEST_P(InvalidPreference, IsRefusedAndNeverOverwritten) {
   EXPECT_THAT(calls("CFPreferencesSynchronize"), IsEmpty());
 }
 
-INSTANTIATE_TEST_SUITE_P(Of, InvalidPreference,
-                         testing::Values(Invalid{"ASingleText", text(u"rule")},
-                                         Invalid{"ANumber", {1.0}}, Invalid{"ABoolean", {true}},
-                                         Invalid{"ADate", {farAhead}},
-                                         Invalid{"Data", {standin::Bytes{1}}},
-                                         Invalid{"ADictionary", {standin::Dictionary()}},
-                                         Invalid{"AListWithANumber", {List{text(u"rule"), {1.0}}}},
-                                         Invalid{"AListInAList", {List{{List()}}}},
-                                         Invalid{"ATextWithoutAUTF8Form", {List{text({0xd800})}}}),
-                         caseName);
+INSTANTIATE_TEST_SUITE_P(
+    Of, InvalidPreference,
+    testing::Values(Invalid{"ASingleString", text(u"rule")}, Invalid{"ANumber", {1.0}},
+                    Invalid{"ABoolean", {true}}, Invalid{"ADate", {farAhead}},
+                    Invalid{"Data", {standin::Bytes{1}}},
+                    Invalid{"ADictionary", {standin::Dictionary()}},
+                    Invalid{"AListWithANumber", {List{text(u"rule"), {1.0}}}},
+                    Invalid{"AListInAList", {List{{List()}}}},
+                    Invalid{"AStringWithoutAUTF8Form", {List{text({0xd800})}}}),
+    caseName);
 
 TEST_F(CurrentUserChromePreferencesTest, WritesTheWholeListWithoutFlushingIt) {
   CurrentUserChromePreferences().writeRules({"b", "", "\xc3\xa1"});
@@ -119,13 +119,13 @@ class PolicyOverPreferences : public CurrentUserChromePreferencesTest {
   static constexpr const char* rule = R"({"filter":{"SUBJECT":{"CN":"Ana"}},"pattern":"*"})";
 };
 
-TEST_F(PolicyOverPreferences, StoresTheRuleAloneWhereNothingWas) {
+TEST_F(PolicyOverPreferences, StoresTheRuleAloneIfThereWasNone) {
   EXPECT_EQ(apply(), std::nullopt);
   EXPECT_TRUE(isAnythingStored());
   EXPECT_THAT(read(), ElementsAre(rule));
 }
 
-TEST_F(PolicyOverPreferences, KeepsForeignRulesAndTheirOrder) {
+TEST_F(PolicyOverPreferences, KeepsOtherRulesAndTheirOrder) {
   store({List{text(u"{\"pattern\":\"a\"}"), text(u"{\"pattern\":\"*\"}"), text(u"no rule"),
               text(u"{\"pattern\":\"*\"}")}});
   EXPECT_EQ(apply(), std::nullopt);

@@ -7,7 +7,7 @@
 
 namespace lumaret::tests {
 
-/// A Mac of a test's own; that an object is left behind fails the test.
+/// A new Mac for a test. The test fails if it does not release every object.
 class FreshMac {
  public:
   FreshMac() { standin::startOver(); }

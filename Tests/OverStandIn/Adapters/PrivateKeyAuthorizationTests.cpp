@@ -82,7 +82,7 @@ TEST_F(AuthorizerOverKeychain, CallsTheFrameworkInOrder) {
                   "SecKeychainItemSetAccess(ana, ana)"));
 }
 
-TEST_F(AuthorizerOverKeychain, WritesNothingWhereChromeMaySignAlready) {
+TEST_F(AuthorizerOverKeychain, WritesNothingIfChromeMaySignAlready) {
   const AccessList list = {signingEntry({"/Mail"}), signingEntry({"/Zoom", "/Old/Chrome.app"})};
   store(list);
   machine().applicationData["/Old/Chrome.app"] =

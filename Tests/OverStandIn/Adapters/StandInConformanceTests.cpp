@@ -5,11 +5,8 @@
 #include <utility>
 
 #include "Tests/Conformance/AddressConformance.hpp"
-#include "Tests/Conformance/AuthorizationConformance.hpp"
-#include "Tests/Conformance/IdentityConformance.hpp"
-#include "Tests/Conformance/LaunchingConformance.hpp"
 #include "Tests/Conformance/OrderConformance.hpp"
-#include "Tests/Conformance/PreferencesConformance.hpp"
+#include "Tests/Conformance/Suites.hpp"
 #include "Tests/OverStandIn/Adapters/FreshMac.hpp"
 #include "Tests/OverStandIn/AppleFrameworks/MachineFile.hpp"
 #include "Tests/OverStandIn/AppleFrameworks/StandIn.hpp"
@@ -30,7 +27,7 @@ class Keychain : public FreshMac {
   Bytes addIdentityOfToken(const Certificate& certificate) {
     return add(certificate, std::nullopt);
   }
-  /// The Keychain makes no identity of it.
+  /// Does nothing, because the Keychain does not return such a certificate as an identity.
   void addCertificateWithoutKey(const Certificate&) {}
 
   KeychainStatus damage() {
@@ -101,7 +98,7 @@ class Desktop : public FreshMac {
   void stopChrome() { machine().runningApplications.clear(); }
 };
 
-/// The stand-in folds case alike in every language; Apple's own Core Foundation does not.
+/// The stand-in folds case in the same way in every language. Apple's own Core Foundation does not.
 class Languages : public FreshMac {
  public:
   static std::vector<std::string> all() { return {"en", "es", "sv", "ja", "de", "tr"}; }
@@ -110,10 +107,7 @@ class Languages : public FreshMac {
 
 }  // namespace
 
-INSTANTIATE_TYPED_TEST_SUITE_P(Identities, IdentityConformance, Keychain);
-INSTANTIATE_TYPED_TEST_SUITE_P(Authorization, AuthorizationConformance, Keychain);
-INSTANTIATE_TYPED_TEST_SUITE_P(Preferences, PreferencesConformance, PreferenceStore);
-INSTANTIATE_TYPED_TEST_SUITE_P(Launching, LaunchingConformance, Desktop);
+LUMARET_INSTANTIATE_CONFORMANCE_SUITES(Keychain, PreferenceStore, Desktop);
 INSTANTIATE_TYPED_TEST_SUITE_P(Order, OrderConformance, Languages);
 
 }  // namespace lumaret::tests::conformance

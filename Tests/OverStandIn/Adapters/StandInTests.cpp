@@ -32,14 +32,14 @@ TEST_F(StandInDeathTest, RefusesAnObjectOfTheWrongType) {
                "of the wrong type");
 }
 
-/// The key of the machine's first identity, as a keychain item.
+/// The key of the first identity of the machine, as a keychain item.
 CoreFoundationReference<SecKeychainItemRef> firstKey() {
   const standin::Identity& first = standin::machine().identities.at(0);
   return CoreFoundationReference<SecKeychainItemRef>::adopt(
       standin::createAs<SecKeychainItemRef>(standin::KeyObject{first.name, first.privateKey}));
 }
 
-TEST_F(StandInDeathTest, RefusesTheAccessListOfAKeyThatIsNoKeychainItem) {
+TEST_F(StandInDeathTest, RefusesTheAccessListOfAKeyThatIsNotAKeychainItem) {
   machine().identities = {identity("card", {})};
   machine().identities[0].privateKey->accessList.reset();
   const auto key = firstKey();

@@ -71,7 +71,7 @@ TEST_F(BackendTest, AKeyIsAskedForItsKeychainBeforeItsAccessList) {
               ElementsAre("SecKeychainItemCopyKeychain(ana)", "SecKeychainItemCopyAccess(ana)"));
 }
 
-TEST_F(BackendTest, AKeyThatIsNoKeychainItemIsUnsupportedAndItsAccessListIsNotAskedFor) {
+TEST_F(BackendTest, AKeyThatIsNotAKeychainItemIsUnsupportedAndItsAccessListIsNotAskedFor) {
   for (const OSStatus status : {-25304, -25294, -25243}) {
     machine().answers.clear();
     machine().answer("SecKeychainItemCopyKeychain", standin::Answer::status(status));
@@ -80,7 +80,7 @@ TEST_F(BackendTest, AKeyThatIsNoKeychainItemIsUnsupportedAndItsAccessListIsNotAs
   }
 }
 
-TEST_F(BackendTest, OtherStatusesOfTheKeychainQuestionAreFailures) {
+TEST_F(BackendTest, OtherStatusesOfTheKeychainQueryAreFailures) {
   for (const OSStatus status : {-25306, -25300, -128, -2070, 1}) {
     machine().answers.clear();
     machine().answer("SecKeychainItemCopyKeychain", standin::Answer::status(status));
@@ -174,7 +174,7 @@ TEST_F(BackendTest, AMissingDescriptionIsAFailure) {
   EXPECT_EQ(failure([] { (void)backend.copyContents(firstEntry()); }), BackendError::status(-2070));
 }
 
-TEST_F(BackendTest, ADescriptionThatCannotBeCarriedIsAFailure) {
+TEST_F(BackendTest, ADescriptionWithoutAUTF8FormIsAFailure) {
   storedEntry().description = standin::Text{0xd800};
   EXPECT_EQ(failure([] { (void)backend.copyContents(firstEntry()); }), BackendError::status(-2070));
 }
@@ -190,7 +190,7 @@ TEST_F(BackendTest, WritesContentsAsTheyWereRead) {
   EXPECT_EQ(storedEntry(), before);
 }
 
-TEST_F(BackendTest, ALongDescriptionIsCarriedWhole) {
+TEST_F(BackendTest, ALongDescriptionIsComplete) {
   storedEntry().description = standin::Text(100'000, u'\u20ac');
   EXPECT_EQ(backend.copyContents(firstEntry()).description.size(), 300'000U);
 }

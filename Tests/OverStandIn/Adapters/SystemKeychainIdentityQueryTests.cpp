@@ -28,7 +28,7 @@ using Error = CertificateSelectorError;
 
 class SystemKeychainIdentityQueryTest : public OverStandIn {
  protected:
-  /// The certificates of the identities that the Keychain returned, as texts.
+  /// The certificates of the identities that the Keychain returned, as strings.
   static std::vector<std::string> copiedCertificates() {
     std::vector<std::string> certificates;
     for (const auto& handle : SystemKeychainIdentityQuery().copyIdentities()) {
@@ -148,7 +148,7 @@ TEST_F(LoaderOverKeychain, AsksNothingMoreOfAnIdentityThatItLeavesOut) {
   EXPECT_THAT(calls("SecIdentityCopyCertificate"), testing::SizeIs(1));
 }
 
-/// A function, and what it answers for the first of two identities.
+/// A function, and its answer for the first of two identities.
 using Trouble = Case<std::pair<std::string, Answer>>;
 
 class UnusableIdentity : public LoaderOverKeychain, public testing::WithParamInterface<Trouble> {};

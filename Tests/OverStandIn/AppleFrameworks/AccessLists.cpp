@@ -44,7 +44,7 @@ extern "C" {
 const CFStringRef kSecACLAuthorizationAny = constantText("kSecACLAuthorizationAny");
 const CFStringRef kSecACLAuthorizationSign = constantText("kSecACLAuthorizationSign");
 
-// Safe with any key: what is no keychain item is null to it.
+// Safe with any key. A key that is not a keychain item counts as null.
 OSStatus SecKeychainItemCopyKeychain(SecKeychainItemRef item, SecKeychainRef* keychain) {
   const KeyObject& key = as<KeyObject>(item, __func__);
   const Call call(__func__, key.name);
@@ -66,7 +66,7 @@ OSStatus SecKeychainItemCopyAccess(SecKeychainItemRef item, SecAccessRef* access
   });
 }
 
-// Entry by entry: what was stored before a failure stays.
+// Stores entry by entry. Entries that were stored before a failure stay.
 OSStatus SecKeychainItemSetAccess(SecKeychainItemRef item, SecAccessRef access) {
   const KeyObject& key = as<KeyObject>(item, __func__);
   EditedAccessList& list = *as<AccessObject>(access, __func__).list;
@@ -114,8 +114,8 @@ CFArrayRef SecACLCopyAuthorizations(SecACLRef acl) {
   });
 }
 
-// A scripted answer is for the application list, and its second object the description; the rest is
-// the entry's own.
+// An answer that a test has set is the application list, and its second object is the description.
+// The rest comes from the entry.
 OSStatus SecACLCopyContents(SecACLRef acl, CFArrayRef* applications, CFStringRef* description,
                             SecKeychainPromptSelector* promptSelector) {
   const AccessListEntry& entry = entryOf(acl, __func__);
@@ -125,7 +125,7 @@ OSStatus SecACLCopyContents(SecACLRef acl, CFArrayRef* applications, CFStringRef
                               : nullptr;
   });
   if (status == errSecSuccess) {
-    // An entry open to any application keeps a description only if that is not empty.
+    // An entry for any application keeps a description only if it is not empty.
     const bool isDescribed =
         entry.description && (entry.applications || !entry.description->empty());
     *description = isDescribed && !call.leavesOutSecond()

@@ -10,13 +10,13 @@
 
 namespace standin {
 
-/// One call that reaches the machine: it is traced, and answered as the test asked for or else as
-/// the machine answers by itself.
+/// A call that reaches the machine. It is traced. Its answer is the one that the test has set, or
+/// else the machine's own.
 class Call {
  public:
   Call(const char* function, const std::string& arguments);
 
-  /// No other answer was asked for.
+  /// The test has set no answer for it.
   [[nodiscard]] bool answersItself() const { return answer_ == nullptr; }
 
   [[nodiscard]] bool fails() const {
@@ -27,8 +27,8 @@ class Call {
     return answer_ != nullptr && answer_->kind == Answer::Kind::withoutSecond;
   }
 
-  /// For a function that returns an owned object. `own` makes the machine's own answer, null
-  /// included.
+  /// For a function that returns an owned object. `own` makes the machine's own answer, which may
+  /// be null.
   template <typename Reference, typename Own>
   Reference result(Own own) const {
     if (answersItself()) {
@@ -42,8 +42,8 @@ class Call {
     return static_cast<Reference>(const_cast<void*>(object));
   }
 
-  /// For a function that returns a status and leaves an owned object. After a failure it leaves
-  /// what was there, unless the test asked for an object too.
+  /// For a function that returns a status and stores an owned object at `place`. After a failure,
+  /// `place` keeps its value, unless the test has set an object too.
   template <typename Reference, typename Own>
   OSStatus leave(Reference* place, Own own) const {
     if (place == nullptr) {
@@ -59,14 +59,14 @@ class Call {
     return 0;
   }
 
-  /// How many entries a failing store of an access list leaves stored.
+  /// How many entries of an access list stay stored if storing it fails.
   [[nodiscard]] std::size_t storedEntries() const { return answer_->storedEntries; }
 
-  /// For a function that returns a status alone.
+  /// For a function that returns only a status.
   [[nodiscard]] OSStatus status() const { return fails() ? answer_->failure : 0; }
 
  private:
-  /// Takes the machine's own answer over.
+  /// Takes ownership of the machine's own answer.
   [[nodiscard]] CFTypeRef instead(CFTypeRef own) const;
 
   const char* function_;

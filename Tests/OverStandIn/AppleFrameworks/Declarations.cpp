@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Compiled against the stand-in's headers with the tests, and against Apple's own headers with the
-// executable for macOS: what the adapters call has the same types in both.
+// Compiled with the headers of the stand-in in the tests, and with Apple's own headers in the
+// executable for macOS. What the adapters use has the same types in both.
 
 #include <CommonCrypto/CommonDigest.h>
 #include <CoreFoundation/CoreFoundation.h>

@@ -47,8 +47,8 @@ Identity identity(const json& description) {
   return identity;
 }
 
-/// A status, or null for success with nothing; for one call alone, an object with both, and where
-/// it matters the number of entries that are stored before a failure.
+/// A status, or null for success with nothing. For only one call, an object with the number of the
+/// call, the answer and, if it matters, the number of entries that are stored before a failure.
 Answer answer(const json& failure) {
   if (failure.is_object()) {
     return answer(failure.at("answer"))

@@ -7,18 +7,19 @@
 
 namespace standin {
 
-/// The machine that a file describes, when the environment variable LUMARET_STAND_IN_MACHINE names
-/// one; else an empty machine. A process with such a file checks at its end that it released every
+/// The machine that the file LUMARET_STAND_IN_MACHINE describes, or an empty machine if that
+/// variable is not set. A process with such a file checks at its end that it has released every
 /// object.
 Machine readMachineFile();
 
-/// Writes the machine's identities' access lists and its preferences back into that file, if any.
+/// Writes the access lists and the preferences of the machine back to that file, if there is one.
 void writeMachineFile();
 
-/// A date is an object with the one member "date"; the other way there is no date and no data.
+/// Converts from JSON. A date is an object with the only member "date".
 Value valueOf(const nlohmann::json& description);
+/// Converts to JSON. The value must not contain a date or data.
 nlohmann::json descriptionOf(const Value& value);
-/// Of an entry that has a description.
+/// Converts an entry that has a description.
 nlohmann::json descriptionOf(const AccessListEntry& entry);
 
 }  // namespace standin

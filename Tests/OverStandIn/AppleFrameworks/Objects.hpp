@@ -13,9 +13,9 @@
 
 #include "Tests/OverStandIn/AppleFrameworks/StandIn.hpp"
 
-// The Security framework's objects, and what its functions do with those of Core Foundation. Two
-// sources define these functions: CoreFoundationStandIn/Contents.cpp, where the stand-in is Core
-// Foundation too, and OverCoreFoundation/RuntimeObjects.cpp, over Apple's own library.
+// The objects of the Security framework, and what its functions do with those of Core Foundation.
+// Two sources define these functions: CoreFoundationStandIn/Contents.cpp for a stand-in that
+// includes Core Foundation, and OverCoreFoundation/RuntimeObjects.cpp for Apple's own library.
 
 namespace standin {
 
@@ -31,10 +31,10 @@ struct KeyObject {
 };
 /// The keychain that holds a key.
 struct KeychainObject {};
-/// A copy of a key's access list, to edit.
+/// A copy of the access list of a key, to be edited.
 struct EditedAccessList {
   AccessList entries;
-  /// The indices of those that were edited and not yet stored.
+  /// The indices of the entries that were edited and not yet stored.
   std::set<std::size_t> edited = {};
 };
 struct AccessObject {
@@ -58,7 +58,7 @@ using SecurityObject = std::variant<IdentityObject, CertificateObject, KeyObject
 // Each makes a new object with one reference, which the caller owns.
 CFTypeRef create(SecurityObject object);
 CFTypeRef create(const Value& value);
-/// Takes the caller's references of the elements over.
+/// Takes over the caller's references to the elements.
 CFTypeRef createArray(const std::vector<CFTypeRef>& elements);
 
 template <typename Reference, typename Source>
@@ -66,16 +66,16 @@ Reference createAs(Source source) {
   return static_cast<Reference>(const_cast<void*>(create(std::move(source))));
 }
 
-/// An object that is never released and that counts nowhere, as the frameworks' constants are.
+/// An object that is never released nor counted, like the constants of the frameworks.
 CFStringRef constantText(const char* name);
 
 void retain(CFTypeRef object, const char* function);
 void release(CFTypeRef object, const char* function);
 
-/// A live object of the Security framework; refuses every other.
+/// Returns a live object of the Security framework. Refuses every other.
 SecurityObject& securityObject(CFTypeRef object, const char* function);
 
-/// Refuses an object of another type, too.
+/// Also refuses an object of another type.
 template <typename Type>
 Type& as(CFTypeRef object, const char* function) {
   auto* const typed = std::get_if<Type>(&securityObject(object, function));
@@ -85,7 +85,7 @@ Type& as(CFTypeRef object, const char* function) {
   return *typed;
 }
 
-/// Of the alternative of this index.
+/// The name of the type with this index.
 CFTypeID securityTypeIdentifier(std::size_t index);
 
 template <typename Type>
@@ -93,16 +93,16 @@ CFTypeID typeIdentifier() {
   return securityTypeIdentifier(SecurityObject(Type{}).index());
 }
 
-// What Core Foundation's objects hold. Each refuses an object of another type.
+// Contents of Core Foundation's objects. Each function refuses an object of another type.
 Text textOf(CFTypeRef text, const char* function);
-/// Borrowed.
+/// The elements stay owned by the array.
 std::vector<CFTypeRef> elementsOf(CFTypeRef array, const char* function);
-/// A text, or a list of them.
+/// A string, or a list of strings.
 Value valueOf(CFTypeRef object, const char* function);
 
-/// For the trace: any object, or null.
+/// The form of any object, or of null, in the trace.
 std::string described(CFTypeRef object, const char* function);
-/// The same, of the Security framework's objects alone.
+/// The same, only for objects of the Security framework.
 std::string described(const SecurityObject& object);
 
 void forgetEveryObject();

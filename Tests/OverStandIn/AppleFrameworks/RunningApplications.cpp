@@ -5,7 +5,7 @@
 
 namespace lumaret {
 
-// In the place of the one file that asks AppKit.
+// Replaces the only file that calls AppKit.
 bool hasRunningApplication(const std::string& bundleIdentifier) {
   const standin::Call call("NSRunningApplication", bundleIdentifier);
   return standin::machine().runningApplications.contains(bundleIdentifier);

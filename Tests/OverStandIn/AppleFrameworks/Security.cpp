@@ -63,7 +63,7 @@ CFDataRef SecCertificateCopyData(SecCertificateRef certificate) {
   return call.result<CFDataRef>([&] { return createAs<CFDataRef>(Value{stored.certificate}); });
 }
 
-// Answers with every value that the certificate has, asked for or not.
+// Returns all values of the certificate, whichever are requested.
 CFDictionaryRef SecCertificateCopyValues(SecCertificateRef certificate, CFArrayRef keys,
                                          CFErrorRef* error) {
   const Identity& stored = as<CertificateObject>(certificate, __func__).identity;

@@ -13,15 +13,15 @@
 #include <variant>
 #include <vector>
 
-/// A Mac in memory behind Apple's frameworks. A test fills it, runs what calls the frameworks, and
-/// looks at what has become of it.
+/// A Mac in memory behind Apple's frameworks. A test sets it up, runs code that calls the
+/// frameworks, and checks how the Mac has changed.
 ///
-/// Wrong use ends the process with a message: an object that was released or that no framework
-/// made, one of the wrong type, null where a framework would crash, one release too many.
+/// Wrong use ends the process with a message: an object that was released, that no framework made,
+/// or that has the wrong type; null where a framework would crash; one release too many.
 namespace standin {
 
 using Bytes = std::vector<std::uint8_t>;
-/// As Core Foundation keeps texts: UTF-16, not necessarily well-formed.
+/// A string in the form of Core Foundation: UTF-16, which may be malformed.
 using Text = std::u16string;
 
 struct Value;
@@ -33,12 +33,12 @@ struct Date {
   double seconds;
 };
 
-/// A number that is kept as an integer, and that the nearest double need not equal.
+/// A number that is stored as an integer. It may differ from the nearest double.
 struct Integer {
   std::int64_t value;
 };
 
-/// What a preference or a certificate's value may be.
+/// A preference, or a value of a certificate.
 struct Value {
   std::variant<Text, double, bool, Date, Bytes, List, Dictionary, Integer> content;
 };
@@ -57,51 +57,52 @@ struct AccessListEntry {
 using AccessList = std::vector<AccessListEntry>;
 
 struct PrivateKey {
-  /// As stored. Absent: the key is no item of a file-based keychain, as one on a token is not.
+  /// The stored access list. Absent if the key is not an item of a file-based keychain, as on a
+  /// token.
   std::optional<AccessList> accessList;
 };
 
 struct Identity {
-  /// Names the identity and what belongs to it in the trace.
+  /// Names the identity and its objects in the trace.
   std::string name;
   Bytes certificate;
   std::optional<Dictionary> certificateValues;
   std::shared_ptr<PrivateKey> privateKey;
 };
 
-/// What a function answers in place of its own answer.
+/// The answer of a function in place of its own.
 struct Answer {
   enum class Kind : std::uint8_t { status, object, firstElement, foreignElement, withoutSecond };
 
-  /// Fails. A function that returns no status returns false or nothing; one that returns nothing at
-  /// all does nothing.
+  /// Fails. A function without a status returns false or null. A function without a result does
+  /// nothing.
   static Answer status(std::int32_t status) { return {.kind = Kind::status, .failure = status}; }
-  /// Fails, and leaves its own object all the same, for the caller to own.
+  /// Fails, but still stores its own object, which the caller then owns.
   static Answer statusAndObject(std::int32_t status) {
     return {.kind = Kind::status, .failure = status, .leavesObject = true};
   }
-  /// Succeeds with nothing.
+  /// Succeeds without an object.
   static Answer nothing() { return {.kind = Kind::object}; }
   /// Succeeds with this object.
   static Answer object(Value value) { return {.kind = Kind::object, .value = std::move(value)}; }
-  /// Succeeds with the first element of its own array, or with nothing when that is empty.
+  /// Succeeds with the first element of its own array, or without an object if the array is empty.
   static Answer firstElement() { return {.kind = Kind::firstElement}; }
-  /// Succeeds with its own array, and in it a text before the element of this index, or at the end
-  /// when the array is shorter. Without an array of its own, with the text alone.
+  /// Succeeds with its own array and a string in it, before the element of this index, or at the
+  /// end of a shorter array. Without an array of its own, succeeds with only the string.
   static Answer foreignElement(std::size_t index) {
     return {.kind = Kind::foreignElement, .elementIndex = index};
   }
-  /// Succeeds with its own object, and with nothing in the place of the second one.
+  /// Succeeds with its own object, but without the second one.
   static Answer withoutSecond() { return {.kind = Kind::withoutSecond}; }
 
-  /// Of storing an access list, which goes entry by entry: fails after so many entries, which stay
-  /// stored.
+  /// For storing an access list, which goes entry by entry. Fails after this many entries, which
+  /// stay stored.
   Answer afterEntries(std::size_t count) && {
     storedEntries = count;
     return std::move(*this);
   }
 
-  /// For one call of the function alone, counted from 1.
+  /// Only for the call of the function with this number, counted from 1.
   Answer onCall(std::size_t number) && {
     call = number;
     return std::move(*this);
@@ -118,19 +119,19 @@ struct Answer {
 
 struct Machine {
   std::vector<Identity> identities;
-  /// Up to macOS 14 the access-list calls fail with -25243 for a key that is no keychain item.
-  /// Since macOS 15 they crash.
+  /// Up to macOS 14, the access-list calls fail with -25243 for a key that is not a keychain item.
+  /// Since macOS 15, they crash.
   bool failsForOtherKeys = false;
-  /// Paths of applications that are not there, so that no access list can be told of them.
+  /// Paths of missing applications, which cannot be added to an access list.
   std::set<std::string> missingApplications;
-  /// What tells one application from another, by path; by default the path itself with a zero byte
-  /// at its end.
+  /// The data that identifies an application, by its path. By default, it is the path and a zero
+  /// byte.
   std::map<std::string, Bytes> applicationData;
-  /// Of the current user on any host, by application.
+  /// Those of the current user on any host, by application.
   std::map<std::string, Dictionary> preferences;
-  /// Set in the same way, and not yet synchronized.
+  /// Those that were set in the same way, but not yet synchronized.
   std::map<std::string, Dictionary> pendingPreferences;
-  /// The current locale, such as "sv"; the library's own where it is empty.
+  /// The current locale, such as "sv". If it is empty, that of the library.
   std::string locale;
   /// Bundle identifiers.
   std::set<std::string> runningApplications;
@@ -141,19 +142,19 @@ struct Machine {
   }
 };
 
-/// The one that the frameworks stand for.
+/// The machine behind the frameworks.
 Machine& machine();
 
-/// Every call that reached the machine, in order, as "function(arguments)". Taking, releasing,
-/// making and reading Core Foundation's objects is not part of it.
+/// All calls that reached the machine, in order, as "function(arguments)". Calls that retain,
+/// release, make or read objects of Core Foundation are not traced.
 const std::vector<std::string>& trace();
-/// Those that begin so.
+/// The calls in the trace with this prefix.
 std::vector<std::string> calls(std::string_view prefix);
 
-/// Objects that the frameworks have handed out and that were not released.
+/// The number of objects that the frameworks returned and that were not released.
 std::size_t liveObjects();
 
-/// A new machine, with nothing in it, and no object of the old one.
+/// Replaces the machine with an empty one, without objects of the old one.
 void startOver();
 
 }  // namespace standin

@@ -6,7 +6,8 @@ namespace {
 
 bool isSurrogate(char32_t character) { return character >= 0xd800 && character < 0xe000; }
 
-/// Takes one character off the front; nothing when the text does not begin with one.
+/// Removes the first character and returns it. Returns std::nullopt if the string does not begin
+/// with a character.
 std::optional<char32_t> takeCharacter(std::string_view& text) {
   const auto first = static_cast<unsigned char>(text.front());
   const std::size_t length = first < 0x80 ? 1 : first < 0xe0 ? 2 : first < 0xf0 ? 3 : 4;

@@ -8,12 +8,13 @@
 
 namespace standin {
 
-/// Nothing when it is not UTF-8.
+/// Returns std::nullopt if the string is not UTF-8.
 std::optional<std::u16string> fromUTF8(std::string_view text);
 
 struct UTF8Conversion {
   std::string text;
-  /// How many units of UTF-16 were converted: all, or those before the first lone surrogate.
+  /// How many units of UTF-16 were converted: all of them, or those before the first lone
+  /// surrogate.
   std::size_t units;
 };
 

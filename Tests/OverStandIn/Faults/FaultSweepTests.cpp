@@ -25,8 +25,8 @@ const std::string domain = "com.google.Chrome";
 const std::string anasFingerprint =
     "24d4b96f58da6d4a8512313bbd02a28ebf0ca95dec6e4c86ef78ce7f01e788ac";
 
-/// What can be seen of the Mac, and of a run that has told and printed nothing. An entry of an
-/// access list is a text here, which changes as a whole.
+/// The visible state of the Mac, and an outcome without a message and without output. An entry of
+/// an access list is one string here, since it changes as a whole.
 json outcome() {
   json accessLists = json::object();
   for (const auto& [name, certificate, values, privateKey] : machine().identities) {
@@ -46,12 +46,12 @@ json outcome() {
           {"output", ""}};
 }
 
-/// Puts the world in the place of the Mac. Returns what can be seen of that.
+/// Replaces the Mac with that of the world. Returns its visible state.
 json begin(const World& world) {
   standin::startOver();
   machine().identities = world.identities;
   for (auto& [name, certificate, values, privateKey] : machine().identities) {
-    if (privateKey) {  // Still the world's own.
+    if (privateKey) {  // Replace the key that is shared with the world.
       privateKey = std::make_shared<standin::PrivateKey>(*privateKey);
     }
   }
@@ -83,7 +83,7 @@ json run(const World& world) {
   return after;
 }
 
-/// Of a run that ends so: what a run without a fault changes until then.
+/// The expected outcome of a run with this ending: the changes of a run without a fault up to it.
 json expected(const World& world, const Ending& ending) {
   json end = begin(world);
   const json whole = run(world);
@@ -103,19 +103,19 @@ json expected(const World& world, const Ending& ending) {
   return end;
 }
 
-/// A call of a run.
+/// A call in a run.
 struct Step {
   Phase phase;
   std::string function;
-  /// The first one, as traced.
+  /// Its first argument, as traced.
   std::string argument;
-  /// Among the run's calls of the function, from 1.
+  /// Its number among the calls of the function in this run, from 1.
   std::size_t number;
 
   [[nodiscard]] const std::vector<Row>& rows() const { return table.at(phase).at(function); }
 };
 
-/// Of a run with a fault at this step.
+/// The expected outcome of a run with a fault at this step.
 json expected(const World& world, const Step& step, const Row& row, std::int32_t status) {
   if (const auto* const change = std::get_if<Change>(&row.consequence)) {
     const json before = begin(world);
@@ -130,7 +130,7 @@ json expected(const World& world, const Step& step, const Row& row, std::int32_t
   return expected(world, step.function == world.indifferentTo ? world.ending : ending);
 }
 
-/// Those of a run without a fault.
+/// The steps of a run without a fault.
 std::vector<Step> steps(const World& world) {
   begin(world);
   run(world);
@@ -151,8 +151,8 @@ std::vector<Step> steps(const World& world) {
   return steps;
 }
 
-/// It ends as expected, and in any case it leaks nothing, stores an access list once at the most,
-/// and either prints a result or tells a failure.
+/// The run ends as expected. In any case it leaks nothing, stores an access list at most once, and
+/// prints either a result or a failure.
 void expectEnd(const json& outcome, const json& expected) {
   EXPECT_EQ(outcome.dump(1), expected.dump(1));
   EXPECT_EQ(standin::liveObjects(), 0U);
@@ -162,7 +162,7 @@ void expectEnd(const json& outcome, const json& expected) {
 
 class FaultSweep : public testing::TestWithParam<World> {};
 
-TEST_P(FaultSweep, WithoutAFault) {
+TEST_P(FaultSweep, ARunWithoutAFaultEndsAsItsWorldSays) {
   json end = expected(GetParam(), GetParam().ending);
   begin(GetParam());
   if (GetParam().allowed) {
@@ -178,7 +178,7 @@ TEST_P(FaultSweep, WithoutAFault) {
   expectEnd(run(GetParam()), end);
 }
 
-TEST_P(FaultSweep, OfEveryCallInEveryWay) {
+TEST_P(FaultSweep, EveryFaultOfEveryCallEndsAsTheTableSays) {
   const std::vector<Step> steps = faults::steps(GetParam());
   const std::vector<std::string> whole = trace();
   for (std::size_t index = 0; index < steps.size(); ++index) {
@@ -191,7 +191,8 @@ TEST_P(FaultSweep, OfEveryCallInEveryWay) {
         machine().answer(step.function, Answer(answer).onCall(step.number));
         expectEnd(run(GetParam()), end);
 
-        // Until the fault all is as without it, and a failure that is told ends the run there.
+        // Up to the fault, the calls are those of the run without it. A reported failure ends the
+        // run there.
         ASSERT_GT(trace().size(), index);
         EXPECT_TRUE(std::equal(whole.begin(),
                                whole.begin() + static_cast<std::ptrdiff_t>(index) + 1,
@@ -208,7 +209,7 @@ TEST_P(FaultSweep, OfEveryCallInEveryWay) {
 INSTANTIATE_TEST_SUITE_P(Of, FaultSweep, testing::ValuesIn(worlds),
                          [](const auto& test) { return test.param.name; });
 
-TEST(FaultSweepAsAWhole, ReachesEveryRowOfTheTableAndHasNotShrunk) {
+TEST(FaultSweepAsAWhole, ReachesEveryRowOfTheTableAndHasAtLeast4220Cases) {
   std::size_t cases = 0;
   std::set<const void*> reached;
   for (const World& world : worlds) {

@@ -49,24 +49,24 @@ Kinds object(std::string name, standin::Value value) {
 const Kinds nothing = {{"nothing", Answer::nothing()}};
 const Kinds emptyArray = object("an empty array", {List()});
 const Kinds firstElement = {{"its first element alone", Answer::firstElement()}};
-/// A text in the function's own array.
+/// The function's own array, with a string in it.
 const Kinds foreignElements = {
     {"a foreign first element", Answer::foreignElement(0)},
     {"a foreign last element", Answer::foreignElement(std::numeric_limits<std::size_t>::max())}};
 const Kinds noBytes = object("no bytes", {Bytes()});
 const Kinds otherBytes = object("other bytes", {Bytes{1}});
-/// Those that no function answers with where any object may be.
-const Kinds otherTypes = object("a text", text(u"text")) + object("a number", {7.0}) +
+/// Types that are wrong for every function that may return any object.
+const Kinds otherTypes = object("a string", text(u"text")) + object("a number", {7.0}) +
                          object("a boolean", {true}) + object("a date", {farAhead}) +
                          object("data", {Bytes{1}}) + object("a dictionary", {Dictionary()});
-const Kinds noListsOfTexts =
+const Kinds notListsOfStrings =
     otherTypes + object("an array with a number", {List{text(u"no rule"), {7.0}}}) +
     object("an array in an array", {List{{List{text(u"no rule")}}}}) +
-    object("an array with a text without a UTF-8 form", {List{text({0xd800})}});
+    object("an array with a string without a UTF-8 form", {List{text({0xd800})}});
 
 const standin::Value someone = attribute(u"2.5.4.3", u"someone");
 
-/// A certificate's values, with this one in the place of its own, or with none there.
+/// The values of a certificate, with this value in place of its own, or without it.
 Kinds values(std::string name, const standin::Text& oid, std::optional<standin::Value> value = {}) {
   Dictionary values = certificateValues({someone}, {farAhead});
   values.erase(oid);
@@ -83,10 +83,10 @@ const standin::Text notAfter = u"kSecOIDX509V1ValidityNotAfter";
 const Kinds noValues =
     nothing + object("no value", {Dictionary()}) + values("no expiry", notAfter) +
     values("an expiry of another type", notAfter, {{farAhead}}) +
-    values("a text as expiry", notAfter, property(text(u""), text(u"2099-12-31"))) +
+    values("a string as expiry", notAfter, property(text(u""), text(u"2099-12-31"))) +
     values("an expiry in the past", notAfter, property(text(u""), {standin::Date{0}}));
 
-// Where they end a run
+// The ends of runs
 
 const Ending unsupported = ends(untouched, messages::chromeKeyAuthorizationUnsupported);
 const Ending failed = ends(untouched, messages::keychainAuthorizationFailed);
@@ -105,23 +105,24 @@ const std::string notStarted = messages::told(
 const std::string notRefreshed =
     messages::told(messages::chromeLaunchFailed, messages::unsuccessfulExit);
 
-/// While Chrome is authorized.
+/// Failures while Chrome is authorized.
 const Rows ofAnyCall = {{cancelled, ends(untouched, messages::keychainAuthorizationCancelled)},
                         {unsupportedKey, unsupported},
                         {otherStatus, failed}};
-/// Of the functions that read and change access lists.
+/// Failures of the functions that read and change access lists.
 const Rows ofAccessLists = ofAnyCall + Rows{{itemNotFound, failed}, {noKeychainItem, unsupported}};
 const Rows ofOtherCalls = ofAnyCall + Rows{{itemNotFound + noKeychainItem, failed}};
 const Rows noObject = {{failureWithObject, failed}, {nothing, internal}};
 
-// What they show of another Mac
+// Faults that make the Mac look different
 
 void harmless(Machine& /*mac*/, const std::string& /*argument*/) {}
 void noRules(Machine& mac, const std::string& /*argument*/) { mac.preferences.clear(); }
 void noIdentities(Machine& mac, const std::string& /*argument*/) { mac.identities.clear(); }
 void firstMatchAlone(Machine& mac, const std::string& /*argument*/) { mac.identities.resize(1); }
 
-/// Not listed. To the authorization, which does not ask for a key at first, it is there.
+/// The identity is not listed. The authorization finds it, because it does not ask for a key at
+/// first.
 void leftOut(Machine& mac, const std::string& name) { named(mac, name).privateKey = nullptr; }
 void othersLeftOut(Machine& mac, const std::string& /*argument*/) {
   for (std::size_t index = 1; index < mac.identities.size(); ++index) {
@@ -144,7 +145,7 @@ void anotherName(Machine& mac, const std::string& name) {
   named(mac, name).certificateValues = std::move(values);
 }
 
-/// Named as in a trace, "entry 0" first.
+/// The names are those of a trace, beginning with "entry 0".
 standin::AccessListEntry& entry(Machine& mac, const std::string& name) {
   return named(mac, "ana").privateKey->accessList->at(std::stoul(name.substr(name.find(' '))));
 }
@@ -153,7 +154,7 @@ void anyApplication(Machine& mac, const std::string& name) { entry(mac, name).ap
 void noApplication(Machine& mac, const std::string& name) {
   entry(mac, name).applications.emplace();
 }
-/// It makes a difference for Chrome alone, which is listed once at the most.
+/// Only the comparison with Chrome has an effect. Chrome is listed at most once.
 void unknownApplication(Machine& mac, const std::string& path) {
   if (path == chromeApplication) {
     mac.answer("SecTrustedApplicationCopyData", Answer::object({Bytes{2}}).onCall(1));
@@ -162,8 +163,9 @@ void unknownApplication(Machine& mac, const std::string& path) {
 
 }  // namespace
 
-// A result with a type of its own, such as SecKeyRef, is never an object of another type: the
-// framework's declaration rules that out. Only what may be any object, and an array's element, is.
+// A result with a specific type, such as SecKeyRef, never is an object of another type. The
+// declarations of the framework exclude it. Only a result that may be any object, or an element of
+// an array, can have the wrong type.
 const std::map<Phase, std::map<std::string, Rows>> table = {
     {Phase::loading,
      {{"SecItemCopyMatching",
@@ -232,7 +234,7 @@ const std::map<Phase, std::map<std::string, Rows>> table = {
       {"SecACLGetTypeID", {}},
       {"SecTrustedApplicationGetTypeID", {}}}},
     {Phase::storing,
-     {{"CFPreferencesCopyValue", {{nothing + emptyArray, noRules}, {noListsOfTexts, notSaved}}},
+     {{"CFPreferencesCopyValue", {{nothing + emptyArray, noRules}, {notListsOfStrings, notSaved}}},
       {"CFPreferencesSetValue",
        {{{{"doing nothing", Answer::status(-1)}},
          ends(keyAllowed, messages::policyVerificationFailed)}}},
@@ -240,7 +242,7 @@ const std::map<Phase, std::map<std::string, Rows>> table = {
     {Phase::verifying,
      {{"CFPreferencesCopyValue",
        {{nothing + emptyArray + object("another rule", {List{text(u"no rule")}}), notVerified},
-        {foreignElements + noListsOfTexts, notVerified}}}}},
+        {foreignElements + notListsOfStrings, notVerified}}}}},
     {Phase::launching,
      {{"NSFileManager", {{status(-1), ends(ruleStored, messages::chromeNotInstalled)}}},
       {"NSRunningApplication", {}},

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// Foundation's NSFileManager and NSTask, linked in the place of the functions that start real
+// Foundation's NSFileManager and NSTask, linked in place of the functions that start real
 // processes. Chrome is installed unless NSFileManager fails. An NSTask that fails has ended with
-// that status; one that answers with nothing could not be started.
+// that status. An NSTask that succeeds with nothing could not be started.
 
 #include <system_error>
 

@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Whole runs of the executable over the stand-in, each with one framework call that fails: a few of those that the
-fault sweep holds, to see that the executable prints what the sweep expects of it."""
+"""Whole runs of the executable over the stand-in, each with one framework call that fails. They are a few cases of the
+fault sweep, and show that the executable prints what the sweep expects."""
 
 import copy
 import unittest
@@ -10,7 +10,7 @@ from Tests.Support.Python import private_root
 from Tests.Support.Python.mac import CHROME, DOMAIN, EXECUTABLE, MacTestCase, identity, rule, signing
 from Tests.Support.Python.outcome import failed
 
-# A function, which of its calls fails, its status (None: success with nothing), and what is told.
+# Function, number of the call that fails, status (None: success without a result), and message.
 BEFORE_THE_KEY_IS_STORED = (
     ("SecItemCopyMatching", 1, None, messages.SELECTED_IDENTITY_NOT_FOUND),
     ("SecItemCopyMatching", 2, -25304, messages.KEYCHAIN_AUTHORIZATION_FAILED),
@@ -19,7 +19,7 @@ BEFORE_THE_KEY_IS_STORED = (
     ("SecTrustedApplicationCopyData", 3, None, messages.KEYCHAIN_AUTHORIZATION_FAILED),
     ("SecKeychainItemSetAccess", 1, -128, messages.KEYCHAIN_AUTHORIZATION_CANCELLED),
 )
-# The same, and whether the rule is stored all the same.
+# The same, and whether the rule is stored nevertheless.
 AFTERWARDS = (
     ("CFPreferencesSetValue", 1, -1, messages.POLICY_VERIFICATION_FAILED, False),
     ("CFPreferencesCopyValue", 2, None, messages.POLICY_VERIFICATION_FAILED, True),
@@ -30,7 +30,7 @@ def setUpModule():
     private_root.enter()
 
 
-class OneCallFails(MacTestCase):
+class FailedCallTranscriptTests(MacTestCase):
     def setUp(self):
         super().setUp()
         self.install_chrome()
@@ -43,7 +43,7 @@ class OneCallFails(MacTestCase):
         self.mac = copy.deepcopy(self._start)
         self.mac["failures"] = {function: {"call": call, "answer": status}}
 
-    def test_before_the_key_is_stored_nothing_has_changed(self):
+    def test_a_failure_before_the_key_is_stored_changes_nothing(self):
         for function, call, status, message in BEFORE_THE_KEY_IS_STORED:
             with self.subTest(function=function, call=call, status=status):
                 self.let_fail(function, call, status)
@@ -53,7 +53,7 @@ class OneCallFails(MacTestCase):
                 self.assertEqual(self.mac, before)
         self.assertEqual(self.launches(0), [])
 
-    def test_afterwards_the_key_stays_authorized(self):
+    def test_a_failure_after_the_key_is_stored_leaves_the_key_authorized(self):
         for function, call, status, message, is_stored in AFTERWARDS:
             with self.subTest(function=function, call=call, status=status):
                 self.let_fail(function, call, status)
@@ -62,7 +62,7 @@ class OneCallFails(MacTestCase):
                 self.assertEqual(self.rules(), ["no rule", rule("Ana")] if is_stored else ["no rule"])
         self.assertEqual(self.launches(0), [])
 
-    def test_a_refresh_that_a_signal_ends_is_told(self):
+    def test_a_refresh_that_a_signal_ends_is_reported(self):
         EXECUTABLE.write_text("#!/bin/sh\nkill -TERM $$\n")
         self.assertEqual(self.activate(), failed(messages.launch_failed(messages.told(messages.UNSUCCESSFUL_EXIT, 15))))
         self.assertEqual(self.rules(), ["no rule", rule("Ana")])

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Whole runs of the executable over the stand-in: what it prints, and what becomes of the Mac."""
+"""Whole runs of the executable over the stand-in: what it prints, and what it changes on the Mac."""
 
 import copy
 import unittest
@@ -134,12 +134,12 @@ class ActivationTranscriptTests(MacTestCase):
 
     # The rule
 
-    def test_the_rule_is_stored_where_nothing_was(self):
+    def test_the_rule_is_stored_if_there_was_none(self):
         self.hold(signing())
         self.assertEqual(self.activate(), ACTIVATED)
         self.assertEqual(self.rules(), [rule("Ana")])
 
-    def test_foreign_rules_keep_their_texts_and_their_order(self):
+    def test_other_rules_keep_their_text_and_their_order(self):
         self.hold(signing())
         self.store_rules(['{"pattern": "https://a.example"}', rule("Bea"), "no rule", '{"pattern":"*"}'])
         self.mac["preferences"][DOMAIN]["Other"] = 7
@@ -166,28 +166,23 @@ class ActivationTranscriptTests(MacTestCase):
 
     # Chrome
 
+    def assert_starts(self, *launches: str, address: str | None = None) -> None:
+        """Activation starts Chrome with these arguments."""
+        with self.subTest(address):
+            self.hold(any_application())
+            self.assertEqual(self.activate(*(() if address is None else ("--url", address))), ACTIVATED)
+            self.assertEqual(self.launches(len(launches)), list(launches))
+            self.forget_launches()
+
     def test_chrome_is_opened_once(self):
-        for arguments, start in (
-            ((), "--new-window"),
-            (("--url", "http://a.example/"), "--new-window http://a.example/"),
-        ):
-            with self.subTest(start):
-                self.hold(any_application())
-                self.assertEqual(self.activate(*arguments), ACTIVATED)
-                self.assertEqual(self.launches(1), [start])
-                self.forget_launches()
+        self.assert_starts("--new-window")
+        self.assert_starts("--new-window http://a.example/", address="http://a.example/")
 
     def test_a_running_chrome_reloads_its_policies_first(self):
-        for arguments, start in (
-            ((), "--new-window"),
-            (("--url", "HTTPS://a.example/%20"), "--new-window HTTPS://a.example/%20"),
-        ):
-            with self.subTest(start):
-                self.hold(any_application())
-                self.mac["runningApplications"] = [DOMAIN]
-                self.assertEqual(self.activate(*arguments), ACTIVATED)
-                self.assertEqual(self.launches(2), ["--refresh-platform-policy", start])
-                self.forget_launches()
+        self.mac["runningApplications"] = [DOMAIN]
+        refresh = "--refresh-platform-policy"
+        self.assert_starts(refresh, "--new-window")
+        self.assert_starts(refresh, "--new-window HTTPS://a.example/%20", address="HTTPS://a.example/%20")
 
     def test_a_store_that_fails_at_the_second_entry_leaves_the_first_one_stored(self):
         self.hold(signing("/Mail"), signing("/Zoom"))

@@ -7,12 +7,12 @@
 #include "LumaretMacHelper/Contracts.hpp"
 #include "LumaretMacHelper/Fingerprint.hpp"
 
-// Where only a certificate's bytes matter, they are a short text.
+// If only the bytes of a certificate matter, they are a short string.
 namespace lumaret::tests {
 
 inline Bytes bytes(std::string_view text) { return {text.begin(), text.end()}; }
 
-/// The id of the identity whose certificate has these bytes.
+/// The id of an identity whose certificate has these bytes.
 inline std::string idOf(std::string_view certificate) { return fingerprint(bytes(certificate)); }
 
 }  // namespace lumaret::tests

@@ -41,7 +41,7 @@ FreshIdentity makeIdentity(const TemporaryFolder& folder, const std::string& sub
         "' -newkey " +
         (keyType == KeyType::ec ? "ec -pkeyopt ec_paramgen_curve:P-256" : "rsa:2048") +
         " -keyout " + stem + ".key -out " + stem + ".csr");
-  // The serial number is random, since no file holds one.
+  // The serial number is random, since no file specifies one.
   shell(openssl + "ca -batch -notext -selfsign -preserveDN -create_serial -config " +
         configuration + " -startdate 600101000000Z -enddate " + expiry + " -keyfile " + stem +
         ".key -in " + stem + ".csr -out " + stem + ".crt");

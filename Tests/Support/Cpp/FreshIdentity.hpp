@@ -9,27 +9,27 @@
 
 namespace lumaret::tests {
 
-/// Runs a command line of the shell and returns what it printed, standard error included; throws
-/// std::runtime_error with that when it fails.
+/// Runs a command line of the shell. Returns its output, including standard error. Throws a
+/// std::runtime_error with the output if it fails.
 std::string shell(const std::string& command);
 
-/// A key and a self-signed certificate, made fresh.
+/// A new key with a self-signed certificate.
 struct FreshIdentity {
   std::filesystem::path key;
   std::filesystem::path certificate;
-  /// PKCS#12, under `passphrase`.
+  /// PKCS#12, protected by `passphrase`.
   std::filesystem::path bundle;
   Bytes der;
 
-  /// The Keychain takes no bundle without one.
+  /// The Keychain does not import a bundle without a passphrase.
   static constexpr const char* passphrase = "test";
 };
 
 enum class KeyType { ec, rsa };
 
-/// Makes the files in the folder, with the system's own openssl: OpenSSL on Debian, and on a Mac
-/// LibreSSL, whose bundles its Keychain can read. The subject is in the form of openssl's -subj,
-/// "/CN=Anna/O=Example", and the expiry in that of its -enddate.
+/// Makes the files in the folder with the system's openssl. This is OpenSSL on Debian. On a Mac it
+/// is LibreSSL, whose bundles the Keychain can read. The subject has the form of openssl's -subj,
+/// "/CN=Anna/O=Example", and the expiry has that of its -enddate.
 FreshIdentity makeIdentity(const TemporaryFolder& folder, const std::string& subject,
                            KeyType keyType = KeyType::ec,
                            const std::string& expiry = "20991231235959Z");

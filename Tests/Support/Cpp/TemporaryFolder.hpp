@@ -12,7 +12,7 @@
 
 namespace lumaret::tests {
 
-/// A new, empty folder that goes with everything in it.
+/// A new, empty folder. The destructor removes it with its contents.
 class TemporaryFolder {
  public:
   TemporaryFolder() {
@@ -46,7 +46,7 @@ inline std::string readFile(const std::filesystem::path& file) {
   return {std::istreambuf_iterator<char>(stream), {}};
 }
 
-/// Every regular file below the folder and its bytes.
+/// All regular files below the folder, with their bytes.
 inline std::map<std::string, std::string> contents(const std::filesystem::path& folder) {
   std::map<std::string, std::string> files;
   for (const auto& entry : std::filesystem::recursive_directory_iterator(folder)) {

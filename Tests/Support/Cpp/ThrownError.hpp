@@ -9,13 +9,13 @@
 
 namespace lumaret::tests {
 
-/// How GoogleTest names an error when an expectation fails.
+/// How GoogleTest prints an error if an expectation fails.
 inline void PrintTo(const CertificateSelectorError& error, std::ostream* out) {
   *out << '"' << error.what() << '"';
 }
 
-/// The error of this type that the action threw, or nothing when it threw none. An error of another
-/// type fails the test.
+/// Runs the action. Returns the error of this type that it threw, or std::nullopt if it threw none.
+/// An error of another type fails the test.
 template <typename Error, typename Action>
 std::optional<Error> thrownBy(Action&& action) {
   try {

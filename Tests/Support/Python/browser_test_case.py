@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""What the tests of the real Chromium share: a display, and a server that asks the browser for a certificate."""
+"""Shared by the tests of the real Chromium: a display, and a server that requires a client certificate."""
 
 from Tests.Support.Python import chromium
 from Tests.Support.Python.certificates import Identity, Name
@@ -22,6 +22,6 @@ class BrowserTestCase(HelperTestCase):
         return identities
 
     def assert_activates(self, identity: Identity, *arguments: str) -> None:
-        """The result is the whole of standard output; standard error is the browser's too."""
+        """Standard output holds only the result. The browser shares standard error."""
         outcome = self.activate(identity, *arguments)
         self.assertEqual(outcome[:2], (0, b'{"ok":true}\n'), outcome.stderr)

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""A certificate authority, identities and NSS databases, made fresh with OpenSSL and NSS's own tools."""
+"""New certificate authorities, identities and NSS databases, made with the tools of OpenSSL and NSS."""
 
 import hashlib
 import itertools
@@ -45,7 +45,7 @@ extendedKeyUsage = serverAuth
 subjectAltName = {server_names}
 """
 
-Name = dict[str, str]  # an attribute's short name, such as CN or OU, and its text, in the certificate's order
+Name = dict[str, str]  # from the short name of an attribute, such as CN or OU, to its value, in the certificate's order
 
 
 def _run(*command, environment: dict[str, str] | None = None) -> None:
@@ -120,7 +120,7 @@ class Authority:
         return self.issue({"CN": "Test server"}, extensions="server")
 
     def issue_with_malformed_expiry(self, name: Name) -> Identity:
-        """The signature no longer holds then, which nobody who only stores a certificate looks at."""
+        """This breaks the signature, which is not verified when a certificate is only stored."""
         identity = self.issue(name)
         malformed = FAR_AHEAD.replace("1231", "1399")
         der = identity.der.replace(FAR_AHEAD.encode(), malformed.encode())
@@ -209,7 +209,7 @@ class Database:
         return "pk12util", "-i", bundle_of(identity), "-d", f"sql:{self.folder}", "-k", self._password, "-W", ""
 
     def name_module(self, library: str) -> None:
-        """Has the database name one more PKCS#11 module, which need not exist."""
+        """Adds a PKCS#11 module to the database. The library need not exist."""
         with open(self.folder / "pkcs11.txt", "a") as modules:
             modules.write(f"library={library}\nname=Token\n\n")
 
@@ -231,7 +231,7 @@ class Database:
 
 
 class Token:
-    """A PKCS#11 token in software, beside the databases that name its module."""
+    """A PKCS#11 token in software, for databases that name its module."""
 
     MODULE = "/usr/lib/softhsm/libsofthsm2.so"
 

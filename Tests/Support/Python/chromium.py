@@ -20,7 +20,7 @@ LEAVE_NO_FILES = ("-nolock", "-nolisten", "unix", "-nolisten", "tcp")
 
 
 def configure(machine: PrivateMachine, *more_settings: str) -> None:
-    """Gives every start of Chromium the settings that a machine without network and desktop needs."""
+    """Configures Chromium for a machine without a network and without a desktop."""
     settings = [*SETTINGS, *more_settings]
     if os.geteuid() == 0:
         settings.append("--no-sandbox")
@@ -30,10 +30,10 @@ def configure(machine: PrivateMachine, *more_settings: str) -> None:
 
 
 def await_ready_for_refresh(machine: PrivateMachine) -> None:
-    """Waits until the browser that is running would take up new policies at once.
+    """Waits until the running browser reloads policies without delay.
 
-    Chromium puts work of its lowest priority off until its start is over, some three seconds, and reloading
-    policies is such work. So have it reload them once, and wait until it has read one of the files again.
+    Chromium reloads policies at its lowest priority. It delays such work until its start is over, for some three
+    seconds. So this has it reload them once, and waits until it has read one of the files again.
     """
     file = next(CHROMIUM.policies.iterdir())
     never = 0

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""JSON to the byte as the tool writes it."""
+"""JSON in exactly the form that the tool writes."""
 
 import json
 

@@ -13,11 +13,11 @@ from pathlib import Path
 from Tests.Support.Python.packaging_test_case import PackagingTestCase, kept_manifest
 from Tests.Support.Python.project import BUILD
 
-MADE_BEFORE = "LUMARET_DEBIAN_PACKAGE"  # names the folder where CTest has the package made
+MADE_BEFORE = "LUMARET_DEBIAN_PACKAGE"  # the folder where CTest has the package made
 
 
 def make(folder: Path) -> Path:
-    """Under a umask that leaves nothing to other users, which is not to show in the package."""
+    """Uses a umask that gives other users no access. The package must not depend on it."""
     with kept_manifest():
         subprocess.run(("cpack", "-G", "DEB", "-B", folder), cwd=BUILD, umask=0o077, check=True)
     return only_package(folder)

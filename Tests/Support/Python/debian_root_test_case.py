@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
-"""A Debian of a test's own, to install the package on: this machine's root folder, under a layer that takes every
-change, and without what this machine happens to have of browsers, their policies, grants and certificates."""
+"""A private Debian on which to install the package. It is this machine's root folder under a layer that takes every
+change, without the browsers, policies, grants and certificates of this machine."""
 
 import hashlib
 import re
@@ -12,7 +12,7 @@ from Tests.Support.Python.private_machine import contents
 
 
 class DebianRootTestCase(DebianPackageTestCase):
-    # What dpkg and its triggers write about any package.
+    # Records that dpkg and its triggers write for any package.
     RECORDS = re.compile(r"var/lib/dpkg(/|$)|var/log/|var/cache/(man|ldconfig)(/|$)|etc/ld.so.cache$")
 
     def setUp(self):
@@ -35,9 +35,9 @@ class DebianRootTestCase(DebianPackageTestCase):
 
     def forget_this_machine(self):
         self.inside("dpkg", "--purge", "lumaret-macos-helper")
-        settings = self.root.glob("etc/dpkg/dpkg.cfg.d/*")  # a container may leave manual pages out
+        settings = self.root.glob("etc/dpkg/dpkg.cfg.d/*")  # a container may exclude manual pages
         grants = self.root.glob("etc/sudoers.d/*lumaret*")
-        # With this file man-db looks through all manual pages whenever a package brings one: two seconds each time.
+        # With this file, man-db indexes all manual pages whenever a package installs one, which takes two seconds.
         index_of_pages = self.root / "var/lib/man-db/auto-update"
         folders = [self.root / folder for folder in ("etc/chromium", "etc/opt", "opt/google")]
         browser = self.root / "usr/bin/chromium"
@@ -61,7 +61,7 @@ class DebianRootTestCase(DebianPackageTestCase):
         return outcome.stdout.decode()
 
     def state(self) -> dict:
-        """Every change to the root so far, but records: what is not there yet, is other or is hidden. By digests."""
+        """Digests of all that was added, changed or hidden in the root so far, without records."""
         found = {}
         for path, (mode, content) in contents(self.changes).items():
             original = Path("/", path)

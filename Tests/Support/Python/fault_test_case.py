@@ -1,7 +1,8 @@
 # SPDX-License-Identifier: Apache-2.0
-"""What the tests of faults share: runs of the executable beside a stand-in for Chromium."""
+"""Shared by the tests of faults: runs of the executable with a stand-in for Chromium."""
 
 from Tests.Support.Python import messages
+from Tests.Support.Python.certificates import Identity
 from Tests.Support.Python.helper_test_case import HelperTestCase
 from Tests.Support.Python.outcome import failed
 from Tests.Support.Python.policy_files import OWN_FILE
@@ -14,12 +15,16 @@ class FaultTestCase(HelperTestCase):
     def setUp(self):
         super().setUp()
         self.machine.install_stand_in(CHROMIUM)
-        # Of a traced process, the sanitizer cannot count the leaks.
+        # The leak sanitizer fails in a traced process.
         self.machine.environment["ASAN_OPTIONS"] = "detect_leaks=0"
+
+    def activate_command(self, identity: Identity) -> tuple:
+        """The command line of `activate`, with a copy of the executable that every user may run."""
+        return (self.readable_helper(), "activate", "--fingerprint", identity.fingerprint)
 
     def write_own_file(self, text: str) -> bytes:
         return self.machine.write_policies(OWN_FILE, text).read_bytes()
 
     def forget_launches(self) -> None:
-        """Only once the programs that record them have ended."""
+        """To be called once the programs that record their launches have ended."""
         (self.machine.folder / "launches").write_bytes(b"")

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""What the tests of the executable share: a private machine each, and whole transcripts to compare."""
+"""Shared by the tests of the executable: a private machine for each test, and checks of whole transcripts."""
 
 import json
 import os
@@ -32,7 +32,7 @@ class HelperTestCase(unittest.TestCase):
         without: str = "",
         **settings,
     ) -> Outcome:
-        """Runs the executable, by way of `prefix`, with more variables in its environment or `without` one."""
+        """Runs the executable through the command `prefix`, with more environment variables, or `without` one."""
         variables = self.machine.environment | (environment or {})
         variables.pop(without, None)
         return self.machine.run(*prefix, HELPER, *arguments, env=variables, **settings)
@@ -44,14 +44,14 @@ class HelperTestCase(unittest.TestCase):
         return self.machine.run(*AS_NOBODY, self.readable_helper(), *arguments)
 
     def readable_helper(self) -> Path:
-        """The executable where every user may run it: the build folder may be closed to them."""
+        """A copy of the executable that every user may run. They may have no access to the build folder."""
         copy = self.machine.folder / "helper"
         if not copy.exists():
             shutil.copy(HELPER, copy)
         return copy
 
     def become_ordinary_user(self, *owned: Path) -> tuple[str, ...]:
-        """Gives the home and these files to an ordinary user, and returns what runs a command as that user."""
+        """Gives the home and these files to an ordinary user. Returns the prefix that runs a command as that user."""
         launches = self.machine.folder / "launches"
         launches.touch()
         for place in (self.machine.home, *self.machine.home.rglob("*"), launches, *owned):
@@ -77,7 +77,7 @@ class HelperTestCase(unittest.TestCase):
         return self.make_identities({"CN": "Ana Example", "O": "Example Org"})[0]
 
     def interrupt_import(self, identity: Identity, database: Database, call: str, number: int) -> bool:
-        """Kills an import at a system call, counted from one; whether there were so many calls."""
+        """Kills an import at the call of this number, counted from one. Returns whether there were that many calls."""
         outcome = self.machine.run(
             *("strace", "--follow-forks", "--output=/dev/null", f"--trace={call}"),
             f"--inject={call}:signal=KILL:when={number}",
@@ -89,7 +89,7 @@ class HelperTestCase(unittest.TestCase):
     # Expectations
 
     def line_of(self, *identities: Identity) -> str:
-        """What lists these identities, if they expire when `Authority.issue` has them expire by default."""
+        """The output of `list` for these identities, with the default expiry of `Authority.issue`."""
 
         def principal(name: Name) -> dict:
             return {

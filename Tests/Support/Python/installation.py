@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""What an installation holds, below its prefix, and the permissions of what is found there."""
+"""The files of an installation, below its prefix, and the permissions of what is found there."""
 
 from pathlib import Path
 
@@ -57,5 +57,5 @@ def folder_modes(folder: Path) -> set[str]:
 
 
 def modes(expected: set[str]) -> dict[str, str]:
-    """What `files` finds where these are installed as they should be."""
+    """What `files` must find if these files are installed."""
     return {file: "-rwxr-xr-x" if file in PROGRAMS else "-rw-r--r--" for file in expected}

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""What the transcripts share: a Mac in a file, and whole runs of the executable on it."""
+"""Shared by the transcripts: a Mac that is described in a file, and whole runs of the executable on it."""
 
 import ctypes
 import hashlib
@@ -46,7 +46,7 @@ def any_application() -> dict:
 
 
 def identity(name: str, *entries: dict, certificate: str | None = None, expiry=None, **attributes: str) -> dict:
-    """An identity whose key has these access-list entries; further attributes of the name by their last number."""
+    """An identity with these entries in the access list of its key. `oid10` and so on add attributes to its name."""
     subject = [property_of("2.5.4.3", name)]
     subject += [property_of(f"2.5.4.{number.removeprefix('oid')}", value) for number, value in attributes.items()]
     values = {
@@ -62,13 +62,13 @@ def rule(name: str) -> str:
 
 
 def adopt_orphans() -> None:
-    """Makes what the executable leaves running a child of this process."""
+    """Makes processes that the executable leaves behind children of this process."""
     set_child_subreaper = 36
     ctypes.CDLL(None).prctl(set_child_subreaper, 1)
 
 
 def await_children() -> None:
-    """A stand-in for Chrome that still runs would write into a folder that is being removed."""
+    """Waits for stand-ins for Chrome, which would write into a folder that is being removed."""
     try:
         while True:
             os.wait()
@@ -104,7 +104,7 @@ class MacTestCase(unittest.TestCase):
         EXECUTABLE.chmod(0o755)
 
     def helper(self, *arguments: str | bytes) -> Outcome:
-        """Runs the executable; what it changes of the Mac is in `mac` afterwards."""
+        """Runs the executable. Afterwards `mac` has its changes."""
         self._file.write_text(json.dumps(self.mac))
         with tempfile.TemporaryFile() as stdout, tempfile.TemporaryFile() as stderr:
             done = subprocess.run(
@@ -125,7 +125,7 @@ class MacTestCase(unittest.TestCase):
         return self.helper("activate", "--fingerprint", fingerprint(self.mac["identities"][0]), *arguments)
 
     def launches(self, count: int) -> list[str]:
-        """The arguments of each start of Chrome, once there have been so many."""
+        """The arguments of each start of Chrome, once there are at least `count`."""
         deadline = time.monotonic() + 30
         while True:
             starts = self._launches.read_text().splitlines() if self._launches.exists() else []

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""What the tests of documents read out of them."""
+"""Reads code blocks, links and headings of documents."""
 
 import re
 from pathlib import Path
@@ -11,20 +11,20 @@ def code_blocks(document: Path, language: str) -> list[str]:
 
 
 def relative_links(document: Path) -> list[str]:
-    """What a document links to or shows as a picture, in Markdown or HTML, but absolute addresses."""
+    """The targets of links and pictures in Markdown or HTML, except absolute addresses."""
     text = re.sub(r"^```.*?^```$", "", document.read_text(), flags=re.M | re.S)
     links = re.findall(r"\]\(([^)\s]+)[^)]*\)", text) + re.findall(r'\b(?:href|src|srcset)="([^"]+)"', text)
     return [link for link in links if not re.match(r"[a-z]+:", link)]
 
 
 def anchors(document: Path) -> set[str]:
-    """What a link may name of a document after "#", as GitHub makes it of each heading."""
+    """The anchors that GitHub makes of the headings of a document."""
     headings = re.findall(r"^#+ (.+)$", document.read_text(), re.M)
     return {re.sub(r"[^\w -]", "", heading.lower()).replace(" ", "-") for heading in headings}
 
 
 def dangling_links(document: Path) -> list[str]:
-    """The relative links of a document that lead to no file, or to no heading of the file."""
+    """The relative links of a document that lead to a missing file, or to a missing heading."""
     found = []
     for link in relative_links(document):
         file, _, anchor = link.partition("#")

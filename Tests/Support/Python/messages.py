@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""What the tool tells its user, as the C++ tests have it: `messages.POLICY_WRITE_FAILED` and so on."""
+"""The messages of the tool, read from the C++ tests: `messages.POLICY_WRITE_FAILED` and so on."""
 
 import ast
 import re
@@ -8,7 +8,7 @@ from pathlib import Path
 _TABLE = Path(__file__).parents[1] / "Cpp/Messages.hpp"
 _CONSTANT = re.compile(r'^inline constexpr const char\* (\w+) =\s*((?:"[^\n]*"\s*)+);$', re.M)
 
-# Adjacent string literals mean the same in both languages.
+# Both languages concatenate adjacent string literals.
 _TEXTS = {name: ast.literal_eval(f"({literals})") for name, literals in _CONSTANT.findall(_TABLE.read_text())}
 
 
@@ -22,12 +22,12 @@ def __getattr__(name: str) -> str:
 
 
 def told(message: str, value) -> str:
-    """The message with this in the place of its "<status>" or "<text>"."""
+    """The message with this value in place of its "<status>" or "<text>"."""
     return re.sub("<(status|text)>", lambda _: str(value), message, count=1)
 
 
 def is_message(line: str) -> bool:
-    """Whether the tool says this, with some number and some text where the table has a place for one."""
+    """Whether this is a message of the tool, with any status and any text."""
     patterns = (re.escape(text).replace("<status>", "-?[0-9]+").replace("<text>", ".+") for text in _TEXTS.values())
     return any(re.fullmatch(pattern, line) for pattern in patterns)
 

@@ -1,11 +1,11 @@
 # SPDX-License-Identifier: Apache-2.0
-"""How a program ended, and how the tool ends: a whole transcript to compare."""
+"""How a program ended, and the outcomes of the tool."""
 
 from typing import NamedTuple
 
 
 class Outcome(NamedTuple):
-    """How a program ended and every byte that it wrote."""
+    """The exit status of a program and all of its output."""
 
     status: int
     stdout: bytes

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""What the tests of all that comes with the tool share: the tool in the path, and installing it."""
+"""Shared by the tests of what comes with the tool: the tool in the path, and its installation."""
 
 import contextlib
 import os
@@ -12,7 +12,7 @@ from Tests.Support.Python.project import BUILD, HELPER, MADE, SOURCES
 
 @contextlib.contextmanager
 def kept_manifest():
-    """The list by which somebody may remove what they installed from this build stays theirs."""
+    """Restores the list of installed files, by which a developer may remove their own installation."""
     manifest = BUILD / "install_manifest.txt"
     before = manifest.read_bytes() if manifest.exists() else None
     try:
@@ -37,13 +37,13 @@ class PackagingTestCase(HelperTestCase):
             self.assert_succeeds("cmake", "--install", BUILD, "--prefix", prefix)
 
     def assert_links_lead_somewhere(self, folder: Path) -> None:
-        """Those of the installed documents: to another one, or to an absolute address."""
+        """Every link of the installed documents leads to one of them, or is an absolute address."""
         documents = sorted(folder.rglob("*.md"))
         self.assertGreater(sum(len(relative_links(document)) for document in documents), 20)
         self.assertEqual({document.name: links for document in documents if (links := dangling_links(document))}, {})
 
     def close_sources_to_others(self) -> None:
-        """As in a clone that was made, and configured, under a umask that leaves nothing to other users."""
+        """Makes the sources look like a clone under a umask that gives other users no access."""
         copies = self.machine.folder / "sources"
         copies.mkdir()
         documents = (SOURCES / "LICENSE", SOURCES / "NOTICE", *SOURCES.glob("*.md"))
@@ -62,7 +62,7 @@ class PackagingTestCase(HelperTestCase):
             os.umask(before)
 
     def assert_succeeds(self, *command, **settings) -> str:
-        """Runs it in the private machine, and returns its standard output."""
+        """Runs the command in the private machine. Returns its standard output."""
         outcome = self.machine.run(*command, **settings)
         self.assertEqual(outcome.status, 0, outcome.stderr.decode(errors="replace"))
         return outcome.stdout.decode()

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Policy files as browsers read them, and the rules in them."""
+"""Policy files, and their rules as browsers read them."""
 
 import json
 
@@ -26,7 +26,7 @@ def policies(*rules: str, **others) -> str:
 
 
 def effective_rules() -> list[str]:
-    """The rules as the browser sees them: of every regular file, links followed, the last one's."""
+    """The rules as the browser reads them: those of the last regular file, also behind a link."""
     rules = []
     for file in sorted(CHROMIUM.policies.iterdir()) if CHROMIUM.policies.exists() else []:
         if file.is_file():

@@ -1,8 +1,8 @@
 # SPDX-License-Identifier: Apache-2.0
-"""A machine of a test's own, made of Linux namespaces.
+"""A private machine for a test, made of Linux namespaces.
 
-Inside it the folders where browsers and their policies live are empty, the home folder is new, the
-network is a loopback of its own, and no process outlives the test. Nothing of the real machine changes.
+Inside it, the folders of browsers and policies are empty, the home folder is new, the network is only a
+loopback, and no process outlives the test. Nothing outside it changes.
 """
 
 import fcntl
@@ -56,10 +56,10 @@ GOOGLE_CHROME = Browser(
 
 
 def enter() -> None:
-    """Returns inside new namespaces, where it has started this very command line again."""
+    """Runs the command line of this process again in new namespaces. Returns only there."""
     if ENTERED not in os.environ:
         if any(Path(__file__).resolve().is_relative_to(folder) for folder in HIDDEN_FOLDERS):
-            raise SystemExit(f"Move this clone: a private machine has {', '.join(HIDDEN_FOLDERS)} empty.")
+            raise SystemExit(f"Move this clone: in a private machine, {', '.join(map(str, HIDDEN_FOLDERS))} are empty.")
         os.environ |= {ENTERED: "1", "PYTHONUTF8": "1"}
         os.umask(0o022)
         unshare = [
@@ -82,7 +82,7 @@ def enter() -> None:
 
 
 def _as_somebody_who_may(unshare: list[str]) -> list[str]:
-    """The root of a user namespace of one's own, or where the kernel allows none, of the machine."""
+    """Adds a new user namespace to the command, or sudo if the kernel does not allow one."""
     probe = subprocess.run(["unshare", "--map-root-user", "true"], stderr=subprocess.DEVNULL)
     if probe.returncode == 0:
         return [unshare[0], "--map-root-user", *unshare[1:]]
@@ -90,11 +90,11 @@ def _as_somebody_who_may(unshare: list[str]) -> list[str]:
 
 
 def _leave_a_child_to_do_the_work() -> None:
-    """The first process of a PID namespace inherits every orphan, so it does nothing but reap."""
+    """The first process of a PID namespace inherits all orphans. So it only waits for them, and a child goes on."""
     worker = os.fork()
     if worker == 0:
         return
-    signal.signal(signal.SIGINT, signal.SIG_IGN)  # a terminal interrupts the worker too, which tidies up
+    signal.signal(signal.SIGINT, signal.SIG_IGN)  # a terminal also interrupts the worker, which cleans up
     while True:
         process, status = os.wait()
         if process == worker:
@@ -109,7 +109,7 @@ def _bring_loopback_up() -> None:
 
 
 def await_until(condition, what: str, seconds: float = 60):
-    """Polls until `condition()` is true and returns its value; fails naming `what` after `seconds`."""
+    """Polls until `condition()` is true, and returns its value. Raises TimeoutError with `what` after `seconds`."""
     deadline = time.monotonic() + seconds
     while not (value := condition()):
         if time.monotonic() > deadline:
@@ -119,7 +119,7 @@ def await_until(condition, what: str, seconds: float = 60):
 
 
 def other_processes() -> list[int]:
-    """Every live process of the private machine but its first one and this one."""
+    """All live processes of the private machine, except its first one and this one."""
     found = []
     for entry in os.listdir("/proc"):
         if not entry.isdigit() or int(entry) in (1, os.getpid()):
@@ -134,7 +134,7 @@ def other_processes() -> list[int]:
 
 
 def contents(folder: Path) -> dict[str, tuple]:
-    """What a folder holds, byte for byte: kind, permissions and content of every path below it."""
+    """Type, permissions and content of the folder and of every path below it."""
     found = {}
     for path in sorted([folder, *folder.rglob("*")]):
         status = path.lstat()
@@ -148,7 +148,7 @@ def contents(folder: Path) -> dict[str, tuple]:
 
 
 class PrivateMachine:
-    """One fresh state of the private machine; `close` ends every process and undoes every mount."""
+    """A fresh state of the private machine. `close` ends its processes and undoes its mounts."""
 
     def __init__(self):
         if ENTERED not in os.environ:
@@ -183,9 +183,9 @@ class PrivateMachine:
             subprocess.run(["umount", "--lazy", place], check=True)
 
     def run(self, *command: str | bytes, **settings) -> Outcome:
-        """Runs a program in this machine's environment; `settings` go to `subprocess.run`.
+        """Runs a program in the environment of the machine. `settings` are those of `subprocess.run`.
 
-        Output goes to files: a browser that the program starts keeps the streams open long after it has ended.
+        Output goes to files, because a browser that the program starts keeps the streams open after the program ends.
         """
         with tempfile.TemporaryFile() as stdout, tempfile.TemporaryFile() as stderr:
             settings = {
@@ -209,24 +209,24 @@ class PrivateMachine:
         self.mount("--bind", replacement, place)
 
     def make_read_only(self, place: Path) -> None:
-        """Remounts what one of the two above put at `place`."""
+        """Makes a mount of `mount_empty` or `mount_over` read-only."""
         subprocess.run(["mount", "-o", "remount,bind,ro", place], check=True)
 
     def mount(self, *arguments) -> None:
-        """With the arguments of mount(8), the last of which is the place; until the machine is closed."""
+        """Runs mount(8) with these arguments, the last of which is the path. Undone when the machine is closed."""
         subprocess.run(["mount", *arguments], check=True)
         self._mounts.append(Path(arguments[-1]))
 
     def unmount(self, place: Path) -> None:
-        """What one of the others mounted."""
+        """Undoes one of the mounts above."""
         subprocess.run(["umount", place], check=True)
         self._mounts.remove(place)
 
     # sudo
 
     def install_store_rules(self, program: Path) -> None:
-        """Puts the program in its place. The machine's sudo obeys root and the drop-ins of an empty folder."""
-        # The folder of a real machine is not to change: another one takes its place, with all that it holds.
+        """Installs the program, and lets sudo obey only root and the files of an empty folder."""
+        # A copy of the real folder is mounted over it, so that the real one does not change.
         parent = STORE_RULES.parent.parent
         staged = self.folder / "libexec"
         staged.mkdir()
@@ -253,7 +253,7 @@ class PrivateMachine:
         self.mount_empty(GRANTS)
 
     def grant(self, user: int) -> Path:
-        """What lumaret-policy-access leaves for a user, without it."""
+        """Writes the file that lumaret-policy-access would write for the user."""
         file = GRANTS / f"zz-lumaret-macos-helper-{user}"
         file.write_text(f'#{user} ALL = (root) NOPASSWD: {STORE_RULES} ""\n')
         file.chmod(0o440)
@@ -262,13 +262,13 @@ class PrivateMachine:
     # Browsers
 
     def hide(self, browser: Browser) -> None:
-        """Leaves a file in the browser's place that nobody may execute."""
+        """Replaces the browser with a file that nobody may execute."""
         nothing = self.folder / "not-executable"
         nothing.touch(mode=0o644)
         self.mount_over(browser.executable, nothing)
 
     def install_stand_in(self, browser: Browser, refresh_status: int = 0, window_status: int = 0) -> None:
-        """Puts a script in the browser's place that only records how it was started."""
+        """Replaces the browser with a script that only records its arguments."""
         script = self.folder / f"stand-in-{browser.executable.name}"
         script.write_text(
             "#!/bin/sh\n"
@@ -283,14 +283,14 @@ class PrivateMachine:
             shutil.copy(script, browser.executable)
 
     def replace(self, browser: Browser, script: str) -> None:
-        """Puts this script in the browser's place."""
+        """Replaces the browser with this script."""
         file = self.folder / "replacement"
         file.write_text(script)
         file.chmod(0o755)
         self.mount_over(browser.executable, file)
 
     def launches(self) -> list[tuple[str, list[bytes]]]:
-        """Name and arguments of each start of a stand-in, in order, once all of them have ended."""
+        """Waits until all stand-ins have ended. Returns the name and the arguments of each, in order."""
         self.await_quiet()
         if not self._launches.exists():
             return []
@@ -298,7 +298,7 @@ class PrivateMachine:
         return [(name.decode(), [next(words) for _ in range(int(next(words)))]) for name in words]
 
     def await_quiet(self) -> None:
-        """Waits until whatever a program left running has ended."""
+        """Waits until all processes that a program left running have ended."""
         await_until(lambda: not other_processes(), "the programs that are still running to end")
 
     def profile(self, browser: Browser) -> Path:
@@ -307,7 +307,7 @@ class PrivateMachine:
         return profile
 
     def mark_running(self, browser: Browser, host: str | None = None, process: int | None = None) -> None:
-        """Leaves in the profile what a running browser leaves there; by default this process is that browser."""
+        """Writes the lock of a running browser into the profile. By default it names this process."""
         owner = f"{host or socket.gethostname()}-{process or os.getpid()}"
         (self.profile(browser) / "SingletonLock").symlink_to(owner)
 

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""A root folder of a test's own that has an /Applications, where a Mac keeps Chrome.
+"""A private root folder with an /Applications, where a Mac has Chrome.
 
 Everything else below it is this machine's. The real root does not change.
 """
@@ -15,7 +15,7 @@ PLACE = "LUMARET_PRIVATE_ROOT"
 
 
 def enter() -> None:
-    """Starts this very command line again on the private root; there, does nothing."""
+    """Runs the command line of this process again on the private root. Returns only there."""
     if PLACE in os.environ:
         root = Path(os.environ[PLACE])
         if root.exists():

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Where the project's sources are, and the build that is under test."""
+"""The paths of the sources and of the build under test."""
 
 import os
 import re
@@ -10,22 +10,22 @@ SOURCES = Path(__file__).resolve().parents[3]
 
 
 def executable(default: str) -> str:
-    """The one that the environment names, or else the default one, below the folder of all builds."""
+    """The executable that the environment names, or else that of the default build."""
     return os.path.abspath(os.environ.get("LUMARET_MACOS_HELPER") or SOURCES / "build" / default)
 
 
 HELPER = executable("release/lumaret-macos-helper")
-BUILD = Path(HELPER).parent  # configured and built
+BUILD = Path(HELPER).parent  # the build folder
 STORE_RULES_PROGRAM = BUILD / "store-rules"
 MADE = BUILD / "Packaging"
 VERSION = re.search(r"^project\([^)]*\bVERSION (\S+)", (SOURCES / "CMakeLists.txt").read_text(), re.M)[1]
 
 
 def is_sanitized() -> bool:
-    """Under the sanitizers a program needs more of everything, so that limits tell nothing."""
+    """Programs with the sanitizers require more of every resource, so tests of limits do not apply to them."""
     return "-fsanitize=" in (BUILD / "CMakeCache.txt").read_text()
 
 
 def icu_library() -> Path:
-    """What orders names. The executable holds its path, and loads it itself."""
+    """The library that orders names. The executable contains its path and loads it at run time."""
     return Path(re.search(rb"/[^\0]*/libicui18n\.so\.[0-9]+", Path(HELPER).read_bytes())[0].decode())

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""What the tests of `store-rules` share: a real sudo that lets an ordinary user run it."""
+"""Shared by the tests of `store-rules`: a real sudo, which can let an ordinary user run it."""
 
 import json
 import os
@@ -29,7 +29,7 @@ class StoreRulesTestCase(FaultTestCase):
         self.user = self.become_ordinary_user()
 
     def store(self, *rules, text: str | None = None, arguments: tuple = (), **settings) -> Outcome:
-        """As the user does who calls sudo without the tool."""
+        """Stores a list as a user who calls sudo without the tool."""
         return self.run_with(self.list_of(*rules) if text is None else text, *self.sudo(*arguments), **settings)
 
     def sudo(self, *arguments: str) -> tuple:
@@ -46,14 +46,7 @@ class StoreRulesTestCase(FaultTestCase):
         return json.dumps(rules)
 
     def activate_as_user(self, **settings) -> Outcome:
-        return self.machine.run(
-            *self.user,
-            self.readable_helper(),
-            "activate",
-            "--fingerprint",
-            self.identity.fingerprint,
-            **settings,
-        )
+        return self.machine.run(*self.user, *self.activate_command(self.identity), **settings)
 
     def assert_refused(self, outcome: Outcome, *rules, **settings):
         before = contents(CHROMIUM.policies.parent.parent)
@@ -67,7 +60,7 @@ def has_begun() -> bool:
 
 
 def running() -> int | None:
-    """The process of `store-rules` once it sleeps between two looks at the lock."""
+    """The process of `store-rules`, once it waits for the lock."""
     for entry in Path("/proc").iterdir():
         try:
             if (entry / "comm").read_text() == "store-rules\n" and os.readlink(entry / "exe") == str(STORE_RULES):

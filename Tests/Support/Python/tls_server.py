@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""An HTTPS server on the loopback that demands a client certificate and remembers each one it was shown."""
+"""An HTTPS server on the loopback that requires a client certificate and records each one."""
 
 import hashlib
 import html
@@ -46,14 +46,14 @@ PAGE = """<!doctype html>
 
 @dataclass(frozen=True)
 class Visit:
-    host: str  # as the browser named it, without the port
+    host: str  # from the request, without the port
     path: str
     common_name: str
     fingerprint: str
 
 
 class TlsServer:
-    """Runs until `close`; a visitor without a certificate of the authority gets no page and leaves no visit."""
+    """Runs until `close`. A client without a certificate of the authority gets no page and is not recorded."""
 
     def __init__(self, authority: Authority):
         own = authority.issue_for_server()
@@ -67,7 +67,7 @@ class TlsServer:
             timeout = 60
 
             def setup(self):
-                # Here and not when accepting, so that an idle connection holds up nobody else.
+                # Not when accepting, so that an idle connection does not delay others.
                 self.request.settimeout(self.timeout)
                 self.request = context.wrap_socket(self.request, server_side=True)
                 super().setup()
@@ -93,7 +93,7 @@ class TlsServer:
             daemon_threads = True
 
             def handle_error(self, *_):
-                pass  # a refused or abandoned handshake is the visitor's business
+                pass  # the client refused or abandoned the handshake
 
         self._server = Server(("127.0.0.1", 0), Handler)
         threading.Thread(target=self._server.serve_forever, daemon=True).start()
@@ -102,7 +102,7 @@ class TlsServer:
         return f"https://{host}:{self._server.server_port}{path}"
 
     def await_visit(self, path: str, host: str | None = None) -> Visit:
-        """The first visit to `path`, at `host` if one is given, waiting for it."""
+        """Waits for a visit to `path`, at `host` if one is given. Returns the first one."""
 
         def first():
             return next((visit for visit in self._visits if visit.path == path and host in (None, visit.host)), None)

@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
-"""What the tests of documents with transcripts share: each command is run as it stands there, and prints what stands there.
+"""Shared by the tests of documents with transcripts: each command runs as documented and prints what is documented.
 
-An entry is a heading of the third level with one transcript at most. Its test is named for it and sets up its situation.
+An entry is a third-level heading with at most one transcript. Its test is named after it and sets its situation up.
 `$` stands for the user ana, and `#` for root.
 """
 
@@ -56,7 +56,7 @@ class TranscriptTestCase(PackagingTestCase):
         programs = self.machine.folder / "bin"
         (programs / "lumaret-macos-helper").unlink()
         for program in (Path(HELPER), MADE / "lumaret-policy-access"):
-            copied = programs / program.name  # the clone may be closed to other users
+            copied = programs / program.name  # other users may have no access to the clone
             copied.write_bytes(program.read_bytes())
             copied.chmod(0o755)
         self.machine.install_stand_in(CHROMIUM)
@@ -68,7 +68,7 @@ class TranscriptTestCase(PackagingTestCase):
     def assert_transcript(
         self, identity: Identity | None = None, environment: dict | None = None, typed: str | None = None
     ):
-        """The one of the entry that the calling test is named for. What is typed is the answer to pk12util."""
+        """Runs the transcript of the entry after which the test is named. `typed` is the answer to pk12util."""
         (transcript,) = next(
             transcripts
             for heading, transcripts in entries_of(self.DOCUMENT).items()
@@ -102,7 +102,7 @@ class TranscriptTestCase(PackagingTestCase):
 
     @staticmethod
     def output_at_a_terminal(arguments: tuple, typed: str, settings: dict) -> str:
-        """What somebody sees who types this line as soon as the program hides what is typed."""
+        """The output at a terminal. The line is typed as soon as the program has turned the echo off."""
         ours, theirs = os.openpty()
         with open(ours, "r+b", buffering=0) as screen:
             process = subprocess.Popen(
@@ -116,7 +116,7 @@ class TranscriptTestCase(PackagingTestCase):
                 while read := screen.read(4096):
                     seen += read
             except OSError:
-                pass  # Nobody has the other end open any more.
+                pass  # The other end is closed.
             process.wait(timeout=60)
         return seen.decode().replace("\r\n", "\n")
 
@@ -125,7 +125,7 @@ class TranscriptTestCase(PackagingTestCase):
             os.chown(place, ANA, ANA, follow_symlinks=False)
 
     def make_ana(self, *, as_root: bool = False, **settings) -> Identity:
-        """Her identity. Where root acts in an entry, it is with her certificates."""
+        """Makes an identity of ana. If `as_root`, the commands of root use her certificates."""
         identity = self.make_identities({"CN": "Ana Example"}, **settings)[0]
         self.give_to_ana()
         if as_root:

@@ -15,7 +15,7 @@ needs_real_root = unittest.skipUnless(IS_REAL_ROOT, "only real root can become a
 
 
 def access_list(user: int, others: int = 4) -> bytes:
-    """The extended attribute that lets one more user write a file which `others` may use so."""
+    """The extended attribute that lets one more user write a file. `others` are the permissions of all others."""
     owner, named_user, group, mask, all_others, nobody = 0x01, 0x02, 0x04, 0x10, 0x20, 0xFFFFFFFF
     read, write = 4, 2
     entries = (

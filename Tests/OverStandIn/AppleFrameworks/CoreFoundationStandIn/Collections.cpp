@@ -8,8 +8,8 @@
 
 using namespace standin;
 
-// What a collection does with its elements. The stand-in's collections own them, whatever is said
-// here; the addresses are what a caller passes.
+// Callers pass the addresses of these callbacks. The collections of the stand-in own their
+// elements, whatever the callbacks are.
 struct CFArrayCallBacks {};
 struct CFDictionaryKeyCallBacks {};
 struct CFDictionaryValueCallBacks {};

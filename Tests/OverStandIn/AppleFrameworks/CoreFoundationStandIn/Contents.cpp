@@ -16,8 +16,8 @@ struct Object {
   bool isConstant = false;
 };
 
-/// Released objects stay here, with no references: their addresses are not given out again, so that
-/// a use after release is told from a use of another object.
+/// Released objects stay here without references. No other object gets their addresses, so that a
+/// use after release is recognized.
 std::unordered_map<CFTypeRef, std::unique_ptr<Object>>& objects() {
   static auto& all = *new std::unordered_map<CFTypeRef, std::unique_ptr<Object>>();
   return all;
@@ -91,7 +91,7 @@ struct Describer {
     }
     return "[" + list + "]";
   }
-  // Sorted, since a dictionary has no order.
+  // Sorted, because a dictionary has no order.
   std::string operator()(const DictionaryObject& dictionary) const {
     std::map<std::string, std::string> entries;
     for (const auto& [key, value] : dictionary.entries) {

@@ -9,7 +9,7 @@
 
 #include "Tests/OverStandIn/AppleFrameworks/Objects.hpp"
 
-/// What the objects of the stand-in for Core Foundation hold.
+/// Contents of the objects of the stand-in for Core Foundation.
 namespace standin {
 
 struct TextObject {
@@ -17,7 +17,7 @@ struct TextObject {
 };
 struct NumberObject {
   double number;
-  /// Whether that is the number itself, not only the nearest double.
+  /// Whether this is the number itself, and not only the nearest double.
   bool isExact = true;
 };
 struct BooleanObject {
@@ -51,10 +51,10 @@ Reference createContentAs(Type content) {
 
 CFBooleanRef constantTrue();
 
-/// The live object's content; refuses every other.
+/// The content of a live object. Refuses every other.
 Content& content(CFTypeRef object, const char* function);
 
-/// Refuses an object of another type, too.
+/// Also refuses an object of another type.
 template <typename Type>
 Type& contentAs(CFTypeRef object, const char* function) {
   auto* const typed = std::get_if<Type>(&content(object, function));
@@ -64,7 +64,8 @@ Type& contentAs(CFTypeRef object, const char* function) {
   return *typed;
 }
 
-/// Of an object with this content. Those of the Security framework come after Core Foundation's.
+/// The type identifier of an object with this content. Those of the Security framework follow those
+/// of Core Foundation.
 CFTypeID typeIdentifierOf(const Content& content);
 
 template <typename Type>

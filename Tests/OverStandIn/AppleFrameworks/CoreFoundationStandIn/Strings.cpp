@@ -20,7 +20,7 @@ void requireUTF8(CFStringEncoding encoding, const char* function) {
   }
 }
 
-/// Whether the byte belongs to the character of a byte before it.
+/// Whether the byte continues the character of a byte before it.
 bool continues(std::string_view bytes, std::size_t index) {
   for (std::size_t length = 1; length <= std::min<std::size_t>(index, 3); ++length) {
     const auto before = static_cast<unsigned char>(bytes[index - length]);
@@ -37,7 +37,7 @@ void requireSuccess(UErrorCode status, const char* function) {
   }
 }
 
-/// Case-insensitive as Unicode folds case, whatever the locale.
+/// Compares with the case folding of Unicode, which does not depend on the locale.
 Text folded(const Text& text) {
   UErrorCode status = U_ZERO_ERROR;
   Text result(text.size() * 3, u'\0');  // No character folds to more than three.
@@ -60,7 +60,7 @@ Text composed(const Text& text) {
   return result;
 }
 
-/// As Apple's library reads UTF-8: one leading U+FEFF is dropped, and a stray byte 0xA9 becomes
+/// Reads UTF-8 like Apple's library: drops one leading U+FEFF, and replaces a stray byte 0xA9 with
 /// U+FFFD.
 std::optional<Text> leniently(std::string_view bytes) {
   std::string lenient;
@@ -93,8 +93,8 @@ CFIndex CFStringGetLength(CFStringRef text) {
   return static_cast<CFIndex>(contentAs<TextObject>(text, __func__).text.size());
 }
 
-// A caller without a buffer only learns of a size that suffices: here it is the largest that the
-// text could take, and every character counts as converted.
+// A caller without a buffer only gets a size that suffices. Here it is the largest possible size of
+// the string, and all characters count as converted.
 CFIndex CFStringGetBytes(CFStringRef text, CFRange range, CFStringEncoding encoding, UInt8 lossByte,
                          Boolean, UInt8* buffer, CFIndex maxBufLen, CFIndex* usedBufLen) {
   requireUTF8(encoding, __func__);
@@ -148,7 +148,7 @@ void CFStringNormalize(CFMutableStringRef text, CFStringNormalizationForm form) 
   content = composed(content);
 }
 
-// Without a locale, too.
+// Also without a locale.
 void CFStringFold(CFMutableStringRef text, CFStringCompareFlags flags, CFLocaleRef) {
   if (flags != kCFCompareCaseInsensitive) {
     refuse(__func__, "another folding than of case");

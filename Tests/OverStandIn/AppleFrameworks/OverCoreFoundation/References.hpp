@@ -3,8 +3,8 @@
 
 #include <CoreFoundation/CoreFoundation.h>
 
-// The linker hands each call of these functions that the tests and what they test make to
-// __wrap_…, and knows the library's own as __real_….
+// The linker replaces each call of these functions in the tests and in the code under test with one
+// of __wrap_…. The library's own functions are __real_….
 extern "C" {
 CFTypeRef __real_CFRetain(CFTypeRef object);
 void __real_CFRelease(CFTypeRef object);
@@ -12,12 +12,12 @@ void __real_CFRelease(CFTypeRef object);
 
 namespace standin {
 
-// Counts the references that whoever calls the frameworks owns.
+// Counts the references that callers of the frameworks own.
 void countObtained(CFTypeRef object);
 /// Refuses a reference that nobody owns.
 void givenBack(CFTypeRef object, const char* function);
 
-/// The object, counted; null as it is.
+/// Counts the object and returns it. Null stays null.
 template <typename Reference>
 Reference obtained(Reference object) {
   if (object != nullptr) {

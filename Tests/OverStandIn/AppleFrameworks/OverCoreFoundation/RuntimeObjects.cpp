@@ -12,7 +12,7 @@
 namespace standin {
 namespace {
 
-/// An instance of one of the classes that stand for the Security framework's.
+/// An instance of one of the classes that stand for those of the Security framework.
 struct Instance {
   CFRuntimeBase base;
   SecurityObject* object;
@@ -47,7 +47,7 @@ const std::array<CFTypeID, classCount>& typeIdentifiers() {
   return identifiers;
 }
 
-/// How many references to each object are owned by whoever calls the frameworks.
+/// How many references to each object the callers of the frameworks own.
 std::map<CFTypeRef, std::size_t>& owned() {
   static auto& all = *new std::map<CFTypeRef, std::size_t>();
   return all;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What Apple's own Core Foundation does, counted, traced and, where a test asks for it, answered
-// otherwise.
+// Calls of Apple's own Core Foundation. They are counted and traced, and a test may replace their
+// answers.
 
 #include <CoreFoundation/CoreFoundation.h>
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Preferences in Apple's own Core Foundation, below a folder of this process's own. The machine's
-// are put there before each call, and what becomes of them there is the machine's afterwards.
+// Preferences in Apple's own Core Foundation, in a private folder of this process. Those of the
+// machine are copied there before each call, and back afterwards.
 
 #include <CoreFoundation/CoreFoundation.h>
 #include <unistd.h>
@@ -29,9 +29,9 @@ Boolean __real_CFPreferencesSynchronize(CFStringRef application, CFStringRef use
 namespace standin {
 namespace {
 
-/// Where Core Foundation writes preferences on Linux: a new folder that goes with this process. The
-/// library reads the variable that names it as soon as it is loaded, so the process starts itself
-/// again with that variable.
+/// The folder in which Core Foundation writes preferences on Linux. It is new, and removed with
+/// this process. The library reads the variable that names it as soon as it is loaded. So the
+/// process starts itself again with that variable.
 class PreferencesFolder {
  public:
   PreferencesFolder() {
@@ -92,7 +92,8 @@ void set(const std::string& application, const Text& key, const Value* value) {
   release(name, __func__);
 }
 
-/// Makes Core Foundation's preferences those of the machine, but for what is not synchronized.
+/// Replaces Core Foundation's preferences with those of the machine, without those that are not
+/// synchronized.
 void update() {
   static std::set<std::pair<std::string, Text>> earlier;
   std::set<std::pair<std::string, Text>> now;
