@@ -556,6 +556,8 @@ class UnresponsiveBrowserTests(FaultTestCase):
             stdin=subprocess.DEVNULL,
             stdout=subprocess.PIPE,
             stderr=subprocess.DEVNULL,
+            # A shell lets what it starts in the background ignore this signal.
+            preexec_fn=lambda: signal.signal(signal.SIGINT, signal.SIG_DFL),
         )
         self.addCleanup(tool.stdout.close)
         self.addCleanup(tool.wait, 30)
