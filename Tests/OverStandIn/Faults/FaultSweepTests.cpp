@@ -220,7 +220,7 @@ TEST(FaultSweepAsAWhole, ReachesEveryRowOfTheTableAndHasAtLeast4220Cases) {
       }
     }
   }
-  std::cout << worlds.size() << " worlds, " << cases << " cases\n";
+  std::cout << "StandInFaultSweep: " << worlds.size() << " worlds, " << cases << " cases\n";
   EXPECT_GE(cases, 4220U);
   for (const auto& [phase, functions] : table) {
     for (const auto& [function, rows] : functions) {
