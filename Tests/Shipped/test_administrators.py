@@ -23,7 +23,7 @@ ANNA, BEN, DORA = 12001, 12002, 12003
 class AdministratorsTests(DebianRootTestCase):
     # Records that Ansible and apt write whatever they do.
     RECORDS = re.compile(
-        rf"{DebianRootTestCase.RECORDS.pattern}|home/administrator/\.ansible|var/(lib|cache)/apt(/|$)|var/cache/debconf/"
+        rf"{DebianRootTestCase.RECORDS.pattern}|(home/administrator|root)/\.ansible(/|$)|var/(lib|cache)/apt(/|$)|var/cache/debconf/"
     )
 
     def setUp(self):
