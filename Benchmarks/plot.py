@@ -5,8 +5,9 @@ import subprocess
 from dataclasses import dataclass
 
 from Benchmarks import results
+from Tests.Support.Python.project import SOURCES
 
-PLOTS = results.SOURCES / "docs/images"
+PLOTS = SOURCES / "docs/images"
 
 
 @dataclass(frozen=True)

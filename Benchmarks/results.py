@@ -3,9 +3,9 @@
 
 import json
 import re
-from pathlib import Path
 
-SOURCES = Path(__file__).resolve().parents[1]
+from Tests.Support.Python.project import SOURCES
+
 FILE = SOURCES / "Benchmarks/results.json"
 README = SOURCES / "README.md"
 

@@ -1,13 +1,11 @@
 # SPDX-License-Identifier: Apache-2.0
 """The transcripts of docs/import-and-undo.md for Linux are reproduced, and its entries for a Mac name a source."""
 
-import re
-import subprocess
 import unittest
 
 from Tests.Support.Python import private_machine
 from Tests.Support.Python.certificates import Database
-from Tests.Support.Python.markdown import code_blocks
+from Tests.Support.Python.markdown import code_blocks, entries, shell_errors
 from Tests.Support.Python.policy_files import policies, rule
 from Tests.Support.Python.private_machine import CHROMIUM, GOOGLE_CHROME
 from Tests.Support.Python.project import SOURCES
@@ -17,7 +15,7 @@ from Tests.Support.Python.users import needs_real_root
 setUpModule = private_machine.enter
 
 DOCUMENT = SOURCES / "docs/import-and-undo.md"
-BODIES = dict(re.findall(r"^### (.+)\n((?:(?!##).*\n?)*)", DOCUMENT.read_text(), re.M))
+BODIES = entries(DOCUMENT)
 
 
 class ImportAndUndoDocumentTests(unittest.TestCase):
@@ -38,8 +36,7 @@ class ImportAndUndoDocumentTests(unittest.TestCase):
         self.assertGreater(len(commands), 3)
         for command in commands:
             with self.subTest(command):
-                checked = subprocess.run(("sh", "-n", "-c", command), stderr=subprocess.PIPE, text=True)
-                self.assertEqual(checked.stderr, "")
+                self.assertEqual(shell_errors(command), "")
 
 
 @needs_real_root

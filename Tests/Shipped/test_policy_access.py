@@ -31,7 +31,7 @@ from Tests.Support.Python.private_machine import (
 )
 from Tests.Support.Python.project import HELPER, MADE, STORE_RULES_PROGRAM
 from Tests.Support.Python.store_rules_test_case import has_begun
-from Tests.Support.Python.users import NOBODY, needs_real_root
+from Tests.Support.Python.users import NOBODY, as_user, needs_real_root
 
 
 setUpModule = private_machine.enter
@@ -124,7 +124,7 @@ class AccessTestCase(PackagingTestCase):
 
     def may_store(self, user: int) -> bool:
         """Whether sudo lets that user run the program. The program then refuses the empty input."""
-        command = ("setpriv", f"--reuid={user}", f"--regid={user}", "--clear-groups", "sudo", "-n", STORE_RULES)
+        command = (*as_user(user), "sudo", "-n", STORE_RULES)
         return b"store-rules: " in self.machine.run(*command).stderr
 
     def assert_refused(self, reason: str, action=None):
@@ -674,7 +674,7 @@ class BegunStoreTests(AccessTestCase):
     def begin(self, user: int = ANA) -> subprocess.Popen:
         """Starts a store by that user, without its input."""
         store = subprocess.Popen(
-            ("setpriv", f"--reuid={user}", f"--regid={user}", "--clear-groups", "sudo", "-n", STORE_RULES),
+            (*as_user(user), "sudo", "-n", STORE_RULES),
             stdin=subprocess.PIPE,
             stderr=subprocess.PIPE,
             env=self.machine.environment | {"SUDO_USER": "root", "SUDO_UID": "0"},  # sudo replaces these
@@ -856,10 +856,7 @@ class GrantedUserTests(AccessTestCase):
 
     def activate_as(self, user: int) -> Outcome:
         return self.machine.run(
-            "setpriv",
-            f"--reuid={user}",
-            f"--regid={user}",
-            "--clear-groups",
+            *as_user(user),
             self.executable,
             "activate",
             "--fingerprint",
@@ -893,7 +890,7 @@ class GrantedUserTests(AccessTestCase):
             with self.subTest(command):
                 before = contents(Path("/etc/chromium")), contents(GRANTS)
                 done = subprocess.run(
-                    ("setpriv", f"--reuid={ANA}", f"--regid={ANA}", "--clear-groups", "sh", "-c", command),
+                    (*as_user(ANA), "sh", "-c", command),
                     stdout=subprocess.DEVNULL,
                     stderr=subprocess.DEVNULL,
                     stdin=subprocess.DEVNULL,

@@ -2,16 +2,15 @@
 """What can be checked of docs/troubleshooting-macos.md without a Mac."""
 
 import re
-import subprocess
 import unittest
 
 from Tests.Support.Python import messages
-from Tests.Support.Python.markdown import code_blocks
+from Tests.Support.Python.markdown import code_blocks, entries, shell_errors
 from Tests.Support.Python.project import SOURCES
 
 DOCUMENT = SOURCES / "docs/troubleshooting-macos.md"
 MANUAL = SOURCES / "Packaging/man/lumaret-macos-helper.1.in"
-ENTRIES = dict(re.findall(r"^### (.+)\n((?:(?!##).*\n?)*)", DOCUMENT.read_text(), re.M))
+ENTRIES = entries(DOCUMENT)
 
 
 class TroubleshootingOnMacTests(unittest.TestCase):
@@ -40,8 +39,7 @@ class TroubleshootingOnMacTests(unittest.TestCase):
         self.assertGreater(len(commands), 5)
         for command in commands:
             with self.subTest(command):
-                checked = subprocess.run(("sh", "-n", "-c", command), stderr=subprocess.PIPE, text=True)
-                self.assertEqual(checked.stderr, "")
+                self.assertEqual(shell_errors(command), "")
 
 
 if __name__ == "__main__":

@@ -2,12 +2,23 @@
 """Reads code blocks, links and headings of documents."""
 
 import re
+import subprocess
 from pathlib import Path
 
 
 def code_blocks(document: Path, language: str) -> list[str]:
     """The fenced blocks of a language in a document, in order."""
     return re.findall(rf"^```{language}\n(.*?)^```$", document.read_text(), re.M | re.S)
+
+
+def entries(document: Path) -> dict[str, str]:
+    """What follows each third-level heading, up to the next heading."""
+    return dict(re.findall(r"^### (.+)\n((?:(?!##).*\n)*)", document.read_text(), re.M))
+
+
+def shell_errors(command: str) -> str:
+    """What a shell says of the syntax of a command, without running it; empty if it is well formed."""
+    return subprocess.run(("sh", "-n", "-c", command), stderr=subprocess.PIPE, text=True).stderr
 
 
 def relative_links(document: Path) -> list[str]:

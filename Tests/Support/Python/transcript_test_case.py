@@ -13,9 +13,11 @@ import unittest
 from pathlib import Path
 
 from Tests.Support.Python.certificates import Identity, bundle_of
+from Tests.Support.Python.markdown import entries
 from Tests.Support.Python.packaging_test_case import PackagingTestCase
 from Tests.Support.Python.private_machine import CHROMIUM, await_until
 from Tests.Support.Python.project import HELPER, MADE, STORE_RULES_PROGRAM
+from Tests.Support.Python.users import as_user
 
 ANA = 1234
 
@@ -24,7 +26,7 @@ def entries_of(document: Path) -> dict[str, list[str]]:
     """The transcripts of each entry, by its heading."""
     return {
         heading: re.findall(r"^```console\n(.*?)^```$", body, re.M | re.S)
-        for heading, body in re.findall(r"^### (.+)\n((?:(?!##).*\n)*)", document.read_text(), re.M)
+        for heading, body in entries(document).items()
     }
 
 
@@ -81,7 +83,7 @@ class TranscriptTestCase(PackagingTestCase):
             variables["id"] = identity.fingerprint
         seen = ""
         for prompt, command, _ in commands:
-            user = ("setpriv", f"--reuid={ANA}", f"--regid={ANA}", "--clear-groups") if prompt == "$" else ()
+            user = as_user(ANA) if prompt == "$" else ()
             home = self.home if prompt == "$" else self.root_s_home
             arguments = (*user, "bash", "-c", command)
             settings = {"cwd": self.home, "env": variables | {"HOME": str(home)}}

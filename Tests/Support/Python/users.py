@@ -8,7 +8,14 @@ from pathlib import Path
 
 
 NOBODY = 65534
-AS_NOBODY = ("setpriv", f"--reuid={NOBODY}", f"--regid={NOBODY}", "--clear-groups")
+
+
+def as_user(number: int) -> tuple[str, ...]:
+    """Before a command: runs it as the user with this number, in the group with the same number and no other."""
+    return ("setpriv", f"--reuid={number}", f"--regid={number}", "--clear-groups")
+
+
+AS_NOBODY = as_user(NOBODY)
 
 IS_REAL_ROOT = os.geteuid() == 0 and int(Path("/proc/self/uid_map").read_text().split()[2]) > NOBODY
 needs_real_root = unittest.skipUnless(IS_REAL_ROOT, "only real root can become another user")
