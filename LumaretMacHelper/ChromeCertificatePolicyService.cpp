@@ -114,7 +114,7 @@ std::vector<std::string> ChromeCertificatePolicyService::withdrawingRule(
     const std::vector<std::string>& own, const std::vector<std::string>& others) {
   const std::unordered_set<std::string_view> known(others.begin(), others.end());
   const auto isKept = [&](const std::string& rule) {
-    return !isForEverySite(rule) && known.count(rule) == 0;
+    return !isForEverySite(rule) && !known.contains(rule);
   };
   std::vector<std::string> result;
   std::copy_if(own.begin(), own.end(), std::back_inserter(result), isKept);
