@@ -33,7 +33,7 @@ const std::string ownRule = R"({"filter":{"SUBJECT":{"CN":"Ana"}},"pattern":"*"}
 std::string folderInMemory() {
   std::string name =
       std::filesystem::exists("/dev/shm") ? "/dev/shm/lumaret.XXXXXX" : "/tmp/lumaret.XXXXXX";
-  REQUIRE(::mkdtemp(name.data()) != nullptr);
+  REQUIRE(::mkdtemp(name.data()) != nullptr && ::chmod(name.c_str(), 0755) == 0);
   return name;
 }
 

@@ -29,7 +29,7 @@ std::vector<std::string> lines(const std::string& text) {
 }
 
 bool isCatchAll(const std::string& rule) {
-  return ChromeCertificatePolicyService::rulePattern(rule) == "*";
+  return ChromeCertificatePolicyService::isForEverySite(rule);
 }
 
 }  // namespace
@@ -52,7 +52,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   REQUIRE(place == (first != before.end() ? first - before.begin()
                                           : static_cast<std::ptrdiff_t>(foreign.size())));
   REQUIRE(ChromeCertificatePolicyService::replacingRule(ownRule, after) == after);
-  REQUIRE(ChromeCertificatePolicyService::isReplacement(after, before, ownRule.size()));
+
+  // Taking the rule back leaves exactly what only this list says.
+  REQUIRE(ChromeCertificatePolicyService::withdrawingRule(after, {}) == foreign);
+  REQUIRE(ChromeCertificatePolicyService::withdrawingRule(after, foreign).empty());
 
   for (const std::string& rule : before) {
     const auto pattern = ChromeCertificatePolicyService::rulePattern(rule);

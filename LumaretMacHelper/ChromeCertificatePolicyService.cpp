@@ -2,7 +2,10 @@
 #include "LumaretMacHelper/ChromeCertificatePolicyService.hpp"
 
 #include <algorithm>
+#include <iterator>
 #include <nlohmann/json.hpp>
+#include <string_view>
+#include <unordered_set>
 #include <utility>
 
 namespace lumaret {
@@ -94,7 +97,7 @@ std::vector<std::string> ChromeCertificatePolicyService::replacingRule(
   std::vector<std::string> result;
   bool inserted = false;
   for (const std::string& rule : rules) {
-    if (rulePattern(rule) != catchAllPattern) {
+    if (!isForEverySite(rule)) {
       result.push_back(rule);
     } else if (!inserted) {
       result.push_back(newRule);
@@ -107,6 +110,24 @@ std::vector<std::string> ChromeCertificatePolicyService::replacingRule(
   return result;
 }
 
+std::vector<std::string> ChromeCertificatePolicyService::withdrawingRule(
+    const std::vector<std::string>& own, const std::vector<std::string>& others) {
+  const std::unordered_set<std::string_view> known(others.begin(), others.end());
+  const auto isKept = [&](const std::string& rule) {
+    return !isForEverySite(rule) && known.count(rule) == 0;
+  };
+  std::vector<std::string> result;
+  std::copy_if(own.begin(), own.end(), std::back_inserter(result), isKept);
+  if (!result.empty()) {
+    result.insert(result.begin(), others.begin(), others.end());
+  }
+  return result;
+}
+
+bool ChromeCertificatePolicyService::isForEverySite(const std::string& rule) {
+  return rulePattern(rule) == catchAllPattern;
+}
+
 bool ChromeCertificatePolicyService::isEncodedRule(const std::string& rule) {
   const json parsed = json::parse(rule, nullptr, /*allow_exceptions=*/false);
   try {
@@ -115,17 +136,6 @@ bool ChromeCertificatePolicyService::isEncodedRule(const std::string& rule) {
   } catch (const CertificateSelectorError&) {
     return false;  // No subject.
   }
-}
-
-bool ChromeCertificatePolicyService::isReplacement(const std::vector<std::string>& rules,
-                                                   const std::vector<std::string>& current,
-                                                   std::size_t longestRule) {
-  const auto isCatchAll = [](const std::string& rule) {
-    return rulePattern(rule) == catchAllPattern;
-  };
-  const auto newRule = std::find_if(rules.begin(), rules.end(), isCatchAll);
-  return newRule != rules.end() && newRule->size() <= longestRule && isEncodedRule(*newRule) &&
-         replacingRule(*newRule, current) == rules;
 }
 
 }  // namespace lumaret

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <exception>
 #include <memory>
@@ -65,14 +64,18 @@ class ChromeCertificatePolicyService final : public ChromePolicyApplying {
   static std::vector<std::string> replacingRule(const std::string& newRule,
                                                 const std::vector<std::string>& rules);
 
+  /// What a list that overrides another one must still say once the rule for every site is taken
+  /// back: the other list and, after it, the rules for particular sites that only the overriding
+  /// list has. Empty if it has none, so nothing need be overridden.
+  static std::vector<std::string> withdrawingRule(const std::vector<std::string>& own,
+                                                  const std::vector<std::string>& others);
+
+  /// Whether the rule's pattern is "*".
+  static bool isForEverySite(const std::string& rule);
+
   /// Whether the text is, byte for byte, a rule that encodedRule returns for some identity: for
   /// every site, with a subject, perhaps an issuer, and nothing else.
   static bool isEncodedRule(const std::string& rule);
-
-  /// Whether replacingRule returns this list for the current one and some rule of encodedRule that
-  /// has at most `longestRule` bytes.
-  static bool isReplacement(const std::vector<std::string>& rules,
-                            const std::vector<std::string>& current, std::size_t longestRule);
 
  private:
   std::shared_ptr<ChromePreferencesStoring> preferences_;

@@ -77,6 +77,11 @@ class CurrentUserChromePreferences final : public ChromePreferencesStoring {
   [[nodiscard]] std::vector<std::string> readRules() const override;
   void writeRules(const std::vector<std::string>& rules) override;
   [[nodiscard]] bool synchronize() override;
+
+ private:
+  /// What a platform keeps from the first reading on, so that nobody else changes the rules before
+  /// they are written and read again.
+  mutable std::shared_ptr<void> turn_;
 };
 
 /// The platform's processes.

@@ -9,6 +9,18 @@
 namespace lumaret {
 namespace {
 
+struct Product {
+  const char* name;
+  const char* executable;
+  const char* managedPolicies;
+  const char* userDataFolder;  // below the configuration folder
+};
+
+constexpr Product googleChrome = {"Google Chrome", "/opt/google/chrome/google-chrome",
+                                  "/etc/opt/chrome/policies/managed", "google-chrome"};
+constexpr Product chromium = {"Chromium", "/usr/bin/chromium", "/etc/chromium/policies/managed",
+                              "chromium"};
+
 /// Follows Chrome: a variable may name the folder itself, or the configuration folder that contains
 /// the product's folder.
 std::filesystem::path chosenUserDataFolder(const char* product) {
@@ -26,12 +38,21 @@ std::filesystem::path chosenUserDataFolder(const char* product) {
 }  // namespace
 
 ChromeInstallation ChromeInstallation::current() {
-  const std::filesystem::path googleChrome = "/opt/google/chrome/google-chrome";
-  const std::filesystem::path chromium = "/usr/bin/chromium";
-  if (!isExecutableFile(googleChrome) && isExecutableFile(chromium)) {
-    return {chromium, "/etc/chromium/policies/managed", chosenUserDataFolder("chromium")};
+  const Product& product =
+      !isExecutableFile(googleChrome.executable) && isExecutableFile(chromium.executable)
+          ? chromium
+          : googleChrome;
+  return {product.name, product.executable, product.managedPolicies,
+          chosenUserDataFolder(product.userDataFolder)};
+}
+
+std::optional<std::filesystem::path> ChromeInstallation::managedPoliciesOf(std::string_view name) {
+  for (const Product& product : {googleChrome, chromium}) {
+    if (name == product.name) {
+      return product.managedPolicies;
+    }
   }
-  return {googleChrome, "/etc/opt/chrome/policies/managed", chosenUserDataFolder("google-chrome")};
+  return std::nullopt;
 }
 
 }  // namespace lumaret

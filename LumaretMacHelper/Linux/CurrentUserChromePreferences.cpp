@@ -1,15 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <unistd.h>
 
-#include <nlohmann/json.hpp>
-#include <optional>
+#include <algorithm>
 #include <system_error>
 
 #include "LumaretMacHelper/Linux/ChromeInstallation.hpp"
 #include "LumaretMacHelper/Linux/ManagedPolicyFolder.hpp"
-#include "LumaretMacHelper/Linux/StoringLock.hpp"
 #include "LumaretMacHelper/POSIX/Process.hpp"
 #include "LumaretMacHelper/Platform.hpp"
+#include "LumaretMacHelper/RuleService/Address.hpp"
 
 namespace lumaret {
 namespace {
@@ -20,54 +19,54 @@ ManagedPolicyFolder policies() {
 
 bool isRoot() { return ::geteuid() == 0; }
 
-std::system_error refusal() {
-  return {std::make_error_code(std::errc::permission_denied), "the rules"};
+/// Has the rule service store the rule. polkit may show the user a dialog, which closes when
+/// busctl ends: after five minutes, or together with this process.
+void askRuleService(const std::string& rule) {
+  const std::string browser(ChromeInstallation::current().name);
+  const std::vector<std::string> arguments = {"--pdeathsig",
+                                              "KILL",
+                                              "/usr/bin/busctl",
+                                              "--system",
+                                              "--allow-interactive-authorization=yes",
+                                              "--timeout=300",
+                                              "call",
+                                              ruleService::busName,
+                                              ruleService::objectPath,
+                                              ruleService::interfaceName,
+                                              ruleService::storeRule,
+                                              "ss",
+                                              browser,
+                                              rule};
+  if (runUnseen("/usr/bin/setpriv", arguments) != 0) {
+    throw std::system_error(std::make_error_code(std::errc::permission_denied), "rule service");
+  }
 }
-
-/// The preferences as the service uses them. Root takes the lock when it first reads the rules and
-/// keeps it until the service is done.
-class ExclusivePreferences final : public ChromePreferencesStoring {
- public:
-  [[nodiscard]] std::vector<std::string> readRules() const override {
-    if (isRoot() && !lock_) {
-      lock_.emplace();
-    }
-    return preferences_.readRules();
-  }
-  void writeRules(const std::vector<std::string>& rules) override {
-    preferences_.writeRules(rules);
-  }
-  [[nodiscard]] bool synchronize() override { return preferences_.synchronize(); }
-
- private:
-  CurrentUserChromePreferences preferences_;
-  mutable std::optional<StoringLock> lock_;
-};
 
 }  // namespace
 
 ChromeCertificatePolicyService::ChromeCertificatePolicyService()
-    : ChromeCertificatePolicyService(std::make_shared<ExclusivePreferences>()) {}
+    : ChromeCertificatePolicyService(std::make_shared<CurrentUserChromePreferences>()) {}
 
 std::vector<std::string> CurrentUserChromePreferences::readRules() const {
+  if (isRoot() && !turn_) {
+    turn_ = std::make_shared<FileDescriptor>(ManagedPolicyFolder::takeTurn());
+  }
   return policies().readRules();
 }
 
 void CurrentUserChromePreferences::writeRules(const std::vector<std::string>& rules) {
-  if (!isRoot()) {
-    // sudo decides whether this user may store rules. The program that it runs as root checks the
-    // list.
-    const std::string list = nlohmann::json(rules).dump();
-    if (runUnseen(LUMARET_SUDO, {"-n", "-u", "root", "--", LUMARET_STORE_RULES}, list) != 0) {
-      throw refusal();
-    }
+  if (isRoot()) {
+    policies().writeRules(rules);
     return;
   }
-  const ManagedPolicyFolder folder = policies();
-  if (!folder.isOpenToEveryUser()) {
-    throw refusal();
+  // The service reads the rules in force itself. It is told only which one is to be added.
+  const auto rule =
+      std::find_if(rules.begin(), rules.end(), ChromeCertificatePolicyService::isForEverySite);
+  if (rule == rules.end()) {
+    throw std::system_error(std::make_error_code(std::errc::operation_not_permitted),
+                            "rules without one for every site");
   }
-  folder.writeRules(rules);
+  askRuleService(*rule);
 }
 
 bool CurrentUserChromePreferences::synchronize() { return policies().synchronize(); }

@@ -1,14 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "LumaretMacHelper/Linux/ManagedPolicyFolder.hpp"
 
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <optional>
 #include <system_error>
 #include <utility>
 
 #include "LumaretMacHelper/ChromeCertificatePolicyService.hpp"
 #include "LumaretMacHelper/Linux/PolicyFile.hpp"
-#include "LumaretMacHelper/Linux/PolicyText.hpp"
 
 namespace lumaret {
 namespace {
@@ -61,11 +66,35 @@ std::vector<std::filesystem::path> regularFiles(const std::filesystem::path& fol
 ManagedPolicyFolder::ManagedPolicyFolder(std::filesystem::path folder)
     : folder_(std::move(folder)) {}
 
-std::vector<std::string> ManagedPolicyFolder::readRules() const {
+FileDescriptor ManagedPolicyFolder::takeTurn() {
+  constexpr const char* place = "/run/lumaret-macos-helper";
+  const auto check = [&](bool succeeded, int error) {
+    if (!succeeded) {
+      throw std::system_error(error, std::generic_category(), place);
+    }
+  };
+  check(::mkdir(place, S_IRWXU) == 0 || errno == EEXIST, errno);
+  FileDescriptor folder(::open(place, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  check(static_cast<bool>(folder), errno);
+  struct stat status = {};
+  check(::fstat(folder.number(), &status) == 0, errno);
+  check(status.st_uid == ::geteuid() && (status.st_mode & (S_IRWXG | S_IRWXO)) == 0, EPERM);
+  while (::flock(folder.number(), LOCK_EX) != 0) {
+    check(errno == EINTR, errno);
+  }
+  return folder;
+}
+
+std::vector<std::filesystem::path> ManagedPolicyFolder::files() const {
+  return regularFiles(folder_);
+}
+
+std::vector<std::string> ManagedPolicyFolder::rulesIn(
+    const std::vector<std::filesystem::path>& files) const {
   // Every file is checked, even one that another overrules: it comes into force as soon as the
   // other is removed.
   std::optional<PolicyText> effective;
-  for (const auto& file : regularFiles(folder_)) {
+  for (const auto& file : files) {
     if (auto policies = textWithRules(readPolicyFile(file).value_or(""), file == ownFile())) {
       effective = std::move(policies);
     }
@@ -73,16 +102,46 @@ std::vector<std::string> ManagedPolicyFolder::readRules() const {
   return effective ? effective->rules() : std::vector<std::string>();
 }
 
-void ManagedPolicyFolder::writeRules(const std::vector<std::string>& rules) const {
+PolicyText ManagedPolicyFolder::ownPolicies() const {
   const std::string text = readPolicyFile(ownFile()).value_or("");
-  const std::optional<PolicyText> policies = PolicyText::parse(isBlank(text) ? "{}" : text);
+  std::optional<PolicyText> policies = PolicyText::parse(isBlank(text) ? "{}" : text);
   if (!policies) {
     throw ChromePreferencesError();
   }
-  replacePolicyFile(ownFile(), policies->withRules(rules));
+  return *std::move(policies);
 }
 
-bool ManagedPolicyFolder::isOpenToEveryUser() const { return lumaret::isOpenToEveryUser(folder_); }
+void ManagedPolicyFolder::replaceOwnFile(const std::string& text) const {
+  if (!isOpenToEveryUser(folder_)) {
+    throw std::system_error(std::make_error_code(std::errc::permission_denied), folder_.string());
+  }
+  replacePolicyFile(ownFile(), text);
+}
+
+std::vector<std::string> ManagedPolicyFolder::readRules() const { return rulesIn(files()); }
+
+void ManagedPolicyFolder::writeRules(const std::vector<std::string>& rules) const {
+  replaceOwnFile(ownPolicies().withRules(rules));
+}
+
+bool ManagedPolicyFolder::withdrawRule() const {
+  const PolicyText policies = ownPolicies();
+  if (!policies.hasRules()) {
+    return false;
+  }
+  std::vector<std::filesystem::path> others = files();
+  others.erase(std::remove(others.begin(), others.end(), ownFile()), others.end());
+  const std::vector<std::string> rules =
+      ChromeCertificatePolicyService::withdrawingRule(policies.rules(), rulesIn(others));
+  if (!rules.empty()) {
+    replaceOwnFile(policies.withRules(rules));
+  } else if (const auto text = policies.withoutRules()) {
+    replaceOwnFile(*text);
+  } else {
+    removePolicyFile(ownFile());
+  }
+  return true;
+}
 
 bool ManagedPolicyFolder::synchronize() const { return synchronizeFolder(folder_); }
 

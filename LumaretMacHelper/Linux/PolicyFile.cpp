@@ -161,6 +161,14 @@ std::string readWhole(const FileDescriptor& file, const std::filesystem::path& p
   }
 }
 
+/// Whoever created a link wanted another file to be used. Replacing or removing the link would undo
+/// that.
+void refuseLink(const std::filesystem::path& file) {
+  if (std::filesystem::is_symlink(file)) {
+    throw refusal(std::errc::too_many_symbolic_link_levels, file);
+  }
+}
+
 }  // namespace
 
 std::optional<std::string> readPolicyFile(const std::filesystem::path& file) {
@@ -179,16 +187,18 @@ void replacePolicyFile(const std::filesystem::path& file, const std::string& byt
     throw refusal(std::errc::file_too_large, file);
   }
   makeFolder(file.parent_path());
-  // Whoever created a link here wanted another file to be used. Replacing the link would undo that.
-  if (std::filesystem::is_symlink(file)) {
-    throw refusal(std::errc::too_many_symbolic_link_levels, file);
-  }
+  refuseLink(file);
   // If the folder is a link, the file is staged beside its target: a file can only be renamed
   // within one file system.
   StagedFile staged(std::filesystem::canonical(file.parent_path()).parent_path());
   staged.write(bytes);
   staged.openToEveryUser();
   staged.renameTo(file);
+}
+
+void removePolicyFile(const std::filesystem::path& file) {
+  refuseLink(file);
+  std::filesystem::remove(file);
 }
 
 bool isOpenToEveryUser(const std::filesystem::path& folder) {

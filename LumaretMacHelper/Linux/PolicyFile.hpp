@@ -31,6 +31,10 @@ std::optional<std::string> readPolicyFile(const std::filesystem::path& file);
 /// the old file is then still in its place, and the staged one is gone.
 void replacePolicyFile(const std::filesystem::path& file, const std::string& bytes);
 
+/// Removes the file, if there is one. Throws std::system_error, also if there is a symbolic link in
+/// the file's place.
+void removePolicyFile(const std::filesystem::path& file);
+
 /// Whether every user may look for files in the folder: every user may enter each folder on the
 /// path to it, both as the path is written and with its links resolved. Folders that are missing
 /// are not considered.

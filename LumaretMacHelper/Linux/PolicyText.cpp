@@ -165,4 +165,11 @@ std::string PolicyText::withRules(const std::vector<std::string>& rules) const {
   return text + (after_.empty() ? "" : ",") + after_ + "\n}\n";
 }
 
+std::optional<std::string> PolicyText::withoutRules() const {
+  if (before_.empty() && after_.empty()) {
+    return std::nullopt;
+  }
+  return "{" + before_ + (before_.empty() || after_.empty() ? "" : ",") + after_ + "\n}\n";
+}
+
 }  // namespace lumaret

@@ -32,6 +32,9 @@ class PolicyText {
   /// ChromePreferencesError if a rule is not UTF-8.
   [[nodiscard]] std::string withRules(const std::vector<std::string>& rules) const;
 
+  /// The object without a value for the rules; nothing if there are no other policies.
+  [[nodiscard]] std::optional<std::string> withoutRules() const;
+
  private:
   class Reader;
 

@@ -7,13 +7,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <csignal>
 #include <system_error>
 
 #include "LumaretMacHelper/POSIX/DescriptorInheritance.hpp"
-#include "LumaretMacHelper/POSIX/FileDescriptor.hpp"
 #include "LumaretMacHelper/POSIX/StandardStreams.hpp"
 
 // POSIX leaves this declaration to the program. glibc declares it as well.
@@ -38,12 +36,11 @@ class SpawnFileActions {
     check(::posix_spawn_file_actions_adddup2(&actions_, destinationOf(output), STDOUT_FILENO));
     closeOtherFiles();
   }
-  /// The process reads from this descriptor. Its output is discarded.
-  explicit SpawnFileActions(const FileDescriptor& input) {
+  /// The process reads nothing, and its output is discarded.
+  SpawnFileActions() {
     check(::posix_spawn_file_actions_init(&actions_));
-    check(::posix_spawn_file_actions_adddup2(&actions_, input.number(), STDIN_FILENO));
-    for (const int stream : {STDOUT_FILENO, STDERR_FILENO}) {
-      check(::posix_spawn_file_actions_addopen(&actions_, stream, "/dev/null", O_WRONLY, 0));
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+      check(::posix_spawn_file_actions_addopen(&actions_, stream, "/dev/null", O_RDWR, 0));
     }
     closeOtherFiles();
   }
@@ -114,42 +111,22 @@ pid_t spawn(const std::filesystem::path& executable, const std::vector<std::stri
   return process;
 }
 
-/// Changes the disposition of a signal, and restores it at the end.
-class SignalDisposition {
- public:
-  SignalDisposition(int signal, void (*disposition)(int)) : signal_(signal) {
-    struct sigaction action = {};
-    action.sa_handler = disposition;
-    ::sigaction(signal_, &action, &before_);
-  }
-  SignalDisposition(const SignalDisposition&) = delete;
-  SignalDisposition& operator=(const SignalDisposition&) = delete;
-  ~SignalDisposition() { ::sigaction(signal_, &before_, nullptr); }
-
- private:
-  int signal_;
-  struct sigaction before_ = {};
-};
-
 /// If a process ignores SIGCHLD, as its caller may have arranged, the kernel drops the exit status
 /// of its children.
-class KeptExitStatuses : private SignalDisposition {
+class KeptExitStatuses {
  public:
-  KeptExitStatuses() : SignalDisposition(SIGCHLD, SIG_DFL) {}
-};
-
-/// Writes until the text, or the process, has come to its end, or the process stops reading.
-void feed(const FileDescriptor& input, std::string_view text) {
-  const SignalDisposition brokenPipeIsAnError(SIGPIPE, SIG_IGN);
-  while (!text.empty()) {
-    const ssize_t written = ::write(input.number(), text.data(), text.size());
-    if (written >= 0) {
-      text.remove_prefix(static_cast<std::size_t>(written));
-    } else if (errno != EINTR) {
-      return;  // Its exit status tells whether it needed the rest.
-    }
+  KeptExitStatuses() {
+    struct sigaction action = {};
+    action.sa_handler = SIG_DFL;
+    ::sigaction(SIGCHLD, &action, &before_);
   }
-}
+  KeptExitStatuses(const KeptExitStatuses&) = delete;
+  KeptExitStatuses& operator=(const KeptExitStatuses&) = delete;
+  ~KeptExitStatuses() { ::sigaction(SIGCHLD, &before_, nullptr); }
+
+ private:
+  struct sigaction before_ = {};
+};
 
 std::int32_t awaitEnd(pid_t process) {
   int status = 0;
@@ -179,18 +156,10 @@ std::int32_t runProcess(const std::filesystem::path& executable,
 }
 
 std::int32_t runUnseen(const std::filesystem::path& executable,
-                       const std::vector<std::string>& arguments, std::string_view input) {
-  std::array<int, 2> ends{};
-  check(::pipe(ends.data()) == 0 ? 0 : errno);
-  FileDescriptor reading(ends[0]);
-  FileDescriptor writing(ends[1]);
+                       const std::vector<std::string>& arguments) {
   const KeptExitStatuses untilAwaited;
-  const pid_t process =
-      spawn(executable, arguments, SpawnFileActions(reading), ProcessGroup::ofASessionOfItsOwn);
-  reading = FileDescriptor();
-  feed(writing, input);
-  writing = FileDescriptor();
-  return awaitEnd(process);
+  return awaitEnd(
+      spawn(executable, arguments, SpawnFileActions(), ProcessGroup::ofASessionOfItsOwn));
 }
 
 }  // namespace lumaret

@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <filesystem>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace lumaret {
@@ -37,10 +36,9 @@ std::int32_t runProcess(const std::filesystem::path& executable,
                         const std::vector<std::string>& arguments,
                         StandardOutput output = StandardOutput::inherited);
 
-/// Runs a process like runProcess, but shows nothing that it prints. The process gets this text as
-/// its standard input, its other streams lead to /dev/null, and it has its own session, without a
-/// terminal. It need not read all of the text.
+/// Runs a process like runProcess, but apart from the tool's caller: in a session of its own,
+/// without a terminal, and with standard streams that lead to /dev/null.
 std::int32_t runUnseen(const std::filesystem::path& executable,
-                       const std::vector<std::string>& arguments, std::string_view input);
+                       const std::vector<std::string>& arguments);
 
 }  // namespace lumaret

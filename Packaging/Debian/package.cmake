@@ -24,19 +24,21 @@ set(CPACK_DEBIAN_PACKAGE_DESCRIPTION
 server demands one. lumaret-macos-helper lists the identities in the user's
 certificate database, and makes one of them the one that the browser uses
 without asking: it writes the browser's auto-select policy, verifies it, has a
-running browser take it up, and opens a window.
-.
-With lumaret-policy-access an administrator lets a user store that rule.")
+running browser take it up, and opens a window. A small system service stores
+the rule for users whom polkit lets.")
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION web)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 # The tool loads ICU itself, so it is not among the libraries that the executables name.
-string(REGEX REPLACE ".*[.]" "libicu" CPACK_DEBIAN_PACKAGE_DEPENDS ${LUMARET_ICU_LIBRARY})
-set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "chromium | google-chrome-stable, sudo")
+string(REGEX REPLACE ".*[.]" "libicu" icu ${LUMARET_ICU_LIBRARY})
+# The rule service needs the bus and polkit; the tool calls it with systemd's busctl.
+set(CPACK_DEBIAN_PACKAGE_DEPENDS "${icu}, default-dbus-system-bus | dbus-system-bus, polkitd, systemd")
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "chromium | google-chrome-stable")
 set(CPACK_DEBIAN_PACKAGE_SUGGESTS "bash-completion, jq, libnss3-tools")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
-  ${CMAKE_CURRENT_LIST_DIR}/postrm ${CMAKE_CURRENT_LIST_DIR}/prerm)
+  ${CMAKE_CURRENT_LIST_DIR}/postinst ${CMAKE_CURRENT_LIST_DIR}/postrm
+  ${CMAKE_CURRENT_LIST_DIR}/prerm)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_LIST_DIR}/finish.cmake)
 set(CPACK_STRIP_FILES ON)

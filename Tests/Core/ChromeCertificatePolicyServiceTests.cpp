@@ -427,7 +427,7 @@ TEST(ApplyPolicy, AnyDifferenceInWhatIsReadBackIsNotVerified) {
   }
 }
 
-// What root stores for a user
+// What the rule service accepts
 
 TEST(IsEncodedRule, IsWhatEncodedRuleMakes) {
   for (const ClientIdentity& identity :
@@ -477,54 +477,25 @@ TEST(IsEncodedRule, EndsWithTheText) {
   EXPECT_FALSE(Service::isEncodedRule(ruleNaming("Ana") + '\0'));
 }
 
-class Replacement : public testing::Test {
- protected:
-  static bool isReplacement(const Rules& rules, const Rules& current) {
-    return Service::isReplacement(rules, current, 100);
-  }
+// What taking the rule back leaves
 
-  const std::string site_ = R"({"filter":{},"pattern":"https://site.test"})";
-  const std::string other_ = R"({"pattern":"https://other.test"})";
-  const std::string ana_ = ruleNaming("Ana");
-  const std::string ben_ = ruleNaming("Ben");
-};
-
-TEST_F(Replacement, IsTheCurrentListWithOneRule) {
-  EXPECT_TRUE(isReplacement({ana_}, {}));
-  EXPECT_TRUE(isReplacement({ana_}, {ana_}));
-  EXPECT_TRUE(isReplacement({ana_}, {ben_}));
-  EXPECT_TRUE(isReplacement({site_, ana_}, {site_}));
-  EXPECT_TRUE(isReplacement({site_, ana_, "text"}, {site_, ben_, "text", ben_}));
+TEST(WithdrawingRule, LeavesNothingOfTheTool) {
+  EXPECT_EQ(Service::withdrawingRule({}, {}), Rules());
+  EXPECT_EQ(Service::withdrawingRule({ruleNaming("Ana")}, {}), Rules());
+  EXPECT_EQ(Service::withdrawingRule({ruleNaming("Ana"), R"({"pattern":"*"})"}, {}), Rules());
 }
 
-TEST_F(Replacement, DoesNotChangeARuleForASite) {
-  EXPECT_FALSE(isReplacement({ana_}, {site_}));
-  EXPECT_FALSE(isReplacement({other_, ana_}, {site_}));
-  EXPECT_FALSE(isReplacement({site_, other_, ana_}, {site_}));
-  EXPECT_FALSE(isReplacement({other_, site_, ana_}, {site_, other_}));
-  EXPECT_FALSE(isReplacement({ana_, "text"}, {"text "}));
+TEST(WithdrawingRule, LeavesTheOtherListInForce) {
+  EXPECT_EQ(Service::withdrawingRule({site, ruleNaming("Ana")}, {site}), Rules());
+  EXPECT_EQ(Service::withdrawingRule({ruleNaming("Ana")}, {ruleNaming("Ben"), site}), Rules());
 }
 
-TEST_F(Replacement, HasTheRuleInItsPlaceAndOnce) {
-  EXPECT_FALSE(isReplacement({ana_, site_}, {site_}));
-  EXPECT_FALSE(isReplacement({site_, ana_}, {ben_, site_}));
-  EXPECT_FALSE(isReplacement({ana_, ana_}, {}));
-  EXPECT_FALSE(isReplacement({ana_, ben_}, {ana_, ben_}));
-}
-
-TEST_F(Replacement, HasARuleOfThisTool) {
-  EXPECT_FALSE(isReplacement({}, {}));
-  EXPECT_FALSE(isReplacement({site_}, {site_}));
-  EXPECT_FALSE(isReplacement({R"({"filter":{},"pattern":"*"})"}, {}));
-  EXPECT_FALSE(
-      isReplacement({R"({"filter":{},"pattern":"*"})"}, {R"({"filter":{},"pattern":"*"})"}));
-}
-
-TEST_F(Replacement, HasARuleOfAllowedLength) {
-  const std::string longest = ruleNaming(std::string(100 - ruleNaming("").size(), 'x'));
-  ASSERT_EQ(longest.size(), 100U);
-  EXPECT_TRUE(isReplacement({longest}, {}));
-  EXPECT_FALSE(isReplacement({ruleNaming(std::string(101 - ruleNaming("").size(), 'x'))}, {}));
+TEST(WithdrawingRule, KeepsRulesForSitesThatStandNowhereElse) {
+  const std::string other = R"({"pattern":"https://other.test"})";
+  EXPECT_EQ(Service::withdrawingRule({other, ruleNaming("Ana"), "not JSON"}, {}),
+            Rules({other, "not JSON"}));
+  EXPECT_EQ(Service::withdrawingRule({other, site, ruleNaming("Ana")}, {site, ruleNaming("Ben")}),
+            Rules({site, ruleNaming("Ben"), other}));
 }
 
 }  // namespace

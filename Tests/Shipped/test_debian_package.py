@@ -1,8 +1,8 @@
 # SPDX-License-Identifier: Apache-2.0
 """The Debian package: what it contains, and that nothing of it is left after removal."""
 
-import os
 import re
+import subprocess
 import unittest
 from pathlib import Path
 
@@ -12,9 +12,10 @@ from Tests.Support.Python.debian_root_test_case import DebianRootTestCase
 from Tests.Support.Python.installation import PACKAGED, files, folder_modes, modes
 from Tests.Support.Python.outcome import ACTIVATED
 from Tests.Support.Python.policy_files import OWN_FILE
-from Tests.Support.Python.private_machine import contents
-from Tests.Support.Python.project import BUILD, HELPER, SOURCES, VERSION, icu_library
-from Tests.Support.Python.users import NOBODY, needs_real_root
+from Tests.Support.Python.private_machine import await_until, contents
+from Tests.Support.Python.project import HELPER, RULE_SERVICE, SOURCES, VERSION, icu_library
+from Tests.Support.Python.system_bus import PERMIT
+from Tests.Support.Python.users import needs_real_root
 
 
 setUpModule = private_machine.enter
@@ -54,10 +55,19 @@ class DebianPackageTests(DebianPackageTestCase):
         complaints = self.assert_succeeds("lintian", "--allow-root", "--fail-on", "error", self.package)
         self.assertNotIn("E: ", complaints)
 
-    def test_the_program_that_root_runs_loads_only_libraries_of_the_language(self):
-        program = BUILD / "store-rules"
-        libraries = re.findall(r"NEEDED\s+(\S+)", self.assert_succeeds("objdump", "-p", program))
-        self.assertLessEqual(set(libraries), {"libstdc++.so.6", "libm.so.6", "libgcc_s.so.1", "libc.so.6"})
+    def test_only_the_service_links_the_bus_and_it_links_nothing_else(self):
+        of_the_language = {"libstdc++.so.6", "libm.so.6", "libgcc_s.so.1", "libc.so.6"}
+        libraries = {
+            program: set(re.findall(r"NEEDED\s+(\S+)", self.assert_succeeds("objdump", "-p", program)))
+            for program in (HELPER, RULE_SERVICE)
+        }
+        self.assertLessEqual(libraries[RULE_SERVICE], of_the_language | {"libsystemd.so.0"})
+        self.assertNotIn("libsystemd.so.0", libraries[HELPER])
+
+    def test_the_unit_gives_up_what_the_service_does_not_need(self):
+        place = self.extracted(self.package, "content")
+        unit = place / "usr/lib/systemd/system/lumaret-rule-service.service"
+        self.assert_succeeds("systemd-analyze", "security", "--offline=true", "--threshold=15", unit)
 
     def test_every_library_belongs_to_a_package_that_this_one_depends_on(self):
         libraries = re.findall(r"NEEDED\s+(\S+)", self.assert_succeeds("objdump", "-p", HELPER))
@@ -103,10 +113,6 @@ class DebianLifecycleTests(DebianRootTestCase):
             self.inside("man", "--where", "1", "lumaret-macos-helper"),
             "/usr/share/man/man1/lumaret-macos-helper.1.gz\n",
         )
-        self.assertEqual(
-            self.inside("man", "--where", "8", "lumaret-policy-access"),
-            "/usr/share/man/man8/lumaret-policy-access.8.gz\n",
-        )
 
         self.assertTrue(self.policy.exists())
         self.inside("dpkg", "--purge", "lumaret-macos-helper")
@@ -123,52 +129,30 @@ class DebianLifecycleTests(DebianRootTestCase):
             *("lumaret-macos-helper", "activate", "--fingerprint", self.identity.fingerprint),
         )
 
-    @property
-    def grants(self) -> list[str]:
-        return sorted(path.name for path in (self.root / "etc/sudoers.d").glob("*lumaret*"))
+    def start_system_bus(self):
+        """The bus of the root, which starts the installed service and its polkit."""
+        self.machine.mount("-t", "tmpfs", "none", self.root / "run")
+        (self.root / "run/dbus").mkdir()
+        rules = self.root / "etc/polkit-1/rules.d/50-test.rules"
+        rules.parent.mkdir(parents=True, exist_ok=True)
+        rules.write_text(PERMIT % ["nobody"])
+        daemon = subprocess.Popen(
+            ("chroot", self.root, "dbus-daemon", "--system", "--nofork", "--nopidfile", "--nosyslog"),
+            stdout=subprocess.DEVNULL,
+            stderr=subprocess.DEVNULL,
+        )
+        self.addCleanup(daemon.wait)
+        self.addCleanup(daemon.kill)
+        await_until((self.root / "run/dbus/system_bus_socket").exists, "the system bus")
 
-    def test_an_ordinary_user_activates_from_the_grant_until_the_package_is_removed(self):
+    def test_ordinary_user_activates_through_the_installed_service(self):
         self.inside("dpkg", "--install", "package.deb")
-        self.inside("lumaret-policy-access", "grant", "--yes", "nobody")
+        self.start_system_bus()
         self.assertEqual(self.activate_as_nobody(), ACTIVATED)
         rules = self.policy.read_bytes()
         self.assertEqual(self.policy.stat().st_uid, 0)
-        self.inside("dpkg", "--install", "package.deb")  # an upgrade revokes nothing
-        self.assertEqual(self.grants, [f"zz-lumaret-macos-helper-{NOBODY}"])
         self.inside("dpkg", "--remove", "lumaret-macos-helper")
-        self.assertEqual((self.grants, self.policy.read_bytes()), ([], rules))
-
-    def test_removing_the_package_revokes_the_grant_whatever_the_state(self):
-        """The script fails, sudo is missing, and a policy file that version 0.1.0 gave to a user has a mount on it."""
-        self.inside("dpkg", "--install", "package.deb")
-        self.inside("lumaret-policy-access", "grant", "--yes", "nobody")
-        (self.root / "usr/bin/sudo").unlink()
-        (self.root / "usr/sbin/lumaret-policy-access").write_text("#!/bin/sh\nexit 1\n")
-        outcome = self.run_inside("dpkg", "--remove", "lumaret-macos-helper")
-        self.assertEqual(outcome.status, 0)
-        self.assertIn(b"lumaret-macos-helper: a user may still be able to write the policy file", outcome.stderr)
-        self.assertEqual(self.grants, [])
-
-        self.inside("dpkg", "--install", "package.deb")
-        self.leave_a_grant_of_version_0_1_0()
-        self.inside("dpkg", "--remove", "lumaret-macos-helper")
-        self.assertEqual((self.policy.stat().st_uid, self.policy.read_text()), (0, "{}\n"))
-
-    def leave_a_grant_of_version_0_1_0(self):
-        self.policy.parent.mkdir(parents=True, exist_ok=True)
-        self.policy.write_text("{}\n")
-        os.chown(self.policy, NOBODY, 0)
-        other = self.machine.folder / "other"
-        other.touch()
-        self.assert_succeeds("mount", "--bind", other, self.policy)
-
-    def test_purging_the_package_revokes_the_grant_whatever_the_state(self):
-        self.inside("dpkg", "--install", "package.deb")
-        self.inside("lumaret-policy-access", "grant", "--yes", "nobody")
-        self.leave_a_grant_of_version_0_1_0()
-        self.inside("dpkg", "--purge", "lumaret-macos-helper")
-        self.assertEqual(self.grants, [])
-        self.assertFalse(self.policy.exists())
+        self.assertEqual(self.policy.read_bytes(), rules)
 
     def test_purging_removes_only_files_and_folders_of_the_tool(self):
         browser = self.root / "opt/google/chrome/google-chrome"
@@ -179,13 +163,10 @@ class DebianLifecycleTests(DebianRootTestCase):
         (chromium / "managed").mkdir(parents=True)  # an empty folder of the administrator
         before = self.state()
         self.inside("dpkg", "--install", "package.deb")
-        self.inside("lumaret-policy-access", "grant", "--yes", "nobody")
         self.inside("lumaret-macos-helper", "activate", "--fingerprint", self.identity.fingerprint)
         self.assertTrue((chrome / "managed" / OWN_FILE).exists())
-        (self.root / "etc/sudoers.d/.lumaret-policy-access.a1B2c3").touch()
         for folder in (chromium, chrome):
-            for program in ("lumaret-macos-helper", "lumaret-policy-access"):
-                (folder / f".{program}.a1B2c3").touch()
+            (folder / ".lumaret-macos-helper.a1B2c3").touch()
         self.inside("dpkg", "--purge", "lumaret-macos-helper")
         self.assertEqual(self.state(), before)
 

@@ -7,7 +7,7 @@ import unittest
 
 from Tests.Support.Python.project import BUILD, MADE, SOURCES, VERSION
 
-PAGES = (MADE / "man/lumaret-macos-helper.1", MADE / "man/lumaret-policy-access.8")
+PAGES = (MADE / "man/lumaret-macos-helper.1",)
 
 
 def output(*command, **settings) -> str:

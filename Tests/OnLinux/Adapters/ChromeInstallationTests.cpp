@@ -36,6 +36,17 @@ TEST_F(Installation, ChromiumIsUsedIfItIsTheOnlyBrowser) {
   EXPECT_EQ(chrome.userDataFolder, home_ / ".config/chromium");
 }
 
+TEST_F(Installation, KnowsBothBrowsersByName) {
+  EXPECT_EQ(ChromeInstallation::current().name, "Chromium");
+  installGoogleChrome();
+  EXPECT_EQ(ChromeInstallation::current().name, "Google Chrome");
+  EXPECT_EQ(ChromeInstallation::managedPoliciesOf("Google Chrome"),
+            "/etc/opt/chrome/policies/managed");
+  EXPECT_EQ(ChromeInstallation::managedPoliciesOf("Chromium"), "/etc/chromium/policies/managed");
+  EXPECT_EQ(ChromeInstallation::managedPoliciesOf("chromium"), std::nullopt);
+  EXPECT_EQ(ChromeInstallation::managedPoliciesOf(""), std::nullopt);
+}
+
 TEST_F(Installation, TheProfileLiesInTheConfigurationFolder) {
   ::setenv("XDG_CONFIG_HOME", "/config", 1);
   EXPECT_EQ(ChromeInstallation::current().userDataFolder, "/config/chromium");

@@ -338,7 +338,70 @@ TEST_F(PolicyFolder, ALargeListIsWrittenWhole) {
   EXPECT_EQ(folder().readRules(), many);
 }
 
-TEST_F(PolicyFolder, AUserWithoutAnyGrantIsRefused) {
+TEST_F(PolicyFolder, RefusesToWriteWhereSomeCannotRead) {
+  std::filesystem::create_directories(managed());
+  put(ManagedPolicyFolder::ownFileName, "{}");
+  ::chmod(managed().c_str(), 0750);
+  EXPECT_THROW(folder().writeRules({"rule"}), std::system_error);
+  EXPECT_EQ(readFile(ownFile()), "{}");
+}
+
+// Taking the rule back
+
+constexpr const char* catchAll = R"(["{\"pattern\":\"*\"}"])";
+
+TEST_F(PolicyFolder, WithdrawingChangesNothingWithoutOwnRules) {
+  EXPECT_FALSE(folder().withdrawRule());
+  put("10-company.json", rules(catchAll));
+  EXPECT_FALSE(folder().withdrawRule());
+  put(ManagedPolicyFolder::ownFileName, R"({"ShowHomeButton": true})");
+  const auto before = contents(root_.path());
+  EXPECT_FALSE(folder().withdrawRule());
+  EXPECT_EQ(contents(root_.path()), before);
+}
+
+TEST_F(PolicyFolder, WithdrawingRemovesAFileWithNothingElse) {
+  put("10-company.json", rules(R"(["company"])"));
+  put(ManagedPolicyFolder::ownFileName, rules(catchAll));
+  EXPECT_TRUE(folder().withdrawRule());
+  EXPECT_FALSE(std::filesystem::exists(ownFile()));
+  EXPECT_THAT(folder().readRules(), ElementsAre("company"));
+}
+
+TEST_F(PolicyFolder, WithdrawingKeepsOtherPolicies) {
+  put(ManagedPolicyFolder::ownFileName,
+      R"({"A": 1, "AutoSelectCertificateForUrls": )" + std::string(catchAll) + R"(, "B": [2]})");
+  EXPECT_TRUE(folder().withdrawRule());
+  EXPECT_EQ(ownPolicies(), nlohmann::json::parse(R"({"A": 1, "B": [2]})"));
+}
+
+TEST_F(PolicyFolder, WithdrawingKeepsASitesRuleThatStandsNowhereElse) {
+  put("10-company.json", rules(R"(["company"])"));
+  put(ManagedPolicyFolder::ownFileName, rules(R"(["site", "{\"pattern\":\"*\"}", "company"])"));
+  EXPECT_TRUE(folder().withdrawRule());
+  EXPECT_THAT(folder().readRules(), ElementsAre("company", "site"));
+}
+
+TEST_F(PolicyFolder, WithdrawingRefusesWhatItCannotRead) {
+  put("10-company.json", rules("1"));
+  put(ManagedPolicyFolder::ownFileName, rules(catchAll));
+  const auto before = contents(root_.path());
+  EXPECT_THROW(static_cast<void>(folder().withdrawRule()), ChromePreferencesError);
+  put("10-company.json", "{}");
+  put(ManagedPolicyFolder::ownFileName, rules("1"));
+  EXPECT_THROW(static_cast<void>(folder().withdrawRule()), ChromePreferencesError);
+  EXPECT_EQ(readFile(ownFile()), rules("1"));
+}
+
+TEST_F(PolicyFolder, WithdrawingDoesNotRemoveALink) {
+  put("target", rules(catchAll));
+  std::filesystem::rename(managed() / "target", root_ / "target");
+  std::filesystem::create_symlink(root_ / "target", ownFile());
+  EXPECT_THROW(static_cast<void>(folder().withdrawRule()), std::system_error);
+  EXPECT_TRUE(std::filesystem::is_symlink(ownFile()));
+}
+
+TEST_F(PolicyFolder, RejectsAnotherUsersWriting) {
   if (::geteuid() != 0) {
     GTEST_SKIP() << "an ordinary user owns the files of their own tests";
   }

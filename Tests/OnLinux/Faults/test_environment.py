@@ -8,9 +8,9 @@ import unittest
 
 from Tests.Support.Python import private_machine
 from Tests.Support.Python.fault_test_case import FaultTestCase
-from Tests.Support.Python.outcome import ACTIVATED, Outcome, printed
+from Tests.Support.Python.outcome import ACTIVATED, printed
 from Tests.Support.Python.policy_files import effective_rules, policies
-from Tests.Support.Python.project import STORE_RULES_PROGRAM, is_sanitized
+from Tests.Support.Python.project import is_sanitized
 from Tests.Support.Python.users import needs_real_root
 
 
@@ -169,13 +169,7 @@ class SmallStackTests(FaultTestCase):
         nested_to_the_limit = json.loads("[" * 197 + "]" * 197)
         self.write_own_file(policies(nested, Other=nested_to_the_limit))
         self.assertEqual(self.limited(48, "activate", "--fingerprint", identity.fingerprint), ACTIVATED)
-        expected = [nested, self.rule_for(identity)]
-        self.assertEqual(self.stored_rules(), expected)
-        text = self.machine.folder / "input"
-        text.write_text(json.dumps(expected))
-        with open(text, "rb") as stream:
-            outcome = self.machine.run("prlimit", f"--stack={48 << 10}", STORE_RULES_PROGRAM, stdin=stream)
-        self.assertEqual(outcome, Outcome(0, b"", b""))
+        self.assertEqual(self.stored_rules(), [nested, self.rule_for(identity)])
         self.assertEqual(self.stored_policies()["Other"], nested_to_the_limit)
 
 

@@ -29,7 +29,7 @@ from Tests.Support.Python.policy_files import (
     policies,
 )
 from Tests.Support.Python.private_machine import CHROMIUM, await_until, contents
-from Tests.Support.Python.project import HELPER, STORE_RULES_PROGRAM, is_sanitized
+from Tests.Support.Python.project import HELPER, is_sanitized
 from Tests.Support.Python.users import NOBODY, access_list, needs_real_root
 
 
@@ -322,8 +322,7 @@ class LargePolicyFileTests(FaultTestCase):
 
     @needs_real_root
     def test_a_huge_list_is_stored_whole_for_a_user(self):
-        self.machine.install_store_rules(STORE_RULES_PROGRAM)
-        self.machine.grant(NOBODY)
+        self.start_system_bus("nobody")
         self.machine.write_policies("10-company.json", self.text)
         user = self.become_ordinary_user()
         outcome = self.machine.run(*user, *self.activate_command(self.identity), timeout=300)

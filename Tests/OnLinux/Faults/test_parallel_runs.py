@@ -12,8 +12,7 @@ from Tests.Support.Python.fault_test_case import FaultTestCase
 from Tests.Support.Python.outcome import ACTIVATED, Outcome, failed
 from Tests.Support.Python.policy_files import ELSEWHERE, OLD_CATCH_ALL, OWN_PATH, effective_rules, policies
 from Tests.Support.Python.private_machine import CHROMIUM
-from Tests.Support.Python.project import STORE_RULES_PROGRAM
-from Tests.Support.Python.users import NOBODY, needs_real_root
+from Tests.Support.Python.users import needs_real_root
 
 
 setUpModule = private_machine.enter
@@ -103,11 +102,10 @@ class ParallelRunTests(FaultTestCase):
         self.run_rounds(prepare)
 
     @needs_real_root
-    def test_parallel_runs_of_granted_users_and_root_store_whole_files(self):
-        """Some runs are those of granted users, for whom root stores the rule, and some are root's own."""
-        self.machine.install_store_rules(STORE_RULES_PROGRAM)
+    def test_parallel_runs_of_users_and_root_store_whole_files(self):
+        """The rule service stores for some runs, and root's own runs store themselves."""
         self.user = self.become_ordinary_user()
-        self.machine.grant(NOBODY)
+        self.start_system_bus("nobody")
         as_root = iter(range(10**6))
 
         def start(identity):

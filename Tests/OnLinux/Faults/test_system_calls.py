@@ -1,10 +1,9 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Each system call of `activate` on the policy folder fails once in every way. The process is also killed at each one.
+"""Each system call of a store on the policy folder fails once in every way. The process is also killed at each one.
 
 Each scenario runs once under strace to record its calls, and then once for each call and each fault.
 """
 
-import json
 import os
 import re
 import shutil
@@ -18,13 +17,13 @@ from Tests.Support.Python.fault_test_case import DOCUMENTED_FAILURES, FaultTestC
 from Tests.Support.Python.outcome import ACTIVATED, Outcome
 from Tests.Support.Python.policy_files import ELSEWHERE, OLD_CATCH_ALL, OWN_FILE, OWN_PATH, effective_rules, policies
 from Tests.Support.Python.private_machine import CHROMIUM
-from Tests.Support.Python.project import STORE_RULES_PROGRAM
-from Tests.Support.Python.users import IS_REAL_ROOT, NOBODY, access_list, needs_real_root
+from Tests.Support.Python.system_bus import CALL, LOCK
+from Tests.Support.Python.users import AS_NOBODY, IS_REAL_ROOT, NOBODY, access_list, needs_real_root
 
 
 setUpModule = private_machine.enter
 
-ROADS = (str(CHROMIUM.policies.parent.parent), "/run/lumaret-macos-helper")
+ROADS = (str(CHROMIUM.policies.parent.parent), str(LOCK))
 ERRORS = ("EIO", "ENOSPC", "EACCES", "EINTR", "EFBIG")
 KILLED = "SIGKILL"
 FAULTS = (*ERRORS, KILLED)
@@ -42,20 +41,27 @@ class Call(NamedTuple):
     number: int
     line: str
 
+    @property
+    def is_on_the_road(self) -> bool:
+        return is_on_the_road(self.line)
+
+    @property
+    def faults(self) -> tuple[str, ...]:
+        return FAULTS if self.is_on_the_road else (KILLED,)
+
     def injection(self, fault: str) -> str:
         what = "signal=KILL" if fault == KILLED else f"error={fault}"
         return f"--inject={self.name}:{what}:when={self.number}"
 
 
-def calls_on_the_road(log: str) -> list[Call]:
+def calls_in(log: str) -> list[Call]:
     counts: dict[str, int] = {}
     found = []
     for line in log.splitlines():
         if match := re.match(r"(\w+)\(", line):
             name = match[1]
             counts[name] = counts.get(name, 0) + 1
-            if is_on_the_road(line):
-                found.append(Call(name, counts[name], line))
+            found.append(Call(name, counts[name], line))
     return found
 
 
@@ -85,7 +91,6 @@ class SystemCallTestCase(FaultTestCase):
         super().setUp()
         self.identity = self.make_identity()
         self.rules = [ELSEWHERE, self.rule_for(self.identity)]
-        self.user: tuple[str, ...] = ()
         self.own_file: str | None = policies(ELSEWHERE, OLD_CATCH_ALL, ShowHomeButton=True)
         self.leave = lambda: None
         self.log = self.machine.folder / "strace.log"
@@ -114,7 +119,14 @@ class SystemCallTestCase(FaultTestCase):
 
     def run_helper(self, *prefix: str):
         # Under this umask, everybody must still be able to read what the tool creates.
-        return self.machine.run(*self.user, *prefix, *self.activate_command(self.identity), umask=0o077)
+        return self.machine.run(*prefix, *self.activate_command(self.identity), umask=0o077)
+
+    def swept(self, calls: list[Call]) -> list[Call]:
+        """The calls that fail in turn."""
+        return [call for call in calls if call.is_on_the_road]
+
+    def assert_killed(self, outcome) -> None:
+        self.assertEqual(outcome, (-9, b"", b""))
 
     def sweep(self, *expected_names: str, first_fault: tuple[str, str] | None = None) -> None:
         """`first_fault` is a call and its error in every run. Then only the calls after it are swept."""
@@ -131,7 +143,7 @@ class SystemCallTestCase(FaultTestCase):
         self.prepare()
         outcome = self.run_traced(*first)
         self.assert_sound(outcome)
-        calls = calls_on_the_road(self.log.read_text())
+        calls = self.swept(calls_in(self.log.read_text()))
         if first_fault:
             injected = next(index for index, call in enumerate(calls) if "(INJECTED)" in call.line)
             calls = calls[injected + 1 :]
@@ -143,7 +155,7 @@ class SystemCallTestCase(FaultTestCase):
         for call in calls:
             if first_fault and call.name == first_fault[0]:
                 continue  # strace injects only one fault for each name
-            for fault in FAULTS:
+            for fault in call.faults:
                 with self.subTest(call=call.line, fault=fault):
                     outcome = self.run_faulty(call, fault, first)
                     cases += 1
@@ -162,9 +174,9 @@ class SystemCallTestCase(FaultTestCase):
         # The fault was injected into that call.
         mine = [line for line in self.log.read_text().splitlines() if line.startswith(call.name + "(")]
         hit = mine[call.number - 1]
-        self.assertTrue(is_on_the_road(hit), self.log.read_text())
+        self.assertEqual(is_on_the_road(hit), call.is_on_the_road, self.log.read_text())
         if fault == KILLED:
-            self.assertEqual(outcome, (-9, b"", b""))
+            self.assert_killed(outcome)
         else:
             self.assertIn(f"{fault} ", hit)
             self.assertIn("(INJECTED)", hit)
@@ -266,51 +278,48 @@ class SystemCallTests(SystemCallTestCase):
 
 
 @needs_real_root
-class StoreRulesSystemCallTests(SystemCallTestCase):
-    """Sweeps `store-rules`, as sudo starts it."""
+class RuleServiceSystemCallTests(SystemCallTestCase):
+    """Sweeps the rule service, called by an ordinary user. It is killed at every call of a store."""
 
     SUCCESS = Outcome(0, b"", b"")
     LAUNCHES: list = []
 
     def setUp(self):
         super().setUp()
-        self.list = self.machine.folder / "list"
-        # The same list is expected if there is no file yet, since a merge appends the rule.
-        self.list.write_text(json.dumps(self.rules))
+        self.bus = self.start_system_bus("nobody")
+        self.call = (*AS_NOBODY, *CALL, "StoreRule", "ss", "Chromium", self.rule_for(self.identity))
 
     def run_helper(self, *prefix: str):
-        with open(self.list, "rb") as stream:
-            return self.machine.run(*prefix, STORE_RULES_PROGRAM, umask=0o077, stdin=stream)
+        self.bus.end_service()
+        self.bus.start_with(*prefix)
+        outcome = self.machine.run(*self.call)
+        self.bus.end_service()
+        return outcome
+
+    def swept(self, calls: list[Call]) -> list[Call]:
+        """From the first call for the files to the one that sends the answer."""
+        ours = [index for index, call in enumerate(calls) if call.is_on_the_road]
+        answer = next(index for index in range(ours[-1], len(calls)) if calls[index].name == "sendmsg")
+        return calls[ours[0] : answer + 1]
+
+    def assert_killed(self, outcome) -> None:
+        self.assertEqual((outcome.status, outcome.stdout), (1, b""))
+        self.assertIn(b"disconnected from message bus without replying", outcome.stderr)
 
     def assert_documented(self, outcome) -> None:
         self.assertEqual((outcome.status, outcome.stdout), (1, b""))
-        self.assertRegex(outcome.stderr, rb"\Astore-rules: [^\n]+\n\Z")
+        self.assertRegex(outcome.stderr, rb"\ACall failed: [^\n]+\n\Z")
 
     def told(self, outcome) -> str:
         return "failed with a message" if outcome.stderr else ""
 
-    def test_any_fault_of_a_store_for_a_user_leaves_the_old_file_or_the_new_one(self):
+    def test_any_fault_of_a_store_leaves_the_old_file_or_the_new_one(self):
         self.sweep("openat", "flock", "read", "write", "fsync", "fchown", "fchmod", "fremovexattr", "rename", "close")
 
-    def test_any_fault_of_a_first_store_for_a_user_leaves_no_file_or_a_whole_one(self):
+    def test_any_fault_of_a_first_store_leaves_no_file_or_a_whole_one(self):
         self.own_file = None
         self.rules = self.rules[1:]
-        self.list.write_text(json.dumps(self.rules))
         self.sweep("mkdir", "chmod", "openat", "flock", "write", "fsync", "rename")
-
-
-@needs_real_root
-class GrantedUserSystemCallTests(SystemCallTestCase):
-    """Sweeps `activate` of a user for whom sudo stores the list: the calls of the user's own process."""
-
-    def setUp(self):
-        super().setUp()
-        self.machine.install_store_rules(STORE_RULES_PROGRAM)
-        self.machine.grant(NOBODY)
-        self.user = self.become_ordinary_user()
-
-    def test_any_fault_in_the_process_of_a_granted_user_leaves_the_old_file_or_the_new_one(self):
-        self.sweep("openat", "read", "getdents64", "fsync", "close")
 
 
 if __name__ == "__main__":

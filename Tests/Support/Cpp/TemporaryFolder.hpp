@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <sys/stat.h>
 #include <unistd.h>  // Where macOS declares mkdtemp.
 
 #include <cstdlib>
@@ -12,12 +13,12 @@
 
 namespace lumaret::tests {
 
-/// A new, empty folder. The destructor removes it with its contents.
+/// A new, empty folder, which every user may enter. The destructor removes it with its contents.
 class TemporaryFolder {
  public:
   TemporaryFolder() {
     std::string name = (std::filesystem::temp_directory_path() / "lumaret.XXXXXX").string();
-    if (::mkdtemp(name.data()) == nullptr) {
+    if (::mkdtemp(name.data()) == nullptr || ::chmod(name.c_str(), 0755) != 0) {
       throw std::runtime_error("no temporary folder");
     }
     path_ = name;

@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
 """A private Debian on which to install the package. It is this machine's root folder under a layer that takes every
-change, without the browsers, policies, grants and certificates of this machine."""
+change, without the browsers, policies and certificates of this machine."""
 
 import hashlib
 import re
@@ -36,12 +36,11 @@ class DebianRootTestCase(DebianPackageTestCase):
     def forget_this_machine(self):
         self.inside("dpkg", "--purge", "lumaret-macos-helper")
         settings = self.root.glob("etc/dpkg/dpkg.cfg.d/*")  # a container may exclude manual pages
-        grants = self.root.glob("etc/sudoers.d/*lumaret*")
         # With this file, man-db indexes all manual pages whenever a package installs one, which takes two seconds.
         index_of_pages = self.root / "var/lib/man-db/auto-update"
         folders = [self.root / folder for folder in ("etc/chromium", "etc/opt", "opt/google")]
         browser = self.root / "usr/bin/chromium"
-        self.assert_succeeds("rm", "-rf", *settings, *grants, index_of_pages, browser, *folders)
+        self.assert_succeeds("rm", "-rf", *settings, index_of_pages, browser, *folders)
         (self.root / "etc/opt").mkdir()
         self.home = self.root / "home/administrator"
         self.home.mkdir(mode=0o700)

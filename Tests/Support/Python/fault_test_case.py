@@ -7,6 +7,7 @@ from Tests.Support.Python.helper_test_case import HelperTestCase
 from Tests.Support.Python.outcome import failed
 from Tests.Support.Python.policy_files import OWN_FILE
 from Tests.Support.Python.private_machine import CHROMIUM
+from Tests.Support.Python.system_bus import SystemBus
 
 DOCUMENTED_FAILURES = (failed(messages.POLICY_WRITE_FAILED), failed(messages.POLICY_VERIFICATION_FAILED))
 
@@ -24,6 +25,13 @@ class FaultTestCase(HelperTestCase):
 
     def write_own_file(self, text: str) -> bytes:
         return self.machine.write_policies(OWN_FILE, text).read_bytes()
+
+    def start_system_bus(self, *permitted: str, users: dict[str, int] | None = None) -> SystemBus:
+        """A system bus with the rule service. polkit permits these users to change the rule."""
+        bus = SystemBus(self.machine, users)
+        self.addCleanup(bus.close)
+        bus.permit(*permitted)
+        return bus
 
     def forget_launches(self) -> None:
         """To be called once the programs that record their launches have ended."""

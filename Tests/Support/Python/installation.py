@@ -7,9 +7,11 @@ from Tests.Support.Python.private_machine import contents
 
 COMMON = {
     "bin/lumaret-macos-helper",
-    "libexec/lumaret-macos-helper/store-rules",
-    "sbin/lumaret-policy-access",
+    "libexec/lumaret-macos-helper/rule-service",
+    "lib/systemd/system/lumaret-rule-service.service",
     "share/bash-completion/completions/lumaret-macos-helper",
+    "share/dbus-1/system-services/com.lumaret.MacHelper1.service",
+    "share/dbus-1/system.d/com.lumaret.MacHelper1.conf",
     "share/doc/lumaret-macos-helper/CHANGELOG.md",
     "share/doc/lumaret-macos-helper/NOTICE",
     "share/doc/lumaret-macos-helper/README.md",
@@ -32,21 +34,20 @@ COMMON = {
     "share/fish/vendor_completions.d/lumaret-macos-helper.fish",
     "share/lumaret-macos-helper/identities.awk",
     "share/lumaret-macos-helper/listing.schema.json",
+    "share/polkit-1/actions/com.lumaret.mac-helper.policy",
 }
 INSTALLED = COMMON | {
     "share/doc/lumaret-macos-helper/LICENSE",
     "share/man/man1/lumaret-macos-helper.1",
-    "share/man/man8/lumaret-policy-access.8",
     "share/zsh/site-functions/_lumaret-macos-helper",
 }
 PACKAGED = COMMON | {
     "share/doc/lumaret-macos-helper/changelog.gz",
     "share/doc/lumaret-macos-helper/copyright",
     "share/man/man1/lumaret-macos-helper.1.gz",
-    "share/man/man8/lumaret-policy-access.8.gz",
     "share/zsh/vendor-completions/_lumaret-macos-helper",
 }
-PROGRAMS = {"bin/lumaret-macos-helper", "libexec/lumaret-macos-helper/store-rules", "sbin/lumaret-policy-access"}
+PROGRAMS = {"bin/lumaret-macos-helper", "libexec/lumaret-macos-helper/rule-service"}
 
 
 def files(folder: Path) -> dict[str, str]:

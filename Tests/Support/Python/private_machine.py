@@ -31,9 +31,7 @@ HIDDEN_FOLDERS = (
     Path("/run"),  # locks
     PRIVATE_FOLDER,
 )
-STORE_RULES = Path("/usr/libexec/lumaret-macos-helper/store-rules")
-SUDOERS = Path("/etc/sudoers")
-GRANTS = Path("/etc/sudoers.d")
+SERVICES = ("dbus-daemon", "polkitd", "rule-service")
 
 
 @dataclass(frozen=True)
@@ -222,43 +220,6 @@ class PrivateMachine:
         subprocess.run(["umount", place], check=True)
         self._mounts.remove(place)
 
-    # sudo
-
-    def install_store_rules(self, program: Path) -> None:
-        """Installs the program, and lets sudo obey only root and the files of an empty folder."""
-        # A copy of the real folder is mounted over it, so that the real one does not change.
-        parent = STORE_RULES.parent.parent
-        staged = self.folder / "libexec"
-        staged.mkdir()
-        self.mount_empty(staged)
-        for entry in parent.iterdir():
-            place = staged / entry.name
-            if entry.is_symlink():
-                place.symlink_to(os.readlink(entry))
-            elif entry.is_dir():
-                place.mkdir()
-                subprocess.run(["mount", "--rbind", entry, place], check=True)
-            else:
-                place.touch()
-                subprocess.run(["mount", "--bind", entry, place], check=True)
-        self.mount("--rbind", staged, parent)
-        STORE_RULES.parent.mkdir(exist_ok=True)
-        shutil.copy(program, STORE_RULES)
-        STORE_RULES.chmod(0o755)
-
-        settings = self.folder / "sudoers"
-        settings.write_text(f"Defaults env_reset\nroot ALL=(ALL:ALL) ALL\n@includedir {GRANTS}\n")
-        settings.chmod(0o440)
-        self.mount_over(SUDOERS, settings)
-        self.mount_empty(GRANTS)
-
-    def grant(self, user: int) -> Path:
-        """Writes the file that lumaret-policy-access would write for the user."""
-        file = GRANTS / f"zz-lumaret-macos-helper-{user}"
-        file.write_text(f'#{user} ALL = (root) NOPASSWD: {STORE_RULES} ""\n')
-        file.chmod(0o440)
-        return file
-
     # Browsers
 
     def hide(self, browser: Browser) -> None:
@@ -298,8 +259,17 @@ class PrivateMachine:
         return [(name.decode(), [next(words) for _ in range(int(next(words)))]) for name in words]
 
     def await_quiet(self) -> None:
-        """Waits until all processes that a program left running have ended."""
-        await_until(lambda: not other_processes(), "the programs that are still running to end")
+        """Waits until all processes that a program left running have ended, except the services of a system bus."""
+
+        def is_service(process: int) -> bool:
+            try:
+                return Path("/proc", str(process), "comm").read_text().strip() in SERVICES
+            except (FileNotFoundError, ProcessLookupError):
+                return True
+
+        await_until(
+            lambda: all(is_service(process) for process in other_processes()), "the programs that are still running"
+        )
 
     def profile(self, browser: Browser) -> Path:
         profile = self.home / browser.profile

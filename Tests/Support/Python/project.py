@@ -16,7 +16,7 @@ def executable(default: str) -> str:
 
 HELPER = executable("release/lumaret-macos-helper")
 BUILD = Path(HELPER).parent  # the build folder
-STORE_RULES_PROGRAM = BUILD / "store-rules"
+RULE_SERVICE = BUILD / "rule-service"
 MADE = BUILD / "Packaging"
 VERSION = re.search(r"^project\([^)]*\bVERSION (\S+)", (SOURCES / "CMakeLists.txt").read_text(), re.M)[1]
 

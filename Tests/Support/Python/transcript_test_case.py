@@ -16,7 +16,8 @@ from Tests.Support.Python.certificates import Identity, bundle_of
 from Tests.Support.Python.markdown import entries
 from Tests.Support.Python.packaging_test_case import PackagingTestCase
 from Tests.Support.Python.private_machine import CHROMIUM, await_until
-from Tests.Support.Python.project import HELPER, MADE, STORE_RULES_PROGRAM
+from Tests.Support.Python.project import HELPER
+from Tests.Support.Python.system_bus import SystemBus
 from Tests.Support.Python.users import as_user
 
 ANA = 1234
@@ -49,20 +50,14 @@ class TranscriptTestCase(PackagingTestCase):
         self.machine.home = self.home
         self.root_s_home = self.machine.folder / "root"
         self.root_s_home.mkdir()
-        accounts = self.machine.folder / "passwd"
-        accounts.write_text(f"root:*:0:0::{self.root_s_home}:/bin/sh\nana:*:{ANA}:{ANA}::{self.home}:/bin/sh\n")
-        self.machine.mount_over(Path("/etc/passwd"), accounts)
-        groups = self.machine.folder / "group"
-        groups.write_text(f"root:x:0:\nana:x:{ANA}:\n")
-        self.machine.mount_over(Path("/etc/group"), groups)
+        self.bus = SystemBus(self.machine, {"ana": ANA})
+        self.addCleanup(self.bus.close)
         programs = self.machine.folder / "bin"
         (programs / "lumaret-macos-helper").unlink()
-        for program in (Path(HELPER), MADE / "lumaret-policy-access"):
-            copied = programs / program.name  # other users may have no access to the clone
-            copied.write_bytes(program.read_bytes())
-            copied.chmod(0o755)
+        copied = programs / "lumaret-macos-helper"  # other users may have no access to the clone
+        copied.write_bytes(Path(HELPER).read_bytes())
+        copied.chmod(0o755)
         self.machine.install_stand_in(CHROMIUM)
-        self.machine.install_store_rules(STORE_RULES_PROGRAM)
         (self.machine.folder / "launches").touch(mode=0o666)
         (self.machine.folder / "launches").chmod(0o666)
         self.machine.folder.joinpath("tmp").chmod(0o1777)
@@ -137,6 +132,3 @@ class TranscriptTestCase(PackagingTestCase):
     def leave_file(self, identity: Identity, **settings):
         (self.home / "ana.p12").write_bytes(bundle_of(identity, **settings).read_bytes())
         self.give_to_ana()
-
-    def grant(self):
-        self.assert_succeeds("lumaret-policy-access", "grant", "--yes", "ana")

@@ -1,0 +1,65 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <cstddef>
+#include <list>
+#include <string>
+
+#include "LumaretMacHelper/RuleService/Bus.hpp"
+#include "LumaretMacHelper/RuleService/RuleChange.hpp"
+
+namespace lumaret {
+
+/// Changes the rule for every site for users whom polkit lets (see Address.hpp for the methods).
+///
+/// The arguments are checked before polkit is asked. polkit may then show the caller a dialog. The
+/// service does not wait for that: it goes on serving others, and the change is made when polkit
+/// answers yes. If the caller leaves the bus before, the question is withdrawn and nothing is
+/// changed. Without an answer from polkit, nothing is changed either.
+///
+/// Every call is answered, and standard error gets one line about it, with the caller's user
+/// number.
+class RuleService {
+ public:
+  /// Questions to polkit that may wait at the same time. A call beyond that is refused, so neither
+  /// memory nor polkit is exhausted.
+  static constexpr std::size_t mostQuestionsOfOneUser = 16;
+  static constexpr std::size_t mostQuestions = 256;
+
+  /// A dialog that nobody has answered by then counts as cancelled.
+  static constexpr std::chrono::minutes longestQuestion{6};
+
+  /// Serves the calls that arrive on this connection, which must outlive the service. Throws
+  /// std::system_error.
+  explicit RuleService(sd_bus* bus);
+  RuleService(const RuleService&) = delete;
+  RuleService& operator=(const RuleService&) = delete;
+  ~RuleService();
+
+  /// Whether no caller waits for an answer.
+  [[nodiscard]] bool isIdle() const noexcept;
+
+ private:
+  struct Question;
+
+  static int handleStoreRule(sd_bus_message* call, void* service, sd_bus_error* error);
+  static int handleClearRule(sd_bus_message* call, void* service, sd_bus_error* error);
+  static int handleAnswer(sd_bus_message* answer, void* question, sd_bus_error* error);
+  static int handleCallerGone(sd_bus_track* track, void* question);
+
+  template <typename Parse>
+  int handleCall(sd_bus_message* call, Parse parse);
+  void ask(sd_bus_message* call, uid_t user, const RuleChange& change);
+  void forget(const Question& question);
+  void withdraw(const Question& question);
+
+  sd_bus* bus_;
+  BusSlot methods_;
+  std::list<Question> questions_;
+  std::size_t questionsSoFar_ = 0;
+};
+
+}  // namespace lumaret

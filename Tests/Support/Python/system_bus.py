@@ -1,0 +1,121 @@
+# SPDX-License-Identifier: Apache-2.0
+"""The private machine's own system bus, with polkit and the rule service as the bus starts them."""
+
+import os
+import re
+import shlex
+import shutil
+import signal
+import subprocess
+from pathlib import Path
+
+from Tests.Support.Python.private_machine import PrivateMachine, await_until
+from Tests.Support.Python.project import MADE, RULE_SERVICE, SOURCES
+
+NAME = "com.lumaret.MacHelper1"
+OBJECT = "/com/lumaret/MacHelper1"
+CALL = ("busctl", "--system", "call", NAME, OBJECT, NAME)
+LOCK = Path("/run/lumaret-macos-helper")
+
+SERVICES = Path("/usr/share/dbus-1/system-services")
+POLICIES = Path("/usr/share/dbus-1/system.d")
+ACTIONS = Path("/usr/share/polkit-1/actions")
+RULES = Path("/etc/polkit-1/rules.d")
+# Without these, neither the machine's own services nor its administrators' rules are there.
+EMPTY = (SERVICES, POLICIES, ACTIONS, RULES.parent, Path("/usr/share/polkit-1/rules.d"), Path("/etc/dbus-1"))
+POLKIT = (SERVICES / "org.freedesktop.PolicyKit1.service", POLICIES / "org.freedesktop.PolicyKit1.conf")
+
+# Nobody is asked: polkit's answer is yes for these users, and no for all others.
+PERMIT = """polkit.addRule(function (action, subject) {
+  if (action.id === "com.lumaret.mac-helper.change-rule") {
+    return %s.indexOf(subject.user) >= 0 ? polkit.Result.YES : polkit.Result.NO;
+  }
+});
+"""
+
+
+class SystemBus:
+    def __init__(self, machine: PrivateMachine, users: dict[str, int] | None = None):
+        """`users` are the names and numbers of the accounts that this machine has, beside those of the system."""
+        kept = {file: file.read_bytes() for file in POLKIT}
+        for folder in EMPTY:
+            machine.mount_empty(folder)
+        for file, content in kept.items():
+            file.write_bytes(content)
+        RULES.mkdir()
+        self._replace_accounts(machine, users or {})
+        self._starter = machine.folder / "start-rule-service"
+        self.start_with()
+        self._install()
+        Path("/run/dbus").mkdir()
+        self._log = machine.folder / "system-bus.log"
+        with open(self._log, "wb") as log:
+            self._daemon = subprocess.Popen(
+                ("dbus-daemon", "--system", "--nofork", "--nopidfile", "--nosyslog"), stdout=log, stderr=log
+            )
+        await_until(Path("/run/dbus/system_bus_socket").exists, "the system bus")
+
+    def close(self) -> None:
+        self._daemon.kill()
+        self._daemon.wait()
+
+    @staticmethod
+    def _replace_accounts(machine: PrivateMachine, users: dict[str, int]) -> None:
+        """No test depends on the ordinary users of this machine."""
+        for name, line in (("passwd", "{0}:x:{1}:{1}::/home/{0}:/bin/sh"), ("group", "{0}:x:{1}:")):
+            real = Path("/etc", name)
+            system = [entry for entry in real.read_text().splitlines() if is_of_the_system(int(entry.split(":")[2]))]
+            file = machine.folder / name
+            file.write_text("\n".join([*system, *(line.format(*user) for user in users.items()), ""]))
+            machine.mount_over(real, file)
+
+    def _install(self) -> None:
+        packaging = SOURCES / "Packaging/RuleService"
+        shutil.copy(packaging / "com.lumaret.MacHelper1.conf", POLICIES)
+        shutil.copy(packaging / "com.lumaret.mac-helper.policy", ACTIONS)
+        activation = (MADE / "com.lumaret.MacHelper1.service").read_text()
+        activation = re.sub("^Exec=.*$", f"Exec={self._starter}", activation, flags=re.M)
+        (SERVICES / "com.lumaret.MacHelper1.service").write_text(activation)
+
+    def start_with(self, *command: str) -> None:
+        """From now on, the bus starts the rule service through this command, whose last word is the program."""
+        # In a traced process the leak sanitizer fails. Under this umask, everybody must still be able to read what
+        # the service creates.
+        self._starter.write_text(
+            f"#!/bin/sh\numask 077\nexport ASAN_OPTIONS=detect_leaks=0\nexec {shlex.join((*command, str(RULE_SERVICE)))}\n"
+        )
+        self._starter.chmod(0o755)
+
+    def end_service(self) -> None:
+        """Ends the rule service, if it runs. The next call starts it again."""
+        if process := self.service:
+            os.kill(process, signal.SIGKILL)
+            await_until(lambda: not self.service, "the rule service to end")
+
+    def permit(self, *users: str) -> None:
+        """polkit allows these users to change the rule, and nobody else, without asking. It notices the new file."""
+        (RULES / "50-test.rules").write_text(PERMIT % list(users))
+
+    def ask(self) -> None:
+        """polkit asks for an administrator's password, as it does without further rules."""
+        (RULES / "50-test.rules").unlink(missing_ok=True)
+
+    @property
+    def service(self) -> int | None:
+        """The process of the rule service, if one runs."""
+        for entry in Path("/proc").iterdir():
+            if entry.name.isdigit():
+                try:
+                    if os.readlink(entry / "exe") == str(RULE_SERVICE):
+                        return int(entry.name)
+                except OSError:
+                    pass
+        return None
+
+    def log(self) -> str:
+        """What the rule service and the bus have printed."""
+        return self._log.read_text(errors="replace")
+
+
+def is_of_the_system(number: int) -> bool:
+    return number < 1000 or number >= 65534
