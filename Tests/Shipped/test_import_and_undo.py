@@ -82,14 +82,14 @@ class ImportAndUndoEntryTests(TranscriptTestCase):
 
     # Undo on Linux
 
-    def test_make_the_browser_ask_again(self):
+    def test_take_the_rule_back(self):
+        self.bus.permit("ana")
+        self.assert_transcript(self.make_ana())
+
+    def test_remove_the_policy_file(self):
         for browser in (CHROMIUM, GOOGLE_CHROME):
             self.machine.write_policies("zz-lumaret-macos-helper.json", policies(rule({"CN": "Ben"}, None)), browser)
         self.assert_transcript(self.make_ana(as_root=True))
-
-    def test_take_the_grants_back(self):
-        self.grant()
-        self.assert_transcript()
 
     def test_remove_the_certificate(self):
         identity = self.make_database()

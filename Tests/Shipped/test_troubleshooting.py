@@ -10,6 +10,7 @@ from Tests.Support.Python.certificates import Database, Token, bundle_of
 from Tests.Support.Python.policy_files import policies, rule
 from Tests.Support.Python.private_machine import CHROMIUM, GOOGLE_CHROME
 from Tests.Support.Python.project import SOURCES
+from Tests.Support.Python.system_bus import SERVICES
 from Tests.Support.Python.transcript_test_case import TranscriptTestCase, entries_of, name_of_test, tests_of
 from Tests.Support.Python.users import needs_real_root
 
@@ -154,7 +155,7 @@ class TroubleshootingEntryTests(TranscriptTestCase):
 
     def test_the_database_has_a_password(self):
         identity = self.make_ana(password="secret")
-        self.grant()
+        self.bus.permit("ana")
         self.assert_transcript(identity)
 
     # Keychain returned more than one identity
@@ -170,7 +171,7 @@ class TroubleshootingEntryTests(TranscriptTestCase):
 
     def test_keep_the_one_in_the_database(self):
         identity, environment = self.make_twice()
-        self.grant()
+        self.bus.permit("ana")
         self.assert_transcript(identity, environment)
 
     def test_keep_the_one_on_the_card(self):
@@ -178,7 +179,21 @@ class TroubleshootingEntryTests(TranscriptTestCase):
 
     # The rule could not be saved
 
-    def test_the_user_may_not_store_the_rule(self):
+    def test_nobody_typed_the_password(self):
+        with open("/etc/group", "a") as groups:
+            groups.write("lumaret-rule:x:890:ana\n")
+        rules = SOURCES / "docs/examples/50-lumaret-macos-helper.rules"
+        (self.home / rules.name).write_bytes(rules.read_bytes())
+        self.assert_transcript(self.make_ana())
+
+    def test_the_service_is_not_where_the_bus_looks(self):
+        self.bus.permit("ana")
+        (SERVICES / "com.lumaret.MacHelper1.service").unlink()
+        self.assert_transcript(self.make_ana())
+
+    def test_the_system_bus_is_not_running(self):
+        self.bus.close()
+        Path("/run/dbus/system_bus_socket").unlink()
         self.assert_transcript(self.make_ana())
 
     def test_the_folder_is_closed_to_other_users(self):
@@ -236,7 +251,7 @@ class TroubleshootingEntryTests(TranscriptTestCase):
 
     def test_it_says_ok_over_ssh_and_no_window_opens(self):
         self.use_the_real_browser()
-        self.grant()
+        self.bus.permit("ana")
         self.assert_transcript(self.make_ana())
 
     def use_the_real_browser(self):

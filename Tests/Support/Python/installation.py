@@ -19,6 +19,7 @@ COMMON = {
     "share/doc/lumaret-macos-helper/docs/administrators.md",
     "share/doc/lumaret-macos-helper/docs/architecture.md",
     "share/doc/lumaret-macos-helper/docs/companion.md",
+    "share/doc/lumaret-macos-helper/docs/examples/50-lumaret-macos-helper.rules",
     "share/doc/lumaret-macos-helper/docs/examples/roll-back.yml",
     "share/doc/lumaret-macos-helper/docs/examples/roll-out.yml",
     "share/doc/lumaret-macos-helper/docs/hostile-surroundings.md",
