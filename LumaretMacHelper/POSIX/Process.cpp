@@ -33,14 +33,12 @@ void check(int error) {
 
 class SpawnFileActions {
  public:
-  explicit SpawnFileActions(StandardOutput output) {
-    check(::posix_spawn_file_actions_init(&actions_));
+  explicit SpawnFileActions(StandardOutput output) : SpawnFileActions() {
     check(::posix_spawn_file_actions_adddup2(&actions_, destinationOf(output), STDOUT_FILENO));
     closeOtherFiles();
   }
   /// The process reads from this descriptor. Its output is discarded.
-  explicit SpawnFileActions(const FileDescriptor& input) {
-    check(::posix_spawn_file_actions_init(&actions_));
+  explicit SpawnFileActions(const FileDescriptor& input) : SpawnFileActions() {
     check(::posix_spawn_file_actions_adddup2(&actions_, input.number(), STDIN_FILENO));
     for (const int stream : {STDOUT_FILENO, STDERR_FILENO}) {
       check(::posix_spawn_file_actions_addopen(&actions_, stream, "/dev/null", O_WRONLY, 0));
@@ -56,6 +54,8 @@ class SpawnFileActions {
   [[nodiscard]] short flags() const { return flags_; }
 
  private:
+  // The other constructors delegate to this one, so if they throw, the destructor runs.
+  SpawnFileActions() { check(::posix_spawn_file_actions_init(&actions_)); }
   static int destinationOf(StandardOutput output) {
     return output == StandardOutput::inherited ? callersStandardOutput() : STDERR_FILENO;
   }
@@ -69,8 +69,7 @@ class SpawnAttributes {
  public:
   /// The tool's caller may have ignored or blocked signals, and the tool itself ignores broken
   /// pipes. A process that it starts must not inherit that.
-  SpawnAttributes(ProcessGroup group, short furtherFlags) {
-    check(::posix_spawnattr_init(&attributes_));
+  SpawnAttributes(ProcessGroup group, short furtherFlags) : SpawnAttributes() {
     sigset_t signals;
     sigfillset(&signals);  // Unqualified, as below: on macOS these two are macros.
     check(::posix_spawnattr_setsigdefault(&attributes_, &signals));
@@ -92,6 +91,8 @@ class SpawnAttributes {
   [[nodiscard]] const posix_spawnattr_t* get() const { return &attributes_; }
 
  private:
+  SpawnAttributes() { check(::posix_spawnattr_init(&attributes_)); }
+
   posix_spawnattr_t attributes_{};
 };
 
