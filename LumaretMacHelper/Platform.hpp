@@ -35,9 +35,8 @@ std::array<std::uint8_t, 32> sha256(std::span<const std::uint8_t> bytes);
 using TextComparison = std::function<std::weak_ordering(const std::string&, const std::string&)>;
 
 /// The platform's case-insensitive comparison of UTF-8 strings in the user's current locale. The
-/// locale is read when this function is called, so the comparison may be kept for a whole sort. The
-/// comparison may throw at the first two strings that differ, because only then what orders them is
-/// loaded.
+/// locale is read when this function is called, so the comparison may be kept for a whole sort.
+/// Throws a std::exception if the platform cannot order strings.
 TextComparison localizedCaseInsensitiveComparison();
 
 /// Parses an address with the platform's RFC 3986 parser. Relative references are accepted. Returns

@@ -31,8 +31,6 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION web)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-# The tool loads ICU itself, so it is not among the libraries that the executables name.
-string(REGEX REPLACE ".*[.]" "libicu" CPACK_DEBIAN_PACKAGE_DEPENDS ${LUMARET_ICU_LIBRARY})
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "chromium | google-chrome-stable, sudo")
 set(CPACK_DEBIAN_PACKAGE_SUGGESTS "bash-completion, jq, libnss3-tools")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
