@@ -16,6 +16,7 @@
 #include "LumaretMacHelper/KeychainChromePrivateKeyAuthorizer.hpp"
 #include "LumaretMacHelper/KeychainIdentityLoader.hpp"
 #include "LumaretMacHelper/Platform.hpp"
+#include "LumaretMacHelper/URL.hpp"
 
 namespace lumaret {
 namespace {

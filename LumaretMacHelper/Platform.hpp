@@ -12,7 +12,6 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
-#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -23,7 +22,6 @@
 #include "LumaretMacHelper/ChromeLauncher.hpp"
 #include "LumaretMacHelper/KeychainChromePrivateKeyAuthorizer.hpp"
 #include "LumaretMacHelper/KeychainIdentityLoader.hpp"
-#include "LumaretMacHelper/URL.hpp"
 
 namespace lumaret {
 
@@ -38,10 +36,6 @@ using TextComparison = std::function<std::weak_ordering(const std::string&, cons
 /// locale is read when this function is called, so the comparison may be kept for a whole sort.
 /// Throws a std::exception if the platform cannot order strings.
 TextComparison localizedCaseInsensitiveComparison();
-
-/// Parses an address with the platform's RFC 3986 parser. Relative references are accepted. Returns
-/// nothing for any other string and for the empty one.
-std::optional<URL> parseURL(const std::string& text);
 
 /// See ChromeLauncher::defaultExecutableURL().
 std::filesystem::path chromeExecutable();

@@ -24,8 +24,6 @@ TextComparison localizedCaseInsensitiveComparison() {
   };
 }
 
-std::optional<URL> parseURL(const std::string& /*text*/) { return std::nullopt; }
-
 std::filesystem::path chromeExecutable() { return "/no/such/chrome"; }
 
 void prepareStandardStreams() noexcept {}
