@@ -61,10 +61,6 @@ std::string internetDateTime(Date date) {
 
 }  // namespace
 
-CommandError::CommandError()
-    : std::runtime_error(
-          "Uso: lumaret-macos-helper list | activate --fingerprint <sha256> [--url <https-url>]") {}
-
 void LumaretMacHelper::main(int argumentCount, const char* const* processArguments) {
   prepareStandardStreams();
   try {

@@ -11,7 +11,6 @@ namespace {
 
 using nlohmann::json;
 
-constexpr const char* policyName = "AutoSelectCertificateForUrls";
 constexpr std::size_t maximumDepth = 199;
 
 bool isNestedWithin(const json& value, std::size_t depth) {
@@ -24,7 +23,7 @@ bool isNestedWithin(const json& value, std::size_t depth) {
 }  // namespace
 
 bool PolicyText::maySpeakOfRules(const std::string& text) {
-  return text.find(policyName) != std::string::npos || text.find("\\u") != std::string::npos ||
+  return text.find(rulesPolicy) != std::string::npos || text.find("\\u") != std::string::npos ||
          text.find("\\x") != std::string::npos;
 }
 
@@ -40,11 +39,11 @@ std::optional<PolicyText> PolicyText::parse(const std::string& text) {
   return PolicyText(std::move(policies));
 }
 
-bool PolicyText::hasRules() const { return policies_.contains(policyName); }
+bool PolicyText::hasRules() const { return policies_.contains(rulesPolicy); }
 
 std::vector<std::string> PolicyText::rules() const {
   try {
-    return policies_.at(policyName).get<std::vector<std::string>>();
+    return policies_.at(rulesPolicy).get<std::vector<std::string>>();
   } catch (const json::exception&) {
     throw ChromePreferencesError();
   }
@@ -52,7 +51,7 @@ std::vector<std::string> PolicyText::rules() const {
 
 std::string PolicyText::withRules(const std::vector<std::string>& rules) const {
   json policies = policies_;
-  policies[policyName] = rules;
+  policies[rulesPolicy] = rules;
   try {
     return policies.dump(2) + "\n";
   } catch (const json::exception&) {

@@ -17,7 +17,7 @@ bool SystemChromeLaunchEnvironment::isExecutableFile(const std::filesystem::path
 
 bool SystemChromeLaunchEnvironment::isApplicationRunning(
     const std::string& bundleIdentifier) const {
-  return bundleIdentifier == "com.google.Chrome" &&
+  return bundleIdentifier == chromeIdentifier &&
          isProfileLocked(ChromeInstallation::current().userDataFolder);
 }
 

@@ -8,13 +8,9 @@
 namespace lumaret {
 namespace {
 
-CoreFoundationReference<CFStringRef> key() {
-  return coreFoundationText("AutoSelectCertificateForUrls");
-}
+CoreFoundationReference<CFStringRef> key() { return coreFoundationText(rulesPolicy); }
 
-CoreFoundationReference<CFStringRef> application() {
-  return coreFoundationText("com.google.Chrome");
-}
+CoreFoundationReference<CFStringRef> application() { return coreFoundationText(chromeIdentifier); }
 
 }  // namespace
 
