@@ -15,7 +15,6 @@
 #include <span>
 #include <string>
 #include <string_view>
-#include <type_traits>
 #include <vector>
 
 #include "LumaretMacHelper/ChromeCertificatePolicyService.hpp"
@@ -87,16 +86,8 @@ class SystemChromeLaunchEnvironment final : public ChromeLaunchEnvironment {
 
 // ------------------ Default constructors ------------------
 
-// A service that is constructed without arguments uses the platform's collaborator. Each of these
-// constructors is declared in its class. The platform defines it beside the collaborator that it
-// chooses:
-static_assert(std::is_default_constructible_v<KeychainIdentityLoader>,
-              "over SystemKeychainIdentityQuery and the current time");
-static_assert(std::is_default_constructible_v<KeychainChromePrivateKeyAuthorizer>,
-              "over SystemChromeKeychainAuthorizationBackend");
-static_assert(std::is_default_constructible_v<ChromeCertificatePolicyService>,
-              "over CurrentUserChromePreferences");
-static_assert(std::is_default_constructible_v<ChromeLauncher>,
-              "over SystemChromeLaunchEnvironment, for ChromeLauncher::defaultExecutableURL()");
+// KeychainIdentityLoader, KeychainChromePrivateKeyAuthorizer, ChromeCertificatePolicyService and
+// ChromeLauncher each declare a default constructor, which uses the platform's collaborator. The
+// platform defines it beside that collaborator.
 
 }  // namespace lumaret
