@@ -5,7 +5,7 @@
 #include <exception>
 #include <utility>
 
-#include "LumaretMacHelper/Platform.hpp"
+#include "LumaretMacHelper/PlatformFunctions.hpp"
 
 namespace lumaret {
 namespace {

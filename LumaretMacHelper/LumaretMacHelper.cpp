@@ -15,7 +15,7 @@
 #include "LumaretMacHelper/Contracts.hpp"
 #include "LumaretMacHelper/KeychainChromePrivateKeyAuthorizer.hpp"
 #include "LumaretMacHelper/KeychainIdentityLoader.hpp"
-#include "LumaretMacHelper/Platform.hpp"
+#include "LumaretMacHelper/PlatformFunctions.hpp"
 #include "LumaretMacHelper/URL.hpp"
 
 namespace lumaret {

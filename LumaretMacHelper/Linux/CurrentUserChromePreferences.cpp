@@ -9,7 +9,7 @@
 #include "LumaretMacHelper/Linux/ManagedPolicyFolder.hpp"
 #include "LumaretMacHelper/Linux/StoringLock.hpp"
 #include "LumaretMacHelper/POSIX/Process.hpp"
-#include "LumaretMacHelper/Platform.hpp"
+#include "LumaretMacHelper/PlatformServices.hpp"
 
 namespace lumaret {
 namespace {

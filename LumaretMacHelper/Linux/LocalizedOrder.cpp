@@ -8,7 +8,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "LumaretMacHelper/Platform.hpp"
+#include "LumaretMacHelper/PlatformFunctions.hpp"
 
 namespace lumaret {
 namespace {

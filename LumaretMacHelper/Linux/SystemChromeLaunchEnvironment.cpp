@@ -2,7 +2,8 @@
 #include "LumaretMacHelper/Linux/ChromeInstallation.hpp"
 #include "LumaretMacHelper/Linux/ProfileLock.hpp"
 #include "LumaretMacHelper/POSIX/Process.hpp"
-#include "LumaretMacHelper/Platform.hpp"
+#include "LumaretMacHelper/PlatformFunctions.hpp"
+#include "LumaretMacHelper/PlatformServices.hpp"
 
 namespace lumaret {
 

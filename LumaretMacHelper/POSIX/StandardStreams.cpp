@@ -9,7 +9,7 @@
 #include <exception>
 
 #include "LumaretMacHelper/POSIX/SystemCalls.hpp"
-#include "LumaretMacHelper/Platform.hpp"
+#include "LumaretMacHelper/PlatformFunctions.hpp"
 
 namespace lumaret {
 namespace {

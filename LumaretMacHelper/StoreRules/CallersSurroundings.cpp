@@ -13,7 +13,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "LumaretMacHelper/Platform.hpp"
+#include "LumaretMacHelper/PlatformFunctions.hpp"
 
 namespace lumaret {
 namespace {

@@ -20,7 +20,8 @@
 
 #include "LumaretMacHelper/Linux/StoringLock.hpp"
 #include "LumaretMacHelper/POSIX/Process.hpp"
-#include "LumaretMacHelper/Platform.hpp"
+#include "LumaretMacHelper/PlatformFunctions.hpp"
+#include "LumaretMacHelper/PlatformServices.hpp"
 #include "LumaretMacHelper/StoreRules/CallersControlGroups.hpp"
 #include "LumaretMacHelper/StoreRules/CallersSurroundings.hpp"
 

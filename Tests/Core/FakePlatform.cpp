@@ -3,7 +3,8 @@
 
 #include <cstdio>
 
-#include "LumaretMacHelper/Platform.hpp"
+#include "LumaretMacHelper/PlatformFunctions.hpp"
+#include "LumaretMacHelper/PlatformServices.hpp"
 
 namespace lumaret::tests {
 
