@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "LumaretMacHelper/ChromeCertificatePolicyService.hpp"
-#include "LumaretMacHelper/Platform.hpp"
+#include "LumaretMacHelper/PlatformServices.hpp"
 #include "Tests/Support/Cpp/ThrownError.hpp"
 
 namespace lumaret::tests::conformance {
