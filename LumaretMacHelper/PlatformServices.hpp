@@ -22,7 +22,8 @@ class SystemKeychainIdentityQuery final : public KeychainIdentityQuerying {
   [[nodiscard]] std::vector<std::unique_ptr<KeychainIdentity>> copyIdentities() const override;
 };
 
-/// The rules that Chrome applies for the current user.
+/// The rules that Chrome applies for the current user. On Linux, root's object keeps all others
+/// waiting from its first reading on until it is destroyed.
 class CurrentUserChromePreferences final : public ChromePreferencesStoring {
  public:
   [[nodiscard]] std::vector<std::string> readRules() const override;
@@ -30,8 +31,7 @@ class CurrentUserChromePreferences final : public ChromePreferencesStoring {
   [[nodiscard]] bool synchronize() override;
 
  private:
-  /// What a platform keeps from the first reading on, so that nobody else changes the rules before
-  /// they are written and read again.
+  /// What a platform keeps so that nobody else changes the rules between reading and verifying them.
   mutable std::shared_ptr<void> turn_;
 };
 
