@@ -97,7 +97,7 @@ bool isIPv6Address(std::string_view text) {
   std::string groups(text);
   // An IPv4 address at the end stands for two groups.
   if (const std::size_t last = text.rfind(':') + 1; isIPv4Address(text.substr(last))) {
-    groups.replace(last, std::string::npos, "0:0");
+    groups = groups.substr(0, last) + "0:0";
   }
   const std::size_t gap = groups.find("::");
   return gap == std::string::npos
