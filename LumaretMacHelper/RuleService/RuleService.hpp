@@ -25,9 +25,9 @@ namespace lumaret {
 class RuleService {
  public:
   /// Questions to polkit that may wait at the same time. A call beyond that is refused, so neither
-  /// memory nor polkit is exhausted.
+  /// memory nor polkit is exhausted. The bus lets one connection wait for 128 answers.
   static constexpr std::size_t mostQuestionsOfOneUser = 16;
-  static constexpr std::size_t mostQuestions = 256;
+  static constexpr std::size_t mostQuestions = 112;
 
   /// A dialog that nobody has answered by then counts as cancelled.
   static constexpr std::chrono::minutes longestQuestion{6};
