@@ -32,9 +32,10 @@ class RuleService {
   /// A dialog that nobody has answered by then counts as cancelled.
   static constexpr std::chrono::minutes longestQuestion{6};
 
-  /// Serves the calls that arrive on this connection, which must outlive the service. Throws
-  /// std::system_error.
-  explicit RuleService(sd_bus* bus);
+  /// Serves the calls that arrive on the first connection, one by one, and asks its own questions
+  /// on the second. Waiting for an answer there does not read further calls into memory, and a call
+  /// may have 32 MiB. Both must outlive the service. Throws std::system_error.
+  RuleService(sd_bus* calls, sd_bus* questions);
   RuleService(const RuleService&) = delete;
   RuleService& operator=(const RuleService&) = delete;
   ~RuleService();
@@ -50,13 +51,14 @@ class RuleService {
   static int handleAnswer(sd_bus_message* answer, void* question, sd_bus_error* error);
   static int handleCallerGone(sd_bus_track* track, void* question);
 
+  [[nodiscard]] uid_t userOf(sd_bus_message* call) const;
   template <typename Parse>
   int handleCall(sd_bus_message* call, Parse parse);
   void ask(sd_bus_message* call, uid_t user, const RuleChange& change);
   void forget(const Question& question);
   void withdraw(const Question& question);
 
-  sd_bus* bus_;
+  sd_bus* bus_;  // for questions
   BusSlot methods_;
   std::list<Question> questions_;
   std::size_t questionsSoFar_ = 0;
