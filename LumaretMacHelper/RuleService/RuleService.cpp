@@ -142,9 +142,10 @@ int RuleService::handleCall(sd_bus_message* call, Parse parse) {
 
 void RuleService::ask(sd_bus_message* call, uid_t user, const RuleChange& change) {
   const auto isOfUser = [user](const Question& question) { return question.user == user; };
-  if (questions_.size() >= mostQuestions ||
-      std::count_if(questions_.begin(), questions_.end(), isOfUser) >=
-          std::ptrdiff_t{mostQuestionsOfOneUser}) {
+  const auto ofUser =
+      static_cast<std::size_t>(std::count_if(questions_.begin(), questions_.end(), isOfUser));
+  if (ofUser >= mostQuestionsOfOneUser ||
+      questions_.size() >= (ofUser == 0 ? mostQuestions : mostQuestions / 2)) {
     throw Refusal(SD_BUS_ERROR_LIMITS_EXCEEDED, "Too many calls wait for an answer of polkit.");
   }
 

@@ -25,7 +25,9 @@ namespace lumaret {
 class RuleService {
  public:
   /// Questions to polkit that may wait at the same time. A call beyond that is refused, so neither
-  /// memory nor polkit is exhausted. The bus lets one connection wait for 128 answers.
+  /// memory nor polkit is exhausted. Half of them are for users who have no other question waiting,
+  /// so a few cannot shut out the rest. The bus lets one connection wait for 128 answers: this one
+  /// for polkit's, and polkit's for those of dialogs.
   static constexpr std::size_t mostQuestionsOfOneUser = 16;
   static constexpr std::size_t mostQuestions = 112;
 
