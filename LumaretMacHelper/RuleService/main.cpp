@@ -26,9 +26,16 @@ constexpr std::chrono::seconds idleTime{30};
 /// would keep that of a huge message, and fragments of it would make the next one take a new block.
 constexpr int leastReturnedBlock = 1 << 20;
 
+/// Like sd_bus_open_system, but the bus hands over no files of callers: calls that wait would use
+/// up all descriptors.
 BusOwner connect(sd_event* loop) {
-  auto bus = obtainFromBus<BusOwner>("sd_bus_open_system", ::sd_bus_open_system);
+  auto bus = obtainFromBus<BusOwner>("sd_bus_new", ::sd_bus_new);
+  checkBus(::sd_bus_set_address(bus.get(), "unix:path=/run/dbus/system_bus_socket"),
+           "sd_bus_set_address");
+  checkBus(::sd_bus_set_bus_client(bus.get(), 1), "sd_bus_set_bus_client");
+  checkBus(::sd_bus_negotiate_fds(bus.get(), 0), "sd_bus_negotiate_fds");
   checkBus(::sd_bus_set_exit_on_disconnect(bus.get(), 1), "sd_bus_set_exit_on_disconnect");
+  checkBus(::sd_bus_start(bus.get()), "sd_bus_start");
   checkBus(::sd_bus_attach_event(bus.get(), loop, SD_EVENT_PRIORITY_NORMAL), "sd_bus_attach_event");
   return bus;
 }
