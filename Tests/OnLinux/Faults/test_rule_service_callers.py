@@ -28,7 +28,6 @@ from Tests.Support.Python.users import as_user, needs_real_root
 setUpModule = private_machine.enter
 
 OTHER = rule({"CN": "x"}, None)
-HUGE = "x" * 30_000_000  # The bus allows 32 MiB.
 MOST_OF_ONE_USER = 16
 MOST = 112
 
@@ -174,7 +173,7 @@ class ActivateTests(RuleServiceTestCase):
 
 @needs_real_root
 class BoundTests(RuleServiceTestCase):
-    users = {"ana": ANA} | {f"user{number}": 3000 + number for number in range(MOST // MOST_OF_ONE_USER + 1)}
+    users = {"ana": ANA} | {f"user{number}": 3000 + number for number in range(4 + MOST // 2)}
 
     def setUp(self):
         super().setUp()
@@ -204,19 +203,37 @@ class BoundTests(RuleServiceTestCase):
         self.assertEqual(same.store(OWN, interactive=True).error, "LimitsExceeded")
 
     def test_bounds_the_questions_of_all_users(self):
-        *callers, last = [self.client(user) for user in self.users.values() if user != ANA]
-        questions = [self.ask(caller) for caller in callers]
-        with self.unchanged():
-            self.assertEqual(last.store(OWN, interactive=True).error, "LimitsExceeded")
-            self.assertEqual(self.client(ANA).store(OWN).error, "LimitsExceeded")
-        self.leave(callers[0], questions[0])
-        self.ask(last, 1)
+        """Half of them are for users who have no question waiting."""
+        first, second, third, fourth, *others = [self.client(user) for user in self.users.values() if user != ANA]
+        questions = self.ask(first)
+        for caller, count in ((second, 16), (third, 16), (fourth, MOST // 2 - 3 * 16)):
+            self.ask(caller, count)
+        self.assertEqual(fourth.store(OWN, interactive=True).error, "LimitsExceeded")
         self.assertEqual(self.client(ANA).store(OTHER), DONE)
+        for caller in others:
+            self.ask(caller, 1)
+        with self.unchanged():
+            self.assertEqual(self.client(ANA).store(OWN).error, "LimitsExceeded")
+        self.leave(first, questions)
+        self.assertEqual(self.client(ANA).store(OWN), DONE)
+
+    def test_files_that_come_with_calls_use_up_no_descriptors(self):
+        """The bus passes 16 files with a call."""
+        self.assertEqual(self.client(ANA).store(OTHER), DONE)
+        caller = self.client(3000)
+        with open("/dev/null") as file:
+            number = caller.send_store_with_files(OWN, [file.fileno()] * 16)
+        self.assertEqual(caller.answer(number).error, "NotSupported")
 
 
 @needs_real_root
 class FloodTests(RuleServiceTestCase):
     users = {"ana": ANA} | {f"user{number}": 3000 + number for number in range(20)}
+
+    def setUp(self):
+        super().setUp()
+        # The bus allows 32 MiB. The sanitizers copy what has arrived for each packet that arrives.
+        self.huge = "x" * (3_000_000 if is_sanitized() else 30_000_000)
 
     def assert_little_memory_used(self) -> None:
         if not is_sanitized():
@@ -242,7 +259,7 @@ class FloodTests(RuleServiceTestCase):
         sent = []
         for number in range(1000):
             caller = callers[number % 20]
-            sent.append((caller, caller.send_store(HUGE if number % 200 == 0 else texts[number % 7])))
+            sent.append((caller, caller.send_store(self.huge if number % 200 == 0 else texts[number % 7])))
             if number % 250 == 249:
                 self.assertEqual(ana.store(OTHER, seconds=10), DONE)
         errors = [caller.answer(number).error for caller, number in sent]
@@ -258,11 +275,11 @@ class FloodTests(RuleServiceTestCase):
         ana, caller = self.client(ANA), self.client(3000)
         self.bus.start_with("sh", "-c", 'sleep 1; exec "$0"')
         for _ in ("at its start", "later"):
-            sent = [caller.send_store(HUGE) for _ in range(3)]
-            self.assertEqual(ana.send_store(OWN) and ana.clear("Google Chrome"), DONE)
+            sent = [caller.send_store(self.huge) for _ in range(3)]
+            self.assertEqual(ana.clear(), DONE)
             self.assertEqual([caller.answer(number).error for number in sent], ["InvalidArgs"] * 3)
             os.kill(self.bus.service, signal.SIGSTOP)
-            sent = [ana.send_store(OTHER), *(caller.send_store(HUGE) for _ in range(3))]
+            sent = [ana.send_store(OTHER), *(caller.send_store(self.huge) for _ in range(3))]
             os.kill(self.bus.service, signal.SIGCONT)
             self.assertEqual(ana.answer(sent[0]), DONE)
             self.assertEqual([caller.answer(number).error for number in sent[1:]], ["InvalidArgs"] * 3)

@@ -2,6 +2,7 @@
 """Clients of the private machine's system bus: callers of the rule service, and people before polkit's dialog."""
 
 import os
+import socket
 import time
 from pathlib import Path
 from typing import NamedTuple
@@ -35,7 +36,7 @@ class Client:
         # Both sides of the authentication ask the kernel for the user.
         os.setresuid(user, user, 0)
         try:
-            self._connection = open_dbus_connection("SYSTEM", auth_timeout=60)
+            self._connection = open_dbus_connection("SYSTEM", enable_fds=True, auth_timeout=60)
         finally:
             os.setresuid(0, 0, 0)
         self.name = self._connection.unique_name
@@ -103,6 +104,15 @@ class Client:
     def send_store(self, rule: str, browser: str = "Chromium", **settings) -> int:
         return self.send(SERVICE, "StoreRule", "ss", browser, rule, **settings)
 
+    def send_store_with_files(self, rule: str, files: list[int]) -> int:
+        """The call has these open files although no argument names them."""
+        call = new_method_call(SERVICE, "StoreRule", "ss", ("Chromium", rule))
+        call.header.flags |= MessageFlag.allow_interactive_authorization
+        call.header.fields[HeaderFields.unix_fds] = len(files)
+        number = next(self._connection.outgoing_serial)
+        socket.send_fds(self._connection.sock, [call.serialise(number)], files)
+        return number
+
     def store(self, rule: str, browser: str = "Chromium", seconds: float = 60, **settings) -> Answer:
         return self.answer(self.send_store(rule, browser, **settings), seconds)
 
@@ -136,6 +146,7 @@ class Dialog:
         """polkit closes the dialog."""
         withdrawal = self._client.await_call("CancelAuthentication", lambda call: call.body[0] == cookie_of(question))
         self._client.reply(new_method_return(withdrawal))
+        self.cancel(question)
 
     def cancel(self, question: Message) -> None:
         """The person closes the dialog."""
