@@ -298,6 +298,7 @@ class PermissionTests(RuleServiceTestCase):
     def test_activate_fails_without_permission_and_without_a_bus(self):
         identity = self.make_identity()
         command = (*self.become(BEN), *self.activate_command(identity))
+        self.write_own_file(policies(ELSEWHERE))
         with self.unchanged():
             self.assertEqual(self.machine.run(*command), failed(messages.POLICY_WRITE_FAILED))
             self.bus.close()

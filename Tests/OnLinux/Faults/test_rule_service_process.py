@@ -71,12 +71,13 @@ class LockTests(RuleServiceTestCase):
         self.identity = self.make_identity()
 
     def test_only_root_may_open_the_lock(self):
-        user = self.become(ANA)
-        self.assertEqual(self.machine.run(*user, *self.activate_command(self.identity)), ACTIVATED)
-        self.assertEqual(stat.filemode(LOCK.stat().st_mode), "drwx------")
-        done = self.machine.run(*user, "flock", "--nonblock", LOCK, "true")
-        self.assertNotEqual(done.status, 0)
-        self.assertIn(b"Permission denied", done.stderr)
+        for user in ((), self.become(ANA)):
+            self.assertEqual(self.machine.run(*user, *self.activate_command(self.identity)), ACTIVATED)
+            self.assertEqual(stat.filemode(LOCK.stat().st_mode), "drwx------")
+            done = self.machine.run(*as_user(ANA), "flock", "--nonblock", LOCK, "true")
+            self.assertNotEqual(done.status, 0)
+            self.assertIn(b"Permission denied", done.stderr)
+            LOCK.rmdir()
 
     def test_a_lock_that_others_may_open_is_refused(self):
         closed = self.machine.folder / "closed"
@@ -130,7 +131,7 @@ class LifeTests(RuleServiceTestCase):
     def test_ends_together_with_the_bus(self):
         self.assertEqual(self.client(ANA).store(OWN), DONE)
         self.bus.close()
-        await_until(lambda: not self.bus.service, "the rule service to end")
+        await_until(lambda: not self.bus.service, "the rule service to end", 10)
 
     def test_ends_when_idle_for_half_a_minute(self):
         """A call that arrives while it ends is not lost, and the next one starts it again."""
