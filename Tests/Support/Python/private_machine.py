@@ -245,10 +245,13 @@ class PrivateMachine:
 
     def replace(self, browser: Browser, script: str) -> None:
         """Replaces the browser with this script."""
-        file = self.folder / "replacement"
+        self.replace_program(browser.executable, script)
+
+    def replace_program(self, program: Path, script: str) -> None:
+        file = self.folder / f"replacement-of-{program.name}"
         file.write_text(script)
         file.chmod(0o755)
-        self.mount_over(browser.executable, file)
+        self.mount_over(program, file)
 
     def launches(self) -> list[tuple[str, list[bytes]]]:
         """Waits until all stand-ins have ended. Returns the name and the arguments of each, in order."""
