@@ -2,12 +2,11 @@
 #pragma once
 
 #include <systemd/sd-bus.h>
-#include <systemd/sd-event.h>
 
 #include <memory>
 #include <system_error>
 
-// Owners of what sd-bus and sd-event hand out.
+// Owners of what sd-bus hands out.
 
 namespace lumaret {
 
@@ -17,7 +16,6 @@ struct BusRelease {
   void operator()(sd_bus_slot* slot) const { ::sd_bus_slot_unref(slot); }
   void operator()(sd_bus_track* track) const { ::sd_bus_track_unref(track); }
   void operator()(sd_bus_creds* credentials) const { ::sd_bus_creds_unref(credentials); }
-  void operator()(sd_event* loop) const { ::sd_event_unref(loop); }
 };
 
 using BusOwner = std::unique_ptr<sd_bus, BusRelease>;
@@ -25,10 +23,8 @@ using BusMessage = std::unique_ptr<sd_bus_message, BusRelease>;
 using BusSlot = std::unique_ptr<sd_bus_slot, BusRelease>;
 using BusTrack = std::unique_ptr<sd_bus_track, BusRelease>;
 using BusCredentials = std::unique_ptr<sd_bus_creds, BusRelease>;
-using EventLoop = std::unique_ptr<sd_event, BusRelease>;
 
-/// Returns the result of a call of sd-bus or sd-event. Throws std::system_error if it is a negative
-/// errno.
+/// Returns the result of a call of sd-bus. Throws std::system_error if it is a negative errno.
 inline int checkBus(int result, const char* call) {
   if (result < 0) {
     throw std::system_error(-result, std::generic_category(), call);
@@ -36,7 +32,7 @@ inline int checkBus(int result, const char* call) {
   return result;
 }
 
-/// Calls a function of either that returns its result through a first argument of type Handle**,
+/// Calls a function of sd-bus that returns its result through a first argument of type Handle**,
 /// and takes ownership. Throws std::system_error.
 template <typename Owner, typename Function>
 Owner obtainFromBus(const char* call, Function function) {

@@ -14,7 +14,7 @@ RuleChange::RuleChange(std::string_view browser, std::optional<std::string> rule
     : browser_(browser), rule_(std::move(rule)) {
   const auto folder = ChromeInstallation::managedPoliciesOf(browser);
   if (!folder) {
-    throw InvalidArgument("The browser must be \"Google Chrome\" or \"Chromium\".");
+    throw InvalidArgument("The browser must be Google Chrome or Chromium.");
   }
   managedPolicies_ = *folder;
 }

@@ -2,6 +2,7 @@
 #include "LumaretMacHelper/RuleService/RuleService.hpp"
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
 #include <stdexcept>
 #include <utility>
@@ -84,17 +85,17 @@ struct RuleService::Question {
 };
 
 RuleService::RuleService(sd_bus* calls, sd_bus* questions) : bus_(questions) {
-  static const sd_bus_vtable methods[] = {
-      SD_BUS_VTABLE_START(0),
-      SD_BUS_METHOD_WITH_NAMES(ruleService::storeRule, "ss",
-                               SD_BUS_PARAM(browser) SD_BUS_PARAM(rule), "", "", handleStoreRule,
-                               SD_BUS_VTABLE_UNPRIVILEGED),
-      SD_BUS_METHOD_WITH_NAMES(ruleService::clearRule, "s", SD_BUS_PARAM(browser), "", "",
-                               handleClearRule, SD_BUS_VTABLE_UNPRIVILEGED),
-      SD_BUS_VTABLE_END};
+  static const std::array<sd_bus_vtable, 4> methods = {
+      {SD_BUS_VTABLE_START(0),
+       SD_BUS_METHOD_WITH_NAMES(ruleService::storeRule, "ss",
+                                SD_BUS_PARAM(browser) SD_BUS_PARAM(rule), "", "", handleStoreRule,
+                                SD_BUS_VTABLE_UNPRIVILEGED),
+       SD_BUS_METHOD_WITH_NAMES(ruleService::clearRule, "s", SD_BUS_PARAM(browser), "", "",
+                                handleClearRule, SD_BUS_VTABLE_UNPRIVILEGED),
+       SD_BUS_VTABLE_END}};
   methods_ = obtainFromBus<BusSlot>("sd_bus_add_object_vtable", [&](sd_bus_slot** result) {
     return ::sd_bus_add_object_vtable(calls, result, ruleService::objectPath,
-                                      ruleService::interfaceName, methods, this);
+                                      ruleService::interfaceName, methods.data(), this);
   });
 }
 
@@ -102,8 +103,8 @@ RuleService::~RuleService() = default;
 
 bool RuleService::isIdle() const noexcept { return questions_.empty(); }
 
-int RuleService::handleStoreRule(sd_bus_message* call, void* service, sd_bus_error* /*error*/) {
-  return static_cast<RuleService*>(service)->handleCall(call, [call] {
+int RuleService::handleStoreRule(sd_bus_message* call, void* userdata, sd_bus_error* /*error*/) {
+  return static_cast<RuleService*>(userdata)->handleCall(call, [call] {
     const char* browser = nullptr;
     const char* rule = nullptr;
     checkBus(::sd_bus_message_read(call, "ss", &browser, &rule), "sd_bus_message_read");
@@ -111,8 +112,8 @@ int RuleService::handleStoreRule(sd_bus_message* call, void* service, sd_bus_err
   });
 }
 
-int RuleService::handleClearRule(sd_bus_message* call, void* service, sd_bus_error* /*error*/) {
-  return static_cast<RuleService*>(service)->handleCall(call, [call] {
+int RuleService::handleClearRule(sd_bus_message* call, void* userdata, sd_bus_error* /*error*/) {
+  return static_cast<RuleService*>(userdata)->handleCall(call, [call] {
     const char* browser = nullptr;
     checkBus(::sd_bus_message_read(call, "s", &browser), "sd_bus_message_read");
     return RuleChange::clearing(browser);

@@ -48,10 +48,10 @@ class RuleService {
  private:
   struct Question;
 
-  static int handleStoreRule(sd_bus_message* call, void* service, sd_bus_error* error);
-  static int handleClearRule(sd_bus_message* call, void* service, sd_bus_error* error);
-  static int handleAnswer(sd_bus_message* answer, void* question, sd_bus_error* error);
-  static int handleCallerGone(sd_bus_track* track, void* question);
+  static int handleStoreRule(sd_bus_message* call, void* userdata, sd_bus_error* error);
+  static int handleClearRule(sd_bus_message* call, void* userdata, sd_bus_error* error);
+  static int handleAnswer(sd_bus_message* answer, void* userdata, sd_bus_error* error);
+  static int handleCallerGone(sd_bus_track* track, void* userdata);
 
   [[nodiscard]] uid_t userOf(sd_bus_message* call) const;
   template <typename Parse>

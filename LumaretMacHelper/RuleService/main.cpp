@@ -3,15 +3,18 @@
 // nothing to do for half a minute.
 
 #include <malloc.h>
+#include <poll.h>
 #include <unistd.h>
 
+#include <array>
 #include <chrono>
-#include <cstdint>
+#include <cstddef>
 #include <cstdlib>
 #include <exception>
 #include <stdexcept>
 #include <string>
 
+#include "LumaretMacHelper/POSIX/SystemCalls.hpp"
 #include "LumaretMacHelper/PlatformFunctions.hpp"
 #include "LumaretMacHelper/RuleService/Address.hpp"
 #include "LumaretMacHelper/RuleService/Bus.hpp"
@@ -28,49 +31,47 @@ constexpr int leastReturnedBlock = 1 << 20;
 
 /// Like sd_bus_open_system, but the bus hands over no files of callers: calls that wait would use
 /// up all descriptors.
-BusOwner connect(sd_event* loop) {
+BusOwner connect() {
   auto bus = obtainFromBus<BusOwner>("sd_bus_new", ::sd_bus_new);
   checkBus(::sd_bus_set_address(bus.get(), "unix:path=/run/dbus/system_bus_socket"),
            "sd_bus_set_address");
   checkBus(::sd_bus_set_bus_client(bus.get(), 1), "sd_bus_set_bus_client");
   checkBus(::sd_bus_negotiate_fds(bus.get(), 0), "sd_bus_negotiate_fds");
-  checkBus(::sd_bus_set_exit_on_disconnect(bus.get(), 1), "sd_bus_set_exit_on_disconnect");
   checkBus(::sd_bus_start(bus.get()), "sd_bus_start");
-  checkBus(::sd_bus_attach_event(bus.get(), loop, SD_EVENT_PRIORITY_NORMAL), "sd_bus_attach_event");
   return bus;
 }
 
-int handleNameReleased(sd_bus_message* /*answer*/, void* isReleased, sd_bus_error* /*error*/) {
-  *static_cast<bool*>(isReleased) = true;
-  return 0;
+/// Handles one message of each connection, or else waits for the next one. Returns false if none
+/// came in time. sd-bus looks at its own time limits whenever this is called.
+bool handleMessage(const std::array<sd_bus*, 2>& connections, std::chrono::milliseconds wait) {
+  bool handled = false;
+  std::array<pollfd, 2> files{};
+  for (std::size_t index = 0; index < files.size(); ++index) {
+    sd_bus* const bus = connections.at(index);
+    handled |= checkBus(::sd_bus_process(bus, nullptr), "sd_bus_process") > 0;
+    files.at(index) = {checkBus(::sd_bus_get_fd(bus), "sd_bus_get_fd"),
+                       static_cast<short>(checkBus(::sd_bus_get_events(bus), "sd_bus_get_events")),
+                       0};
+  }
+  return handled ||
+         checked(::poll(files.data(), files.size(), static_cast<int>(wait.count())), "poll") > 0;
 }
 
-/// Once the name is released, the bus starts another service for the next call. Calls that arrived
-/// before are still handled here.
 void serve() {
-  const auto loop = obtainFromBus<EventLoop>("sd_event_new", ::sd_event_new);
-  const BusOwner calls = connect(loop.get());
-  const BusOwner questions = connect(loop.get());
+  const BusOwner calls = connect();
+  const BusOwner questions = connect();
   const RuleService service(calls.get(), questions.get());
-  checkBus(
-      ::sd_bus_request_name_async(calls.get(), nullptr, ruleService::busName, 0, nullptr, nullptr),
-      ruleService::busName);
-
-  bool isEnding = false;
-  bool isReleased = false;
-  while (!isReleased || !service.isIdle()) {
-    const std::uint64_t wait =
-        isEnding || !service.isIdle() ? UINT64_MAX : std::chrono::microseconds(idleTime).count();
-    if (checkBus(::sd_event_run(loop.get(), wait), "sd_event_run") == 0) {
-      checkBus(::sd_bus_release_name_async(calls.get(), nullptr, ruleService::busName,
-                                           handleNameReleased, &isReleased),
-               "sd_bus_release_name_async");
-      isEnding = true;
+  const std::array<sd_bus*, 2> connections = {calls.get(), questions.get()};
+  do {
+    checkBus(::sd_bus_request_name(calls.get(), ruleService::busName, 0), ruleService::busName);
+    while (handleMessage(connections, idleTime) || !service.isIdle()) {
     }
-    if (::sd_event_get_state(loop.get()) == SD_EVENT_FINISHED) {
-      throw std::runtime_error("The system bus closed the connection.");
+    // From here on, the bus starts another service for the next call. Those that have arrived
+    // before are still handled here.
+    checkBus(::sd_bus_release_name(calls.get(), ruleService::busName), ruleService::busName);
+    while (handleMessage(connections, std::chrono::milliseconds::zero())) {
     }
-  }
+  } while (!service.isIdle());
 }
 
 }  // namespace
