@@ -1,16 +1,13 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Callers that leave dialogs open, leave, stall, or call too often do not harm others."""
+"""Callers that leave dialogs open, leave, or call too often do not harm others."""
 
-import contextlib
 import fcntl
 import os
 import pty
-import secrets
 import shutil
 import signal
 import subprocess
 import termios
-import time
 import unittest
 from pathlib import Path
 
@@ -21,8 +18,7 @@ from Tests.Support.Python.policy_files import rule
 from Tests.Support.Python.private_machine import await_until
 from Tests.Support.Python.project import is_sanitized
 from Tests.Support.Python.rule_service_test_case import ANA, BEN, OWN, RuleServiceTestCase
-from Tests.Support.Python.system_bus import CALL
-from Tests.Support.Python.users import as_user, needs_real_root
+from Tests.Support.Python.users import needs_real_root
 
 
 setUpModule = private_machine.enter
@@ -284,80 +280,6 @@ class FloodTests(RuleServiceTestCase):
             self.assertEqual(ana.answer(sent[0]), DONE)
             self.assertEqual([caller.answer(number).error for number in sent[1:]], ["InvalidArgs"] * 3)
         self.assert_little_memory_used()
-
-
-@needs_real_root
-class StalledCallerTests(RuleServiceTestCase):
-    """Ana's store waits for the lock. Then nothing of hers may delay it, or Ben's."""
-
-    def setUp(self):
-        super().setUp()
-        self.bus.permit("ana", "ben")
-
-    @contextlib.contextmanager
-    def waiting_store(self, *prefix: str, **settings):
-        with self.holding_the_lock():
-            caller = subprocess.Popen(
-                (*as_user(ANA), *prefix, *CALL, "StoreRule", "ss", "Google Chrome", OWN), **settings
-            )
-            self.addCleanup(caller.wait)
-            self.addCleanup(caller.kill)
-            self.await_waiting_for_the_lock()
-            yield caller
-        began = time.monotonic()
-        self.assertEqual(self.client(BEN).store(OTHER, seconds=20), DONE)
-        self.assertLess(time.monotonic() - began, 10)
-        self.assertEqual(self.stored_rules(private_machine.GOOGLE_CHROME), [OWN])
-
-    def test_a_stopped_caller_delays_nobody(self):
-        with self.waiting_store() as caller:
-            caller.send_signal(signal.SIGSTOP)
-
-    def test_a_killed_caller_delays_nobody(self):
-        with self.waiting_store() as caller:
-            caller.kill()
-
-    def test_a_caller_of_the_least_priority_delays_nobody(self):
-        with self.waiting_store("chrt", "--idle", "0", "nice", "-n", "19"):
-            self.assertEqual(os.sched_getscheduler(self.bus.service), os.sched_getscheduler(0))
-
-    def test_a_caller_that_reads_no_answers_delays_nobody(self):
-        caller = self.client(ANA)
-        for _ in range(120):
-            caller.send_store("")
-        with self.waiting_store():
-            pass
-
-    def make_group(self) -> Path:
-        place = self.machine.folder / "groups"
-        place.mkdir()
-        group = place / f"lumaret-test-{secrets.token_hex(4)}"
-        try:
-            self.machine.mount("-t", "cgroup2", "none", place)
-            group.mkdir()
-        except (OSError, subprocess.CalledProcessError) as error:
-            self.skipTest(f"no control group can be made here: {error}")
-        self.addCleanup(lambda: await_until(lambda: not self.end_group(group), "the group to end"))
-        return group
-
-    @staticmethod
-    def end_group(group: Path) -> str:
-        (group / "cgroup.freeze").write_text("0")
-        processes = (group / "cgroup.procs").read_text()
-        for process in processes.split():
-            os.kill(int(process), signal.SIGKILL)
-        if not processes:
-            group.rmdir()
-        return processes
-
-    def test_a_frozen_caller_delays_nobody(self):
-        group = self.make_group()
-        enter = lambda: (group / "cgroup.procs").write_text("0")
-        with self.waiting_store(preexec_fn=enter) as caller:
-            self.assertIn(group.name, Path("/proc", str(caller.pid), "cgroup").read_text())
-            self.assertNotIn(group.name, Path("/proc", str(self.bus.service), "cgroup").read_text())
-            (group / "cgroup.freeze").write_text("1")
-            await_until(lambda: "frozen 1" in (group / "cgroup.events").read_text(), "the group to freeze")
 
 
 if __name__ == "__main__":
