@@ -20,8 +20,8 @@ namespace lumaret {
 /// answers yes. If the caller leaves the bus before, the question is withdrawn and nothing is
 /// changed. Without an answer from polkit, nothing is changed either.
 ///
-/// Every call is answered, and standard error gets one line about it, with the caller's user
-/// number.
+/// Every call with the right arguments is answered, and standard error gets one line about it, with
+/// the caller's user number.
 class RuleService {
  public:
   /// Questions to polkit that may wait at the same time. A call beyond that is refused, so neither

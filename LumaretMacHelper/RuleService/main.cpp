@@ -8,6 +8,7 @@
 
 #include <array>
 #include <chrono>
+#include <csignal>
 #include <cstddef>
 #include <cstdlib>
 #include <exception>
@@ -57,21 +58,32 @@ bool handleMessage(const std::array<sd_bus*, 2>& connections, std::chrono::milli
          checked(::poll(files.data(), files.size(), static_cast<int>(wait.count())), "poll") > 0;
 }
 
+int handleNameReleased(sd_bus_message* /*answer*/, void* isReleased, sd_bus_error* /*error*/) {
+  *static_cast<bool*>(isReleased) = true;
+  return 0;
+}
+
 void serve() {
   const BusOwner calls = connect();
   const BusOwner questions = connect();
   const RuleService service(calls.get(), questions.get());
   const std::array<sd_bus*, 2> connections = {calls.get(), questions.get()};
-  do {
-    checkBus(::sd_bus_request_name(calls.get(), ruleService::busName, 0), ruleService::busName);
-    while (handleMessage(connections, idleTime) || !service.isIdle()) {
-    }
-    // From here on, the bus starts another service for the next call. Those that have arrived
-    // before are still handled here.
-    checkBus(::sd_bus_release_name(calls.get(), ruleService::busName), ruleService::busName);
-    while (handleMessage(connections, std::chrono::milliseconds::zero())) {
-    }
-  } while (!service.isIdle());
+  checkBus(
+      ::sd_bus_request_name_async(calls.get(), nullptr, ruleService::busName, 0, nullptr, nullptr),
+      ruleService::busName);
+  while (handleMessage(connections, idleTime) || !service.isIdle()) {
+  }
+
+  // Once the name is released, the bus starts another service for the next call, and systemd ends
+  // this one by a signal. Calls that arrived before are still handled here.
+  static_cast<void>(std::signal(SIGTERM, SIG_IGN));
+  bool isReleased = false;
+  checkBus(::sd_bus_release_name_async(calls.get(), nullptr, ruleService::busName,
+                                       handleNameReleased, &isReleased),
+           ruleService::busName);
+  while (!isReleased || !service.isIdle()) {
+    handleMessage(connections, idleTime);
+  }
 }
 
 }  // namespace
