@@ -19,7 +19,7 @@
 #include "LumaretMacHelper/Linux/CertificateDecoder.hpp"
 #include "LumaretMacHelper/LumaretMacHelper.hpp"
 #include "LumaretMacHelper/POSIX/StandardStreams.hpp"
-#include "LumaretMacHelper/Platform.hpp"
+#include "LumaretMacHelper/PlatformFunctions.hpp"
 
 namespace {
 

@@ -24,9 +24,9 @@
 namespace {
 
 using lumaret::ChromeCertificatePolicyService;
+using lumaret::rulesPolicy;
 using nlohmann::json;
 
-constexpr const char* policyName = "AutoSelectCertificateForUrls";
 const std::string ownRule = R"({"filter":{"SUBJECT":{"CN":"Ana"}},"pattern":"*"})";
 
 /// In memory, if the machine has a place for that.
@@ -71,7 +71,7 @@ bool areCharacters(const std::vector<std::string>& rules) {
 json othersIn(const std::string& text) {
   json policies = json::parse(text, nullptr, false, true);
   if (policies.is_object()) {
-    policies.erase(policyName);
+    policies.erase(rulesPolicy);
   }
   return policies.is_object() ? policies : json::object();
 }
@@ -98,8 +98,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   REQUIRE(areCharacters(*before));
   // The rules that were read are those that a strict parser finds.
   const json strict = json::parse(text, nullptr, false);
-  if (strict.is_object() && strict.contains(policyName) && text.find('\0') == std::string::npos) {
-    REQUIRE(strict[policyName] == json(*before));
+  if (strict.is_object() && strict.contains(rulesPolicy) && text.find('\0') == std::string::npos) {
+    REQUIRE(strict[rulesPolicy] == json(*before));
   } else if (strict.is_object()) {
     REQUIRE(before->empty());
   }
@@ -110,7 +110,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   REQUIRE(rulesOf(folder) == merged);
   const std::string written = lumaret::tests::readFile(place.own);
   const json policies = json::parse(written);  // Strict, and so UTF-8.
-  REQUIRE(policies.at(policyName) == json(merged));
+  REQUIRE(policies.at(rulesPolicy) == json(merged));
   if (isOther) {
     REQUIRE(policies.size() == 1);
     REQUIRE(lumaret::tests::readFile(place.other) == text);

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <cstdint>
 #include <exception>
 #include <memory>
 #include <optional>
@@ -12,25 +11,19 @@
 
 namespace lumaret {
 
-/// Why the preferences cannot be read. `lumaret-macos-helper` never prints it.
+/// The name of Chrome's policy whose value is the list of auto-select rules.
+inline constexpr const char* rulesPolicy = "AutoSelectCertificateForUrls";
+
+/// The stored value is not a list of strings. `lumaret-macos-helper` never prints this error.
 class ChromePreferencesError : public std::exception {
  public:
-  enum class Kind : std::uint8_t {
-    /// The stored value is not a list of strings.
-    invalidStoredValue,
-  };
-
   [[nodiscard]] const char* what() const noexcept override { return "invalidStoredValue"; }
-  [[nodiscard]] Kind kind() const noexcept { return kind_; }
 
-  bool operator==(const ChromePreferencesError& other) const { return kind_ == other.kind_; }
-
- private:
-  Kind kind_ = Kind::invalidStoredValue;
+  bool operator==(const ChromePreferencesError& /*other*/) const { return true; }
 };
 
-/// Chrome's list of auto-select rules (`AutoSelectCertificateForUrls`). Each string is the JSON
-/// text of one rule. The list is read and written as a whole.
+/// Chrome's list of auto-select rules. Each string is the JSON text of one rule. The list is read
+/// and written as a whole.
 class ChromePreferencesStoring {
  public:
   virtual ~ChromePreferencesStoring() = default;

@@ -5,7 +5,7 @@
 #include <exception>
 #include <utility>
 
-#include "LumaretMacHelper/Platform.hpp"
+#include "LumaretMacHelper/PlatformFunctions.hpp"
 
 namespace lumaret {
 namespace {
@@ -20,14 +20,6 @@ std::string lowerCasedScheme(const URL& url) {
 }
 
 }  // namespace
-
-ChromeProcessError::ChromeProcessError(std::int32_t status)
-    : std::runtime_error("Google Chrome exited with status " + std::to_string(status) + "."),
-      status_(status) {}
-
-ChromeProcessError ChromeProcessError::unsuccessfulExit(std::int32_t status) {
-  return ChromeProcessError(status);
-}
 
 ChromeLauncher::ChromeLauncher(std::filesystem::path executableURL,
                                std::shared_ptr<const ChromeLaunchEnvironment> environment)
@@ -60,7 +52,7 @@ void ChromeLauncher::open(const std::optional<URL>& destination) const {
 }
 
 void ChromeLauncher::refreshAndOpenWindow(const std::optional<URL>& destination) const {
-  if (environment_->isApplicationRunning("com.google.Chrome")) {
+  if (environment_->isApplicationRunning(chromeIdentifier)) {
     environment_->run(executableURL_, {"--refresh-platform-policy"}, /*waitUntilExit=*/true);
   }
 

@@ -18,14 +18,18 @@ namespace lumaret {
 /// user.
 class ChromeProcessError : public std::runtime_error {
  public:
-  static ChromeProcessError unsuccessfulExit(std::int32_t status);
+  static ChromeProcessError unsuccessfulExit(std::int32_t status) {
+    return ChromeProcessError(status);
+  }
 
   [[nodiscard]] std::int32_t status() const noexcept { return status_; }
 
   bool operator==(const ChromeProcessError& other) const { return status_ == other.status_; }
 
  private:
-  explicit ChromeProcessError(std::int32_t status);
+  explicit ChromeProcessError(std::int32_t status)
+      : std::runtime_error("Google Chrome exited with status " + std::to_string(status) + "."),
+        status_(status) {}
 
   std::int32_t status_;
 };

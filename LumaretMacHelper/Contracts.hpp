@@ -31,6 +31,9 @@ inline constexpr KeychainStatus keychainStatusInternalComponent = -2070;
 /// The message for a failure that is not a std::exception. A foreign library may throw one.
 inline constexpr const char* unknownError = "Unknown error.";
 
+/// The browser's bundle identifier on macOS, which stands for it on every platform.
+inline constexpr const char* chromeIdentifier = "com.google.Chrome";
+
 /// A distinguished name reduced to the attributes that Chrome's certificate filters match. An
 /// attribute that the certificate does not have is absent, never empty.
 struct CertificatePrincipal {
@@ -88,20 +91,46 @@ class CertificateSelectorError : public std::runtime_error {
     keychainAuthorizationCancelled,
   };
 
-  static CertificateSelectorError keychainFailure(KeychainStatus status);
+  static CertificateSelectorError keychainFailure(KeychainStatus status) {
+    return CertificateSelectorError(Kind::keychainFailure, status);
+  }
   /// The text is the end of the message and includes its full stop.
-  static CertificateSelectorError chromeLaunchFailed(const std::string& text);
-  static CertificateSelectorError keychainAuthorizationFailed(KeychainStatus status);
-  static CertificateSelectorError certificateHasNoSubject();
-  static CertificateSelectorError policyEncodingFailed();
-  static CertificateSelectorError policyWriteFailed();
-  static CertificateSelectorError policyVerificationFailed();
-  static CertificateSelectorError chromeNotInstalled();
-  static CertificateSelectorError selectedIdentityNotFound();
-  static CertificateSelectorError selectedIdentityAmbiguous();
-  static CertificateSelectorError selectedIdentityHasNoPrivateKey();
-  static CertificateSelectorError chromeKeyAuthorizationUnsupported();
-  static CertificateSelectorError keychainAuthorizationCancelled();
+  static CertificateSelectorError chromeLaunchFailed(const std::string& text) {
+    return CertificateSelectorError(Kind::chromeLaunchFailed, text);
+  }
+  static CertificateSelectorError keychainAuthorizationFailed(KeychainStatus status) {
+    return CertificateSelectorError(Kind::keychainAuthorizationFailed, status);
+  }
+  static CertificateSelectorError certificateHasNoSubject() {
+    return CertificateSelectorError(Kind::certificateHasNoSubject);
+  }
+  static CertificateSelectorError policyEncodingFailed() {
+    return CertificateSelectorError(Kind::policyEncodingFailed);
+  }
+  static CertificateSelectorError policyWriteFailed() {
+    return CertificateSelectorError(Kind::policyWriteFailed);
+  }
+  static CertificateSelectorError policyVerificationFailed() {
+    return CertificateSelectorError(Kind::policyVerificationFailed);
+  }
+  static CertificateSelectorError chromeNotInstalled() {
+    return CertificateSelectorError(Kind::chromeNotInstalled);
+  }
+  static CertificateSelectorError selectedIdentityNotFound() {
+    return CertificateSelectorError(Kind::selectedIdentityNotFound);
+  }
+  static CertificateSelectorError selectedIdentityAmbiguous() {
+    return CertificateSelectorError(Kind::selectedIdentityAmbiguous);
+  }
+  static CertificateSelectorError selectedIdentityHasNoPrivateKey() {
+    return CertificateSelectorError(Kind::selectedIdentityHasNoPrivateKey);
+  }
+  static CertificateSelectorError chromeKeyAuthorizationUnsupported() {
+    return CertificateSelectorError(Kind::chromeKeyAuthorizationUnsupported);
+  }
+  static CertificateSelectorError keychainAuthorizationCancelled() {
+    return CertificateSelectorError(Kind::keychainAuthorizationCancelled);
+  }
 
   [[nodiscard]] Kind kind() const noexcept { return kind_; }
   /// The whole message. what() would end at a zero byte in the payload's text.

@@ -3,7 +3,7 @@
 
 #include <string_view>
 
-#include "LumaretMacHelper/Platform.hpp"
+#include "LumaretMacHelper/PlatformFunctions.hpp"
 
 namespace lumaret {
 

@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "LumaretMacHelper/Fingerprint.hpp"
-#include "LumaretMacHelper/Platform.hpp"
+#include "LumaretMacHelper/PlatformFunctions.hpp"
 
 namespace lumaret {
 namespace {

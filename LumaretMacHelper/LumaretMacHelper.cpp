@@ -15,7 +15,8 @@
 #include "LumaretMacHelper/Contracts.hpp"
 #include "LumaretMacHelper/KeychainChromePrivateKeyAuthorizer.hpp"
 #include "LumaretMacHelper/KeychainIdentityLoader.hpp"
-#include "LumaretMacHelper/Platform.hpp"
+#include "LumaretMacHelper/PlatformFunctions.hpp"
+#include "LumaretMacHelper/URL.hpp"
 
 namespace lumaret {
 namespace {
@@ -59,10 +60,6 @@ std::string internetDateTime(Date date) {
 }
 
 }  // namespace
-
-CommandError::CommandError()
-    : std::runtime_error(
-          "Uso: lumaret-macos-helper list | activate --fingerprint <sha256> [--url <https-url>]") {}
 
 void LumaretMacHelper::main(int argumentCount, const char* const* processArguments) {
   prepareStandardStreams();

@@ -17,7 +17,10 @@ class CommandError : public std::runtime_error {
   bool operator==(const CommandError& /*other*/) const { return true; }
 
  private:
-  CommandError();  // NOLINT(modernize-use-equals-delete): defined, for usage() only
+  CommandError()
+      : std::runtime_error(
+            "Uso: lumaret-macos-helper list | "
+            "activate --fingerprint <sha256> [--url <https-url>]") {}
 };
 
 /// The command line. It keeps no state between calls.

@@ -103,14 +103,13 @@ std::vector<StoredIdentity> readStoredIdentities() {
   }
 
   std::vector<StoredIdentity> identities;
-  for (auto* element = PK11_GetFirstSafe(slots.get()); element != nullptr;
-       element = PK11_GetNextSafe(slots.get(), element, PR_FALSE)) {
+  // Nobody else changes this list, so its elements need no references of their own.
+  for (const auto* element = slots->head; element != nullptr; element = element->next) {
     try {
       std::vector<StoredIdentity> found = identitiesOf(element->slot);
       std::move(found.begin(), found.end(), std::back_inserter(identities));
     } catch (const CertificateDatabaseError&) {
       if (PK11_IsInternal(element->slot) != PR_FALSE) {
-        PK11_FreeSlotListElement(slots.get(), element);
         throw;
       }
     }

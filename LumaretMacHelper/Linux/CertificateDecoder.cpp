@@ -5,7 +5,7 @@
 #include <secasn1.h>
 #include <secder.h>
 #include <secitem.h>
-#include <unicode/utf8.h>
+#include <unicode/ustring.h>
 
 #include <chrono>
 #include <memory>
@@ -31,18 +31,13 @@ OptionalCertificateProperty entry(std::string label, CertificateProperty value) 
       {CertificatePropertyDictionary{property({std::move(label)}), property(std::move(value))}});
 }
 
-// Uses a macro of ICU's headers: a run that sorts no names then does not load the library.
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wconversion"
 bool isUTF8(const std::string& text) {
-  const auto length = static_cast<int32_t>(text.size());
-  UChar32 character = 0;
-  for (int32_t index = 0; index < length && character >= 0;) {
-    U8_NEXT(text, index, length, character);
-  }
-  return character >= 0;
+  UErrorCode status = U_ZERO_ERROR;
+  int32_t length = 0;
+  // Only measures the converted text, but looks at every byte for that.
+  u_strFromUTF8(nullptr, 0, &length, text.data(), static_cast<int32_t>(text.size()), &status);
+  return status != U_INVALID_CHAR_FOUND;
 }
-#pragma GCC diagnostic pop
 
 /// The dotted notation of an attribute of X.520 (2.5.4.n with n below 128). The rules match no
 /// other attributes: their labels are empty, which is not an object identifier.

@@ -7,7 +7,7 @@
 #include "LumaretMacHelper/Linux/ChromeInstallation.hpp"
 #include "LumaretMacHelper/Linux/ManagedPolicyFolder.hpp"
 #include "LumaretMacHelper/POSIX/Process.hpp"
-#include "LumaretMacHelper/Platform.hpp"
+#include "LumaretMacHelper/PlatformServices.hpp"
 #include "LumaretMacHelper/RuleService/Address.hpp"
 
 namespace lumaret {

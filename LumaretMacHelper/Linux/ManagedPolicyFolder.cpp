@@ -14,6 +14,7 @@
 
 #include "LumaretMacHelper/ChromeCertificatePolicyService.hpp"
 #include "LumaretMacHelper/Linux/PolicyFile.hpp"
+#include "LumaretMacHelper/POSIX/SystemCalls.hpp"
 
 namespace lumaret {
 namespace {
@@ -68,19 +69,20 @@ ManagedPolicyFolder::ManagedPolicyFolder(std::filesystem::path folder)
 
 FileDescriptor ManagedPolicyFolder::takeTurn() {
   constexpr const char* place = "/run/lumaret-macos-helper";
-  const auto check = [&](bool succeeded, int error) {
-    if (!succeeded) {
-      throw std::system_error(error, std::generic_category(), place);
-    }
-  };
-  check(::mkdir(place, S_IRWXU) == 0 || errno == EEXIST, errno);
-  FileDescriptor folder(::open(place, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-  check(static_cast<bool>(folder), errno);
+  if (::mkdir(place, S_IRWXU) != 0 && errno != EEXIST) {
+    checked(-1, place);
+  }
+  FileDescriptor folder(
+      checked(::open(place, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC), place));
   struct stat status = {};
-  check(::fstat(folder.number(), &status) == 0, errno);
-  check(status.st_uid == ::geteuid() && (status.st_mode & (S_IRWXG | S_IRWXO)) == 0, EPERM);
+  checked(::fstat(folder.number(), &status), place);
+  if (status.st_uid != ::geteuid() || (status.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
+    throw std::system_error(std::make_error_code(std::errc::operation_not_permitted), place);
+  }
   while (::flock(folder.number(), LOCK_EX) != 0) {
-    check(errno == EINTR, errno);
+    if (errno != EINTR) {
+      checked(-1, place);
+    }
   }
   return folder;
 }

@@ -15,29 +15,10 @@
 #include <utility>
 
 #include "LumaretMacHelper/POSIX/FileDescriptor.hpp"
+#include "LumaretMacHelper/POSIX/SystemCalls.hpp"
 
 namespace lumaret {
 namespace {
-
-/// Throws the error in errno if the result is negative.
-template <typename Result>
-Result check(Result result, const std::filesystem::path& path) {
-  if (result < 0) {
-    throw std::system_error(errno, std::generic_category(), path.string());
-  }
-  return result;
-}
-
-void writeAll(const FileDescriptor& file, std::string_view bytes,
-              const std::filesystem::path& path) {
-  while (!bytes.empty()) {
-    const ssize_t written = ::write(file.number(), bytes.data(), bytes.size());
-    if (written < 0 && errno == EINTR) {
-      continue;
-    }
-    bytes.remove_prefix(static_cast<std::size_t>(check(written, path)));
-  }
-}
 
 /// Returns 0, or the error. The umask is cleared for the call, instead of changing the permissions
 /// afterwards: a run that was killed in between would leave a folder that no browser can enter, and
@@ -68,7 +49,7 @@ class StagedFile {
  public:
   explicit StagedFile(const std::filesystem::path& folder)
       : path_(folder / ".lumaret-macos-helper.XXXXXX"),
-        descriptor_(check(::mkostemp(path_.data(), O_CLOEXEC), folder)) {}
+        descriptor_(checked(::mkostemp(path_.data(), O_CLOEXEC), folder.c_str())) {}
   StagedFile(const StagedFile&) = delete;
   StagedFile& operator=(const StagedFile&) = delete;
   ~StagedFile() {
@@ -78,23 +59,23 @@ class StagedFile {
   }
 
   void write(std::string_view bytes) {
-    writeAll(descriptor_, bytes, path_);
-    check(::fsync(descriptor_.number()), path_);
+    writeAll(descriptor_.number(), bytes, path_.c_str());
+    checked(::fsync(descriptor_.number()), path_.c_str());
   }
 
   /// Lets every user read the file and only its owner write it. A group or an access-control list
   /// that the folder hands down to new files is removed before others may read the file.
   void openToEveryUser() {
-    check(::fchown(descriptor_.number(), ::geteuid(), ::getegid()), path_);
+    checked(::fchown(descriptor_.number(), ::geteuid(), ::getegid()), path_.c_str());
     if (::fremovexattr(descriptor_.number(), "system.posix_acl_access") != 0 && errno != ENODATA &&
         errno != EOPNOTSUPP) {
-      check(-1, path_);
+      checked(-1, path_.c_str());
     }
-    check(::fchmod(descriptor_.number(), S_IRUSR | S_IWUSR | S_IRGRP | S_IROTH), path_);
+    checked(::fchmod(descriptor_.number(), S_IRUSR | S_IWUSR | S_IRGRP | S_IROTH), path_.c_str());
   }
 
   void renameTo(const std::filesystem::path& file) {
-    check(::rename(path_.c_str(), file.c_str()), file);
+    checked(::rename(path_.c_str(), file.c_str()), file.c_str());
     path_.clear();
   }
 
@@ -105,7 +86,7 @@ class StagedFile {
 
 mode_t modeOf(const FileDescriptor& file, const std::filesystem::path& path) {
   struct stat status = {};
-  check(::fstat(check(file.number(), path), &status), path);
+  checked(::fstat(checked(file.number(), path.c_str()), &status), path.c_str());
   return status.st_mode;
 }
 
@@ -151,7 +132,7 @@ std::string readWhole(const FileDescriptor& file, const std::filesystem::path& p
     if (count < 0 && errno == EINTR) {
       continue;
     }
-    if (check(count, path) == 0) {
+    if (checked(count, path.c_str()) == 0) {
       return bytes;
     }
     bytes.append(buffer.data(), static_cast<std::size_t>(count));

@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace lumaret {
@@ -21,29 +23,23 @@ class PolicyText {
   static bool maySpeakOfRules(const std::string& text);
 
   /// Whether the object has a value for the auto-select rules.
-  [[nodiscard]] bool hasRules() const { return hasRules_; }
+  [[nodiscard]] bool hasRules() const;
 
   /// The value for the auto-select rules; if there are two, the last one. Throws
-  /// ChromePreferencesError if it is not a list of strings.
-  [[nodiscard]] const std::vector<std::string>& rules() const;
+  /// ChromePreferencesError if it is missing or not a list of strings.
+  [[nodiscard]] std::vector<std::string> rules() const;
 
-  /// The object with this list as its value for the rules, in the place of the first such value or
-  /// at the end. The other policies keep their order; comments are dropped. Throws
-  /// ChromePreferencesError if a rule is not UTF-8.
+  /// The object with this list as its value for the rules. The other policies keep their values;
+  /// comments are dropped. Throws ChromePreferencesError if a rule is not UTF-8.
   [[nodiscard]] std::string withRules(const std::vector<std::string>& rules) const;
 
   /// The object without a value for the rules; nothing if there are no other policies.
   [[nodiscard]] std::optional<std::string> withoutRules() const;
 
  private:
-  class Reader;
+  explicit PolicyText(nlohmann::json policies) : policies_(std::move(policies)) {}
 
-  bool hasRules_ = false;
-  bool isListOfTexts_ = false;
-  std::vector<std::string> rules_;
-  /// The members before and after the rules, as they are written.
-  std::string before_;
-  std::string after_;
+  nlohmann::json policies_;
 };
 
 }  // namespace lumaret

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <nettle/sha2.h>
 
-#include "LumaretMacHelper/Platform.hpp"
+#include "LumaretMacHelper/PlatformFunctions.hpp"
 
 namespace lumaret {
 

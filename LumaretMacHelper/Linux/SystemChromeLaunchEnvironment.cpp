@@ -2,7 +2,8 @@
 #include "LumaretMacHelper/Linux/ChromeInstallation.hpp"
 #include "LumaretMacHelper/Linux/ProfileLock.hpp"
 #include "LumaretMacHelper/POSIX/Process.hpp"
-#include "LumaretMacHelper/Platform.hpp"
+#include "LumaretMacHelper/PlatformFunctions.hpp"
+#include "LumaretMacHelper/PlatformServices.hpp"
 
 namespace lumaret {
 
@@ -17,7 +18,7 @@ bool SystemChromeLaunchEnvironment::isExecutableFile(const std::filesystem::path
 
 bool SystemChromeLaunchEnvironment::isApplicationRunning(
     const std::string& bundleIdentifier) const {
-  return bundleIdentifier == "com.google.Chrome" &&
+  return bundleIdentifier == chromeIdentifier &&
          isProfileLocked(ChromeInstallation::current().userDataFolder);
 }
 

@@ -3,7 +3,7 @@
 
 #include "LumaretMacHelper/Linux/CertificateDatabase.hpp"
 #include "LumaretMacHelper/Linux/CertificateDecoder.hpp"
-#include "LumaretMacHelper/Platform.hpp"
+#include "LumaretMacHelper/PlatformServices.hpp"
 
 namespace lumaret {
 namespace {

@@ -9,6 +9,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <optional>
 #include <system_error>
 
 #include "LumaretMacHelper/POSIX/DescriptorInheritance.hpp"
@@ -31,18 +32,16 @@ void check(int error) {
 
 class SpawnFileActions {
  public:
-  explicit SpawnFileActions(StandardOutput output) {
-    check(::posix_spawn_file_actions_init(&actions_));
-    check(::posix_spawn_file_actions_adddup2(&actions_, destinationOf(output), STDOUT_FILENO));
-    closeOtherFiles();
-  }
-  /// The process reads nothing, and its output is discarded.
-  SpawnFileActions() {
-    check(::posix_spawn_file_actions_init(&actions_));
-    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
-      check(::posix_spawn_file_actions_addopen(&actions_, stream, "/dev/null", O_RDWR, 0));
+  /// Without a destination, the process reads nothing and its output is discarded.
+  explicit SpawnFileActions(std::optional<StandardOutput> output) : SpawnFileActions() {
+    if (output) {
+      check(::posix_spawn_file_actions_adddup2(&actions_, destinationOf(*output), STDOUT_FILENO));
+    } else {
+      for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        check(::posix_spawn_file_actions_addopen(&actions_, stream, "/dev/null", O_RDWR, 0));
+      }
     }
-    closeOtherFiles();
+    flags_ = inheritStandardStreamsAlone(actions_);
   }
   SpawnFileActions(const SpawnFileActions&) = delete;
   SpawnFileActions& operator=(const SpawnFileActions&) = delete;
@@ -53,10 +52,11 @@ class SpawnFileActions {
   [[nodiscard]] short flags() const { return flags_; }
 
  private:
+  // The other constructor delegates to this one, so if it throws, the destructor runs.
+  SpawnFileActions() { check(::posix_spawn_file_actions_init(&actions_)); }
   static int destinationOf(StandardOutput output) {
     return output == StandardOutput::inherited ? callersStandardOutput() : STDERR_FILENO;
   }
-  void closeOtherFiles() { flags_ = inheritStandardStreamsAlone(actions_); }
 
   posix_spawn_file_actions_t actions_{};
   short flags_ = 0;
@@ -66,8 +66,7 @@ class SpawnAttributes {
  public:
   /// The tool's caller may have ignored or blocked signals, and the tool itself ignores broken
   /// pipes. A process that it starts must not inherit that.
-  SpawnAttributes(ProcessGroup group, short furtherFlags) {
-    check(::posix_spawnattr_init(&attributes_));
+  SpawnAttributes(ProcessGroup group, short furtherFlags) : SpawnAttributes() {
     sigset_t signals;
     sigfillset(&signals);  // Unqualified, as below: on macOS these two are macros.
     check(::posix_spawnattr_setsigdefault(&attributes_, &signals));
@@ -89,6 +88,8 @@ class SpawnAttributes {
   [[nodiscard]] const posix_spawnattr_t* get() const { return &attributes_; }
 
  private:
+  SpawnAttributes() { check(::posix_spawnattr_init(&attributes_)); }
+
   posix_spawnattr_t attributes_{};
 };
 
@@ -158,8 +159,8 @@ std::int32_t runProcess(const std::filesystem::path& executable,
 std::int32_t runUnseen(const std::filesystem::path& executable,
                        const std::vector<std::string>& arguments) {
   const KeptExitStatuses untilAwaited;
-  return awaitEnd(
-      spawn(executable, arguments, SpawnFileActions(), ProcessGroup::ofASessionOfItsOwn));
+  return awaitEnd(spawn(executable, arguments, SpawnFileActions(std::nullopt),
+                        ProcessGroup::ofASessionOfItsOwn));
 }
 
 }  // namespace lumaret

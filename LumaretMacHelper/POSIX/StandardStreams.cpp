@@ -2,14 +2,14 @@
 #include "LumaretMacHelper/POSIX/StandardStreams.hpp"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
-#include <system_error>
+#include <exception>
 
-#include "LumaretMacHelper/Platform.hpp"
+#include "LumaretMacHelper/POSIX/SystemCalls.hpp"
+#include "LumaretMacHelper/PlatformFunctions.hpp"
 
 namespace lumaret {
 namespace {
@@ -27,23 +27,6 @@ void keepStandardOutputApart() noexcept {
     resultDescriptor = kept;
     ::dup2(STDERR_FILENO, STDOUT_FILENO);
   }
-}
-
-/// Returns 0, or the error that stopped it.
-int writeAll(int descriptor, std::string_view text) noexcept {
-  while (!text.empty()) {
-    const ssize_t written = ::write(descriptor, text.data(), text.size());
-    if (written >= 0) {
-      text.remove_prefix(static_cast<std::size_t>(written));
-    } else if (errno == EAGAIN) {
-      // The caller made the stream non-blocking for itself, and thereby for this process.
-      pollfd writable = {descriptor, POLLOUT, 0};
-      ::poll(&writable, 1, -1);
-    } else if (errno != EINTR) {
-      return errno;
-    }
-  }
-  return 0;
 }
 
 }  // namespace
@@ -64,11 +47,15 @@ void prepareStandardStreams() noexcept {
 int callersStandardOutput() noexcept { return resultDescriptor; }
 
 void writeStandardOutput(std::string_view text) {
-  if (const int error = writeAll(resultDescriptor, text); error != 0) {
-    throw std::system_error(error, std::generic_category(), "Standard output could not be written");
-  }
+  writeAll(resultDescriptor, text, "Standard output could not be written");
 }
 
-void writeStandardError(std::string_view text) noexcept { writeAll(STDERR_FILENO, text); }
+void writeStandardError(std::string_view text) noexcept {
+  try {
+    writeAll(STDERR_FILENO, text, "");
+  } catch (const std::exception&) {
+    return;
+  }
+}
 
 }  // namespace lumaret

@@ -6,7 +6,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "LumaretMacHelper/Platform.hpp"
+#include "LumaretMacHelper/PlatformFunctions.hpp"
 #include "LumaretMacHelper/RuleService/Address.hpp"
 
 namespace lumaret {

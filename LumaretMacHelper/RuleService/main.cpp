@@ -11,7 +11,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "LumaretMacHelper/Platform.hpp"
+#include "LumaretMacHelper/PlatformFunctions.hpp"
 #include "LumaretMacHelper/RuleService/Address.hpp"
 #include "LumaretMacHelper/RuleService/Bus.hpp"
 #include "LumaretMacHelper/RuleService/RuleService.hpp"

@@ -1,20 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <CoreFoundation/CoreFoundation.h>
 
-#include "LumaretMacHelper/Platform.hpp"
+#include "LumaretMacHelper/PlatformServices.hpp"
 #include "LumaretMacHelper/macOS/CoreFoundationReference.hpp"
 #include "LumaretMacHelper/macOS/CoreFoundationValues.hpp"
 
 namespace lumaret {
 namespace {
 
-CoreFoundationReference<CFStringRef> key() {
-  return coreFoundationText("AutoSelectCertificateForUrls");
-}
+CoreFoundationReference<CFStringRef> key() { return coreFoundationText(rulesPolicy); }
 
-CoreFoundationReference<CFStringRef> application() {
-  return coreFoundationText("com.google.Chrome");
-}
+CoreFoundationReference<CFStringRef> application() { return coreFoundationText(chromeIdentifier); }
 
 }  // namespace
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <CoreFoundation/CoreFoundation.h>
 
-#include "LumaretMacHelper/Platform.hpp"
+#include "LumaretMacHelper/PlatformFunctions.hpp"
 #include "LumaretMacHelper/macOS/CoreFoundationReference.hpp"
 #include "LumaretMacHelper/macOS/CoreFoundationValues.hpp"
 

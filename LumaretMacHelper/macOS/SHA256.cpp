@@ -4,7 +4,7 @@
 #include <limits>
 #include <stdexcept>
 
-#include "LumaretMacHelper/Platform.hpp"
+#include "LumaretMacHelper/PlatformFunctions.hpp"
 
 namespace lumaret {
 

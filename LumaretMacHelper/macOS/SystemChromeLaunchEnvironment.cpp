@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "LumaretMacHelper/POSIX/Process.hpp"
-#include "LumaretMacHelper/Platform.hpp"
+#include "LumaretMacHelper/PlatformFunctions.hpp"
+#include "LumaretMacHelper/PlatformServices.hpp"
 #include "LumaretMacHelper/macOS/RunningApplications.hpp"
 
 namespace lumaret {

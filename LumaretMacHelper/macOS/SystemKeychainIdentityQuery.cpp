@@ -3,7 +3,7 @@
 
 #include <utility>
 
-#include "LumaretMacHelper/Platform.hpp"
+#include "LumaretMacHelper/PlatformServices.hpp"
 #include "LumaretMacHelper/macOS/CertificateValues.hpp"
 #include "LumaretMacHelper/macOS/CoreFoundationReference.hpp"
 #include "LumaretMacHelper/macOS/CoreFoundationValues.hpp"

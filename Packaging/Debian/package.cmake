@@ -30,10 +30,8 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION web)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-# The tool loads ICU itself, so it is not among the libraries that the executables name.
-string(REGEX REPLACE ".*[.]" "libicu" icu ${LUMARET_ICU_LIBRARY})
 # The rule service needs the bus and polkit; the tool calls it with systemd's busctl.
-set(CPACK_DEBIAN_PACKAGE_DEPENDS "${icu}, default-dbus-system-bus | dbus-system-bus, polkitd, systemd")
+set(CPACK_DEBIAN_PACKAGE_DEPENDS "default-dbus-system-bus | dbus-system-bus, polkitd, systemd")
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "chromium | google-chrome-stable")
 set(CPACK_DEBIAN_PACKAGE_SUGGESTS "bash-completion, jq, libnss3-tools")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA

@@ -19,7 +19,7 @@
 #include <vector>
 
 #include "LumaretMacHelper/ChromeLauncher.hpp"
-#include "LumaretMacHelper/Platform.hpp"
+#include "LumaretMacHelper/PlatformServices.hpp"
 #include "Tests/Support/Cpp/Messages.hpp"
 #include "Tests/Support/Cpp/ShellCommands.hpp"
 #include "Tests/Support/Cpp/ThrownError.hpp"

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "LumaretMacHelper/Platform.hpp"
+#include "LumaretMacHelper/PlatformFunctions.hpp"
 
 namespace lumaret::tests::conformance {
 

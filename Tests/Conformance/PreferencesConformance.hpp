@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "LumaretMacHelper/ChromeCertificatePolicyService.hpp"
-#include "LumaretMacHelper/Platform.hpp"
+#include "LumaretMacHelper/PlatformServices.hpp"
 #include "Tests/Support/Cpp/ThrownError.hpp"
 
 namespace lumaret::tests::conformance {
@@ -76,10 +76,12 @@ TYPED_TEST_P(PreferencesConformance, AValueThatIsNotAListOfStringsIsRefusedAndKe
 
 TYPED_TEST_P(PreferencesConformance, WhatIsWrittenAndSynchronizedIsStored) {
   const std::vector<std::string> rules = {"b", "", "\xc3\xa1", std::string(100'000, 'x')};
-  CurrentUserChromePreferences preferences;
-  preferences.writeRules(rules);
-  EXPECT_TRUE(preferences.synchronize());
-  EXPECT_EQ(preferences.readRules(), rules);
+  {
+    CurrentUserChromePreferences preferences;
+    preferences.writeRules(rules);
+    EXPECT_TRUE(preferences.synchronize());
+    EXPECT_EQ(preferences.readRules(), rules);
+  }
   EXPECT_EQ(this->read(), rules);
   EXPECT_EQ(this->store_.stored(), nlohmann::json(rules));
 }

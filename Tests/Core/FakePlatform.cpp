@@ -3,7 +3,8 @@
 
 #include <cstdio>
 
-#include "LumaretMacHelper/Platform.hpp"
+#include "LumaretMacHelper/PlatformFunctions.hpp"
+#include "LumaretMacHelper/PlatformServices.hpp"
 
 namespace lumaret::tests {
 
@@ -23,8 +24,6 @@ TextComparison localizedCaseInsensitiveComparison() {
     return left <=> right;
   };
 }
-
-std::optional<URL> parseURL(const std::string& /*text*/) { return std::nullopt; }
 
 std::filesystem::path chromeExecutable() { return "/no/such/chrome"; }
 

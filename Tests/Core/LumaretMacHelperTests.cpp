@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "LumaretMacHelper/LumaretMacHelper.hpp"
-#include "LumaretMacHelper/Platform.hpp"
 #include "Tests/Support/Cpp/Case.hpp"
 #include "Tests/Support/Cpp/Messages.hpp"
 #include "Tests/Support/Cpp/ThrownError.hpp"

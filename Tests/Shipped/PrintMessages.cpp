@@ -12,7 +12,7 @@
 #include "LumaretMacHelper/ChromeLauncher.hpp"
 #include "LumaretMacHelper/Contracts.hpp"
 #include "LumaretMacHelper/LumaretMacHelper.hpp"
-#include "LumaretMacHelper/Platform.hpp"
+#include "LumaretMacHelper/PlatformFunctions.hpp"
 #include "LumaretMacHelper/URL.hpp"
 
 namespace {

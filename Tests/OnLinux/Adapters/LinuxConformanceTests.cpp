@@ -7,7 +7,6 @@
 #include <string>
 
 #include "LumaretMacHelper/Linux/ChromeInstallation.hpp"
-#include "Tests/Conformance/AddressConformance.hpp"
 #include "Tests/Conformance/ConformanceIdentity.hpp"
 #include "Tests/Conformance/OrderConformance.hpp"
 #include "Tests/Conformance/Suites.hpp"

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "LumaretMacHelper/Platform.hpp"
+#include "LumaretMacHelper/PlatformFunctions.hpp"
 #include "Tests/OnLinux/Adapters/TemporaryHome.hpp"
 
 namespace lumaret::tests {

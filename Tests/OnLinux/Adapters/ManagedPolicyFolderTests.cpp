@@ -268,37 +268,28 @@ TEST_F(PolicyFolder, AFileThatNestsDeeperThanChromeReadsIsRefused) {
   }
 }
 
-TEST_F(PolicyFolder, OtherPoliciesStayInTheirOrderAndAsTheyAreWritten) {
+TEST_F(PolicyFolder, LastOfTwoValuesCounts) {
+  put(ManagedPolicyFolder::ownFileName,
+      R"({"AutoSelectCertificateForUrls": 7, "AutoSelectCertificateForUrls": ["last"]})");
+  EXPECT_THAT(folder().readRules(), ElementsAre("last"));
+}
+
+TEST_F(PolicyFolder, KeepsOtherValuesBesideComments) {
   put(ManagedPolicyFolder::ownFileName,
       R"({"Z": [1.50, -7, 18446744073709551615, true, [], {}], // by hand
-          "AutoSelectCertificateForUrls": ["old"], "B": {"y": null, "x": ["a/b \u00e9"]},
-          "AutoSelectCertificateForUrls": ["last"], "A": ""})");
-  EXPECT_THAT(folder().readRules(), ElementsAre("last"));
+          "AutoSelectCertificateForUrls": ["old"], "B": {"y": null, "x": ["a/b \u00e9"]}})");
   folder().writeRules({"new", "\""});
-  EXPECT_EQ(readFile(ownFile()), R"({
-  "Z": [
-    1.50,
-    -7,
-    18446744073709551615,
-    true,
-    [],
-    {}
-  ],
-  "AutoSelectCertificateForUrls": [
-    "new",
-    "\""
-  ],
-  "B": {
-    "y": null,
-    "x": [
-      "a/b é"
-    ]
-  },
-  "A": ""
+  EXPECT_EQ(ownPolicies(), nlohmann::json::parse(
+                               R"({"AutoSelectCertificateForUrls": ["new", "\""],
+                                   "B": {"x": ["a/b é"], "y": null},
+                                   "Z": [1.5, -7, 18446744073709551615, true, [], {}]})"));
 }
-)");
-  folder().writeRules({});
-  EXPECT_THAT(readFile(ownFile()), testing::HasSubstr(R"("AutoSelectCertificateForUrls": [],)"));
+
+TEST_F(PolicyFolder, WritesOneMemberPerLine) {
+  put(ManagedPolicyFolder::ownFileName, R"({"B":"/"})");
+  folder().writeRules({"rule"});
+  EXPECT_EQ(readFile(ownFile()),
+            "{\n  \"AutoSelectCertificateForUrls\": [\n    \"rule\"\n  ],\n  \"B\": \"/\"\n}\n");
 }
 
 TEST_F(PolicyFolder, TwoHundredThousandOtherKeysAreKeptInTime) {

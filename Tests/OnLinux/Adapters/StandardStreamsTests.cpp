@@ -14,7 +14,7 @@
 #include "LumaretMacHelper/POSIX/FileDescriptor.hpp"
 #include "LumaretMacHelper/POSIX/Process.hpp"
 #include "LumaretMacHelper/POSIX/StandardStreams.hpp"
-#include "LumaretMacHelper/Platform.hpp"
+#include "LumaretMacHelper/PlatformFunctions.hpp"
 
 namespace lumaret::tests {
 namespace {

@@ -10,7 +10,7 @@
 #include <utility>
 
 #include "LumaretMacHelper/KeychainIdentityLoader.hpp"
-#include "LumaretMacHelper/Platform.hpp"
+#include "LumaretMacHelper/PlatformServices.hpp"
 #include "Tests/OverStandIn/Adapters/OverStandIn.hpp"
 #include "Tests/OverStandIn/SampleIdentities.hpp"
 #include "Tests/Support/Cpp/Case.hpp"

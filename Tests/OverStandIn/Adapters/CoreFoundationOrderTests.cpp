@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "LumaretMacHelper/Platform.hpp"
+#include "LumaretMacHelper/PlatformFunctions.hpp"
 #include "LumaretMacHelper/macOS/CoreFoundationReference.hpp"
 #include "LumaretMacHelper/macOS/CoreFoundationValues.hpp"
 #include "Tests/Conformance/OrderConformance.hpp"

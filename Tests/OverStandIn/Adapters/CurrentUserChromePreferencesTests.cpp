@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "LumaretMacHelper/ChromeCertificatePolicyService.hpp"
-#include "LumaretMacHelper/Platform.hpp"
+#include "LumaretMacHelper/PlatformServices.hpp"
 #include "Tests/OverStandIn/Adapters/OverStandIn.hpp"
 #include "Tests/OverStandIn/SampleIdentities.hpp"
 #include "Tests/Support/Cpp/Case.hpp"

@@ -4,7 +4,6 @@
 #include <string>
 #include <utility>
 
-#include "Tests/Conformance/AddressConformance.hpp"
 #include "Tests/Conformance/OrderConformance.hpp"
 #include "Tests/Conformance/Suites.hpp"
 #include "Tests/OverStandIn/Adapters/FreshMac.hpp"

@@ -28,6 +28,7 @@ COMMON = {
     "share/doc/lumaret-macos-helper/docs/images/chrome-policy.png",
     "share/doc/lumaret-macos-helper/docs/images/demo-ana.png",
     "share/doc/lumaret-macos-helper/docs/images/demo-ben.png",
+    "share/doc/lumaret-macos-helper/docs/images/permission-dialog.png",
     "share/doc/lumaret-macos-helper/docs/import-and-undo.md",
     "share/doc/lumaret-macos-helper/docs/troubleshooting-macos.md",
     "share/doc/lumaret-macos-helper/docs/troubleshooting.md",

@@ -24,8 +24,3 @@ VERSION = re.search(r"^project\([^)]*\bVERSION (\S+)", (SOURCES / "CMakeLists.tx
 def is_sanitized() -> bool:
     """Programs with the sanitizers require more of every resource, so tests of limits do not apply to them."""
     return "-fsanitize=" in (BUILD / "CMakeCache.txt").read_text()
-
-
-def icu_library() -> Path:
-    """The library that orders names. The executable contains its path and loads it at run time."""
-    return Path(re.search(rb"/[^\0]*/libicui18n\.so\.[0-9]+", Path(HELPER).read_bytes())[0].decode())
