@@ -11,17 +11,9 @@ file(RENAME ${share}/zsh/site-functions ${share}/zsh/vendor-completions)
 
 set(documents ${share}/doc/lumaret-macos-helper)
 file(REMOVE ${documents}/LICENSE) # copyright names Debian's own copy
-foreach(file IN ITEMS ${CMAKE_CURRENT_LIST_DIR}/copyright ${CPACK_DEBIAN_CHANGELOG})
-  cmake_path(GET file FILENAME name)
-  configure_file(${file} ${documents}/${name} COPYONLY
-    FILE_PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
-endforeach()
-execute_process(
-  COMMAND date --utc --rfc-email --date=${CPACK_DEBIAN_RELEASE_DAY}
-  OUTPUT_VARIABLE release_date
-  OUTPUT_STRIP_TRAILING_WHITESPACE
-  COMMAND_ERROR_IS_FATAL ANY)
-file(APPEND ${documents}/changelog " -- ${CPACK_DEBIAN_PACKAGE_MAINTAINER}  ${release_date}\n")
+file(COPY ${CMAKE_CURRENT_LIST_DIR}/copyright ${CMAKE_CURRENT_LIST_DIR}/changelog
+  DESTINATION ${documents}
+  FILE_PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
 
 file(GLOB pages ${share}/man/man*/*)
 execute_process(

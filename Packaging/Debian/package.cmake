@@ -1,23 +1,10 @@
 # SPDX-License-Identifier: Apache-2.0
 # `cpack` makes a Debian package of the installation. Configuring does not require Debian.
 
-# The changes of this release, in the form of a Debian changelog.
-string(REGEX REPLACE "^.*\n## ${PROJECT_VERSION} - [^\n]*\n+" "" changes "${changelog}")
-string(REGEX REPLACE "\n## .*" "\n" changes "${changes}")
-string(REGEX REPLACE "\n+$" "" changes "\n${changes}")
-string(REPLACE "\n" "\n  " changes "${changes}")
-string(REPLACE "\n  - " "\n  * " changes "${changes}")
-set(CPACK_DEBIAN_PACKAGE_MAINTAINER "Lumaret Maintainers <maintainers@lumaret.example>")
-# finish.cmake writes the day into the last line of the changelog, so that only making the package
-# requires the program that formats it.
-set(CPACK_DEBIAN_RELEASE_DAY ${release_day})
-set(CPACK_DEBIAN_CHANGELOG ${CMAKE_CURRENT_BINARY_DIR}/changelog)
-file(WRITE ${CPACK_DEBIAN_CHANGELOG}
-  "lumaret-macos-helper (${PROJECT_VERSION}) stable; urgency=medium\n${changes}\n\n")
-
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME lumaret-macos-helper)
 set(CPACK_PACKAGE_VENDOR Lumaret)
+set(CPACK_DEBIAN_PACKAGE_MAINTAINER "Lumaret Maintainers <maintainers@lumaret.example>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "choose the client certificate that Google Chrome uses")
 set(CPACK_DEBIAN_PACKAGE_DESCRIPTION
 "Google Chrome and Chromium ask which client certificate to show whenever a

@@ -2,8 +2,6 @@
 # The files by which the system starts the rule service and asks for permission. dbus, systemd and
 # polkit look for them in folders of their own, wherever the tool itself is installed.
 
-find_package(PkgConfig REQUIRED)
-
 # A cache variable for the folder in a variable of a package's pkg-config file, or else below
 # /usr, and a path below it. A folder below the prefix is a relative one, so that
 # `cmake --install --prefix` and packages can move it.

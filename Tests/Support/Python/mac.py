@@ -15,7 +15,7 @@ from Tests.Support.Python import private_root
 from Tests.Support.Python.outcome import Outcome
 from Tests.Support.Python.project import executable
 
-HELPER = executable("gcc/Tests/OverStandIn/Transcripts/lumaret-macos-helper-over-stand-in")
+HELPER = executable("development/Tests/OverStandIn/Transcripts/lumaret-macos-helper-over-stand-in")
 CHROME = "/Applications/Google Chrome.app"
 EXECUTABLE = Path(CHROME, "Contents/MacOS/Google Chrome")
 DOMAIN = "com.google.Chrome"

@@ -23,4 +23,4 @@ VERSION = re.search(r"^project\([^)]*\bVERSION (\S+)", (SOURCES / "CMakeLists.tx
 
 def is_sanitized() -> bool:
     """Programs with the sanitizers require more of every resource, so tests of limits do not apply to them."""
-    return "-fsanitize=" in (BUILD / "CMakeCache.txt").read_text()
+    return bool(re.search(r"^LUMARET_SANITIZERS:\w+=.", (BUILD / "CMakeCache.txt").read_text(), re.M))
