@@ -153,9 +153,9 @@ class Database:
     def _run(self, command: str, *arguments) -> None:
         _run(command, "-d", f"sql:{self.folder}", "-f", self._password, *arguments)
 
-    def add(self, *identities: Identity) -> None:
+    def add(self, *identities: Identity, nickname: str | None = None) -> None:
         for identity in identities:
-            _run(*self.import_command(identity))
+            _run(*self.import_command(identity, nickname))
 
     def import_command(self, identity: Identity, nickname: str | None = None) -> tuple:
         """The nickname is that of `bundle_of`."""
