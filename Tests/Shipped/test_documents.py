@@ -21,7 +21,3 @@ class DocumentTests(unittest.TestCase):
         for command in commands:
             with self.subTest(command):
                 self.assertEqual(subprocess.run(("sh", "-n", "-c", command)).returncode, 0)
-
-
-if __name__ == "__main__":
-    unittest.main()

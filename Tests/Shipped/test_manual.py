@@ -34,7 +34,3 @@ class ManualTests(unittest.TestCase):
             every[ending] = messages.launch_failed(every[ending])
         expected = {text.replace("<status>", "number").replace("<text>", "reason") for text in every.values()}
         self.assertEqual(expected - set(explained), set())
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -3,7 +3,6 @@
 
 import re
 import stat
-import unittest
 from pathlib import Path
 
 from Tests.Support.Python import private_machine
@@ -149,7 +148,3 @@ class MacPackageTests(PackagingTestCase):
         self.assert_packages(
             "--options runtime --timestamp --sign Developer ID Application: Ana", "--sign Developer ID Installer: Ana "
         )
-
-
-if __name__ == "__main__":
-    unittest.main()
