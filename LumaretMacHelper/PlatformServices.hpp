@@ -31,7 +31,8 @@ class CurrentUserChromePreferences final : public ChromePreferencesStoring {
   [[nodiscard]] bool synchronize() override;
 
  private:
-  /// What a platform keeps so that nobody else changes the rules between reading and verifying them.
+  /// What a platform keeps so that nobody else changes the rules between reading and verifying
+  /// them.
   mutable std::shared_ptr<void> turn_;
 };
 

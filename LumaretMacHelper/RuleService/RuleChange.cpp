@@ -14,19 +14,20 @@ RuleChange::RuleChange(std::string_view browser, std::optional<std::string> rule
     : browser_(browser), rule_(std::move(rule)) {
   const auto folder = ChromeInstallation::managedPoliciesOf(browser);
   if (!folder) {
-    throw InvalidArgument("The browser must be \"Google Chrome\" or \"Chromium\".");
+    throw InvalidArgument("The browser must be Google Chrome or Chromium.");
   }
   managedPolicies_ = *folder;
 }
 
-RuleChange RuleChange::storing(std::string_view browser, std::string rule) {
+RuleChange RuleChange::storing(std::string_view browser, std::string_view rule) {
   if (rule.size() > longestRule) {
     throw InvalidArgument("The rule is longer than 64 KiB.");
   }
-  if (!ChromeCertificatePolicyService::isEncodedRule(rule)) {
+  std::string text(rule);
+  if (!ChromeCertificatePolicyService::isEncodedRule(text)) {
     throw InvalidArgument("The rule is not one that lumaret-macos-helper writes.");
   }
-  return {browser, std::move(rule)};
+  return {browser, std::move(text)};
 }
 
 RuleChange RuleChange::clearing(std::string_view browser) { return {browser, std::nullopt}; }

@@ -24,7 +24,7 @@ class RuleChange {
 
   /// The rule must be one that `activate` writes, byte for byte, and have at most `longestRule`
   /// bytes. Throws InvalidArgument, also for an unknown browser.
-  static RuleChange storing(std::string_view browser, std::string rule);
+  static RuleChange storing(std::string_view browser, std::string_view rule);
 
   /// Throws InvalidArgument for an unknown browser.
   static RuleChange clearing(std::string_view browser);

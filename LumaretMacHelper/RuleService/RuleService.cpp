@@ -2,6 +2,7 @@
 #include "LumaretMacHelper/RuleService/RuleService.hpp"
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
 #include <stdexcept>
 #include <utility>
@@ -23,16 +24,6 @@ struct Refusal : std::runtime_error {
 
 void log(uid_t user, const std::string& text) {
   writeStandardError("user " + std::to_string(user) + ": " + text + "\n");
-}
-
-uid_t userOf(sd_bus_message* call) {
-  const auto credentials =
-      obtainFromBus<BusCredentials>("sd_bus_query_sender_creds", [call](sd_bus_creds** result) {
-        return ::sd_bus_query_sender_creds(call, SD_BUS_CREDS_EUID, result);
-      });
-  uid_t user = 0;
-  checkBus(::sd_bus_creds_get_euid(credentials.get(), &user), "sd_bus_creds_get_euid");
-  return user;
 }
 
 int answerWithError(sd_bus_message* call, uid_t user, const char* name, const char* sentence) {
@@ -93,18 +84,18 @@ struct RuleService::Question {
   BusSlot answer;
 };
 
-RuleService::RuleService(sd_bus* bus) : bus_(bus) {
-  static const sd_bus_vtable methods[] = {
-      SD_BUS_VTABLE_START(0),
-      SD_BUS_METHOD_WITH_NAMES(ruleService::storeRule, "ss",
-                               SD_BUS_PARAM(browser) SD_BUS_PARAM(rule), "", "", handleStoreRule,
-                               SD_BUS_VTABLE_UNPRIVILEGED),
-      SD_BUS_METHOD_WITH_NAMES(ruleService::clearRule, "s", SD_BUS_PARAM(browser), "", "",
-                               handleClearRule, SD_BUS_VTABLE_UNPRIVILEGED),
-      SD_BUS_VTABLE_END};
+RuleService::RuleService(sd_bus* calls, sd_bus* questions) : bus_(questions) {
+  static const std::array<sd_bus_vtable, 4> methods = {
+      {SD_BUS_VTABLE_START(0),
+       SD_BUS_METHOD_WITH_NAMES(ruleService::storeRule, "ss",
+                                SD_BUS_PARAM(browser) SD_BUS_PARAM(rule), "", "", handleStoreRule,
+                                SD_BUS_VTABLE_UNPRIVILEGED),
+       SD_BUS_METHOD_WITH_NAMES(ruleService::clearRule, "s", SD_BUS_PARAM(browser), "", "",
+                                handleClearRule, SD_BUS_VTABLE_UNPRIVILEGED),
+       SD_BUS_VTABLE_END}};
   methods_ = obtainFromBus<BusSlot>("sd_bus_add_object_vtable", [&](sd_bus_slot** result) {
-    return ::sd_bus_add_object_vtable(bus, result, ruleService::objectPath,
-                                      ruleService::interfaceName, methods, this);
+    return ::sd_bus_add_object_vtable(calls, result, ruleService::objectPath,
+                                      ruleService::interfaceName, methods.data(), this);
   });
 }
 
@@ -112,8 +103,8 @@ RuleService::~RuleService() = default;
 
 bool RuleService::isIdle() const noexcept { return questions_.empty(); }
 
-int RuleService::handleStoreRule(sd_bus_message* call, void* service, sd_bus_error* /*error*/) {
-  return static_cast<RuleService*>(service)->handleCall(call, [call] {
+int RuleService::handleStoreRule(sd_bus_message* call, void* userdata, sd_bus_error* /*error*/) {
+  return static_cast<RuleService*>(userdata)->handleCall(call, [call] {
     const char* browser = nullptr;
     const char* rule = nullptr;
     checkBus(::sd_bus_message_read(call, "ss", &browser, &rule), "sd_bus_message_read");
@@ -121,12 +112,23 @@ int RuleService::handleStoreRule(sd_bus_message* call, void* service, sd_bus_err
   });
 }
 
-int RuleService::handleClearRule(sd_bus_message* call, void* service, sd_bus_error* /*error*/) {
-  return static_cast<RuleService*>(service)->handleCall(call, [call] {
+int RuleService::handleClearRule(sd_bus_message* call, void* userdata, sd_bus_error* /*error*/) {
+  return static_cast<RuleService*>(userdata)->handleCall(call, [call] {
     const char* browser = nullptr;
     checkBus(::sd_bus_message_read(call, "s", &browser), "sd_bus_message_read");
     return RuleChange::clearing(browser);
   });
+}
+
+uid_t RuleService::userOf(sd_bus_message* call) const {
+  const auto credentials =
+      obtainFromBus<BusCredentials>("sd_bus_get_name_creds", [&](sd_bus_creds** result) {
+        return ::sd_bus_get_name_creds(bus_, ::sd_bus_message_get_sender(call), SD_BUS_CREDS_EUID,
+                                       result);
+      });
+  uid_t user = 0;
+  checkBus(::sd_bus_creds_get_euid(credentials.get(), &user), "sd_bus_creds_get_euid");
+  return user;
 }
 
 template <typename Parse>
@@ -141,12 +143,14 @@ int RuleService::handleCall(sd_bus_message* call, Parse parse) {
 
 void RuleService::ask(sd_bus_message* call, uid_t user, const RuleChange& change) {
   const auto isOfUser = [user](const Question& question) { return question.user == user; };
-  if (questions_.size() >= mostQuestions ||
-      std::count_if(questions_.begin(), questions_.end(), isOfUser) >=
-          std::ptrdiff_t{mostQuestionsOfOneUser}) {
+  const auto ofUser =
+      static_cast<std::size_t>(std::count_if(questions_.begin(), questions_.end(), isOfUser));
+  if (ofUser >= mostQuestionsOfOneUser ||
+      questions_.size() >= (ofUser == 0 ? mostQuestions : mostQuestions / 2)) {
     throw Refusal(SD_BUS_ERROR_LIMITS_EXCEEDED, "Too many calls wait for an answer of polkit.");
   }
 
+  const char* const caller = ::sd_bus_message_get_sender(call);
   Question& question =
       questions_.emplace_back(Question{*this, BusMessage(::sd_bus_message_ref(call)), user, change,
                                        std::to_string(++questionsSoFar_), nullptr, nullptr});
@@ -154,14 +158,14 @@ void RuleService::ask(sd_bus_message* call, uid_t user, const RuleChange& change
     question.caller = obtainFromBus<BusTrack>("sd_bus_track_new", [&](sd_bus_track** result) {
       return ::sd_bus_track_new(bus_, result, handleCallerGone, &question);
     });
-    checkBus(::sd_bus_track_add_sender(question.caller.get(), call), "sd_bus_track_add_sender");
+    checkBus(::sd_bus_track_add_name(question.caller.get(), caller), "sd_bus_track_add_name");
 
     const BusMessage asking = callOfPolkit(bus_, "CheckAuthorization");
     constexpr std::uint32_t allowUserInteraction = 1;
     const bool mayAsk = ::sd_bus_message_get_allow_interactive_authorization(call) > 0;
     checkBus(::sd_bus_message_append(asking.get(), "(sa{sv})sa{ss}us", "system-bus-name", 1, "name",
-                                     "s", ::sd_bus_message_get_sender(call), actionName, 0,
-                                     mayAsk ? allowUserInteraction : 0, question.name.c_str()),
+                                     "s", caller, actionName, 0, mayAsk ? allowUserInteraction : 0,
+                                     question.name.c_str()),
              "sd_bus_message_append");
     question.answer = obtainFromBus<BusSlot>("sd_bus_call_async", [&](sd_bus_slot** result) {
       return ::sd_bus_call_async(bus_, result, asking.get(), handleAnswer, &question,

@@ -20,21 +20,24 @@ namespace lumaret {
 /// answers yes. If the caller leaves the bus before, the question is withdrawn and nothing is
 /// changed. Without an answer from polkit, nothing is changed either.
 ///
-/// Every call is answered, and standard error gets one line about it, with the caller's user
-/// number.
+/// Every call with the right arguments is answered, and standard error gets one line about it, with
+/// the caller's user number.
 class RuleService {
  public:
   /// Questions to polkit that may wait at the same time. A call beyond that is refused, so neither
-  /// memory nor polkit is exhausted.
+  /// memory nor polkit is exhausted. Half of them are for users who have no other question waiting,
+  /// so a few cannot shut out the rest. The bus lets one connection wait for 128 answers: this one
+  /// for polkit's, and polkit's for those of dialogs.
   static constexpr std::size_t mostQuestionsOfOneUser = 16;
-  static constexpr std::size_t mostQuestions = 256;
+  static constexpr std::size_t mostQuestions = 112;
 
   /// A dialog that nobody has answered by then counts as cancelled.
   static constexpr std::chrono::minutes longestQuestion{6};
 
-  /// Serves the calls that arrive on this connection, which must outlive the service. Throws
-  /// std::system_error.
-  explicit RuleService(sd_bus* bus);
+  /// Serves the calls that arrive on the first connection, one by one, and asks its own questions
+  /// on the second. Waiting for an answer there does not read further calls into memory, and a call
+  /// may have 32 MiB. Both must outlive the service. Throws std::system_error.
+  RuleService(sd_bus* calls, sd_bus* questions);
   RuleService(const RuleService&) = delete;
   RuleService& operator=(const RuleService&) = delete;
   ~RuleService();
@@ -45,18 +48,19 @@ class RuleService {
  private:
   struct Question;
 
-  static int handleStoreRule(sd_bus_message* call, void* service, sd_bus_error* error);
-  static int handleClearRule(sd_bus_message* call, void* service, sd_bus_error* error);
-  static int handleAnswer(sd_bus_message* answer, void* question, sd_bus_error* error);
-  static int handleCallerGone(sd_bus_track* track, void* question);
+  static int handleStoreRule(sd_bus_message* call, void* userdata, sd_bus_error* error);
+  static int handleClearRule(sd_bus_message* call, void* userdata, sd_bus_error* error);
+  static int handleAnswer(sd_bus_message* answer, void* userdata, sd_bus_error* error);
+  static int handleCallerGone(sd_bus_track* track, void* userdata);
 
+  [[nodiscard]] uid_t userOf(sd_bus_message* call) const;
   template <typename Parse>
   int handleCall(sd_bus_message* call, Parse parse);
   void ask(sd_bus_message* call, uid_t user, const RuleChange& change);
   void forget(const Question& question);
   void withdraw(const Question& question);
 
-  sd_bus* bus_;
+  sd_bus* bus_;  // for questions
   BusSlot methods_;
   std::list<Question> questions_;
   std::size_t questionsSoFar_ = 0;
