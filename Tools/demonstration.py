@@ -22,6 +22,37 @@ IDENTITIES = (
 # Until it ends, a browser keeps to the certificate that it has shown a host. So each identity visits its own host.
 HOSTS = ("first.localhost", "second.localhost")
 
+PAGE = """<!doctype html>
+<html lang="en">
+<meta charset="utf-8">
+<title>Certificate shown: {common_name}</title>
+<link rel="icon" href="data:,">
+<style>
+  body {{ margin: 0; min-height: 100vh; display: grid; place-items: center; background: #eef2f6;
+         color: #1c2733; font: 18px/1.5 "DejaVu Sans", sans-serif; }}
+  main {{ background: #fff; border-top: 6px solid #2f6f4f; border-radius: 6px; padding: 36px 48px;
+         box-shadow: 0 2px 12px #0002; }}
+  h1 {{ margin: 0 0 24px; font-size: 30px; }}
+  dt {{ color: #5b6b7a; font-size: 15px; }}
+  dd {{ margin: 0 0 16px; }}
+  code {{ font: 15px "DejaVu Sans Mono", monospace; }}
+</style>
+<main>
+  <h1>Welcome, {common_name}</h1>
+  <dl>
+    <dt>This server was shown the certificate of</dt><dd>{subject}</dd>
+    <dt>issued by</dt><dd>{issuer}</dd>
+    <dt>with the SHA-256 fingerprint</dt><dd><code>{fingerprint}</code></dd>
+    <dt>for the address</dt><dd><code>{address}</code></dd>
+  </dl>
+</main>
+<script>
+  // The second callback comes when a frame of the whole page has been drawn.
+  onload = () => requestAnimationFrame(() => requestAnimationFrame(() => fetch("/drawn" + location.pathname)));
+</script>
+</html>
+"""
+
 
 class StepFailed(Exception):
     pass
@@ -98,7 +129,7 @@ def demonstrate(executable: Path, pictures: Path, at_end: ExitStack) -> None:
         database.trust(authority)
 
     with step("Starting a server that demands a client certificate"):
-        server = TlsServer(authority)
+        server = TlsServer(authority, PAGE)
         at_end.callback(server.close)
         print("\n".join(server.url("/", host) for host in HOSTS))
 

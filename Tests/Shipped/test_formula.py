@@ -26,25 +26,20 @@ class FormulaTests(unittest.TestCase):
     def make(self, *arguments) -> subprocess.CompletedProcess:
         return subprocess.run((MAKE_FORMULA, *arguments), text=True, capture_output=True)
 
-    def test_the_formula_has_the_addresses_and_the_checksum_of_the_release(self):
+    def test_names_addresses_and_checksum_of_the_release(self):
         made = self.make(REPOSITORY, URL, self.archive)
         self.assertEqual((made.returncode, made.stderr), (0, ""))
-        lines = [line.strip() for line in made.stdout.splitlines()]
-        self.assertIn(f'homepage "{REPOSITORY}"', lines)
-        self.assertIn(f'head "{REPOSITORY}.git", branch: "main"', lines)
-        self.assertIn(f'url "{URL}"', lines)
-        self.assertIn(f'sha256 "{hashlib.sha256(ARCHIVE).hexdigest()}"', lines)
+        checksum = hashlib.sha256(ARCHIVE).hexdigest()
+        for line in (f'homepage "{REPOSITORY}"', f'head "{REPOSITORY}.git"', f'url "{URL}"', f'sha256 "{checksum}"'):
+            self.assertIn(f"\n  {line}", made.stdout)
         self.assertNotRegex(made.stdout, "@[A-Z]")
+        if shutil.which("ruby"):
+            checked = subprocess.run(("ruby", "-cw"), input=made.stdout, text=True, capture_output=True)
+            self.assertEqual((checked.returncode, checked.stderr), (0, ""))
 
-    def test_without_the_archive_no_formula_is_written(self):
+    def test_fails_without_archive(self):
         for arguments in ((), (REPOSITORY, URL), (REPOSITORY, URL, self.archive.with_name("missing"))):
             with self.subTest(arguments):
                 made = self.make(*arguments)
                 self.assertNotEqual(made.returncode, 0)
                 self.assertEqual(made.stdout, "")
-
-    @unittest.skipUnless(shutil.which("ruby"), "There is no ruby here.")
-    def test_ruby_reads_the_formula_without_a_warning(self):
-        formula = self.make(REPOSITORY, URL, self.archive).stdout
-        checked = subprocess.run(("ruby", "-cw"), input=formula, text=True, capture_output=True)
-        self.assertEqual((checked.returncode, checked.stdout, checked.stderr), (0, "Syntax OK\n", ""))

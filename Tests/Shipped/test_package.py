@@ -3,7 +3,6 @@
 
 import re
 import stat
-import unittest
 from pathlib import Path
 
 from Tests.Support.Python import private_machine
@@ -26,7 +25,7 @@ class InstallTests(PackagingTestCase):
         self.assertEqual(notice.read_bytes(), (SOURCES / "NOTICE").read_bytes())
         self.assert_links_lead_somewhere(place)
 
-    def test_every_file_goes_where_the_platform_expects_it(self):
+    def test_installs_usable_files_where_expected(self):
         place = self.machine.folder / "usr"
         self.install(place)
         self.assert_installed(place)
@@ -34,34 +33,31 @@ class InstallTests(PackagingTestCase):
         self.assertEqual(self.machine.run("lumaret-macos-helper", "list"), printed("[]"))
         self.assert_completes(place / "share")
 
-    def test_every_user_may_read_it_and_none_may_write_it_whatever_the_umask(self):
+    def test_ignores_umask_and_permissions_of_sources(self):
         self.close_sources_to_others()
-        for umask in (0o000, 0o002, 0o022, 0o027, 0o077):
-            with self.subTest(f"{umask:03o}"), self.umask(umask):
+        for umask in (0o000, 0o077):
+            with self.subTest(f"{umask:03o}"):
                 place = self.machine.folder / f"usr-{umask:03o}"
-                self.install(place)
+                self.install(place, umask=umask)
                 self.assert_installed(place)
 
-    def test_a_destination_may_be_relative(self):
+    def test_takes_relative_prefix_and_destdir(self):
         place = self.machine.folder / "relative"
-        place.mkdir(mode=0o755)
-        with self.umask(0o077), kept_manifest():
-            command = ("cmake", "--install", BUILD, "--prefix")
-            self.assert_succeeds(*command, "usr", cwd=place)
-            self.machine.environment["DESTDIR"] = "staged"
-            self.assert_succeeds(*command, "/usr", cwd=place)
+        place.mkdir()
+        self.install("usr", cwd=place, umask=0o077)
+        self.machine.environment["DESTDIR"] = "staged"
+        self.install("/usr", cwd=place, umask=0o077)
         self.assert_installed(place / "usr")
         self.assert_installed(place / "staged/usr")
         self.assertEqual(folder_modes(place), {"drwxr-xr-x"})
 
-    def test_folders_that_are_there_keep_their_permissions(self):
+    def test_keeps_permissions_of_existing_folders(self):
         place = self.machine.folder / "local"
-        share = place / "share"
-        share.mkdir(parents=True)
-        for folder, mode in ((place, 0o2775), (share, 0o700)):
-            folder.chmod(mode)
+        (place / "share").mkdir(parents=True)
+        (place / "share").chmod(0o700)
+        place.chmod(0o2775)
         self.install(place)
-        self.assertEqual([stat.S_IMODE(folder.stat().st_mode) for folder in (place, share)], [0o2775, 0o700])
+        self.assertEqual([stat.S_IMODE(folder.stat().st_mode) for folder in (place, place / "share")], [0o2775, 0o700])
 
     def assert_completes(self, share: Path):
         """Each completion finds its program in this installation, that of fish also behind a link."""
@@ -77,15 +73,13 @@ class InstallTests(PackagingTestCase):
 
 
 class ConfigureTests(PackagingTestCase):
-    def test_configuring_requires_no_program_of_debian(self):
+    def test_calls_no_program_of_debian(self):
         """Nor a program that differs on other systems. Only making the Debian package requires them."""
         tools, asked = self.machine.folder / "tools", self.machine.folder / "asked"
         tools.mkdir()
         debian = [Path("/usr/bin", name) for name in ("date", "gzip", "lsb_release")]
         for program in (*debian, *Path("/usr/bin").glob("apt*"), *Path("/usr/bin").glob("dpkg*")):
-            (tools / program.name).write_text(f'#!/bin/sh\necho "$0 $*" >> {asked}\nexit 1\n')
-            (tools / program.name).chmod(0o755)
-        self.assertTrue((tools / "dpkg").exists())
+            self.machine.write_program(tools / program.name, f'#!/bin/sh\necho "$0 $*" >> {asked}\nexit 1\n')
         self.machine.environment["PATH"] = f"{tools}:{self.machine.environment['PATH']}"
         build = self.machine.folder / "build"
         self.assert_succeeds("cmake", "--preset", "release", "-B", build, cwd=SOURCES)
@@ -112,20 +106,17 @@ class MacPackageTests(PackagingTestCase):
                 action += f'[ "$1" != --install ] || exec /usr/bin/cmake --install {BUILD} "$3" "$4" >/dev/null\n'
             if tool == "pkgbuild":
                 action += f'cp -rp "$2" {self.machine.folder}/root\n'
-            (tools / tool).write_text("#!/bin/sh\n" + action)
-            (tools / tool).chmod(0o755)
+            self.machine.write_program(tools / tool, "#!/bin/sh\n" + action)
         (clone / build).mkdir(parents=True)
         (clone / build / "CMakeCache.txt").write_text(f"CMAKE_PROJECT_VERSION:STATIC={VERSION}\n")
         (clone / "Packaging/macOS").mkdir(parents=True)
-        script = clone / "Packaging/macOS/build-package"
-        script.write_bytes((SOURCES / "Packaging/macOS/build-package").read_bytes())
-        script.chmod(0o755)
-        self.script = script
+        script = "Packaging/macOS/build-package"
+        self.script = self.machine.write_program(clone / script, (SOURCES / script).read_text())
         self.machine.environment["PATH"] = f"{tools}:{self.machine.environment['PATH']}"
 
     def assert_packages(self, signing: str, package_signing: str):
-        with kept_manifest(), self.umask(0o077):
-            self.assertEqual(self.assert_succeeds(self.script), self.PACKAGE + "\n")
+        with kept_manifest():
+            self.assertEqual(self.assert_succeeds(self.script, umask=0o077), self.PACKAGE + "\n")
         build = self.BUILD_FOLDER
         asked = self.asked.read_text()
         root = re.search(r"--root (\S+)", asked)[1]
@@ -146,10 +137,10 @@ class MacPackageTests(PackagingTestCase):
         self.assertEqual(folder_modes(packaged), {"drwxr-xr-x"})
         self.assertFalse(Path(root).exists())
 
-    def test_without_signing_identities_the_executable_is_signed_ad_hoc(self):
+    def test_signs_ad_hoc_without_identities(self):
         self.assert_packages("--sign -", "")
 
-    def test_executable_and_package_are_signed_with_the_given_identities(self):
+    def test_signs_with_given_identities(self):
         self.machine.environment |= {
             "APPLICATION_IDENTITY": "Developer ID Application: Ana",
             "INSTALLER_IDENTITY": "Developer ID Installer: Ana",
@@ -157,7 +148,3 @@ class MacPackageTests(PackagingTestCase):
         self.assert_packages(
             "--options runtime --timestamp --sign Developer ID Application: Ana", "--sign Developer ID Installer: Ana "
         )
-
-
-if __name__ == "__main__":
-    unittest.main()

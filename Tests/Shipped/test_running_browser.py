@@ -4,7 +4,6 @@
 import os
 import signal
 import time
-import unittest
 
 from Tests.Support.Python import chromium, private_machine
 from Tests.Support.Python.browser_test_case import BrowserTestCase
@@ -100,7 +99,3 @@ class RunningBrowserTests(BrowserTestCase):
         outcome = self.machine.run(CHROMIUM.executable, "--switch-of-a-later-release")
         self.assertEqual((outcome.status, outcome.stdout), (0, b"Opening in existing browser session.\n"))
         self.server.await_visit("/new-window")
-
-
-if __name__ == "__main__":
-    unittest.main()

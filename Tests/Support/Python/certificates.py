@@ -4,6 +4,7 @@
 import hashlib
 import itertools
 import os
+import re
 import ssl
 import subprocess
 from dataclasses import dataclass
@@ -48,9 +49,10 @@ subjectAltName = {server_names}
 Name = dict[str, str]  # from the short name of an attribute, such as CN or OU, to its value, in the certificate's order
 
 
-def _run(*command, environment: dict[str, str] | None = None) -> None:
+def _run(command: str, *arguments, environment: dict[str, str] | None = None) -> None:
+    """Runs a command, whose first words have no spaces in them."""
     done = subprocess.run(
-        command,
+        (*command.split(), *arguments),
         env=os.environ | (environment or {}),
         stdin=subprocess.DEVNULL,
         stdout=subprocess.PIPE,
@@ -58,14 +60,12 @@ def _run(*command, environment: dict[str, str] | None = None) -> None:
         timeout=60,
     )
     if done.returncode != 0:
-        raise RuntimeError(f"{command[0]} {command[1]} failed: {done.stdout.decode(errors='replace')}")
+        raise RuntimeError(f"{command} failed: {done.stdout.decode(errors='replace')}")
 
 
 def _subject_option(name: Name) -> bytes:
-    def escaped(text: str) -> str:
-        return "".join("\\" + character if character in "\\/+" else character for character in text)
-
-    return "".join(f"/{key}={escaped(text)}" for key, text in name.items()).encode() or b"/"
+    attributes = (f"/{key}=" + re.sub(r"([\\/+])", r"\\\1", text) for key, text in name.items())
+    return "".join(attributes).encode() or b"/"
 
 
 @dataclass(frozen=True)
@@ -90,30 +90,18 @@ class Authority:
         self._folder = folder
         self._numbers = itertools.count(1)
         self._settings = folder / "openssl.cnf"
-        self._settings.write_text(
-            AUTHORITY_SETTINGS.format(
-                folder=folder, server_names=", ".join(f"DNS:{server_name}" for server_name in server_names)
-            )
-        )
+        hosts = ", ".join(f"DNS:{server_name}" for server_name in server_names)
+        self._settings.write_text(AUTHORITY_SETTINGS.format(folder=folder, server_names=hosts))
         (folder / "index.txt").touch()
         self.certificate = folder / "authority.crt"
         self._key = folder / "authority.key"
         self._sign(self.name, self._key, self.certificate, "root", FAR_AHEAD, "-selfsign", "-keyfile", self._key)
 
     def issue(self, name: Name, *, expires: str = FAR_AHEAD, extensions: str = "client") -> Identity:
-        number = next(self._numbers)
-        identity = Identity(name, self._folder / f"{number}.crt", self._folder / f"{number}.key")
-        self._sign(
-            name,
-            identity.key,
-            identity.certificate,
-            extensions,
-            expires,
-            "-cert",
-            self.certificate,
-            "-keyfile",
-            self._key,
-        )
+        stem = self._folder / str(next(self._numbers))
+        identity = Identity(name, stem.with_suffix(".crt"), stem.with_suffix(".key"))
+        signer = ("-cert", self.certificate, "-keyfile", self._key)
+        self._sign(name, identity.key, identity.certificate, extensions, expires, *signer)
         return identity
 
     def issue_for_server(self) -> Identity:
@@ -129,41 +117,12 @@ class Authority:
 
     def _sign(self, name: Name, key: Path, certificate: Path, extensions: str, expires: str, *signer) -> None:
         request = certificate.with_suffix(".csr")
+        new_key = "-newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes"
+        _run(f"openssl req -new {new_key} -utf8 -subj", _subject_option(name), "-keyout", key, "-out", request)
+        start = LONG_AGO if expires > LONG_AGO else "19600101000000Z"
         _run(
-            "openssl",
-            "req",
-            "-new",
-            "-newkey",
-            "ec",
-            "-pkeyopt",
-            "ec_paramgen_curve:P-256",
-            "-nodes",
-            "-utf8",
-            "-subj",
-            _subject_option(name),
-            "-keyout",
-            key,
-            "-out",
-            request,
-        )
-        _run(
-            "openssl",
-            "ca",
-            "-batch",
-            "-notext",
-            "-config",
-            self._settings,
-            "-extensions",
-            extensions,
-            "-startdate",
-            LONG_AGO if expires > LONG_AGO else "19600101000000Z",
-            "-enddate",
-            expires,
-            *signer,
-            "-in",
-            request,
-            "-out",
-            certificate,
+            f"openssl ca -batch -notext -extensions {extensions} -startdate {start} -enddate {expires}",
+            *("-config", self._settings, *signer, "-in", request, "-out", certificate),
         )
 
 
@@ -174,19 +133,9 @@ def bundle_of(identity: Identity, nickname: str | None = None, password: str = "
     """
     bundle = identity.certificate.with_suffix(".p12")
     _run(
-        "openssl",
-        "pkcs12",
-        "-export",
-        "-in",
-        identity.certificate,
-        "-inkey",
-        identity.key,
-        "-name",
-        nickname or identity.fingerprint[:16],
-        "-passout",
-        f"pass:{password}",
-        "-out",
-        bundle,
+        f"openssl pkcs12 -export -passout pass:{password}",
+        *("-name", nickname or identity.fingerprint[:16], "-in", identity.certificate),
+        *("-inkey", identity.key, "-out", bundle),
     )
     return bundle
 
@@ -199,35 +148,31 @@ class Database:
         self.folder = folder
         self._password = folder.parent / "password"
         self._password.write_text(password + "\n")
-        _run("certutil", "-N", "-d", f"sql:{folder}", "-f", self._password)
+        self._run("certutil -N")
 
-    def add(self, *identities: Identity) -> None:
+    def _run(self, command: str, *arguments) -> None:
+        _run(command, "-d", f"sql:{self.folder}", "-f", self._password, *arguments)
+
+    def add(self, *identities: Identity, nickname: str | None = None) -> None:
         for identity in identities:
-            _run(*self.import_command(identity))
+            _run(*self.import_command(identity, nickname))
 
-    def import_command(self, identity: Identity) -> tuple:
-        return "pk12util", "-i", bundle_of(identity), "-d", f"sql:{self.folder}", "-k", self._password, "-W", ""
+    def import_command(self, identity: Identity, nickname: str | None = None) -> tuple:
+        """The nickname is that of `bundle_of`."""
+        bundle = bundle_of(identity, nickname)
+        return "pk12util", "-i", bundle, "-d", f"sql:{self.folder}", "-k", self._password, "-W", ""
+
+    def add_certificate(self, certificate: Path, nickname: str, trust: str = ",,") -> None:
+        """Without a key."""
+        self._run("certutil -A", "-n", nickname, "-t", trust, "-i", certificate)
+
+    def trust(self, authority: Authority) -> None:
+        self.add_certificate(authority.certificate, "test authority", "C,,")
 
     def name_module(self, library: str) -> None:
         """Adds a PKCS#11 module to the database. The library need not exist."""
         with open(self.folder / "pkcs11.txt", "a") as modules:
             modules.write(f"library={library}\nname=Token\n\n")
-
-    def trust(self, authority: Authority) -> None:
-        _run(
-            "certutil",
-            "-A",
-            "-d",
-            f"sql:{self.folder}",
-            "-f",
-            self._password,
-            "-n",
-            "test authority",
-            "-t",
-            "C,,",
-            "-i",
-            authority.certificate,
-        )
 
 
 class Token:
@@ -241,33 +186,9 @@ class Token:
         settings = folder / "softhsm2.conf"
         settings.write_text(f"directories.tokendir = {self.folder}\n")
         self.environment = {"SOFTHSM2_CONF": str(settings)}
-        self._pin = folder / "pin"
-        self._pin.write_text("1234\n")
-        _run(
-            "softhsm2-util",
-            "--init-token",
-            "--free",
-            "--label",
-            "token",
-            "--so-pin",
-            "12345678",
-            "--pin",
-            "1234",
-            environment=self.environment,
-        )
+        command = "softhsm2-util --init-token --free --label token --so-pin 12345678 --pin 1234"
+        _run(command, environment=self.environment)
 
     def add(self, identity: Identity, database: Database) -> None:
-        _run(
-            "pk12util",
-            "-i",
-            bundle_of(identity),
-            "-d",
-            f"sql:{database.folder}",
-            "-h",
-            "token",
-            "-k",
-            self._pin,
-            "-W",
-            "",
-            environment=self.environment,
-        )
+        place = ("-d", f"sql:{database.folder}", "-h", "token")
+        _run("pk12util -K 1234", "-i", bundle_of(identity), *place, "-W", "", environment=self.environment)

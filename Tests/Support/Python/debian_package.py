@@ -1,17 +1,23 @@
 # SPDX-License-Identifier: Apache-2.0
-"""The Debian package of the build that is under test.
+"""The Debian package of the build that is under test, and a Debian on which to install it.
 
 CTest makes it once for all tests, as a fixture: `python3 -m Tests.Support.Python.debian_package FOLDER`. A test that
 somebody runs without CTest makes its own.
 """
 
+import hashlib
 import os
+import re
 import subprocess
 import sys
 from pathlib import Path
+from stat import filemode
 
+from Tests.Support.Python.outcome import Outcome
 from Tests.Support.Python.packaging_test_case import PackagingTestCase, kept_manifest
+from Tests.Support.Python.private_machine import contents
 from Tests.Support.Python.project import BUILD
+from Tests.Support.Python.users import accounts
 
 MADE_BEFORE = "LUMARET_DEBIAN_PACKAGE"  # the folder where CTest has the package made
 
@@ -33,6 +39,72 @@ class DebianPackageTestCase(PackagingTestCase):
         super().setUp()
         made = os.environ.get(MADE_BEFORE)
         self.package = only_package(Path(made)) if made else make(self.machine.folder / "made")
+
+
+class DebianRootTestCase(DebianPackageTestCase):
+    """A private Debian on which to install the package. It is this machine's root folder under a layer that takes every
+    change, without the browsers, policies, certificates and people of this machine."""
+
+    USERS: dict[str, int] = {}
+    # Records that dpkg and its triggers write for any package.
+    RECORDS = re.compile(r"var/lib/dpkg(/|$)|var/log/|var/cache/(man|ldconfig)(/|$)|etc/ld.so.cache$")
+
+    def setUp(self):
+        super().setUp()
+        layers = self.machine.folder / "layers"
+        self.changes, work, self.root = (layers / name for name in ("changes", "work", "root"))
+        for folder in (self.changes, work, self.root):
+            folder.mkdir(parents=True)
+        options = f"lowerdir=/,upperdir={self.changes},workdir={work}"
+        self.machine.mount("-t", "overlay", "-o", options, "overlay", self.root)
+        for folder in ("dev", "proc"):
+            self.machine.mount("--bind", Path("/", folder), self.root / folder)
+        self.machine.mount("-t", "tmpfs", "none", self.root / "dev/shm")
+        self.forget_this_machine()
+        self.machine.write_program(self.root / "usr/bin/chromium", "#!/bin/sh\n")
+        (self.root / "package.deb").write_bytes(self.package.read_bytes())
+
+    def forget_this_machine(self):
+        self.inside("dpkg", "--purge", "lumaret-macos-helper")
+        settings = self.root.glob("etc/dpkg/dpkg.cfg.d/*")  # a container may exclude manual pages
+        # With this file, man-db indexes all manual pages whenever a package installs one, which takes two seconds.
+        index_of_pages = self.root / "var/lib/man-db/auto-update"
+        folders = [self.root / folder for folder in ("etc/chromium", "etc/opt", "opt/google", "etc/polkit-1/rules.d")]
+        browser = self.root / "usr/bin/chromium"
+        self.assert_succeeds("rm", "-rf", *settings, index_of_pages, browser, *folders)
+        for folder in ("etc/opt", "etc/polkit-1/rules.d"):
+            (self.root / folder).mkdir(parents=True, exist_ok=True)
+        for name, text in accounts(self.USERS).items():
+            (self.root / "etc" / name).write_text(text)
+        self.home = self.root / "administrator"
+        self.home.mkdir(mode=0o700)
+
+    def run_inside(self, *command: str, **settings) -> Outcome:
+        environment = {
+            "HOME": "/administrator",
+            "PATH": "/usr/sbin:/usr/bin:/sbin:/bin",
+            "LC_ALL": "C.UTF-8",
+            "DEBIAN_FRONTEND": "noninteractive",
+        }
+        return self.machine.run("chroot", self.root, *command, env=environment, **settings)
+
+    def inside(self, *command: str, **settings) -> str:
+        outcome = self.run_inside(*command, **settings)
+        self.assertEqual(outcome.status, 0, (outcome.stdout + outcome.stderr).decode(errors="replace"))
+        return outcome.stdout.decode()
+
+    def state(self) -> dict:
+        """All that was added, changed or hidden in the root so far, without records."""
+
+        def is_unchanged_folder(path: str, mode: str) -> bool:
+            original = Path("/", path)
+            return mode[0] == "d" and original.is_dir() and filemode(original.lstat().st_mode) == mode
+
+        return {
+            path: (mode, hashlib.sha256(content).hexdigest())
+            for path, (mode, content) in contents(self.changes).items()
+            if not self.RECORDS.match(path) and not is_unchanged_folder(path, mode)
+        }
 
 
 if __name__ == "__main__":

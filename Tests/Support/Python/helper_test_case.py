@@ -64,13 +64,15 @@ class HelperTestCase(unittest.TestCase):
         self.authority = Authority(self.machine.folder / "authority", name, self.server_names)
         return self.authority
 
-    def make_identities(self, *names: Name, password: str = "") -> list[Identity]:
-        """Issues identities and puts them into the home's NSS database."""
+    def make_identities(
+        self, *names: Name, password: str = "", nickname: str | None = None, **settings
+    ) -> list[Identity]:
+        """Puts new identities into a new NSS database in the home. The settings are those of `Authority.issue`."""
         if not hasattr(self, "authority"):
             self.make_authority()
-        identities = [self.authority.issue(name) for name in names]
+        identities = [self.authority.issue(name, **settings) for name in names]
         self.database = Database(self.machine.home / ".pki/nssdb", password)
-        self.database.add(*identities)
+        self.database.add(*identities, nickname=nickname)
         return identities
 
     def make_identity(self) -> Identity:
@@ -91,13 +93,10 @@ class HelperTestCase(unittest.TestCase):
     def line_of(self, *identities: Identity) -> str:
         """The output of `list` for these identities, with the default expiry of `Authority.issue`."""
 
+        keys = {"commonName": "CN", "locality": "L", "organization": "O", "organizationalUnit": "OU"}
+
         def principal(name: Name) -> dict:
-            return {
-                "commonName": name.get("CN"),
-                "locality": name.get("L"),
-                "organization": name.get("O"),
-                "organizationalUnit": name.get("OU"),
-            }
+            return {key: name.get(attribute) for key, attribute in keys.items()}
 
         return compact_json(
             [

@@ -4,7 +4,10 @@
 from pathlib import Path
 
 from Tests.Support.Python.private_machine import contents
+from Tests.Support.Python.project import SOURCES
 
+DOCUMENTS = ("CHANGELOG.md", "NOTICE", "README.md", "SECURITY.md")
+DOCUMENTS += tuple(str(path.relative_to(SOURCES)) for path in (SOURCES / "docs").rglob("*.*"))
 COMMON = {
     "bin/lumaret-macos-helper",
     "libexec/lumaret-macos-helper/rule-service",
@@ -12,26 +15,7 @@ COMMON = {
     "share/bash-completion/completions/lumaret-macos-helper",
     "share/dbus-1/system-services/com.lumaret.MacHelper1.service",
     "share/dbus-1/system.d/com.lumaret.MacHelper1.conf",
-    "share/doc/lumaret-macos-helper/CHANGELOG.md",
-    "share/doc/lumaret-macos-helper/NOTICE",
-    "share/doc/lumaret-macos-helper/README.md",
-    "share/doc/lumaret-macos-helper/SECURITY.md",
-    "share/doc/lumaret-macos-helper/docs/administrators.md",
-    "share/doc/lumaret-macos-helper/docs/architecture.md",
-    "share/doc/lumaret-macos-helper/docs/companion.md",
-    "share/doc/lumaret-macos-helper/docs/examples/50-lumaret-macos-helper.rules",
-    "share/doc/lumaret-macos-helper/docs/examples/roll-back.yml",
-    "share/doc/lumaret-macos-helper/docs/examples/roll-out.yml",
-    "share/doc/lumaret-macos-helper/docs/hostile-surroundings.md",
-    "share/doc/lumaret-macos-helper/docs/images/benchmark-dark.svg",
-    "share/doc/lumaret-macos-helper/docs/images/benchmark-light.svg",
-    "share/doc/lumaret-macos-helper/docs/images/chrome-policy.png",
-    "share/doc/lumaret-macos-helper/docs/images/demo-ana.png",
-    "share/doc/lumaret-macos-helper/docs/images/demo-ben.png",
-    "share/doc/lumaret-macos-helper/docs/images/permission-dialog.png",
-    "share/doc/lumaret-macos-helper/docs/import-and-undo.md",
-    "share/doc/lumaret-macos-helper/docs/troubleshooting-macos.md",
-    "share/doc/lumaret-macos-helper/docs/troubleshooting.md",
+    *(f"share/doc/lumaret-macos-helper/{document}" for document in DOCUMENTS),
     "share/fish/vendor_completions.d/lumaret-macos-helper.fish",
     "share/lumaret-macos-helper/identities.awk",
     "share/lumaret-macos-helper/listing.schema.json",

@@ -1,18 +1,14 @@
 # SPDX-License-Identifier: Apache-2.0
 """Shared by the transcripts: a Mac that is described in a file, and whole runs of the executable on it."""
 
-import ctypes
 import hashlib
 import json
-import os
-import subprocess
-import tempfile
-import time
 import unittest
 from pathlib import Path
 
 from Tests.Support.Python import private_root
 from Tests.Support.Python.outcome import Outcome
+from Tests.Support.Python.private_machine import PrivateMachine
 from Tests.Support.Python.project import executable
 
 HELPER = executable("development/Tests/OverStandIn/Transcripts/lumaret-macos-helper-over-stand-in")
@@ -61,32 +57,16 @@ def rule(name: str) -> str:
     return '{"filter":{"ISSUER":{"CN":"Example CA"},"SUBJECT":{"CN":"%s"}},"pattern":"*"}' % name
 
 
-def adopt_orphans() -> None:
-    """Makes processes that the executable leaves behind children of this process."""
-    set_child_subreaper = 36
-    ctypes.CDLL(None).prctl(set_child_subreaper, 1)
-
-
-def await_children() -> None:
-    """Waits for stand-ins for Chrome, which would write into a folder that is being removed."""
-    try:
-        while True:
-            os.wait()
-    except ChildProcessError:
-        pass
-
-
 class MacTestCase(unittest.TestCase):
     maxDiff = None
 
     def setUp(self):
+        machine = self._machine = PrivateMachine()
+        self.addCleanup(machine.close)
         private_root.empty_applications()
-        folder = tempfile.TemporaryDirectory(prefix="lumaret-mac-")
-        self.addCleanup(folder.cleanup)
-        adopt_orphans()
-        self.addCleanup(await_children)
-        self._file = Path(folder.name, "mac.json")
-        self._launches = Path(folder.name, "launches")
+        self._file = machine.folder / "mac.json"
+        self._launches = machine.folder / "launches"
+        machine.environment["LUMARET_STAND_IN_MACHINE"] = str(self._file)
         self.mac = {
             "identities": [],
             "preferences": {},
@@ -97,41 +77,27 @@ class MacTestCase(unittest.TestCase):
 
     def install_chrome(self, refresh_status: int = 0) -> None:
         EXECUTABLE.parent.mkdir(parents=True)
-        EXECUTABLE.write_text(
+        self._machine.write_program(
+            EXECUTABLE,
             f"#!/bin/sh\necho \"$@\" >> '{self._launches}'\n"
-            f"case $1 in --refresh-platform-policy) exit {refresh_status};; esac\n"
+            f"case $1 in --refresh-platform-policy) exit {refresh_status};; esac\n",
         )
-        EXECUTABLE.chmod(0o755)
 
     def helper(self, *arguments: str | bytes) -> Outcome:
         """Runs the executable. Afterwards `mac` has its changes."""
         self._file.write_text(json.dumps(self.mac))
-        with tempfile.TemporaryFile() as stdout, tempfile.TemporaryFile() as stderr:
-            done = subprocess.run(
-                [HELPER, *arguments],
-                env=os.environ | {"LUMARET_STAND_IN_MACHINE": str(self._file)},
-                stdin=subprocess.DEVNULL,
-                stdout=stdout,
-                stderr=stderr,
-                timeout=60,
-            )
-            for stream in (stdout, stderr):
-                stream.seek(0)
-            self.mac = json.loads(self._file.read_text())
-            return Outcome(done.returncode, stdout.read(), stderr.read())
+        outcome = self._machine.run(HELPER, *arguments)
+        self.mac = json.loads(self._file.read_text())
+        return outcome
 
     def activate(self, *arguments: str) -> Outcome:
         """Activates the Mac's first identity."""
         return self.helper("activate", "--fingerprint", fingerprint(self.mac["identities"][0]), *arguments)
 
     def launches(self, count: int) -> list[str]:
-        """The arguments of each start of Chrome, once there are at least `count`."""
-        deadline = time.monotonic() + 30
-        while True:
-            starts = self._launches.read_text().splitlines() if self._launches.exists() else []
-            if len(starts) >= count or time.monotonic() > deadline:
-                return starts
-            time.sleep(0.01)
+        """The arguments of each start of Chrome, once all have ended. There should be `count`."""
+        self._machine.await_quiet()
+        return self._launches.read_text().splitlines() if self._launches.exists() else []
 
     def forget_launches(self) -> None:
         self._launches.unlink()

@@ -26,10 +26,9 @@ def told(message: str, value) -> str:
     return re.sub("<(status|text)>", lambda _: str(value), message, count=1)
 
 
-def is_message(line: str) -> bool:
-    """Whether this is a message of the tool, with any status and any text."""
-    patterns = (re.escape(text).replace("<status>", "-?[0-9]+").replace("<text>", ".+") for text in _TEXTS.values())
-    return any(re.fullmatch(pattern, line) for pattern in patterns)
+def every() -> dict[str, str]:
+    """All of them, by their names in that file."""
+    return dict(_TEXTS)
 
 
 def launch_failed(text: str) -> str:

@@ -5,9 +5,9 @@ Inside it, the folders of browsers and policies are empty, the home folder is ne
 loopback, and no process outlives the test. Nothing outside it changes.
 """
 
+import contextlib
 import fcntl
 import os
-import shutil
 import signal
 import socket
 import stat
@@ -24,14 +24,9 @@ from Tests.Support.Python.outcome import Outcome
 
 ENTERED = "LUMARET_PRIVATE_MACHINE"
 PRIVATE_FOLDER = Path("/opt")
-HIDDEN_FOLDERS = (
-    Path("/etc/chromium"),
-    Path("/etc/chromium.d"),
-    Path("/etc/opt"),
-    Path("/run"),  # locks
-    PRIVATE_FOLDER,
-)
-SERVICES = ("dbus-daemon", "polkitd", "rule-service")
+# Browsers, their policies, and locks
+HIDDEN_FOLDERS = (*map(Path, ("/etc/chromium", "/etc/chromium.d", "/etc/opt", "/run")), PRIVATE_FOLDER)
+SERVICES = {"dbus-daemon", "polkitd", "rule-service"}
 
 
 @dataclass(frozen=True)
@@ -41,15 +36,9 @@ class Browser:
     profile: str  # below the home folder
 
 
-CHROMIUM = Browser(
-    executable=Path("/usr/bin/chromium"),
-    policies=Path("/etc/chromium/policies/managed"),
-    profile=".config/chromium",
-)
+CHROMIUM = Browser(Path("/usr/bin/chromium"), Path("/etc/chromium/policies/managed"), ".config/chromium")
 GOOGLE_CHROME = Browser(
-    executable=Path("/opt/google/chrome/google-chrome"),
-    policies=Path("/etc/opt/chrome/policies/managed"),
-    profile=".config/google-chrome",
+    Path("/opt/google/chrome/google-chrome"), Path("/etc/opt/chrome/policies/managed"), ".config/google-chrome"
 )
 
 
@@ -60,31 +49,14 @@ def enter() -> None:
             raise SystemExit(f"Move this clone: in a private machine, {', '.join(map(str, HIDDEN_FOLDERS))} are empty.")
         os.environ |= {ENTERED: "1", "PYTHONUTF8": "1"}
         os.umask(0o022)
-        unshare = [
-            "unshare",
-            "--mount",
-            "--propagation=private",
-            "--net",
-            "--pid",
-            "--fork",
-            "--mount-proc",
-            "--kill-child",
-        ]
-        command = [*unshare, sys.executable, *sys.orig_argv[1:]]
+        unshare = "unshare --mount --propagation=private --net --pid --fork --mount-proc --kill-child".split()
         if os.geteuid() != 0:
-            command = _as_somebody_who_may(command)
-        os.execvp(command[0], command)
+            may_map = subprocess.run(["unshare", "--map-root-user", "true"], stderr=subprocess.DEVNULL).returncode == 0
+            unshare = [*unshare, "--map-root-user"] if may_map else ["sudo", "--preserve-env", *unshare]
+        os.execvp(unshare[0], [*unshare, sys.executable, *sys.orig_argv[1:]])
     if os.getpid() == 1:
         _leave_a_child_to_do_the_work()
         _bring_loopback_up()
-
-
-def _as_somebody_who_may(unshare: list[str]) -> list[str]:
-    """Adds a new user namespace to the command, or sudo if the kernel does not allow one."""
-    probe = subprocess.run(["unshare", "--map-root-user", "true"], stderr=subprocess.DEVNULL)
-    if probe.returncode == 0:
-        return [unshare[0], "--map-root-user", *unshare[1:]]
-    return ["sudo", "--preserve-env", *unshare]
 
 
 def _leave_a_child_to_do_the_work() -> None:
@@ -116,18 +88,15 @@ def await_until(condition, what: str, seconds: float = 60):
     return value
 
 
-def other_processes() -> list[int]:
-    """All live processes of the private machine, except its first one and this one."""
-    found = []
-    for entry in os.listdir("/proc"):
-        if not entry.isdigit() or int(entry) in (1, os.getpid()):
-            continue
-        try:
-            state = Path("/proc", entry, "stat").read_text(errors="replace").rpartition(")")[2].split()[0]
-        except (FileNotFoundError, ProcessLookupError):
-            continue
-        if state != "Z":
-            found.append(int(entry))
+def other_processes() -> dict[int, str]:
+    """The numbers and names of all live processes of the private machine, except its first one and this one."""
+    found = {}
+    for number in filter(str.isdigit, os.listdir("/proc")):
+        with contextlib.suppress(FileNotFoundError, ProcessLookupError):
+            status = Path("/proc", number, "stat").read_text(errors="replace")
+            name, _, others = status.partition("(")[2].rpartition(")")
+            if others.split()[0] != "Z" and int(number) not in (1, os.getpid()):
+                found[int(number)] = name
     return found
 
 
@@ -156,9 +125,8 @@ class PrivateMachine:
             self.mount_empty(hidden)
         self.folder = PRIVATE_FOLDER / "private-machine"
         self.folder.mkdir(mode=0o755)
-        self.home = self.folder / "home"
+        self.home, temporary = self.folder / "home", self.folder / "tmp"
         self.home.mkdir(mode=0o700)
-        temporary = self.folder / "tmp"
         temporary.mkdir(mode=0o700)
         self.environment = {
             "HOME": str(self.home),
@@ -170,10 +138,8 @@ class PrivateMachine:
     def close(self) -> None:
         def all_ended():
             for process in other_processes():
-                try:
+                with contextlib.suppress(ProcessLookupError):
                     os.kill(process, signal.SIGKILL)
-                except ProcessLookupError:
-                    pass
             return not other_processes()
 
         await_until(all_ended, "the private machine's processes to end")
@@ -224,34 +190,33 @@ class PrivateMachine:
 
     def hide(self, browser: Browser) -> None:
         """Replaces the browser with a file that nobody may execute."""
-        nothing = self.folder / "not-executable"
-        nothing.touch(mode=0o644)
-        self.mount_over(browser.executable, nothing)
+        self.replace_program(browser.executable, "", 0o644)
 
     def install_stand_in(self, browser: Browser, refresh_status: int = 0, window_status: int = 0) -> None:
         """Replaces the browser with a script that only records its arguments."""
-        script = self.folder / f"stand-in-{browser.executable.name}"
-        script.write_text(
+        self.replace(
+            browser,
             "#!/bin/sh\n"
             f"printf '%s\\0' {browser.executable.name} $# \"$@\" >> '{self._launches}'\n"
-            f"case $1 in --refresh-platform-policy) exit {refresh_status};; *) exit {window_status};; esac\n"
+            f"case $1 in --refresh-platform-policy) exit {refresh_status};; *) exit {window_status};; esac\n",
         )
-        script.chmod(0o755)
-        if browser.executable.exists():
-            self.mount_over(browser.executable, script)
-        else:
-            browser.executable.parent.mkdir(parents=True, exist_ok=True)
-            shutil.copy(script, browser.executable)
 
     def replace(self, browser: Browser, script: str) -> None:
         """Replaces the browser with this script."""
         self.replace_program(browser.executable, script)
 
-    def replace_program(self, program: Path, script: str) -> None:
-        file = self.folder / f"replacement-of-{program.name}"
-        file.write_text(script)
-        file.chmod(0o755)
+    def replace_program(self, program: Path, script: str, mode: int = 0o755) -> None:
+        file = self.write_program(self.folder / f"{program.name}-{len(self._mounts)}", script, mode)
+        if program.is_relative_to(PRIVATE_FOLDER):  # Elsewhere, the program itself must exist.
+            program.parent.mkdir(parents=True, exist_ok=True)
+            program.touch()
         self.mount_over(program, file)
+
+    @staticmethod
+    def write_program(file: Path, script: str, mode: int = 0o755) -> Path:
+        file.write_text(script)
+        file.chmod(mode)
+        return file
 
     def launches(self) -> list[tuple[str, list[bytes]]]:
         """Waits until all stand-ins have ended. Returns the name and the arguments of each, in order."""
@@ -263,16 +228,7 @@ class PrivateMachine:
 
     def await_quiet(self) -> None:
         """Waits until all processes that a program left running have ended, except the services of a system bus."""
-
-        def is_service(process: int) -> bool:
-            try:
-                return Path("/proc", str(process), "comm").read_text().strip() in SERVICES
-            except (FileNotFoundError, ProcessLookupError):
-                return True
-
-        await_until(
-            lambda: all(is_service(process) for process in other_processes()), "the programs that are still running"
-        )
+        await_until(lambda: SERVICES.issuperset(other_processes().values()), "the programs that are still running")
 
     def profile(self, browser: Browser) -> Path:
         profile = self.home / browser.profile

@@ -9,8 +9,9 @@ import signal
 import subprocess
 from pathlib import Path
 
-from Tests.Support.Python.private_machine import PrivateMachine, await_until
+from Tests.Support.Python.private_machine import PrivateMachine, await_until, other_processes
 from Tests.Support.Python.project import MADE, RULE_SERVICE, SOURCES
+from Tests.Support.Python.users import accounts
 
 NAME = "com.lumaret.MacHelper1"
 OBJECT = "/com/lumaret/MacHelper1"
@@ -43,7 +44,9 @@ class SystemBus:
         for file, content in kept.items():
             file.write_bytes(content)
         RULES.mkdir()
-        self._replace_accounts(machine, users or {})
+        for name, text in accounts(users or {}).items():
+            (machine.folder / name).write_text(text)
+            machine.mount_over(Path("/etc", name), machine.folder / name)
         self._starter = machine.folder / "start-rule-service"
         self.start_with()
         self._install()
@@ -59,16 +62,6 @@ class SystemBus:
         self._daemon.kill()
         self._daemon.wait()
 
-    @staticmethod
-    def _replace_accounts(machine: PrivateMachine, users: dict[str, int]) -> None:
-        """No test depends on the ordinary users of this machine."""
-        for name, line in (("passwd", "{0}:x:{1}:{1}::/home/{0}:/bin/sh"), ("group", "{0}:x:{1}:")):
-            real = Path("/etc", name)
-            system = [entry for entry in real.read_text().splitlines() if is_of_the_system(int(entry.split(":")[2]))]
-            file = machine.folder / name
-            file.write_text("\n".join([*system, *(line.format(*user) for user in users.items()), ""]))
-            machine.mount_over(real, file)
-
     def _install(self) -> None:
         packaging = SOURCES / "Packaging/RuleService"
         shutil.copy(packaging / "com.lumaret.MacHelper1.conf", POLICIES)
@@ -81,10 +74,9 @@ class SystemBus:
         """From now on, the bus starts the rule service through this command, whose last word is the program."""
         # In a traced process the leak sanitizer fails. Under this umask, everybody must still be able to read what
         # the service creates.
-        self._starter.write_text(
-            f"#!/bin/sh\numask 077\nexport ASAN_OPTIONS=detect_leaks=0\nexec {shlex.join((*command, str(RULE_SERVICE)))}\n"
-        )
-        self._starter.chmod(0o755)
+        settings = "umask 077\nexport ASAN_OPTIONS=detect_leaks=0"
+        script = f"#!/bin/sh\n{settings}\nexec {shlex.join((*command, str(RULE_SERVICE)))}\n"
+        PrivateMachine.write_program(self._starter, script)
 
     def end_service(self) -> None:
         """Ends the rule service, if it runs. The next call starts it again."""
@@ -103,19 +95,8 @@ class SystemBus:
     @property
     def service(self) -> int | None:
         """The process of the rule service, if one runs."""
-        for entry in Path("/proc").iterdir():
-            if entry.name.isdigit():
-                try:
-                    if os.readlink(entry / "exe") == str(RULE_SERVICE):
-                        return int(entry.name)
-                except OSError:
-                    pass
-        return None
+        return next((number for number, name in other_processes().items() if name == RULE_SERVICE.name), None)
 
     def log(self) -> str:
         """What the rule service and the bus have printed."""
         return self._log.read_text(errors="replace")
-
-
-def is_of_the_system(number: int) -> bool:
-    return number < 1000 or number >= 65534

@@ -12,36 +12,7 @@ from urllib.parse import urlsplit
 from Tests.Support.Python.certificates import Authority
 from Tests.Support.Python.private_machine import await_until
 
-PAGE = """<!doctype html>
-<html lang="en">
-<meta charset="utf-8">
-<title>Certificate shown: {common_name}</title>
-<link rel="icon" href="data:,">
-<style>
-  body {{ margin: 0; min-height: 100vh; display: grid; place-items: center; background: #eef2f6;
-         color: #1c2733; font: 18px/1.5 "DejaVu Sans", sans-serif; }}
-  main {{ background: #fff; border-top: 6px solid #2f6f4f; border-radius: 6px; padding: 36px 48px;
-         box-shadow: 0 2px 12px #0002; }}
-  h1 {{ margin: 0 0 24px; font-size: 30px; }}
-  dt {{ color: #5b6b7a; font-size: 15px; }}
-  dd {{ margin: 0 0 16px; }}
-  code {{ font: 15px "DejaVu Sans Mono", monospace; }}
-</style>
-<main>
-  <h1>Welcome, {common_name}</h1>
-  <dl>
-    <dt>This server was shown the certificate of</dt><dd>{subject}</dd>
-    <dt>issued by</dt><dd>{issuer}</dd>
-    <dt>with the SHA-256 fingerprint</dt><dd><code>{fingerprint}</code></dd>
-    <dt>for the address</dt><dd><code>{address}</code></dd>
-  </dl>
-</main>
-<script>
-  // The second callback comes when a frame of the whole page has been drawn.
-  onload = () => requestAnimationFrame(() => requestAnimationFrame(() => fetch("/drawn" + location.pathname)));
-</script>
-</html>
-"""
+PAGE = '<!doctype html><link rel="icon" href="data:,"><title>{common_name}</title>'
 
 
 @dataclass(frozen=True)
@@ -53,9 +24,12 @@ class Visit:
 
 
 class TlsServer:
-    """Runs until `close`. A client without a certificate of the authority gets no page and is not recorded."""
+    """Runs until `close`. A client without a certificate of the authority gets no page and is not recorded.
 
-    def __init__(self, authority: Authority):
+    `page` has the names of the certificate's and the request's properties in braces.
+    """
+
+    def __init__(self, authority: Authority, page: str = PAGE):
         own = authority.issue_for_server()
         context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
         context.load_cert_chain(own.certificate, own.key)
@@ -77,9 +51,9 @@ class TlsServer:
                 self.request.close()
 
             def do_GET(self):
-                visit, page = _visit_and_page(self)
+                visit, shown = _visit(self)
                 visits.append(visit)
-                body = page.encode()
+                body = page.format(**{key: html.escape(text) for key, text in shown.items()}).encode()
                 self.send_response(200)
                 self.send_header("Content-Type", "text/html; charset=utf-8")
                 self.send_header("Content-Length", str(len(body)))
@@ -117,22 +91,16 @@ class TlsServer:
         self._server.server_close()
 
 
-def _visit_and_page(handler: BaseHTTPRequestHandler) -> tuple[Visit, str]:
+def _visit(handler: BaseHTTPRequestHandler) -> tuple[Visit, dict[str, str]]:
+    """The visit, and what its page may show."""
     certificate = handler.request.getpeercert()
-    fingerprint = hashlib.sha256(handler.request.getpeercert(binary_form=True)).hexdigest()
     subject, issuer = (dict(pair for part in certificate[field] for pair in part) for field in ("subject", "issuer"))
     address = f"https://{handler.headers['Host']}{handler.path}"
-    visit = Visit(urlsplit(address).hostname, handler.path, subject.get("commonName", ""), fingerprint)
-    page = PAGE.format(
-        **{
-            key: html.escape(text)
-            for key, text in {
-                "common_name": visit.common_name,
-                "subject": ", ".join(subject.values()),
-                "issuer": ", ".join(issuer.values()),
-                "fingerprint": fingerprint,
-                "address": address,
-            }.items()
-        }
-    )
-    return visit, page
+    shown = {
+        "common_name": subject.get("commonName", ""),
+        "subject": ", ".join(subject.values()),
+        "issuer": ", ".join(issuer.values()),
+        "fingerprint": hashlib.sha256(handler.request.getpeercert(binary_form=True)).hexdigest(),
+        "address": address,
+    }
+    return Visit(urlsplit(address).hostname, handler.path, shown["common_name"], shown["fingerprint"]), shown
