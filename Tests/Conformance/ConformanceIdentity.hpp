@@ -3,27 +3,26 @@
 
 #include <array>
 #include <chrono>
-#include <cstdio>
+#include <ctime>
 #include <string>
+#include <utility>
+#include <vector>
 
-#include "Tests/Conformance/ConformanceCertificate.hpp"
+#include "LumaretMacHelper/Contracts.hpp"
 #include "Tests/Support/Cpp/FreshIdentity.hpp"
 
 namespace lumaret::tests::conformance {
 
-/// The time in the form of X.509: a UTCTime up to 2049, and a GeneralizedTime after it.
-inline std::string x509Time(Date time) {
-  const auto day = std::chrono::floor<std::chrono::days>(time);
-  const std::chrono::year_month_day date(day);
-  const std::chrono::hh_mm_ss clock(std::chrono::floor<std::chrono::seconds>(time - day));
-  std::array<char, 32> text{};
-  std::snprintf(text.data(), text.size(), "%04d%02u%02u%02d%02d%02dZ",
-                static_cast<int>(date.year()), static_cast<unsigned>(date.month()),
-                static_cast<unsigned>(date.day()), static_cast<int>(clock.hours().count()),
-                static_cast<int>(clock.minutes().count()),
-                static_cast<int>(clock.seconds().count()));
-  return date.year() < std::chrono::year(2050) ? text.data() + 2 : text.data();
-}
+/// The contents of a self-signed certificate.
+struct Certificate {
+  /// Short names of attributes ("CN", "O", "OU", "L", "C") and their values in UTF-8, in the order
+  /// of the certificate. Both subject and issuer have this name.
+  std::vector<std::pair<std::string, std::string>> name;
+  /// In whole seconds.
+  Date expiresAt = std::chrono::sys_days(std::chrono::year(2099) / 12 / 31);
+};
+
+inline Certificate named(std::string commonName) { return {{{"CN", std::move(commonName)}}}; }
 
 /// A real certificate with these contents, and its key.
 inline FreshIdentity makeIdentity(const TemporaryFolder& folder, const Certificate& certificate,
@@ -35,7 +34,15 @@ inline FreshIdentity makeIdentity(const TemporaryFolder& folder, const Certifica
       subject += character == '/' ? "\\/" : std::string(1, character);
     }
   }
-  return tests::makeIdentity(folder, subject, keyType, x509Time(certificate.expiresAt));
+  const std::time_t seconds =
+      std::chrono::floor<std::chrono::seconds>(certificate.expiresAt).time_since_epoch().count();
+  std::tm utc{};
+  ::gmtime_r(&seconds, &utc);
+  // X.509 has a UTCTime up to 2049, and a GeneralizedTime after it.
+  std::array<char, 32> expiry{};
+  std::strftime(expiry.data(), expiry.size(), utc.tm_year < 150 ? "%y%m%d%H%M%SZ" : "%Y%m%d%H%M%SZ",
+                &utc);
+  return tests::makeIdentity(folder, subject, keyType, expiry.data());
 }
 
 }  // namespace lumaret::tests::conformance

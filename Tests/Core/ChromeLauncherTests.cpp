@@ -2,18 +2,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <functional>
 #include <memory>
 #include <new>
 #include <optional>
-#include <stdexcept>
 #include <string>
-#include <system_error>
-#include <vector>
 
 #include "LumaretMacHelper/ChromeLauncher.hpp"
-#include "Tests/Core/CallLog.hpp"
+#include "Tests/Core/FakeSystem.hpp"
 #include "Tests/Support/Cpp/Messages.hpp"
 #include "Tests/Support/Cpp/ThrownError.hpp"
 
@@ -23,207 +18,98 @@ namespace {
 using testing::ElementsAre;
 using Error = CertificateSelectorError;
 
-const std::string executable = "/opt/Chrome Example/chrome";
-
-/// Logs every call before its hook runs.
-class FakeEnvironment final : public ChromeLaunchEnvironment {
- public:
-  [[nodiscard]] bool isExecutableFile(const std::filesystem::path& path) const override {
-    log_.push_back("isExecutableFile " + path.string());
-    return installed;
-  }
-
-  [[nodiscard]] bool isApplicationRunning(const std::string& bundleIdentifier) const override {
-    log_.push_back("isApplicationRunning " + bundleIdentifier);
-    if (onRunningTest) {
-      onRunningTest();
-    }
-    return running;
-  }
-
-  void run(const std::filesystem::path& executableURL, const std::vector<std::string>& arguments,
-           bool waitUntilExit) const override {
-    log_.push_back((waitUntilExit ? "run and await " : "run ") + executableURL.string() + " " +
-                   listed(arguments));
-    if (const auto& hook = waitUntilExit ? onRefresh : onOpen) {
-      hook();
-    }
-  }
-
-  [[nodiscard]] const CallLog& log() const { return log_; }
-
-  bool installed = true;
-  bool running = false;
-  std::function<void()> onRunningTest;
-  std::function<void()> onRefresh;
-  std::function<void()> onOpen;
-
- private:
-  mutable CallLog log_;
-};
-
-const std::string installedTest = "isExecutableFile " + executable;
+const std::string installedTest = "isExecutableFile /opt/Chrome Example/chrome";
 const std::string runningTest = "isApplicationRunning com.google.Chrome";
-const std::string refresh = "run and await " + executable + " [--refresh-platform-policy]";
-const std::string openWindow = "run " + executable + " [--new-window]";
+const std::string refresh = "run and await /opt/Chrome Example/chrome [--refresh-platform-policy]";
+const std::string openWindow = "run /opt/Chrome Example/chrome [--new-window]";
 
 std::string openWindowAt(const std::string& address) {
-  return "run " + executable + " [--new-window, " + address + "]";
+  return "run /opt/Chrome Example/chrome [--new-window, " + address + "]";
 }
 
 class Launcher : public testing::Test {
  protected:
   std::optional<Error> errorOfOpening(const std::optional<URL>& destination = std::nullopt) {
+    system.calls.clear();
     return selectorErrorOf([&] { launcher.open(destination); });
   }
 
-  std::shared_ptr<FakeEnvironment> environment = std::make_shared<FakeEnvironment>();
-  ChromeLauncher launcher{executable, environment};
+  /// What is started, once Chrome is found and asked whether it runs.
+  Texts startedFor(const std::optional<URL>& destination) {
+    EXPECT_EQ(errorOfOpening(destination), std::nullopt);
+    EXPECT_EQ(system.calls.at(0), installedTest);
+    EXPECT_EQ(system.calls.at(1), runningTest);
+    return {system.calls.begin() + 2, system.calls.end()};
+  }
+
+  FakeSystem system;
+  ChromeLauncher launcher{"/opt/Chrome Example/chrome", std::make_shared<FakeEnvironment>(system)};
 };
 
-TEST_F(Launcher, ChromeIsInstalledWhenItsExecutableIs) {
+TEST_F(Launcher, StartsNothingWithoutAnExecutable) {
   EXPECT_TRUE(launcher.isChromeInstalled());
-  environment->installed = false;
+  system.isInstalled = false;
+  system.isRunning = true;
   EXPECT_FALSE(launcher.isChromeInstalled());
-  EXPECT_THAT(environment->log(), ElementsAre(installedTest, installedTest));
-}
-
-TEST_F(Launcher, WithoutAnExecutableNothingElseIsAskedOrStarted) {
-  environment->installed = false;
-  environment->running = true;
   EXPECT_EQ(errorOfOpening(URL{"https://a.example", "https"}), Error::chromeNotInstalled());
-  EXPECT_THAT(environment->log(), ElementsAre(installedTest));
+  EXPECT_THAT(system.calls, ElementsAre(installedTest));
 }
 
-TEST_F(Launcher, WithoutADestinationAChromeThatIsNotRunningIsStartedWithOneWindow) {
-  launcher.open(std::nullopt);
-  EXPECT_THAT(environment->log(), ElementsAre(installedTest, runningTest, openWindow));
-}
-
-TEST_F(Launcher, WithADestinationAChromeThatIsNotRunningIsStartedWithOneWindowThere) {
-  launcher.open(URL{"http://a.example/", "http"});
-  EXPECT_THAT(environment->log(),
-              ElementsAre(installedTest, runningTest, openWindowAt("http://a.example/")));
-}
-
-TEST_F(Launcher, ARunningChromeIsRefreshedAndAwaitedBeforeTheWindow) {
-  environment->running = true;
-  launcher.open(std::nullopt);
-  EXPECT_THAT(environment->log(), ElementsAre(installedTest, runningTest, refresh, openWindow));
-}
-
-TEST_F(Launcher, ARunningChromeIsRefreshedAndAwaitedBeforeTheWindowAtTheDestination) {
-  environment->running = true;
-  launcher.open(URL{"https://a.example/?q=1#top", "https"});
-  EXPECT_THAT(environment->log(), ElementsAre(installedTest, runningTest, refresh,
-                                              openWindowAt("https://a.example/?q=1#top")));
-}
-
-TEST_F(Launcher, TheDestinationMayBeLeftOut) {
-  environment->running = true;
-  launcher.open();
-  EXPECT_THAT(environment->log(), ElementsAre(installedTest, runningTest, refresh, openWindow));
-}
-
-TEST_F(Launcher, AnUpperCaseSchemeIsAcceptedAndTheAddressIsPassedUnchanged) {
-  launcher.open(URL{"HTTPS://A.Example/Ä b", "HTTPS"});
-  EXPECT_EQ(environment->log().back(), openWindowAt("HTTPS://A.Example/Ä b"));
-  launcher.open(URL{"hTTp://A.Example", "hTTp"});
-  EXPECT_EQ(environment->log().back(), openWindowAt("hTTp://A.Example"));
-}
-
-TEST_F(Launcher, RefusesAnyOtherSchemeAndStartsNothing) {
-  for (const char* scheme : {"ftp", "file", "javascript", "httpss", "xhttp", "chrome", ""}) {
-    const auto callsBefore = environment->log().size();
-    EXPECT_EQ(errorOfOpening(URL{std::string(scheme) + ":a", scheme}),
-              Error::chromeLaunchFailed(messages::unsupportedScheme))
-        << scheme;
-    EXPECT_EQ(environment->log().size(), callsBefore + 2);
-    EXPECT_EQ(environment->log().back(), runningTest);
+TEST_F(Launcher, OpensAWindowPerhapsAtAnAddress) {
+  EXPECT_THAT(startedFor(std::nullopt), ElementsAre(openWindow));
+  for (const char* scheme : {"http", "https", "HTTPS", "hTTp"}) {
+    const std::string address = std::string(scheme) + "://A.Example/Ä b?q=1#top";
+    EXPECT_THAT(startedFor(URL{address, scheme}), ElementsAre(openWindowAt(address)));
   }
 }
 
-TEST_F(Launcher, RefusesARelativeAddressAndStartsNothing) {
-  EXPECT_EQ(errorOfOpening(URL{"https/a.example", std::nullopt}),
-            Error::chromeLaunchFailed(messages::unsupportedScheme));
-  EXPECT_THAT(environment->log(), ElementsAre(installedTest, runningTest));
+TEST_F(Launcher, AwaitsTheRefreshOfARunningChromeAndNotTheWindow) {
+  system.isRunning = true;
+  launcher.open();
+  EXPECT_THAT(system.calls, ElementsAre(installedTest, runningTest, refresh, openWindow));
+  EXPECT_THAT(startedFor(URL{"http:a", "http"}), ElementsAre(refresh, openWindowAt("http:a")));
 }
 
-TEST_F(Launcher, RefusesAnAddressOnlyAfterTheRefreshOfARunningChrome) {
-  environment->running = true;
-  EXPECT_EQ(errorOfOpening(URL{"ftp://a.example", "ftp"}),
-            Error::chromeLaunchFailed(messages::unsupportedScheme));
-  EXPECT_THAT(environment->log(), ElementsAre(installedTest, runningTest, refresh));
+TEST_F(Launcher, RejectsAnyOtherSchemeAfterTheRefresh) {
+  using Scheme = std::optional<std::string>;
+  for (const Scheme& scheme : {Scheme("ftp"), Scheme("file"), Scheme("javascript"),
+                               Scheme("httpss"), Scheme("xhttp"), Scheme(""), Scheme()}) {
+    system.isRunning = false;
+    EXPECT_EQ(errorOfOpening(URL{"https://a.example", scheme}),
+              Error::chromeLaunchFailed(messages::unsupportedScheme));
+    EXPECT_THAT(system.calls, ElementsAre(installedTest, runningTest));
+    system.isRunning = true;
+    EXPECT_EQ(errorOfOpening(URL{"https://a.example", scheme}),
+              Error::chromeLaunchFailed(messages::unsupportedScheme));
+    EXPECT_EQ(system.calls.back(), refresh);
+  }
 }
 
-TEST_F(Launcher, AFailedRefreshIsReportedInsteadOfARefusedAddress) {
-  environment->running = true;
-  environment->onRefresh = [] { throw ChromeProcessError::unsuccessfulExit(1); };
-  EXPECT_EQ(errorOfOpening(URL{"ftp://a.example", "ftp"}),
-            Error::chromeLaunchFailed(messages::told(messages::unsuccessfulExit, 1)));
+TEST_F(Launcher, EndsAtAFailureWithItsText) {
+  system.isRunning = true;
+  for (const std::string& call : {openWindow, refresh, runningTest}) {
+    system.fail(call, ChromeProcessError::unsuccessfulExit(3));
+    EXPECT_EQ(errorOfOpening(),
+              Error::chromeLaunchFailed(messages::told(messages::unsuccessfulExit, 3)));
+    system.fail(call, std::bad_alloc());
+    EXPECT_EQ(errorOfOpening(), Error::chromeLaunchFailed(std::bad_alloc().what()));
+    system.fail(call, 7);
+    EXPECT_EQ(errorOfOpening(), Error::chromeLaunchFailed("Unknown error."));
+    EXPECT_EQ(system.calls.back(), call);
+  }
 }
 
-TEST_F(Launcher, ARefreshThatExitsUnsuccessfullyOpensNoWindow) {
-  environment->running = true;
-  environment->onRefresh = [] { throw ChromeProcessError::unsuccessfulExit(3); };
-  EXPECT_EQ(errorOfOpening(),
-            Error::chromeLaunchFailed(messages::told(messages::unsuccessfulExit, 3)));
-  EXPECT_THAT(environment->log(), ElementsAre(installedTest, runningTest, refresh));
-}
-
-TEST_F(Launcher, AnythingElseThatIsThrownIsMappedLikeAnException) {
-  environment->running = true;
-  environment->onRefresh = [] { throw 7; };
-  EXPECT_EQ(errorOfOpening(), Error::chromeLaunchFailed("Unknown error."));
-}
-
-TEST_F(Launcher, AnyOtherFailureOfTheRefreshCarriesItsText) {
-  environment->running = true;
-  const std::system_error noMemory(std::make_error_code(std::errc::not_enough_memory), "fork");
-  environment->onRefresh = [&] { throw noMemory; };
-  EXPECT_EQ(errorOfOpening(), Error::chromeLaunchFailed(noMemory.what()));
-  environment->onRefresh = [] { throw std::logic_error("no text"); };
-  EXPECT_EQ(errorOfOpening(), Error::chromeLaunchFailed("no text"));
-  environment->onRefresh = [] { throw std::bad_alloc(); };
-  EXPECT_EQ(errorOfOpening(), Error::chromeLaunchFailed(std::bad_alloc().what()));
-}
-
-TEST_F(Launcher, AFailureToStartTheWindowCarriesItsText) {
-  environment->onOpen = [] { throw std::runtime_error("Permission denied"); };
-  EXPECT_EQ(errorOfOpening(), Error::chromeLaunchFailed("Permission denied"));
-}
-
-TEST_F(Launcher, AFailureToFindRunningApplicationsCarriesItsText) {
-  environment->onRunningTest = [] { throw std::runtime_error("No process table"); };
-  EXPECT_EQ(errorOfOpening(), Error::chromeLaunchFailed("No process table"));
-  EXPECT_THAT(environment->log(), ElementsAre(installedTest, runningTest));
-}
-
-TEST_F(Launcher, ASelectorErrorPassesUnchanged) {
-  environment->onOpen = [] { throw Error::keychainFailure(-61); };
+TEST_F(Launcher, RethrowsASelectorErrorUnchanged) {
+  system.fail(openWindow, Error::keychainFailure(-61));
   EXPECT_EQ(errorOfOpening(), Error::keychainFailure(-61));
 }
 
-TEST_F(Launcher, NeverAwaitsTheProcessThatOpensTheWindow) {
-  environment->running = true;
-  launcher.open(std::nullopt);
-  launcher.open(URL{"https://a.example", "https"});
-  EXPECT_THAT(environment->log(),
-              ElementsAre(installedTest, runningTest, refresh, openWindow, installedTest,
-                          runningTest, refresh, openWindowAt("https://a.example")));
-}
-
-TEST(ChromeProcess, AnUnsuccessfulExitHasItsStatus) {
-  EXPECT_EQ(std::string(ChromeProcessError::unsuccessfulExit(1).what()),
-            messages::told(messages::unsuccessfulExit, 1));
-  EXPECT_EQ(std::string(ChromeProcessError::unsuccessfulExit(-15).what()),
-            messages::told(messages::unsuccessfulExit, -15));
-  EXPECT_EQ(ChromeProcessError::unsuccessfulExit(-15).status(), -15);
-}
-
-TEST(ChromeProcess, UnsuccessfulExitsAreEqualWhenTheirStatusesAre) {
-  EXPECT_TRUE(ChromeProcessError::unsuccessfulExit(3) == ChromeProcessError::unsuccessfulExit(3));
-  EXPECT_FALSE(ChromeProcessError::unsuccessfulExit(3) == ChromeProcessError::unsuccessfulExit(-3));
+TEST(ChromeProcess, HasItsStatus) {
+  const auto error = ChromeProcessError::unsuccessfulExit(-15);
+  EXPECT_EQ(std::string(error.what()), messages::told(messages::unsuccessfulExit, -15));
+  EXPECT_EQ(error.status(), -15);
+  EXPECT_TRUE(error == ChromeProcessError::unsuccessfulExit(-15));
+  EXPECT_FALSE(error == ChromeProcessError::unsuccessfulExit(15));
 }
 
 }  // namespace

@@ -1,23 +1,30 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Tests/Core/FakePlatform.hpp"
-
+#include <algorithm>
 #include <cstdio>
 
+#include "LumaretMacHelper/KeychainChromePrivateKeyAuthorizer.hpp"
 #include "LumaretMacHelper/PlatformFunctions.hpp"
-#include "LumaretMacHelper/PlatformServices.hpp"
+#include "Tests/Core/FakeSystem.hpp"
 
 namespace lumaret::tests {
 
-FakePlatform& fakePlatform() {
-  static FakePlatform platform;
-  return platform;
+FakeSystem& fakeSystem() {
+  static FakeSystem system;
+  return system;
 }
 
 }  // namespace lumaret::tests
 
 namespace lumaret {
 
-std::array<std::uint8_t, 32> sha256(std::span<const std::uint8_t> /*bytes*/) { return {}; }
+using namespace tests;
+
+/// No digest: the beginning of the bytes.
+std::array<std::uint8_t, 32> sha256(std::span<const std::uint8_t> bytes) {
+  std::array<std::uint8_t, 32> beginning{};
+  std::copy_n(bytes.begin(), std::min(bytes.size(), beginning.size()), beginning.begin());
+  return beginning;
+}
 
 TextComparison localizedCaseInsensitiveComparison() {
   return [](const std::string& left, const std::string& right) -> std::weak_ordering {
@@ -25,51 +32,33 @@ TextComparison localizedCaseInsensitiveComparison() {
   };
 }
 
-std::filesystem::path chromeExecutable() { return "/no/such/chrome"; }
+std::filesystem::path chromeExecutable() { return "/opt/chrome"; }
 
-void prepareStandardStreams() noexcept {}
+void prepareStandardStreams() noexcept {
+  fakeSystem().calls.emplace_back("prepareStandardStreams");
+}
 
 void writeStandardOutput(std::string_view text) {
-  std::fwrite(text.data(), 1, text.size(), stdout);
+  fakeSystem().called("output " + std::string(text));
 }
 
 void writeStandardError(std::string_view text) noexcept {
-  std::fwrite(text.data(), 1, text.size(), stderr);
+  fakeSystem().calls.push_back("error " + std::string(text));
+  const std::string log = listed(fakeSystem().calls);
+  std::fwrite(log.data(), 1, log.size(), stderr);
 }
-
-std::vector<std::unique_ptr<KeychainIdentity>> SystemKeychainIdentityQuery::copyIdentities() const {
-  tests::fakePlatform().onListing();
-  return {};
-}
-
-std::vector<std::string> CurrentUserChromePreferences::readRules() const { return {}; }
-
-void CurrentUserChromePreferences::writeRules(const std::vector<std::string>& /*rules*/) {}
-
-bool CurrentUserChromePreferences::synchronize() { return true; }
-
-bool SystemChromeLaunchEnvironment::isExecutableFile(const std::filesystem::path& /*path*/) const {
-  return false;
-}
-
-bool SystemChromeLaunchEnvironment::isApplicationRunning(const std::string& /*bundle*/) const {
-  return false;
-}
-
-void SystemChromeLaunchEnvironment::run(const std::filesystem::path& /*executableURL*/,
-                                        const std::vector<std::string>& /*arguments*/,
-                                        bool /*waitUntilExit*/) const {}
 
 KeychainIdentityLoader::KeychainIdentityLoader()
-    : KeychainIdentityLoader(std::make_shared<SystemKeychainIdentityQuery>()) {}
+    : KeychainIdentityLoader(std::make_shared<FakeQuery>(fakeSystem())) {}
 
 KeychainChromePrivateKeyAuthorizer::KeychainChromePrivateKeyAuthorizer()
-    : KeychainChromePrivateKeyAuthorizer(AuthorizeOperation([](const std::string&) {})) {}
+    : KeychainChromePrivateKeyAuthorizer(AuthorizeOperation(
+          [](const std::string& id) { fakeSystem().called("authorize " + id); })) {}
 
 ChromeCertificatePolicyService::ChromeCertificatePolicyService()
-    : ChromeCertificatePolicyService(std::make_shared<CurrentUserChromePreferences>()) {}
+    : ChromeCertificatePolicyService(std::make_shared<FakePreferences>(fakeSystem())) {}
 
 ChromeLauncher::ChromeLauncher()
-    : ChromeLauncher(defaultExecutableURL(), std::make_shared<SystemChromeLaunchEnvironment>()) {}
+    : ChromeLauncher(defaultExecutableURL(), std::make_shared<FakeEnvironment>(fakeSystem())) {}
 
 }  // namespace lumaret

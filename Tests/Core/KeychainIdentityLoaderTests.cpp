@@ -3,19 +3,18 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
 #include <chrono>
+#include <limits>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
-#include <utility>
+#include <thread>
 #include <vector>
 
 #include "LumaretMacHelper/Fingerprint.hpp"
 #include "LumaretMacHelper/KeychainIdentityLoader.hpp"
-#include "Tests/Core/CallLog.hpp"
-#include "Tests/Core/CertificateProperties.hpp"
-#include "Tests/Core/KeychainFakes.hpp"
+#include "Tests/Core/FakeSystem.hpp"
 #include "Tests/Support/Cpp/CertificateBytes.hpp"
 #include "Tests/Support/Cpp/Principals.hpp"
 #include "Tests/Support/Cpp/ThrownError.hpp"
@@ -24,253 +23,311 @@ namespace lumaret::tests {
 namespace {
 
 using namespace std::chrono_literals;
+using std::chrono::sys_days;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using Array = CertificatePropertyArray;
+using Fields = std::map<std::string, std::string>;
+using Parser = CertificateValueParser;
+
+constexpr const char* commonName = "2.5.4.3";
+constexpr const char* locality = "2.5.4.7";
+constexpr const char* organization = "2.5.4.10";
+constexpr const char* organizationalUnit = "2.5.4.11";
+
+constexpr Date start2001 = sys_days(2001y / 1 / 1);
+constexpr Date start2030 = sys_days(2030y / 1 / 1);
+
+std::optional<ParsedCertificateValues> parsed(const std::optional<CertificateValues>& values) {
+  FakeSystem system;
+  return Parser::parse(FakeIdentity(system, {"", values}));
+}
+
+TEST(Parser, ReadsSubjectIssuerAndExpiry) {
+  EXPECT_EQ(parsed({{name({attribute(organizationalUnit, "Sales"), attribute(locality, "Lisbon"),
+                           attribute(organization, "Org"), attribute(commonName, "Ana")}),
+                     name({attribute(commonName, "CA")}), notAfter({start2030})}}),
+            (ParsedCertificateValues{{"Ana", "Org", "Sales", "Lisbon"},
+                                     {"CA", std::nullopt, std::nullopt, std::nullopt},
+                                     start2030}));
+}
+
+TEST(Parser, RequiresNoNames) {
+  const auto otherAttributes =
+      name({attribute("2.5.4.6", "PT"), attribute("2.5.4.8", "Lisboa"), attribute("2.5.4.9", "Rua"),
+            attribute("2.5.4.5", "7"), attribute("1.2.840.113549.1.9.1", "ana@example.com")});
+  for (const auto& value :
+       {OptionalCertificateProperty(), present(text("CN=Ana")), present({7.0}), otherAttributes}) {
+    EXPECT_EQ(parsed({{value, value, notAfter({start2030})}}),
+              (ParsedCertificateValues{noFields, noFields, start2030}));
+  }
+}
+
+TEST(Parser, RequiresValuesAndAnExpiryInADictionary) {
+  const auto subject = name({attribute(commonName, "Ana")});
+  EXPECT_EQ(parsed(std::nullopt), std::nullopt);
+  for (const auto& expiry :
+       {OptionalCertificateProperty(), notAfter(text("2030-01-01T00:00:00Z")), present({start2030}),
+        present({Array{entry("Not Valid After", {start2030})}}),
+        present(entry(present(text("Not Valid After")), nullptr))}) {
+    EXPECT_EQ(parsed({{subject, subject, expiry}}), std::nullopt);
+  }
+}
+
+TEST(Parser, IgnoresTheLabelOfTheExpiry) {
+  EXPECT_NE(parsed({{nullptr, nullptr, present(entry(nullptr, present({start2030})))}}),
+            std::nullopt);
+}
+
+TEST(ParserDate, CountsSecondsFrom2001) {
+  const std::map<double, Date> dates = {
+      {0.0, start2001},
+      {-1.0, start2001 - 1s},
+      {-978307200.0, Date()},
+      {915148800.0, start2030},
+      {1.25, start2001 + 1250ms},
+      {-0.000001, start2001 - 1us},
+      {252423993599.0, sys_days(9999y / 12 / 31) + 23h + 59min + 59s},  // Never expires.
+  };
+  for (const auto& [number, date] : dates) {
+    EXPECT_EQ(Parser::date(present({number})), date) << number;
+  }
+}
+
+TEST(ParserDate, RejectsANumberThatNoDateCanHold) {
+  using Limits = std::numeric_limits<double>;
+  // At 30,000 years it ends.
+  EXPECT_NE(Parser::date(present({30'000 * 31'556'952.0 - 1})), std::nullopt);
+  for (const double number :
+       {Limits::quiet_NaN(), Limits::infinity(), -Limits::infinity(), 1e300, -1e300, Limits::max(),
+        0x1p63, -0x1p63, 30'000 * 31'556'952.0, -30'000 * 31'556'952.0}) {
+    EXPECT_EQ(Parser::date(present({number})), std::nullopt) << number;
+  }
+}
+
+TEST(ParserDate, KeepsADate) {
+  EXPECT_EQ(Parser::date(present({start2030 + 1us})), start2030 + 1us);
+}
+
+TEST(ParserDate, RejectsAnyOtherType) {
+  EXPECT_EQ(Parser::date(nullptr), std::nullopt);
+  for (const CertificateProperty& value :
+       {text("0"), CertificateProperty{Array{{0.0}}}, entry("Not Valid After", {0.0}),
+        CertificateProperty()}) {
+    EXPECT_EQ(Parser::date(present(value)), std::nullopt);
+  }
+}
+
+/// Collects the fields of a value in addition to those that were collected before.
+Fields collected(const CertificateProperty& value, Fields fields = {}) {
+  Parser::collectDistinguishedNameFields(present(value), fields);
+  return fields;
+}
+
+const CertificateProperty ana = attribute(commonName, "Ana");
+const Fields anaAlone = {{commonName, "Ana"}};
+
+TEST(ParserName, KeepsText) {
+  for (const char* value : {"  A ", " ", "A\\, B"}) {
+    EXPECT_EQ(collected(attribute(commonName, value)), (Fields{{commonName, value}}));
+  }
+}
+
+TEST(ParserName, TakesTheFirstStringThatIsNotEmpty) {
+  EXPECT_EQ(collected({Array{attribute(commonName, ""), entry(commonName, {7.0}),
+                             entry(commonName, {}), ana, attribute(commonName, "B")}}),
+            anaAlone);
+  EXPECT_EQ(collected(attribute(commonName, "")), Fields());
+  EXPECT_EQ(collected({Array{attribute(commonName, "B"), attribute(locality, "Lisbon")}}, anaAlone),
+            (Fields{{commonName, "Ana"}, {locality, "Lisbon"}}));
+}
+
+TEST(ParserName, ComparesLabelsExactly) {
+  for (const char* label : {" 2.5.4.3", "2.5.4.3 ", "2.5.4.30", "2.5.4.03", "2.5.4", "CN", ""}) {
+    EXPECT_EQ(collected(attribute(label, "Ana")), Fields()) << label;
+  }
+}
+
+TEST(ParserName, RequiresALabelWithAValue) {
+  for (const CertificateProperty& value :
+       {text(commonName), CertificateProperty{2.5}, CertificateProperty{start2030},
+        CertificateProperty{}, CertificateProperty{Array{}}, entry(nullptr, present(text("A"))),
+        entry(present({2.5}), present(text("A"))), entry(present(text(commonName)), nullptr)}) {
+    EXPECT_EQ(collected(value), Fields());
+  }
+  Fields fields = anaAlone;
+  Parser::collectDistinguishedNameFields(nullptr, fields);
+  EXPECT_EQ(fields, anaAlone);
+}
+
+TEST(ParserName, IsWalkedInOrderAtAnyDepth) {
+  CertificateProperty nested = ana;
+  for (int depth = 0; depth < 100; ++depth) {
+    nested = section("Section", {{Array{nested}}});
+  }
+  for (const CertificateProperty& value :
+       {nested, entry(nullptr, present(ana)), entry(present({2.5}), present({Array{ana}})),
+        CertificateProperty{Array{section("S", {ana}), attribute(commonName, "Above")}},
+        section(organization, {ana})}) {
+    EXPECT_EQ(collected(value), anaAlone);
+  }
+  EXPECT_EQ(collected(section(commonName, {attribute(locality, "Lisbon")}), anaAlone),
+            (Fields{{commonName, "Ana"}, {locality, "Lisbon"}}));
+}
 
 constexpr Date now = std::chrono::sys_days(2026y / 6 / 1);
-
-class FakeQuery final : public KeychainIdentityQuerying {
- public:
-  FakeQuery(std::vector<FakeKeychainEntry> stored, std::shared_ptr<CallLog> log)
-      : stored_(std::move(stored)), log_(std::move(log)) {}
-
-  void failWith(CertificateSelectorError error) { error_ = std::move(error); }
-
-  [[nodiscard]] std::vector<std::unique_ptr<KeychainIdentity>> copyIdentities() const override {
-    log_->push_back("copyIdentities");
-    if (error_) {
-      throw *error_;
-    }
-    std::vector<std::unique_ptr<KeychainIdentity>> identities;
-    for (const FakeKeychainEntry& stored : stored_) {
-      identities.push_back(std::make_unique<FakeIdentity>(stored, log_));
-    }
-    return identities;
-  }
-
- private:
-  std::vector<FakeKeychainEntry> stored_;
-  std::shared_ptr<CallLog> log_;
-  std::optional<CertificateSelectorError> error_;
-};
-
-/// A loader over a fake Keychain. The log has every call of the Keychain and of the clock.
-class LoaderOver {
- public:
-  explicit LoaderOver(std::vector<FakeKeychainEntry> stored)
-      : query_(std::make_shared<FakeQuery>(std::move(stored), log_)), loader_(query_, [log = log_] {
-          log->push_back("now");
-          return now;
-        }) {}
-
-  FakeQuery& query() { return *query_; }
-  [[nodiscard]] const CallLog& log() const { return *log_; }
-  [[nodiscard]] std::vector<ClientIdentity> load() const { return loader_.loadIdentities(); }
-
-  [[nodiscard]] std::vector<std::string> loadIds() const {
-    std::vector<std::string> ids;
-    for (const ClientIdentity& identity : load()) {
-      ids.push_back(identity.id);
-    }
-    return ids;
-  }
-
- private:
-  std::shared_ptr<CallLog> log_ = std::make_shared<CallLog>();
-  std::shared_ptr<FakeQuery> query_;
-  KeychainIdentityLoader loader_;
-};
-
-CertificateValues valuesOf(const std::optional<std::string>& commonName, Date expiresAt) {
-  return {commonName ? name({attribute("2.5.4.3", *commonName)}) : nullptr, nullptr,
-          notAfter({expiresAt})};
-}
-
-FakeKeychainEntry stored(const std::string& certificate,
-                         const std::optional<std::string>& commonName, Date expiresAt = now + 1h) {
-  return {certificate, valuesOf(commonName, expiresAt)};
-}
 
 // Certificates whose fingerprints begin with 0a and b1.
 const std::string certificate0a = "certificate 180";
 const std::string certificateB1 = "certificate 125";
 
+class Loader : public testing::Test {
+ protected:
+  void add(const std::string& certificate, const std::optional<std::string>& subject,
+           Date expiresAt = now + 1h) {
+    system.identities.push_back({certificate, valuesNaming(subject, expiresAt)});
+  }
+
+  Texts loadIds() {
+    Texts ids;
+    for (const ClientIdentity& identity : loader.loadIdentities()) {
+      ids.push_back(identity.id);
+    }
+    return ids;
+  }
+
+  FakeSystem system;
+  KeychainIdentityLoader loader{std::make_shared<FakeQuery>(system), [this] {
+                                  system.called("now");
+                                  return now;
+                                }};
+};
+
 TEST(Fingerprint, IsSHA256InLowerCaseHexadecimal) {
   EXPECT_EQ(fingerprint(bytes("abc")),
             "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
   EXPECT_EQ(fingerprint({}), "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
-}
-
-TEST(Fingerprint, WritesEachByteWithTwoDigits) {
   EXPECT_EQ(idOf("certificate 47647"),
             "0aff062ae3b3be3248ac18877d23308993d30898c9f9dc6fd2e3df6e5d980d8a");
 }
 
-TEST(Loader, ReturnsFingerprintNamesAndExpiry) {
-  CertificateValues values = valuesOf("Ana", now + 1us);
+TEST_F(Loader, ReturnsFingerprintNamesAndExpiry) {
+  CertificateValues values = valuesNaming("Ana", now + 1us);
   values.issuerName = name({attribute("2.5.4.10", "Example Trust")});
+  system.identities = {{"A", values}};
   EXPECT_THAT(
-      LoaderOver({{"abc", values}}).load(),
-      ElementsAre(ClientIdentity{"ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad",
+      loader.loadIdentities(),
+      ElementsAre(ClientIdentity{idOf("A"),
                                  {"Ana", std::nullopt, std::nullopt, std::nullopt},
                                  {std::nullopt, "Example Trust", std::nullopt, std::nullopt},
                                  now + 1us}));
 }
 
-TEST(Loader, ReadsTheClockOnceBetweenTheQueryAndTheFirstIdentity) {
-  const LoaderOver loader({stored("A", "Ana"), stored("B", "Bea")});
-  EXPECT_EQ(loader.load().size(), 2U);
+TEST_F(Loader, QueriesThenReadsTheClockOnceEachTime) {
+  add("A", "Ana");
+  add("B", "Bea");
+  const Texts once = {"copyIdentities", "now",    "hasPrivateKey A", "copyCertificate A",
+                      "copyValues A",   "data A", "hasPrivateKey B", "copyCertificate B",
+                      "copyValues B",   "data B"};
+  for (int time = 0; time < 2; ++time) {
+    system.calls.clear();
+    EXPECT_EQ(loadIds().size(), 2U);
+    EXPECT_EQ(system.calls, once);
+  }
+}
+
+TEST_F(Loader, ReturnsNothingFromAnEmptyKeychainAndNotFromAFailedQuery) {
+  EXPECT_THAT(loadIds(), IsEmpty());
+  system.calls.clear();
+  const auto cancelled = CertificateSelectorError::keychainFailure(-128);
+  system.fail("copyIdentities", cancelled);
+  EXPECT_EQ(selectorErrorOf([&] { (void)loadIds(); }), cancelled);
+  EXPECT_THAT(system.calls, ElementsAre("copyIdentities"));
+}
+
+TEST_F(Loader, DropsUnusableIdentitiesAtTheFirstReason) {
+  const CertificateValues valid = valuesNaming("Ana", now + 1h);
+  CertificateValues noExpiry = valid;
+  noExpiry.validityNotAfter = notAfter(text("2030"));
+  system.identities = {{"keyless", valid, /*hasPrivateKey=*/false},
+                       {"bare", valid, true, /*hasCertificate=*/false},
+                       {"unreadable", std::nullopt},
+                       {"no expiry", noExpiry},
+                       {"", valid},  // No bytes.
+                       {"expired", valuesNaming("Ana", now)},
+                       {"A", valid}};
+  EXPECT_THAT(loadIds(), ElementsAre(idOf("A")));
   EXPECT_THAT(
-      loader.log(),
-      ElementsAre("copyIdentities", "now", "hasPrivateKey A", "copyCertificate A", "copyValues A",
-                  "data A", "hasPrivateKey B", "copyCertificate B", "copyValues B", "data B"));
+      system.calls,
+      ElementsAre("copyIdentities", "now", "hasPrivateKey keyless", "hasPrivateKey bare",
+                  "copyCertificate bare", "hasPrivateKey unreadable", "copyCertificate unreadable",
+                  "copyValues unreadable", "hasPrivateKey no expiry", "copyCertificate no expiry",
+                  "copyValues no expiry", "hasPrivateKey ", "copyCertificate ", "copyValues ",
+                  "data ", "hasPrivateKey expired", "copyCertificate expired", "copyValues expired",
+                  "hasPrivateKey A", "copyCertificate A", "copyValues A", "data A"));
 }
 
-TEST(Loader, AnEmptyKeychainIsAnEmptyList) {
-  const LoaderOver loader({});
-  EXPECT_THAT(loader.load(), IsEmpty());
-  EXPECT_THAT(loader.log(), ElementsAre("copyIdentities", "now"));
+TEST_F(Loader, DropsExpiredAtReferenceInstant) {
+  add("A", "Ana", now - 1s);
+  add("B", "Bea", now);
+  add("C", "Carla", now + 1us);
+  add("D", "Dora", now + 1s);
+  EXPECT_THAT(loadIds(), ElementsAre(idOf("C"), idOf("D")));
 }
 
-TEST(Loader, ACancelledQueryFailsWithItsStatusAndNothingElseIsDone) {
-  LoaderOver loader({stored("A", "Ana")});
-  loader.query().failWith(CertificateSelectorError::keychainFailure(-128));
-  EXPECT_EQ(selectorErrorOf([&] { (void)loader.load(); }),
-            CertificateSelectorError::keychainFailure(-128));
-  EXPECT_THAT(loader.log(), ElementsAre("copyIdentities"));
+TEST_F(Loader, JudgesExpiryByTheCurrentTime) {
+  const KeychainIdentityLoader current(std::make_shared<FakeQuery>(system));
+  const auto systemTime = [] {
+    return std::chrono::floor<Date::duration>(std::chrono::system_clock::now());
+  };
+  add("A", "Ana", systemTime() + 1h);
+  EXPECT_EQ(current.loadIdentities().size(), 1U);
+  std::this_thread::sleep_for(1ms);
+  add("B", "Bea", systemTime());
+  EXPECT_EQ(current.loadIdentities().size(), 1U);
 }
 
-TEST(Loader, DropsAnIdentityWithoutAPrivateKey) {
-  FakeKeychainEntry keyless = stored("A", "Ana");
-  keyless.hasPrivateKey = false;
-  const LoaderOver loader({keyless});
-  EXPECT_THAT(loader.load(), IsEmpty());
-  EXPECT_THAT(loader.log(), ElementsAre("copyIdentities", "now", "hasPrivateKey A"));
-}
-
-TEST(Loader, DropsAnIdentityWhoseCertificateHasNoBytes) {
-  EXPECT_THAT(LoaderOver({stored("", "Ana")}).load(), IsEmpty());
-}
-
-TEST(Loader, DropsAnIdentityWithoutACertificate) {
-  FakeKeychainEntry bare = stored("A", "Ana");
-  bare.hasCertificate = false;
-  const LoaderOver loader({bare});
-  EXPECT_THAT(loader.load(), IsEmpty());
-  EXPECT_THAT(loader.log(),
-              ElementsAre("copyIdentities", "now", "hasPrivateKey A", "copyCertificate A"));
-}
-
-TEST(Loader, DropsACertificateThatCannotBeRead) {
-  const LoaderOver loader({{"A", std::nullopt}});
-  EXPECT_THAT(loader.load(), IsEmpty());
-  EXPECT_THAT(loader.log(), ElementsAre("copyIdentities", "now", "hasPrivateKey A",
-                                        "copyCertificate A", "copyValues A"));
-}
-
-TEST(Loader, DropsACertificateWithoutAReadableExpiry) {
-  CertificateValues values = valuesOf("Ana", now + 1h);
-  values.validityNotAfter = notAfter(text("2030"));
-  EXPECT_THAT(LoaderOver({{"A", values}}).load(), IsEmpty());
-}
-
-TEST(Loader, DropsACertificateThatExpiredOneSecondBeforeTheReferenceInstant) {
-  EXPECT_THAT(LoaderOver({stored("A", "Ana", now - 1s)}).load(), IsEmpty());
-}
-
-TEST(Loader, KeepsACertificateThatExpiresOneSecondAfterTheReferenceInstant) {
-  EXPECT_THAT(LoaderOver({stored("A", "Ana", now + 1s)}).loadIds(), ElementsAre(idOf("A")));
-}
-
-TEST(Loader, DropsACertificateThatExpiresAtTheReferenceInstant) {
-  const LoaderOver loader({stored("A", "Ana", now)});
-  EXPECT_THAT(loader.load(), IsEmpty());
-  EXPECT_EQ(loader.log().back(), "copyValues A");
-}
-
-TEST(Loader, KeepsACertificateThatExpiresAFractionOfASecondAfterTheReferenceInstant) {
-  EXPECT_THAT(LoaderOver({stored("A", "Ana", now + 1us)}).loadIds(), ElementsAre(idOf("A")));
-}
-
-TEST(Loader, ADroppedIdentityDoesNotEndTheLoad) {
-  FakeKeychainEntry keyless = stored("A", "Ana");
-  keyless.hasPrivateKey = false;
-  FakeKeychainEntry bare = stored("B", "Bea");
-  bare.hasCertificate = false;
-  const LoaderOver loader(
-      {keyless, bare, {"C", std::nullopt}, stored("D", "Dora", now), stored("E", "Eva")});
-  EXPECT_THAT(loader.loadIds(), ElementsAre(idOf("E")));
-}
-
-TEST(Loader, AnIdentityThatTheKeychainReturnsTwiceIsListedOnce) {
-  EXPECT_THAT(LoaderOver({stored("A", "Ana"), stored("A", "Ana")}).loadIds(),
-              ElementsAre(idOf("A")));
-}
-
-TEST(Loader, TheLaterOfTwoIdentitiesWithOneFingerprintStays) {
-  const auto identities =
-      LoaderOver({stored("A", "Earlier", now + 1h), stored("A", "Later", now + 2h)}).load();
+TEST_F(Loader, KeepsTheLastOfAFingerprint) {
+  add("A", "Earlier");
+  add("A", "Later", now + 2h);
+  add("A", "Expired", now);
   EXPECT_THAT(
-      identities,
+      loader.loadIdentities(),
       ElementsAre(ClientIdentity{
           idOf("A"), {"Later", std::nullopt, std::nullopt, std::nullopt}, noFields, now + 2h}));
 }
 
-TEST(Loader, ADroppedDuplicateDoesNotReplaceAUsableOne) {
-  FakeKeychainEntry keyless = stored("A", "Ana");
-  keyless.hasPrivateKey = false;
-  EXPECT_THAT(LoaderOver({stored("A", "Ana"), keyless}).loadIds(), ElementsAre(idOf("A")));
+TEST_F(Loader, SortsUnnamedByThatNameAndFingerprint) {
+  add(certificateB1, std::nullopt);
+  add("V", "Vera");
+  add("E", "");  // Present, and read as absent.
+  add(certificate0a, std::nullopt);
+  add("T", "Tess");
+  const Texts ids = loadIds();
+  ASSERT_EQ(ids.size(), 5U);
+  EXPECT_EQ(ids.front(), idOf("T"));
+  EXPECT_EQ(ids.back(), idOf("V"));
+  EXPECT_TRUE(std::is_sorted(ids.begin() + 1, ids.end() - 1));
 }
 
-TEST(Loader, CertificatesWithoutACommonNameSortAsUnnamedAndByFingerprint) {
-  EXPECT_THAT(LoaderOver({stored(certificateB1, std::nullopt), stored("V", "Vera"),
-                          stored(certificate0a, std::nullopt), stored("T", "Tess")})
-                  .loadIds(),
-              ElementsAre(idOf("T"), idOf(certificate0a), idOf(certificateB1), idOf("V")));
+TEST_F(Loader, SortsEqualNamesByFingerprintWhateverTheirCase) {
+  for (const auto& [nameB1, name0a] : {std::pair("Ana", "Ana"), {"ANA", "ana"}, {"ana", "ANA"}}) {
+    system.identities.clear();
+    add(certificateB1, nameB1);
+    add(certificate0a, name0a);
+    EXPECT_THAT(loadIds(), ElementsAre(idOf(certificate0a), idOf(certificateB1)));
+  }
 }
 
-TEST(Loader, SortsAlphaBeforeBetaWhateverTheirCase) {
-  EXPECT_THAT(LoaderOver({stored("B", "Beta"), stored("A", "alpha")}).loadIds(),
-              ElementsAre(idOf("A"), idOf("B")));
-  EXPECT_THAT(LoaderOver({stored("B", "beta"), stored("A", "Alpha")}).loadIds(),
-              ElementsAre(idOf("A"), idOf("B")));
-}
-
-TEST(Loader, SortsTheSameCommonNameByFingerprint) {
-  EXPECT_THAT(LoaderOver({stored(certificateB1, "Ana"), stored(certificate0a, "Ana")}).loadIds(),
-              ElementsAre(idOf(certificate0a), idOf(certificateB1)));
-}
-
-TEST(Loader, SortsCommonNamesThatDifferOnlyInCaseByFingerprint) {
-  EXPECT_THAT(LoaderOver({stored(certificateB1, "ANA"), stored(certificate0a, "ana")}).loadIds(),
-              ElementsAre(idOf(certificate0a), idOf(certificateB1)));
-  EXPECT_THAT(LoaderOver({stored(certificateB1, "ana"), stored(certificate0a, "ANA")}).loadIds(),
-              ElementsAre(idOf(certificate0a), idOf(certificateB1)));
-}
-
-TEST(Loader, AnEmptyCommonNameSortsAsUnnamed) {
-  EXPECT_THAT(LoaderOver({stored("V", "Vera"), stored("E", ""), stored("T", "Tess")}).loadIds(),
-              ElementsAre(idOf("T"), idOf("E"), idOf("V")));
-}
-
-TEST(Loader, TheOrderDoesNotDependOnThatOfTheKeychain) {
-  std::array<std::pair<std::string, std::string>, 4> people = {
-      {{"A", "ana"}, {"B", "Bea"}, {"C", "carla"}, {"D", "Dora"}}};
+TEST_F(Loader, SortsByNameWhateverTheOrderOfTheKeychain) {
+  Texts names = {"Bea", "Dora", "ana", "carla"};
   do {
-    std::vector<FakeKeychainEntry> identities;
-    for (const auto& [certificate, commonName] : people) {
-      identities.push_back(stored(certificate, commonName));
+    system.identities.clear();
+    for (const std::string& name : names) {
+      add(name, name);
     }
-    EXPECT_THAT(LoaderOver(identities).loadIds(),
-                ElementsAre(idOf("A"), idOf("B"), idOf("C"), idOf("D")));
-  } while (std::next_permutation(people.begin(), people.end()));
-}
-
-TEST(Loader, AsksTheKeychainAfreshEachTime) {
-  const LoaderOver loader({stored("A", "Ana")});
-  EXPECT_EQ(loader.load(), loader.load());
-  EXPECT_EQ(std::count(loader.log().begin(), loader.log().end(), "copyIdentities"), 2);
-  EXPECT_EQ(std::count(loader.log().begin(), loader.log().end(), "now"), 2);
+    EXPECT_THAT(loadIds(), ElementsAre(idOf("ana"), idOf("Bea"), idOf("carla"), idOf("Dora")));
+  } while (std::next_permutation(names.begin(), names.end()));
 }
 
 }  // namespace

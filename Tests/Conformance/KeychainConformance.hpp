@@ -1,0 +1,135 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "LumaretMacHelper/Fingerprint.hpp"
+#include "LumaretMacHelper/KeychainChromePrivateKeyAuthorizer.hpp"
+#include "LumaretMacHelper/KeychainIdentityLoader.hpp"
+#include "Tests/Conformance/ConformanceIdentity.hpp"
+#include "Tests/Support/Cpp/Principals.hpp"
+#include "Tests/Support/Cpp/ThrownError.hpp"
+
+namespace lumaret::tests::conformance {
+
+/// How the platform lists the identities that it stores, and authorizes Chrome for their keys.
+///
+/// A `Keychain` stands for the identities of the current user. At first there are none:
+///     Bytes addIdentity(const Certificate&)
+///         Adds a certificate with a key that any application may use. Returns the certificate's
+///         DER bytes.
+///     Bytes addIdentityOfToken(const Certificate&)
+///         Adds the only certificate, with a key that may require a PIN. Returns its DER bytes.
+///     void addCertificateWithoutKey(const Certificate&)
+///     KeychainStatus damage()
+///         From now on no identity can be read. Returns the status with which reading fails.
+///     auto contents() const
+///         Everything that is stored. The result can be compared with ==.
+///     bool isForeign(const ClientIdentity&) const
+///         Whether the identity was there before the test. Only for machines with identities that
+///         a test cannot remove.
+template <typename Keychain>
+class KeychainConformance : public testing::Test {
+ protected:
+  std::vector<ClientIdentity> load() const {
+    auto identities = KeychainIdentityLoader().loadIdentities();
+    if constexpr (requires(const ClientIdentity& identity) { keychain_.isForeign(identity); }) {
+      std::erase_if(identities, [this](const ClientIdentity& identity) {
+        return keychain_.isForeign(identity);
+      });
+    }
+    return identities;
+  }
+
+  static std::optional<CertificateSelectorError> errorOfAuthorizing(const std::string& id) {
+    const ClientIdentity identity = {id, {}, {}, {}};
+    return selectorErrorOf([&] { KeychainChromePrivateKeyAuthorizer().authorize(identity); });
+  }
+
+  Keychain keychain_;
+};
+
+TYPED_TEST_SUITE_P(KeychainConformance);
+
+TYPED_TEST_P(KeychainConformance, FindsNothingWithoutAnIdentity) {
+  const std::string id(64, '0');
+  for (int time = 0; time < 2; ++time) {
+    EXPECT_THAT(this->load(), testing::IsEmpty());
+    EXPECT_EQ(this->errorOfAuthorizing(id), CertificateSelectorError::selectedIdentityNotFound());
+    this->keychain_.addCertificateWithoutKey(named("no key"));
+  }
+}
+
+TYPED_TEST_P(KeychainConformance, ListsFingerprintNamesAndExpiry) {
+  using namespace std::chrono_literals;
+  const Date expiresAt = std::chrono::sys_days(2087y / 3 / 1) + 12h + 34min + 56s;
+  const Bytes der = this->keychain_.addIdentity({{{"C", "ES"},
+                                                  {"CN", "Ana"},
+                                                  {"O", "Example Org"},
+                                                  {"OU", "R/D"},
+                                                  {"OU", "X"},
+                                                  {"L", "Vigo"}},
+                                                 expiresAt});
+  const CertificatePrincipal name = {"Ana", "Example Org", "R/D", "Vigo"};
+  EXPECT_THAT(this->load(),
+              testing::ElementsAre(ClientIdentity{fingerprint(der), name, name, expiresAt}));
+}
+
+TYPED_TEST_P(KeychainConformance, ListsCompleteUnicodeAndLeavesOutMissingAttributes) {
+  const std::string organization = "\u00c1ngela \u4e2d \U0001f600";
+  this->keychain_.addIdentity({{{"C", "ES"}, {"O", organization}}});
+  const auto identities = this->load();
+  ASSERT_EQ(identities.size(), 1U);
+  EXPECT_EQ(identities[0].subject,
+            (CertificatePrincipal{std::nullopt, organization, std::nullopt, std::nullopt}));
+}
+
+TYPED_TEST_P(KeychainConformance, ListsEveryIdentityAndChangesNothing) {
+  for (const char* name : {"beta", "Gamma", "alpha"}) {
+    this->keychain_.addIdentity(named(name));
+  }
+  const auto before = this->keychain_.contents();
+  EXPECT_THAT(displayNames(this->load()), testing::ElementsAre("alpha", "beta", "Gamma"));
+  EXPECT_EQ(this->keychain_.contents(), before);
+}
+
+TYPED_TEST_P(KeychainConformance, AuthorizesAKeyForAnyApplicationAsItIs) {
+  this->keychain_.addIdentity(named("Bea"));
+  const Bytes der = this->keychain_.addIdentity(named("Ana"));
+  const auto before = this->keychain_.contents();
+  EXPECT_EQ(this->errorOfAuthorizing(fingerprint(der)), std::nullopt);
+  EXPECT_EQ(this->keychain_.contents(), before);
+}
+
+TYPED_TEST_P(KeychainConformance, ListsAndRejectsAKeyOfAToken) {
+  const Bytes der = this->keychain_.addIdentityOfToken(named("card"));
+  const auto before = this->keychain_.contents();
+  EXPECT_THAT(displayNames(this->load()), testing::ElementsAre("card"));
+  EXPECT_EQ(this->errorOfAuthorizing(fingerprint(der)),
+            CertificateSelectorError::chromeKeyAuthorizationUnsupported());
+  EXPECT_EQ(this->keychain_.contents(), before);
+}
+
+TYPED_TEST_P(KeychainConformance, ReportsTheStatusOfAnUnreadableKeychain) {
+  const Bytes der = this->keychain_.addIdentity(named("Ana"));
+  const KeychainStatus status = this->keychain_.damage();
+  EXPECT_EQ(selectorErrorOf([this] { (void)this->load(); }),
+            CertificateSelectorError::keychainFailure(status));
+  EXPECT_EQ(this->errorOfAuthorizing(fingerprint(der)),
+            CertificateSelectorError::keychainAuthorizationFailed(status));
+}
+
+REGISTER_TYPED_TEST_SUITE_P(KeychainConformance, FindsNothingWithoutAnIdentity,
+                            ListsFingerprintNamesAndExpiry,
+                            ListsCompleteUnicodeAndLeavesOutMissingAttributes,
+                            ListsEveryIdentityAndChangesNothing,
+                            AuthorizesAKeyForAnyApplicationAsItIs, ListsAndRejectsAKeyOfAToken,
+                            ReportsTheStatusOfAnUnreadableKeychain);
+
+}  // namespace lumaret::tests::conformance

@@ -1,0 +1,208 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <iterator>
+#include <map>
+#include <memory>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "LumaretMacHelper/ChromeCertificatePolicyService.hpp"
+#include "LumaretMacHelper/ChromeLauncher.hpp"
+#include "LumaretMacHelper/KeychainIdentityLoader.hpp"
+#include "Tests/Support/Cpp/CertificateBytes.hpp"
+
+namespace lumaret::tests {
+
+using Texts = std::vector<std::string>;
+
+/// The words of a text.
+inline Texts words(const std::string& text) {
+  std::istringstream stream(text);
+  return {std::istream_iterator<std::string>(stream), {}};
+}
+
+/// The form of a list in the log of calls.
+inline std::string listed(const Texts& texts) {
+  std::string list = "[";
+  for (const std::string& text : texts) {
+    list += (list.size() > 1 ? ", " : "") + text;
+  }
+  return list + "]";
+}
+
+inline OptionalCertificateProperty present(CertificateProperty property) {
+  return std::make_shared<const CertificateProperty>(std::move(property));
+}
+
+inline CertificateProperty text(std::string value) { return {std::move(value)}; }
+
+inline CertificateProperty entry(OptionalCertificateProperty label,
+                                 OptionalCertificateProperty value) {
+  return {CertificatePropertyDictionary{std::move(label), std::move(value)}};
+}
+
+inline CertificateProperty entry(std::string label, CertificateProperty value) {
+  return entry(present(text(std::move(label))), present(std::move(value)));
+}
+
+inline CertificateProperty attribute(std::string identifier, std::string value) {
+  return entry(std::move(identifier), text(std::move(value)));
+}
+
+/// A name, or a section of a name.
+inline CertificateProperty section(std::string label, CertificatePropertyArray attributes) {
+  return entry(std::move(label), {std::move(attributes)});
+}
+
+inline OptionalCertificateProperty name(CertificatePropertyArray attributes) {
+  return present(section("Name", std::move(attributes)));
+}
+
+inline OptionalCertificateProperty notAfter(CertificateProperty value) {
+  return present(entry("Not Valid After", std::move(value)));
+}
+
+/// Of a certificate with this subject, if any, and no issuer.
+inline CertificateValues valuesNaming(const std::optional<std::string>& commonName,
+                                      Date expiresAt) {
+  return {commonName ? name({attribute("2.5.4.3", *commonName)}) : nullptr, nullptr,
+          notAfter({expiresAt})};
+}
+
+/// The log names an identity by the bytes of its certificate.
+struct FakeKeychainEntry {
+  std::string certificate;
+  std::optional<CertificateValues> values;
+  bool hasPrivateKey = true;
+  bool hasCertificate = true;
+};
+
+/// What is below the core, in memory. The fakes below share one, and log each call in it.
+struct FakeSystem {
+  std::vector<FakeKeychainEntry> identities;
+  Texts rules;
+  /// The log tells reading, which comes first, from reading back.
+  bool isWritten = false;
+  /// What is read back, if not the rules that were written.
+  std::optional<Texts> otherRules;
+  bool synchronizes = true;
+  bool isInstalled = true;
+  bool isRunning = false;
+
+  Texts calls;
+  /// By the text of the call. Runs once the call is logged.
+  std::map<std::string, std::function<void()>> hooks;
+
+  void called(const std::string& call) {
+    calls.push_back(call);
+    if (const auto hook = hooks.find(call); hook != hooks.end()) {
+      hook->second();
+    }
+  }
+
+  template <typename Error>
+  void fail(const std::string& call, const Error& error) {
+    hooks[call] = [error] { throw error; };
+  }
+};
+
+/// The system below the platform of FakePlatform.cpp. Each write to a standard stream is a call.
+/// One to standard error prints all calls up to then to that of the process.
+FakeSystem& fakeSystem();
+
+/// An identity, and its certificate.
+class FakeIdentity final : public KeychainIdentity, public KeychainCertificate {
+ public:
+  FakeIdentity(FakeSystem& system, FakeKeychainEntry entry)
+      : system_(system), entry_(std::move(entry)) {}
+
+  [[nodiscard]] bool hasPrivateKey() const override {
+    system_.called("hasPrivateKey " + entry_.certificate);
+    return entry_.hasPrivateKey;
+  }
+  [[nodiscard]] std::unique_ptr<KeychainCertificate> copyCertificate() const override {
+    system_.called("copyCertificate " + entry_.certificate);
+    return entry_.hasCertificate ? std::make_unique<FakeIdentity>(*this) : nullptr;
+  }
+  [[nodiscard]] std::optional<CertificateValues> copyValues() const override {
+    system_.called("copyValues " + entry_.certificate);
+    return entry_.values;
+  }
+  [[nodiscard]] Bytes data() const override {
+    system_.called("data " + entry_.certificate);
+    return bytes(entry_.certificate);
+  }
+
+ private:
+  FakeSystem& system_;
+  FakeKeychainEntry entry_;
+};
+
+template <typename Interface>
+class Fake : public Interface {
+ public:
+  explicit Fake(FakeSystem& system) : system_(system) {}
+
+ protected:
+  FakeSystem& system_;
+};
+
+class FakeQuery final : public Fake<KeychainIdentityQuerying> {
+ public:
+  using Fake::Fake;
+
+  [[nodiscard]] std::vector<std::unique_ptr<KeychainIdentity>> copyIdentities() const override {
+    system_.called("copyIdentities");
+    std::vector<std::unique_ptr<KeychainIdentity>> identities;
+    for (const FakeKeychainEntry& entry : system_.identities) {
+      identities.push_back(std::make_unique<FakeIdentity>(system_, entry));
+    }
+    return identities;
+  }
+};
+
+class FakePreferences final : public Fake<ChromePreferencesStoring> {
+ public:
+  using Fake::Fake;
+
+  [[nodiscard]] Texts readRules() const override {
+    system_.called(system_.isWritten ? "readBack" : "readRules");
+    return system_.isWritten && system_.otherRules ? *system_.otherRules : system_.rules;
+  }
+  void writeRules(const Texts& rules) override {
+    system_.called("writeRules " + listed(rules));
+    system_.rules = rules;
+    system_.isWritten = true;
+  }
+  [[nodiscard]] bool synchronize() override {
+    system_.called("synchronize");
+    return system_.synchronizes;
+  }
+};
+
+class FakeEnvironment final : public Fake<ChromeLaunchEnvironment> {
+ public:
+  using Fake::Fake;
+
+  [[nodiscard]] bool isExecutableFile(const std::filesystem::path& path) const override {
+    system_.called("isExecutableFile " + path.string());
+    return system_.isInstalled;
+  }
+  [[nodiscard]] bool isApplicationRunning(const std::string& bundleIdentifier) const override {
+    system_.called("isApplicationRunning " + bundleIdentifier);
+    return system_.isRunning;
+  }
+  void run(const std::filesystem::path& executableURL, const Texts& arguments,
+           bool waitUntilExit) const override {
+    system_.called((waitUntilExit ? "run and await " : "run ") + executableURL.string() + " " +
+                   listed(arguments));
+  }
+};
+
+}  // namespace lumaret::tests
