@@ -91,7 +91,6 @@ class MacTestCase(unittest.TestCase):
             "identities": [],
             "preferences": {},
             "runningApplications": [],
-            "missingApplications": [],
             "failures": {},
         }
 
