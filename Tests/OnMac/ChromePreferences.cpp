@@ -5,7 +5,6 @@
 
 #include <stdexcept>
 #include <string>
-#include <vector>
 
 #include "LumaretMacHelper/macOS/CoreFoundationReference.hpp"
 #include "LumaretMacHelper/macOS/CoreFoundationValues.hpp"
@@ -30,58 +29,50 @@ void setValue(const Value& value) {
   }
 }
 
-/// Converts the types that the suite stores: strings, integers, Booleans, lists, and an empty
-/// object.
-Value valueOf(const nlohmann::json& json) {
-  if (json.is_string()) {
-    return Value::retain(coreFoundationText(json).get());
+Value parsed(const std::string& propertyList) {
+  const auto data = CoreFoundationReference<CFDataRef>::adopt(
+      ::CFDataCreate(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(propertyList.data()),
+                     static_cast<CFIndex>(propertyList.size())));
+  auto value = Value::adopt(::CFPropertyListCreateWithData(
+      kCFAllocatorDefault, data.get(), kCFPropertyListImmutable, nullptr, nullptr));
+  if (!value) {
+    throw std::runtime_error("not a property list: " + propertyList);
   }
-  if (json.is_boolean()) {
-    return Value::retain(json.get<bool>() ? kCFBooleanTrue : kCFBooleanFalse);
-  }
-  if (json.is_number_integer()) {
-    const auto number = json.get<std::int64_t>();
-    return Value::adopt(::CFNumberCreate(kCFAllocatorDefault, kCFNumberSInt64Type, &number));
-  }
+  return value;
+}
+
+/// Converts the types that the suite stores: strings, integers, true, lists, and an empty object.
+std::string element(const nlohmann::json& json) {
   if (json.is_array()) {
-    std::vector<Value> elements;
-    for (const nlohmann::json& element : json) {
-      elements.push_back(valueOf(element));
+    std::string list;
+    for (const nlohmann::json& member : json) {
+      list += element(member);
     }
-    return Value::retain(coreFoundationArray(elements).get());
+    return "<array>" + list + "</array>";
   }
-  if (json.is_object() && json.empty()) {
-    return Value::adopt(::CFDictionaryCreate(kCFAllocatorDefault, nullptr, nullptr, 0,
-                                             &kCFTypeDictionaryKeyCallBacks,
-                                             &kCFTypeDictionaryValueCallBacks));
-  }
-  throw std::invalid_argument("no preference for " + json.dump());
+  return json.is_string()    ? "<string><![CDATA[" + json.get<std::string>() + "]]></string>"
+         : json.is_number()  ? "<integer>" + json.dump() + "</integer>"
+         : json.is_boolean() ? "<true/>"
+                             : "<dict/>";
 }
 
 nlohmann::json jsonOf(CFTypeRef value) {
   if (const auto* text = objectAs<CFStringRef>(value, ::CFStringGetTypeID())) {
     return utf8Text(text).value();
   }
-  if (const auto* truth = objectAs<CFBooleanRef>(value, ::CFBooleanGetTypeID())) {
-    return ::CFBooleanGetValue(truth) != 0;
+  if (const auto* array = objectAs<CFArrayRef>(value, ::CFArrayGetTypeID())) {
+    nlohmann::json list = nlohmann::json::array();
+    for (const CFTypeRef member : elements(array)) {
+      list.push_back(jsonOf(member));
+    }
+    return list;
   }
   if (const auto* number = objectAs<CFNumberRef>(value, ::CFNumberGetTypeID())) {
     std::int64_t integer = 0;
     ::CFNumberGetValue(number, kCFNumberSInt64Type, &integer);
     return integer;
   }
-  if (const auto* array = objectAs<CFArrayRef>(value, ::CFArrayGetTypeID())) {
-    nlohmann::json list = nlohmann::json::array();
-    for (const CFTypeRef element : elements(array)) {
-      list.push_back(jsonOf(element));
-    }
-    return list;
-  }
-  if (const auto* dictionary = objectAs<CFDictionaryRef>(value, ::CFDictionaryGetTypeID());
-      dictionary != nullptr && ::CFDictionaryGetCount(dictionary) == 0) {
-    return nlohmann::json::object();
-  }
-  throw std::runtime_error("a preference of a type that no test stored");
+  return value == kCFBooleanTrue ? nlohmann::json(true) : nlohmann::json::object();
 }
 
 }  // namespace
@@ -103,20 +94,13 @@ ChromePreferences::~ChromePreferences() {
   }
 }
 
-void ChromePreferences::store(const nlohmann::json& value) { setValue(valueOf(value)); }
+void ChromePreferences::store(const nlohmann::json& value) {
+  setValue(parsed("<plist>" + element(value) + "</plist>"));
+}
 
 std::optional<nlohmann::json> ChromePreferences::stored() const {
-  const std::string file = shell("/usr/bin/defaults export com.google.Chrome -");
-  const auto data = CoreFoundationReference<CFDataRef>::adopt(
-      ::CFDataCreate(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(file.data()),
-                     static_cast<CFIndex>(file.size())));
-  const auto list = Value::adopt(::CFPropertyListCreateWithData(
-      kCFAllocatorDefault, data.get(), kCFPropertyListImmutable, nullptr, nullptr));
-  const auto* preferences = objectAs<CFDictionaryRef>(list.get(), ::CFDictionaryGetTypeID());
-  if (preferences == nullptr) {
-    throw std::runtime_error("defaults export: " + file);
-  }
-  const void* value = ::CFDictionaryGetValue(preferences, key);
+  const Value all = parsed(shell("/usr/bin/defaults export com.google.Chrome -"));
+  const void* value = ::CFDictionaryGetValue(static_cast<CFDictionaryRef>(all.get()), key);
   return value == nullptr ? std::nullopt : std::optional(jsonOf(value));
 }
 

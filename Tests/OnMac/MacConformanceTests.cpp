@@ -10,7 +10,6 @@
 #include "Tests/Conformance/ConformanceIdentity.hpp"
 #include "Tests/Conformance/Suites.hpp"
 #include "Tests/OnMac/ChromePreferences.hpp"
-#include "Tests/OnMac/KeychainItems.hpp"
 #include "Tests/OnMac/TestKeychain.hpp"
 
 namespace lumaret::tests::conformance {
@@ -34,7 +33,7 @@ class Keychain {
 
   Bytes addIdentity(const Certificate& certificate) {
     const FreshIdentity identity = makeIdentity(material_, certificate, KeyType::rsa);
-    keychain_.addIdentity(identity, accessForAnyApplication().get());
+    keychain_.addIdentity(identity);
     return identity.der;
   }
   Bytes addIdentityOfToken(const Certificate&) { leaveOut("There is no smart card in this Mac."); }

@@ -7,11 +7,11 @@
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
-#include <stdexcept>
 #include <string_view>
+#include <vector>
 
 #include "LumaretMacHelper/macOS/CoreFoundationValues.hpp"
-#include "Tests/OnMac/KeychainItems.hpp"
+#include "Tests/Support/Cpp/TemporaryFolder.hpp"
 
 // Keychain files have been deprecated since macOS 10.10 and 12. Identities are still stored in
 // them.
@@ -32,15 +32,15 @@ std::filesystem::path newFolder() {
   return name;
 }
 
-CoreFoundationReference<CFArrayRef> searchList() {
+CoreFoundationReference<CFArrayRef> currentSearchList() {
   CoreFoundationReference<CFArrayRef> list;
   require(::SecKeychainCopySearchList(list.receive()), "SecKeychainCopySearchList");
   return list;
 }
 
-std::vector<std::string> paths(CFArrayRef keychains) {
+std::vector<std::string> paths(const CoreFoundationReference<CFArrayRef>& keychains) {
   std::vector<std::string> paths;
-  for (const CFTypeRef keychain : elements(keychains)) {
+  for (const CFTypeRef keychain : elements(keychains.get())) {
     std::array<char, PATH_MAX> path{};
     auto length = static_cast<UInt32>(path.size());
     require(::SecKeychainGetPath(objectAs<SecKeychainRef>(keychain, ::SecKeychainGetTypeID()),
@@ -63,58 +63,35 @@ std::filesystem::path testKeychainFolder() {
   return folder;
 }
 
-ChangedVariable::ChangedVariable(const char* name, const std::string& value) : name_(name) {
-  if (const char* before = std::getenv(name)) {
-    before_ = before;
-  }
-  ::setenv(name, value.c_str(), 1);
-}
-
-ChangedVariable::~ChangedVariable() {
-  if (before_) {
-    ::setenv(name_, before_->c_str(), 1);
-  } else {
-    ::unsetenv(name_);
-  }
-}
-
-PrivateSearchList::PrivateSearchList()
-    : folder_(newFolder()), before_(searchList()), pathsBefore_(paths(before_.get())) {
-  home_.emplace("HOME", folder_.string());
-}
-
-PrivateSearchList::~PrivateSearchList() {
-  home_.reset();
-  try {
-    if (paths(searchList().get()) != pathsBefore_) {
-      require(::SecKeychainSetSearchList(before_.get()), "SecKeychainSetSearchList");
-    }
-  } catch (const std::exception& error) {
-    std::fprintf(stderr, "The keychain search list was not put back: %s\n", error.what());
-  }
-  std::error_code ignored;
-  std::filesystem::remove_all(folder_, ignored);
-}
-
-void PrivateSearchList::set(SecKeychainRef keychain) const {
-  const auto only =
-      coreFoundationArray(std::vector{CoreFoundationReference<SecKeychainRef>::retain(keychain)});
-  require(::SecKeychainSetSearchList(only.get()), "SecKeychainSetSearchList");
-}
-
-TestKeychain::TestKeychain() : file_(searchList_.folder() / "test.keychain-db") {
+TestKeychain::TestKeychain()
+    : folder_(newFolder()), home_(std::getenv("HOME")), searchList_(currentSearchList()) {
+  ::setenv("HOME", folder_.c_str(), 1);
   require(::SecKeychainSetUserInteractionAllowed(false), "SecKeychainSetUserInteractionAllowed");
   constexpr std::string_view password = "test";
   require(::SecKeychainCreate(file_.c_str(), password.size(), password.data(),
                               /*promptUser=*/false, /*initialAccess=*/nullptr, keychain_.receive()),
           "SecKeychainCreate");
-  searchList_.set(keychain_.get());
+  const auto alone = coreFoundationArray(std::vector{keychain_});
+  require(::SecKeychainSetSearchList(alone.get()), "SecKeychainSetSearchList");
 }
 
-TestKeychain::~TestKeychain() { ::SecKeychainDelete(keychain_.get()); }
+TestKeychain::~TestKeychain() {
+  ::SecKeychainDelete(keychain_.get());
+  ::setenv("HOME", home_.c_str(), 1);
+  try {
+    if (paths(currentSearchList()) != paths(searchList_)) {
+      require(::SecKeychainSetSearchList(searchList_.get()), "SecKeychainSetSearchList");
+    }
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "The keychain search list was not restored: %s\n", error.what());
+  }
+  std::error_code ignored;
+  std::filesystem::remove_all(folder_, ignored);
+}
 
-void TestKeychain::addIdentity(const FreshIdentity& identity, SecAccessRef access) const {
-  importIdentity(keychain_.get(), identity.bundle, access);
+void TestKeychain::addIdentity(const FreshIdentity& identity) const {
+  shell("/usr/bin/security import '" + identity.bundle.string() + "' -k '" + file_.string() +
+        "' -P " + FreshIdentity::passphrase + " -A");
 }
 
 void TestKeychain::addCertificate(const FreshIdentity& identity) const {

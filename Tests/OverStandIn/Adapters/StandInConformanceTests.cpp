@@ -6,7 +6,7 @@
 
 #include "Tests/Conformance/OrderConformance.hpp"
 #include "Tests/Conformance/Suites.hpp"
-#include "Tests/OverStandIn/Adapters/FreshMac.hpp"
+#include "Tests/OverStandIn/Adapters/OverStandIn.hpp"
 #include "Tests/OverStandIn/AppleFrameworks/MachineFile.hpp"
 #include "Tests/OverStandIn/AppleFrameworks/StandIn.hpp"
 #include "Tests/OverStandIn/AppleFrameworks/UnicodeConversion.hpp"

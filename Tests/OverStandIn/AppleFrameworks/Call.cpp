@@ -54,9 +54,6 @@ CFTypeRef Call::instead(CFTypeRef own) const {
   if (answer_->kind == Answer::Kind::object) {
     return answer_->value ? create(*answer_->value) : nullptr;
   }
-  if (answer_->kind == Answer::Kind::withoutSecond) {
-    return own;
-  }
   std::vector<CFTypeRef> elements;
   if (own != nullptr) {
     for (const CFTypeRef element : elementsOf(own, function_)) {

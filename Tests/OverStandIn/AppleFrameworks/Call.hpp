@@ -23,10 +23,6 @@ class Call {
     return answer_ != nullptr && answer_->kind == Answer::Kind::status;
   }
 
-  [[nodiscard]] bool leavesOutSecond() const {
-    return answer_ != nullptr && answer_->kind == Answer::Kind::withoutSecond;
-  }
-
   /// For a function that returns an owned object. `own` makes the machine's own answer, which may
   /// be null.
   template <typename Reference, typename Own>

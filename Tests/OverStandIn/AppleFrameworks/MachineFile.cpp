@@ -139,7 +139,6 @@ Machine readMachineFile() {
     machine.preferences[application] = std::get<Dictionary>(valueOf(values).content);
   }
   file.at("runningApplications").get_to(machine.runningApplications);
-  file.at("missingApplications").get_to(machine.missingApplications);
   for (const auto& [function, failure] : file.at("failures").items()) {
     machine.answer(function, answer(failure));
   }

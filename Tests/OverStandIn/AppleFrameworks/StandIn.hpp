@@ -33,14 +33,9 @@ struct Date {
   double seconds;
 };
 
-/// A number that is stored as an integer. It may differ from the nearest double.
-struct Integer {
-  std::int64_t value;
-};
-
 /// A preference, or a value of a certificate.
 struct Value {
-  std::variant<Text, double, bool, Date, Bytes, List, Dictionary, Integer> content;
+  std::variant<Text, double, bool, Date, Bytes, List, Dictionary> content;
 };
 
 struct AccessListEntry {
@@ -72,7 +67,7 @@ struct Identity {
 
 /// The answer of a function in place of its own.
 struct Answer {
-  enum class Kind : std::uint8_t { status, object, firstElement, foreignElement, withoutSecond };
+  enum class Kind : std::uint8_t { status, object, firstElement, foreignElement };
 
   /// Fails. A function without a status returns false or null. A function without a result does
   /// nothing.
@@ -92,8 +87,6 @@ struct Answer {
   static Answer foreignElement(std::size_t index) {
     return {.kind = Kind::foreignElement, .elementIndex = index};
   }
-  /// Succeeds with its own object, but without the second one.
-  static Answer withoutSecond() { return {.kind = Kind::withoutSecond}; }
 
   /// For storing an access list, which goes entry by entry. Fails after this many entries, which
   /// stay stored.
@@ -119,14 +112,6 @@ struct Answer {
 
 struct Machine {
   std::vector<Identity> identities;
-  /// Up to macOS 14, the access-list calls fail with -25243 for a key that is not a keychain item.
-  /// Since macOS 15, they crash.
-  bool failsForOtherKeys = false;
-  /// Paths of missing applications, which cannot be added to an access list.
-  std::set<std::string> missingApplications;
-  /// The data that identifies an application, by its path. By default, it is the path and a zero
-  /// byte.
-  std::map<std::string, Bytes> applicationData;
   /// Those of the current user on any host, by application.
   std::map<std::string, Dictionary> preferences;
   /// Those that were set in the same way, but not yet synchronized.

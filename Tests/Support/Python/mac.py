@@ -71,7 +71,6 @@ class MacTestCase(unittest.TestCase):
             "identities": [],
             "preferences": {},
             "runningApplications": [],
-            "missingApplications": [],
             "failures": {},
         }
 

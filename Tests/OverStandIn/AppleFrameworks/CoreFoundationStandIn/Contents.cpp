@@ -47,12 +47,6 @@ Object& live(CFTypeRef reference, const char* function) {
 struct Creator {
   CFTypeRef operator()(const Text& text) const { return createContent(TextObject{text}); }
   CFTypeRef operator()(double number) const { return createContent(NumberObject{number}); }
-  CFTypeRef operator()(Integer integer) const {
-    const auto number = static_cast<double>(integer.value);
-    constexpr double firstBeyond = 9223372036854775808.;
-    const bool isExact = number < firstBeyond && static_cast<std::int64_t>(number) == integer.value;
-    return createContent(NumberObject{number, isExact});
-  }
   CFTypeRef operator()(bool value) const { return createContent(BooleanObject{value}); }
   CFTypeRef operator()(Date date) const { return createContent(DateObject{date.seconds}); }
   CFTypeRef operator()(const Bytes& bytes) const { return createContent(DataObject{bytes}); }
@@ -76,13 +70,8 @@ struct Describer {
   const char* function;
 
   std::string operator()(const TextObject& text) const { return toUTF8(text.text).text; }
-  std::string operator()(const NumberObject& number) const { return std::to_string(number.number); }
   std::string operator()(const BooleanObject& boolean) const {
     return boolean.value ? "true" : "false";
-  }
-  std::string operator()(const DateObject& date) const { return std::to_string(date.seconds); }
-  std::string operator()(const DataObject& data) const {
-    return std::to_string(data.bytes.size()) + " bytes";
   }
   std::string operator()(const ArrayObject& array) const {
     std::string list;
@@ -105,6 +94,10 @@ struct Describer {
   }
   std::string operator()(const LocaleObject&) const { return "locale"; }
   std::string operator()(const SecurityObject& object) const { return standin::described(object); }
+  template <typename Other>
+  std::string operator()(const Other&) const {
+    return "value";
+  }
 };
 
 }  // namespace

@@ -17,8 +17,6 @@ struct TextObject {
 };
 struct NumberObject {
   double number;
-  /// Whether this is the number itself, and not only the nearest double.
-  bool isExact = true;
 };
 struct BooleanObject {
   bool value;

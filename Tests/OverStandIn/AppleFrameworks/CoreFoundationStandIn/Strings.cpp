@@ -31,31 +31,17 @@ bool continues(std::string_view bytes, std::size_t index) {
   return false;
 }
 
-void requireSuccess(UErrorCode status, const char* function) {
-  if (U_FAILURE(status) != 0) {
-    refuse(function, u_errorName(status));
-  }
-}
-
-/// Compares with the case folding of Unicode, which does not depend on the locale.
-Text folded(const Text& text) {
-  UErrorCode status = U_ZERO_ERROR;
-  Text result(text.size() * 3, u'\0');  // No character folds to more than three.
-  const int32_t length =
-      u_strFoldCase(result.data(), static_cast<int32_t>(result.size()), text.data(),
-                    static_cast<int32_t>(text.size()), U_FOLD_CASE_DEFAULT, &status);
-  requireSuccess(status, __func__);
-  result.resize(static_cast<std::size_t>(length));
-  return result;
-}
-
-Text composed(const Text& text) {
+/// The string that `convert` makes of the text. Folding and composing make no character more than
+/// three times as long.
+template <typename Convert>
+Text converted(const Text& text, Convert convert) {
   UErrorCode status = U_ZERO_ERROR;
   Text result(text.size() * 3, u'\0');
-  const int32_t length = unorm2_normalize(unorm2_getNFCInstance(&status), text.data(),
-                                          static_cast<int32_t>(text.size()), result.data(),
-                                          static_cast<int32_t>(result.size()), &status);
-  requireSuccess(status, __func__);
+  const int32_t length = convert(text.data(), static_cast<int32_t>(text.size()), result.data(),
+                                 static_cast<int32_t>(result.size()), &status);
+  if (U_FAILURE(status) != 0) {
+    refuse("ICU", u_errorName(status));
+  }
   result.resize(static_cast<std::size_t>(length));
   return result;
 }
@@ -123,13 +109,10 @@ CFComparisonResult CFStringCompareWithOptionsAndLocale(CFStringRef left, CFStrin
   const Call call(__func__, described(left, __func__) + ", " + described(right, __func__) + ", " +
                                 std::to_string(range.length) + ", " + std::to_string(options) +
                                 ", " + described(locale, __func__));
-  Text leftText = contentAs<TextObject>(left, __func__).text;
-  Text rightText = contentAs<TextObject>(right, __func__).text;
-  if ((options & kCFCompareCaseInsensitive) != 0) {
-    leftText = folded(leftText);
-    rightText = folded(rightText);
+  if (options != kCFCompareLocalized) {
+    refuse(__func__, "another comparison than by locale");
   }
-  const int order = leftText.compare(rightText);
+  const int order = textOf(left, __func__).compare(textOf(right, __func__));
   return order < 0 ? kCFCompareLessThan : order > 0 ? kCFCompareGreaterThan : kCFCompareEqualTo;
 }
 
@@ -145,16 +128,20 @@ void CFStringNormalize(CFMutableStringRef text, CFStringNormalizationForm form) 
     refuse(__func__, "another form than C");
   }
   Text& content = contentAs<TextObject>(text, __func__).text;
-  content = composed(content);
+  content = converted(content, [](auto source, auto size, auto target, auto room, auto* status) {
+    return unorm2_normalize(unorm2_getNFCInstance(status), source, size, target, room, status);
+  });
 }
 
-// Also without a locale.
+// By the case folding of Unicode, which does not depend on the locale.
 void CFStringFold(CFMutableStringRef text, CFStringCompareFlags flags, CFLocaleRef) {
   if (flags != kCFCompareCaseInsensitive) {
     refuse(__func__, "another folding than of case");
   }
   Text& content = contentAs<TextObject>(text, __func__).text;
-  content = folded(content);
+  content = converted(content, [](auto source, auto size, auto target, auto room, auto* status) {
+    return u_strFoldCase(target, room, source, size, U_FOLD_CASE_DEFAULT, status);
+  });
 }
 
 CFLocaleRef CFLocaleCopyCurrent() {

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-// What the adapters use of the Security framework, with the types of Apple's own headers.
+// What the adapters use of the Security framework. Declarations.cpp compares it with Apple's own
+// header.
 
 #include <CoreFoundation/CoreFoundation.h>
 
@@ -17,6 +18,7 @@ using SecKeyRef = struct __SecKey*;
 using SecTrustedApplicationRef = struct __SecTrustedApplication*;
 using SecKeychainPromptSelector = std::uint16_t;
 
+#ifndef __APPLE__
 enum : OSStatus {
   errSecSuccess = 0,
   errSecInternalComponent = -2070,
@@ -26,6 +28,7 @@ enum : OSStatus {
   errSecInvalidItemRef = -25304,
   errSecNoSuchClass = -25306,
 };
+#endif
 
 // Identities
 

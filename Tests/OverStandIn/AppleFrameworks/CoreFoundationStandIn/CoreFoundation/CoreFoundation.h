@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-// What the adapters use of Core Foundation, with the types of Apple's own header.
+// What the adapters use of Core Foundation. Declarations.cpp compares it with Apple's own header.
 
 #include <cstdint>
 
@@ -30,12 +30,13 @@ using CFNumberRef = const struct __CFNumber*;
 using CFStringRef = const struct __CFString*;
 using CFMutableStringRef = struct __CFString*;
 
-extern const CFAllocatorRef kCFAllocatorDefault;
+using CFStringEncoding = UInt32;
+using CFStringCompareFlags = CFOptionFlags;
 
-CFTypeID CFGetTypeID(CFTypeRef object);
-CFTypeRef CFRetain(CFTypeRef object);
-void CFRelease(CFTypeRef object);
-Boolean CFEqual(CFTypeRef left, CFTypeRef right);
+#ifndef __APPLE__
+struct CFArrayCallBacks;
+struct CFDictionaryKeyCallBacks;
+struct CFDictionaryValueCallBacks;
 
 struct CFRange {
   CFIndex location;
@@ -50,11 +51,21 @@ enum CFComparisonResult : CFIndex {
   kCFCompareGreaterThan = 1,
 };
 
+enum CFNumberType : CFIndex { kCFNumberDoubleType = 13 };
+enum : CFStringEncoding { kCFStringEncodingUTF8 = 0x08000100 };
+enum : CFStringCompareFlags { kCFCompareCaseInsensitive = 1, kCFCompareLocalized = 32 };
+enum CFStringNormalizationForm : CFIndex { kCFStringNormalizationFormC = 2 };
+#endif
+
+extern const CFAllocatorRef kCFAllocatorDefault;
+
+CFTypeID CFGetTypeID(CFTypeRef object);
+CFTypeRef CFRetain(CFTypeRef object);
+void CFRelease(CFTypeRef object);
+Boolean CFEqual(CFTypeRef left, CFTypeRef right);
+
 // Arrays and dictionaries
 
-struct CFArrayCallBacks;
-struct CFDictionaryKeyCallBacks;
-struct CFDictionaryValueCallBacks;
 extern const CFArrayCallBacks kCFTypeArrayCallBacks;
 extern const CFDictionaryKeyCallBacks kCFTypeDictionaryKeyCallBacks;
 extern const CFDictionaryValueCallBacks kCFTypeDictionaryValueCallBacks;
@@ -75,8 +86,6 @@ const void* CFDictionaryGetValue(CFDictionaryRef dictionary, const void* key);
 
 extern const CFBooleanRef kCFBooleanTrue;
 
-enum CFNumberType : CFIndex { kCFNumberDoubleType = 13 };
-
 CFTypeID CFNumberGetTypeID();
 Boolean CFNumberGetValue(CFNumberRef number, CFNumberType type, void* value);
 
@@ -91,12 +100,6 @@ const UInt8* CFDataGetBytePtr(CFDataRef data);
 
 // Texts
 
-using CFStringEncoding = UInt32;
-enum : CFStringEncoding { kCFStringEncodingUTF8 = 0x08000100 };
-
-using CFStringCompareFlags = CFOptionFlags;
-enum : CFStringCompareFlags { kCFCompareCaseInsensitive = 1, kCFCompareLocalized = 32 };
-
 CFTypeID CFStringGetTypeID();
 CFStringRef CFStringCreateWithBytes(CFAllocatorRef allocator, const UInt8* bytes, CFIndex count,
                                     CFStringEncoding encoding, Boolean isExternalRepresentation);
@@ -110,7 +113,6 @@ CFComparisonResult CFStringCompareWithOptionsAndLocale(CFStringRef left, CFStrin
 
 CFMutableStringRef CFStringCreateMutableCopy(CFAllocatorRef allocator, CFIndex maxLength,
                                              CFStringRef text);
-enum CFStringNormalizationForm : CFIndex { kCFStringNormalizationFormC = 2 };
 void CFStringNormalize(CFMutableStringRef text, CFStringNormalizationForm form);
 void CFStringFold(CFMutableStringRef text, CFStringCompareFlags flags, CFLocaleRef locale);
 

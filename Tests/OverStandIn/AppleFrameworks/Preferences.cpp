@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
+// Also over Apple's own Core Foundation, whose preferences on Linux are none of a Mac's.
 #include <CoreFoundation/CoreFoundation.h>
 
 #include "Tests/OverStandIn/AppleFrameworks/Call.hpp"
-#include "Tests/OverStandIn/AppleFrameworks/CoreFoundationStandIn/Contents.hpp"
 #include "Tests/OverStandIn/AppleFrameworks/MachineFile.hpp"
-#include "Tests/OverStandIn/AppleFrameworks/UnicodeConversion.hpp"
+#include "Tests/OverStandIn/AppleFrameworks/Objects.hpp"
 
 using namespace standin;
 
@@ -20,9 +20,6 @@ std::string domain(CFStringRef application, CFStringRef user, CFStringRef host,
 
 extern "C" {
 
-const CFStringRef kCFPreferencesAnyHost = constantText("kCFPreferencesAnyHost");
-const CFStringRef kCFPreferencesCurrentUser = constantText("kCFPreferencesCurrentUser");
-
 CFPropertyListRef CFPreferencesCopyValue(CFStringRef key, CFStringRef application, CFStringRef user,
                                          CFStringRef host) {
   const Call call(__func__,
@@ -34,7 +31,7 @@ CFPropertyListRef CFPreferencesCopyValue(CFStringRef key, CFStringRef applicatio
       if (values == preferences->end()) {
         continue;
       }
-      const auto value = values->second.find(contentAs<TextObject>(key, __func__).text);
+      const auto value = values->second.find(textOf(key, __func__));
       if (value != values->second.end()) {
         return create(value->second);
       }
@@ -50,8 +47,8 @@ void CFPreferencesSetValue(CFStringRef key, CFPropertyListRef value, CFStringRef
   if (call.fails()) {
     return;
   }
-  machine().pendingPreferences[described(
-      application, __func__)][contentAs<TextObject>(key, __func__).text] = valueOf(value, __func__);
+  machine().pendingPreferences[described(application, __func__)][textOf(key, __func__)] =
+      valueOf(value, __func__);
 }
 
 Boolean CFPreferencesSynchronize(CFStringRef application, CFStringRef user, CFStringRef host) {

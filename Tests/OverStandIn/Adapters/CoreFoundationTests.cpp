@@ -1,0 +1,88 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <CoreFoundation/CoreFoundation.h>
+#include <gmock/gmock.h>
+
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+#include "LumaretMacHelper/PlatformFunctions.hpp"
+#include "LumaretMacHelper/macOS/CoreFoundationReference.hpp"
+#include "LumaretMacHelper/macOS/CoreFoundationValues.hpp"
+#include "Tests/OverStandIn/Adapters/OverStandIn.hpp"
+#include "Tests/OverStandIn/AppleFrameworks/Objects.hpp"
+
+namespace lumaret::tests {
+namespace {
+
+using TextReference = CoreFoundationReference<CFStringRef>;
+
+class CoreFoundationReferenceTest : public OverStandIn {};
+
+TEST_F(CoreFoundationReferenceTest, EachOwnerKeepsTheObject) {
+  auto original = coreFoundationText("text");
+  TextReference retained = TextReference::retain(original.get());
+  TextReference copy = original;
+  TextReference moved = std::move(original);
+  EXPECT_FALSE(original);  // NOLINT(bugprone-use-after-move): A moved-from reference is null.
+  moved = TextReference();
+  copy = *&copy;
+  EXPECT_EQ(utf8Text(copy.get()), "text");
+  copy = TextReference();
+  EXPECT_EQ(utf8Text(retained.get()), "text");
+}
+
+TEST_F(CoreFoundationReferenceTest, ReceivingReleasesWhatWasHeld) {
+  auto text = coreFoundationText("first");
+  *text.receive() = standin::createAs<CFStringRef>(standin::Value{standin::Text(u"second")});
+  EXPECT_EQ(utf8Text(text.get()), "second");
+}
+
+TEST_F(CoreFoundationReferenceTest, MayBeNull) {
+  const auto adopted = TextReference::adopt(nullptr);
+  const TextReference copy = TextReference::retain(adopted.get());
+  EXPECT_FALSE(copy);
+}
+
+TEST_F(CoreFoundationReferenceTest, ArrayOwnsItsElements) {
+  auto text = coreFoundationText("text");
+  const auto array = coreFoundationArray<CFStringRef>({text});
+  text = TextReference();
+  EXPECT_EQ(utf8Text(objectAs<CFStringRef>(elements(array.get()).at(0), CFStringGetTypeID())),
+            "text");
+}
+
+class CoreFoundationText : public OverStandIn {};
+
+TEST_F(CoreFoundationText, IsUnchanged) {
+  const std::string mark = "\xef\xbb\xbf";
+  for (const std::string& text :
+       {std::string(), std::string(100'000, 'x'), mark, mark + "text", mark + mark + "text",
+        "text" + mark, std::string("\xc2\xa9"), std::string("\xe2\x82\xa9"),
+        std::string("\xf0\x9f\x98\xa9"), std::string("a\0b", 3), std::string("\xef\xbf\xbd")}) {
+    EXPECT_EQ(utf8Text(coreFoundationText(text).get()), text);
+  }
+}
+
+TEST_F(CoreFoundationText, RejectsMalformedUTF8) {
+  for (const std::string text : {"\xff", "\xa9", "a\xa9z", "\xef\xbb\xbf\xa9", "\xc3", "\xc3(",
+                                 "\xed\xa0\x80", "\xc0\x80", "\xf5\x80\x80\x80"}) {
+    EXPECT_THROW((void)coreFoundationText(text), std::invalid_argument) << text;
+  }
+}
+
+class CoreFoundationOrder : public OverStandIn {};
+
+TEST_F(CoreFoundationOrder, ComparesWholeFoldedTextsUnderALocaleThatIsReadOnce) {
+  const auto compare = localizedCaseInsensitiveComparison();
+  EXPECT_EQ(compare("Ana", "Bea"), std::weak_ordering::less);
+  EXPECT_EQ(compare("\xc3\x89va", ""), std::weak_ordering::greater);
+  EXPECT_THAT(
+      standin::trace(),
+      testing::ElementsAre("CFLocaleCopyCurrent()",
+                           "CFStringCompareWithOptionsAndLocale(ana, bea, 3, 32, locale)",
+                           "CFStringCompareWithOptionsAndLocale(\xc3\xa9va, , 3, 32, locale)"));
+}
+
+}  // namespace
+}  // namespace lumaret::tests
