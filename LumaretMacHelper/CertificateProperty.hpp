@@ -18,24 +18,22 @@ using OptionalCertificateProperty = std::shared_ptr<const CertificateProperty>;
 
 using CertificatePropertyArray = std::vector<CertificateProperty>;
 
-/// One entry of a certificate's values. The label of a name's attribute is its object identifier in
-/// dotted notation, such as "2.5.4.3". The value may contain further entries.
+/// One entry of a certificate's values, or a section of further entries. The label of a name's
+/// attribute is its object identifier in dotted notation, such as "2.5.4.3".
 struct CertificatePropertyDictionary {
   OptionalCertificateProperty label;
   OptionalCertificateProperty value;
 };
 
-/// A certificate value whose type is known only at run time. A number that denotes a time counts
-/// seconds since 2001-01-01 00:00:00 UTC. std::monostate stands for a value of any type that
-/// nothing here reads.
+/// A number that denotes a time counts seconds since 2001-01-01 00:00:00 UTC. std::monostate stands
+/// for a value of any type that nothing here reads.
 struct CertificateProperty {
   std::variant<std::monostate, std::string, double, Date, CertificatePropertyArray,
                CertificatePropertyDictionary>
       value;
 };
 
-/// The three values of a certificate that the tool asks for. Each is absent or, in a well-formed
-/// certificate, a dictionary.
+/// Each is absent or, in a well-formed certificate, a dictionary.
 struct CertificateValues {
   OptionalCertificateProperty subjectName;
   OptionalCertificateProperty issuerName;

@@ -26,6 +26,19 @@ CertificatePrincipal principalIn(const json& rule, const std::string& name) {
   return {field("CN"), field("O"), field("OU"), field("L")};
 }
 
+/// Throws the error if the step returns false or throws.
+template <typename Step>
+void require(const CertificateSelectorError& error, Step step) {
+  try {
+    if (step()) {
+      return;
+    }
+  } catch (...) {
+    throw error;
+  }
+  throw error;
+}
+
 }  // namespace
 
 ChromeCertificatePolicyService::ChromeCertificatePolicyService(
@@ -36,27 +49,14 @@ void ChromeCertificatePolicyService::apply(const ClientIdentity& identity) const
   const std::string rule = encodedRule(identity);
 
   std::vector<std::string> rules;
-  bool isStored = false;
-  try {
+  // A value that cannot be read is never overwritten.
+  require(CertificateSelectorError::policyWriteFailed(), [&] {
     rules = replacingRule(rule, preferences_->readRules());
     preferences_->writeRules(rules);
-    isStored = preferences_->synchronize();
-  } catch (...) {
-    isStored = false;  // A value that cannot be read is never overwritten.
-  }
-  if (!isStored) {
-    throw CertificateSelectorError::policyWriteFailed();
-  }
-
-  std::vector<std::string> stored;
-  try {
-    stored = preferences_->readRules();
-  } catch (...) {
-    throw CertificateSelectorError::policyVerificationFailed();
-  }
-  if (stored != rules) {
-    throw CertificateSelectorError::policyVerificationFailed();
-  }
+    return preferences_->synchronize();
+  });
+  require(CertificateSelectorError::policyVerificationFailed(),
+          [&] { return preferences_->readRules() == rules; });
 }
 
 std::string ChromeCertificatePolicyService::encodedRule(const ClientIdentity& identity) {
@@ -82,30 +82,21 @@ std::optional<std::string> ChromeCertificatePolicyService::rulePattern(const std
     return std::nullopt;
   }
   const json parsed = json::parse(rule, nullptr, /*allow_exceptions=*/false);
-  if (!parsed.is_object()) {
-    return std::nullopt;
-  }
-  const auto pattern = parsed.find("pattern");
-  if (pattern == parsed.end() || !pattern->is_string()) {
-    return std::nullopt;
-  }
-  return pattern->get<std::string>();
+  const auto pattern = parsed.find("pattern");  // end() in anything but an object.
+  return pattern != parsed.end() && pattern->is_string()
+             ? std::optional(pattern->get<std::string>())
+             : std::nullopt;
 }
 
 std::vector<std::string> ChromeCertificatePolicyService::replacingRule(
     const std::string& newRule, const std::vector<std::string>& rules) {
-  std::vector<std::string> result;
-  bool inserted = false;
-  for (const std::string& rule : rules) {
-    if (!isForEverySite(rule)) {
-      result.push_back(rule);
-    } else if (!inserted) {
-      result.push_back(newRule);
-      inserted = true;
-    }
-  }
-  if (!inserted) {
+  std::vector<std::string> result = rules;
+  const auto first = std::find_if(result.begin(), result.end(), isForEverySite);
+  if (first == result.end()) {
     result.push_back(newRule);
+  } else {
+    *first = newRule;
+    result.erase(std::remove_if(first + 1, result.end(), isForEverySite), result.end());
   }
   return result;
 }

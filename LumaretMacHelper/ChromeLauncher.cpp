@@ -10,13 +10,13 @@
 namespace lumaret {
 namespace {
 
-std::string lowerCasedScheme(const URL& url) {
+bool isWebAddress(const URL& url) {
   std::string scheme = url.scheme.value_or("");
   // A scheme is ASCII, so the conversion must not depend on the locale.
-  std::transform(scheme.begin(), scheme.end(), scheme.begin(), [](char letter) {
+  std::ranges::transform(scheme, scheme.begin(), [](char letter) {
     return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
   });
-  return scheme;
+  return scheme == "http" || scheme == "https";
 }
 
 }  // namespace
@@ -41,7 +41,18 @@ void ChromeLauncher::open(const std::optional<URL>& destination) const {
     throw CertificateSelectorError::chromeNotInstalled();
   }
   try {
-    refreshAndOpenWindow(destination);
+    if (environment_->isApplicationRunning(chromeIdentifier)) {
+      environment_->run(executableURL_, {"--refresh-platform-policy"}, /*waitUntilExit=*/true);
+    }
+    std::vector<std::string> arguments = {"--new-window"};
+    if (destination) {
+      if (!isWebAddress(*destination)) {
+        throw CertificateSelectorError::chromeLaunchFailed(
+            "Only HTTP and HTTPS destinations are supported.");
+      }
+      arguments.push_back(destination->absoluteString);
+    }
+    environment_->run(executableURL_, arguments, /*waitUntilExit=*/false);
   } catch (const CertificateSelectorError&) {
     throw;
   } catch (const std::exception& error) {
@@ -49,23 +60,6 @@ void ChromeLauncher::open(const std::optional<URL>& destination) const {
   } catch (...) {
     throw CertificateSelectorError::chromeLaunchFailed(unknownError);
   }
-}
-
-void ChromeLauncher::refreshAndOpenWindow(const std::optional<URL>& destination) const {
-  if (environment_->isApplicationRunning(chromeIdentifier)) {
-    environment_->run(executableURL_, {"--refresh-platform-policy"}, /*waitUntilExit=*/true);
-  }
-
-  std::vector<std::string> arguments = {"--new-window"};
-  if (destination) {
-    const std::string scheme = lowerCasedScheme(*destination);
-    if (scheme != "http" && scheme != "https") {
-      throw CertificateSelectorError::chromeLaunchFailed(
-          "Only HTTP and HTTPS destinations are supported.");
-    }
-    arguments.push_back(destination->absoluteString);
-  }
-  environment_->run(executableURL_, arguments, /*waitUntilExit=*/false);
 }
 
 }  // namespace lumaret

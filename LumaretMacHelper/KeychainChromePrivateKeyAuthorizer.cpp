@@ -12,6 +12,16 @@ namespace {
 /// errSecUnsupportedKeyAttributeMask. Adjacent numbers mean other things.
 constexpr std::array<KeychainStatus, 5> unsupportedStatuses = {-4, -25256, -67734, -67737, -67739};
 
+CertificateSelectorError publicError(const KeychainAuthorizationBackendError& error) {
+  const auto status = error.statusCode();
+  if (!status || std::ranges::find(unsupportedStatuses, *status) != unsupportedStatuses.end()) {
+    return CertificateSelectorError::chromeKeyAuthorizationUnsupported();
+  }
+  return *status == keychainStatusUserCanceled
+             ? CertificateSelectorError::keychainAuthorizationCancelled()
+             : CertificateSelectorError::keychainAuthorizationFailed(*status);
+}
+
 }  // namespace
 
 void KeychainChromePrivateKeyAuthorizer::authorize(const ClientIdentity& identity) const {
@@ -24,22 +34,6 @@ void KeychainChromePrivateKeyAuthorizer::authorize(const ClientIdentity& identit
   } catch (...) {
     throw CertificateSelectorError::keychainAuthorizationFailed(keychainStatusInternalComponent);
   }
-}
-
-CertificateSelectorError KeychainChromePrivateKeyAuthorizer::publicError(
-    const KeychainAuthorizationBackendError& error) {
-  const auto status = error.statusCode();
-  if (!status) {
-    return CertificateSelectorError::chromeKeyAuthorizationUnsupported();
-  }
-  if (*status == keychainStatusUserCanceled) {
-    return CertificateSelectorError::keychainAuthorizationCancelled();
-  }
-  if (std::find(unsupportedStatuses.begin(), unsupportedStatuses.end(), *status) !=
-      unsupportedStatuses.end()) {
-    return CertificateSelectorError::chromeKeyAuthorizationUnsupported();
-  }
-  return CertificateSelectorError::keychainAuthorizationFailed(*status);
 }
 
 }  // namespace lumaret

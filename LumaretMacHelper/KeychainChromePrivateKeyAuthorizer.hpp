@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <algorithm>
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
@@ -19,7 +20,7 @@ namespace lumaret {
 /// When the Keychain asks for its passphrase before a key is used (`SecKeychainPromptSelector`).
 using KeychainPromptSelector = std::uint16_t;
 
-/// The contents of one entry of a private key's access list.
+/// One entry of a private key's access list.
 template <typename TrustedApplication>
 struct ChromeKeychainACLContents {
   /// The applications that may use the key without confirmation. If absent, any application may; if
@@ -35,13 +36,9 @@ struct ChromeKeychainACLContents {
 class KeychainAuthorizationBackendError : public std::exception {
  public:
   /// A call failed with this status, or returned nothing or an object of another type.
-  static KeychainAuthorizationBackendError status(KeychainStatus status) {
-    return KeychainAuthorizationBackendError(status);
-  }
+  static KeychainAuthorizationBackendError status(KeychainStatus status) { return {status}; }
   /// A key of this kind has no access list that can be read or changed.
-  static KeychainAuthorizationBackendError unsupported() {
-    return KeychainAuthorizationBackendError(std::nullopt);
-  }
+  static KeychainAuthorizationBackendError unsupported() { return {std::nullopt}; }
 
   /// Nothing for `unsupported`.
   [[nodiscard]] std::optional<KeychainStatus> statusCode() const noexcept { return status_; }
@@ -54,15 +51,14 @@ class KeychainAuthorizationBackendError : public std::exception {
   }
 
  private:
-  explicit KeychainAuthorizationBackendError(std::optional<KeychainStatus> status)
-      : status_(status) {}
+  KeychainAuthorizationBackendError(std::optional<KeychainStatus> status) : status_(status) {}
 
   std::optional<KeychainStatus> status_;
 };
 
-/// A Keychain with access lists. Handles are shared references: they are cheap to copy, and the
-/// last copy releases the object. Every operation may throw. The platforms' backends report a
-/// failed call by a KeychainAuthorizationBackendError.
+/// A Keychain with access lists. Handles are shared references, cheap to copy; the last copy
+/// releases the object. Every operation may throw. The platforms' backends report a failed call as
+/// a KeychainAuthorizationBackendError.
 template <typename Backend>
 // Each version of clang-format indents this differently.
 // clang-format off
@@ -85,12 +81,10 @@ concept ChromeKeychainAuthorizationBackend =
       -> std::same_as<ChromeKeychainACLContents<typename Backend::TrustedApplication>>;
   // Edits the access object in memory.
   { backend.setContents(contents, acl) } -> std::same_as<void>;
-  // Stores the access object on the key. A Keychain stores it entry by entry. If one entry fails,
-  // those before it are already stored.
+  // Stores the access object on the key, entry by entry: if one fails, those before it are stored.
   { backend.setAccess(access, privateKey) } -> std::same_as<void>;
   { backend.chromeTrustedApplication() } -> std::same_as<typename Backend::TrustedApplication>;
-  // The bytes that tell one application from another. On macOS they are its path, not its
-  // signature.
+  // What tells one application from another: on macOS its path, not its signature.
   { backend.identityData(application) } -> std::same_as<Bytes>;
 };
 // clang-format on
@@ -106,21 +100,69 @@ class ChromeKeychainAuthorizationWorkflow {
   /// it was. A failure of the call itself may leave Chrome in some of the entries. Throws
   /// CertificateSelectorError (not found, ambiguous, no private key, unsupported), or what the
   /// backend throws.
-  void authorize(const std::string& fingerprint) const;
+  void authorize(const std::string& fingerprint) const {
+    const auto identity = matchingIdentity(fingerprint);
+    const auto privateKey = backend_.copyPrivateKey(identity);
+    if (!privateKey) {
+      throw CertificateSelectorError::selectedIdentityHasNoPrivateKey();
+    }
+    const auto access = backend_.copyAccess(*privateKey);
+    const auto entries = backend_.copySigningACLs(access);
+    if (entries.empty()) {
+      throw CertificateSelectorError::chromeKeyAuthorizationUnsupported();
+    }
+
+    std::vector<Contents> contents;
+    for (const auto& entry : entries) {
+      contents.push_back(backend_.copyContents(entry));
+      if (!contents.back().trustedApplications) {
+        return;  // Any application may sign, Chrome included.
+      }
+    }
+
+    const auto chrome = backend_.chromeTrustedApplication();
+    const Bytes chromeData = backend_.identityData(chrome);
+    const auto isChrome = [&](const auto& application) {
+      return backend_.identityData(application) == chromeData;
+    };
+    if (std::ranges::any_of(contents, [&](const Contents& entry) {
+          return std::ranges::any_of(*entry.trustedApplications, isChrome);
+        })) {
+      return;  // One signing entry is enough; the user's other entries stay as they are.
+    }
+
+    for (std::size_t index = 0; index < entries.size(); ++index) {
+      contents[index].trustedApplications->push_back(chrome);
+      backend_.setContents(contents[index], entries[index]);
+    }
+    backend_.setAccess(access, *privateKey);
+  }
 
  private:
   using Contents = ChromeKeychainACLContents<typename Backend::TrustedApplication>;
 
-  [[nodiscard]] typename Backend::Identity matchingIdentity(const std::string& fingerprint) const;
-  [[nodiscard]] bool trusts(const std::vector<Contents>& contents, const Bytes& application) const;
+  [[nodiscard]] typename Backend::Identity matchingIdentity(const std::string& fingerprint) const {
+    auto identities = backend_.copyIdentities();
+    std::erase_if(identities, [&](const typename Backend::Identity& identity) {
+      return lumaret::fingerprint(backend_.certificateData(identity)) != fingerprint;
+    });
+    if (identities.empty()) {
+      throw CertificateSelectorError::selectedIdentityNotFound();
+    }
+    // An identity that is in the Keychain twice has two access lists. Nothing tells which of them
+    // Chrome will use.
+    if (identities.size() > 1) {
+      throw CertificateSelectorError::selectedIdentityAmbiguous();
+    }
+    return identities.front();
+  }
 
   Backend backend_;
 };
 
 class KeychainChromePrivateKeyAuthorizer final : public ChromePrivateKeyAuthorizing {
  public:
-  /// Takes a fingerprint. Returns if Chrome may sign with that identity's key, and throws
-  /// otherwise.
+  /// Takes a fingerprint. Throws unless Chrome may sign with that identity's key.
   using AuthorizeOperation = std::function<void(const std::string&)>;
 
   /// Uses the platform's Keychain.
@@ -136,75 +178,7 @@ class KeychainChromePrivateKeyAuthorizer final : public ChromePrivateKeyAuthoriz
   void authorize(const ClientIdentity& identity) const override;
 
  private:
-  static CertificateSelectorError publicError(const KeychainAuthorizationBackendError& error);
-
   AuthorizeOperation authorizeOperation_;
 };
-
-template <ChromeKeychainAuthorizationBackend Backend>
-void ChromeKeychainAuthorizationWorkflow<Backend>::authorize(const std::string& fingerprint) const {
-  const auto identity = matchingIdentity(fingerprint);
-  const auto privateKey = backend_.copyPrivateKey(identity);
-  if (!privateKey) {
-    throw CertificateSelectorError::selectedIdentityHasNoPrivateKey();
-  }
-  const auto access = backend_.copyAccess(*privateKey);
-  const auto entries = backend_.copySigningACLs(access);
-  if (entries.empty()) {
-    throw CertificateSelectorError::chromeKeyAuthorizationUnsupported();
-  }
-
-  std::vector<Contents> contents;
-  for (const auto& entry : entries) {
-    contents.push_back(backend_.copyContents(entry));
-    if (!contents.back().trustedApplications) {
-      return;  // Any application may sign, Chrome included.
-    }
-  }
-
-  const auto chrome = backend_.chromeTrustedApplication();
-  if (trusts(contents, backend_.identityData(chrome))) {
-    return;  // One signing entry is enough; the user's other entries stay as they are.
-  }
-
-  for (std::size_t index = 0; index < entries.size(); ++index) {
-    contents[index].trustedApplications->push_back(chrome);
-    backend_.setContents(contents[index], entries[index]);
-  }
-  backend_.setAccess(access, *privateKey);
-}
-
-template <ChromeKeychainAuthorizationBackend Backend>
-typename Backend::Identity ChromeKeychainAuthorizationWorkflow<Backend>::matchingIdentity(
-    const std::string& fingerprint) const {
-  std::vector<typename Backend::Identity> matches;
-  for (const auto& identity : backend_.copyIdentities()) {
-    if (lumaret::fingerprint(backend_.certificateData(identity)) == fingerprint) {
-      matches.push_back(identity);
-    }
-  }
-  if (matches.empty()) {
-    throw CertificateSelectorError::selectedIdentityNotFound();
-  }
-  // An identity that is in the Keychain twice has two access lists. Nothing tells which of them
-  // Chrome will use.
-  if (matches.size() > 1) {
-    throw CertificateSelectorError::selectedIdentityAmbiguous();
-  }
-  return matches.front();
-}
-
-template <ChromeKeychainAuthorizationBackend Backend>
-bool ChromeKeychainAuthorizationWorkflow<Backend>::trusts(const std::vector<Contents>& contents,
-                                                          const Bytes& application) const {
-  for (const auto& entry : contents) {
-    for (const auto& trusted : *entry.trustedApplications) {
-      if (backend_.identityData(trusted) == application) {
-        return true;
-      }
-    }
-  }
-  return false;
-}
 
 }  // namespace lumaret

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <compare>
 #include <utility>
 
 #include "LumaretMacHelper/Fingerprint.hpp"
@@ -45,26 +46,14 @@ void collect(const CertificateProperty* property, std::map<std::string, std::str
   }
 }
 
-bool comesBefore(const ClientIdentity& left, const ClientIdentity& right,
-                 const TextComparison& compare) {
-  const auto order = compare(left.displayName(), right.displayName());
-  return order != std::weak_ordering::equivalent ? order == std::weak_ordering::less
-                                                 : left.id < right.id;
-}
-
 }  // namespace
 
 std::optional<ParsedCertificateValues> CertificateValueParser::parse(
     const KeychainCertificate& certificate) {
   const auto values = certificate.copyValues();
-  if (!values) {
-    return std::nullopt;
-  }
-  const auto* notAfter = valueAs<CertificatePropertyDictionary>(values->validityNotAfter);
-  if (notAfter == nullptr) {
-    return std::nullopt;
-  }
-  const auto expiresAt = date(notAfter->value);
+  const auto* notAfter =
+      values ? valueAs<CertificatePropertyDictionary>(values->validityNotAfter) : nullptr;
+  const auto expiresAt = notAfter != nullptr ? date(notAfter->value) : std::nullopt;
   if (!expiresAt) {
     return std::nullopt;
   }
@@ -119,25 +108,17 @@ std::vector<ClientIdentity> KeychainIdentityLoader::loadIdentities() const {
 
   std::map<std::string, ClientIdentity> byFingerprint;
   for (const auto& handle : handles) {
-    if (!handle->hasPrivateKey()) {
-      continue;
-    }
-    const auto certificate = handle->copyCertificate();
-    if (!certificate) {
-      continue;
-    }
-    auto values = CertificateValueParser::parse(*certificate);
+    const auto certificate = handle->hasPrivateKey() ? handle->copyCertificate() : nullptr;
+    auto values = certificate ? CertificateValueParser::parse(*certificate) : std::nullopt;
     if (!values || values->expiresAt <= now) {
       continue;
     }
-    const Bytes data = certificate->data();
-    if (data.empty()) {
-      continue;
+    if (const Bytes data = certificate->data(); !data.empty()) {
+      const std::string id = fingerprint(data);
+      byFingerprint.insert_or_assign(
+          id, ClientIdentity{id, std::move(values->subject), std::move(values->issuer),
+                             values->expiresAt});
     }
-    const std::string id = fingerprint(data);
-    byFingerprint.insert_or_assign(
-        id, ClientIdentity{id, std::move(values->subject), std::move(values->issuer),
-                           values->expiresAt});
   }
 
   std::vector<ClientIdentity> identities;
@@ -145,10 +126,11 @@ std::vector<ClientIdentity> KeychainIdentityLoader::loadIdentities() const {
   for (auto& [id, identity] : byFingerprint) {
     identities.push_back(std::move(identity));
   }
+  // They are in the order of their fingerprints, which a stable sort keeps among equal names.
   std::stable_sort(identities.begin(), identities.end(),
                    [compare = localizedCaseInsensitiveComparison()](const ClientIdentity& left,
                                                                     const ClientIdentity& right) {
-                     return comesBefore(left, right, compare);
+                     return std::is_lt(compare(left.displayName(), right.displayName()));
                    });
   return identities;
 }

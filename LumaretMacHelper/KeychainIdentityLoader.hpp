@@ -34,8 +34,8 @@ class KeychainIdentity {
 class KeychainIdentityQuerying {
  public:
   virtual ~KeychainIdentityQuerying() = default;
-  /// Returns every identity of the current user, in the Keychain's order. The list is empty if
-  /// there is none. Throws CertificateSelectorError::keychainFailure.
+  /// Every identity of the current user, in the Keychain's order. Throws
+  /// CertificateSelectorError::keychainFailure.
   [[nodiscard]] virtual std::vector<std::unique_ptr<KeychainIdentity>> copyIdentities() const = 0;
 };
 
@@ -47,8 +47,8 @@ struct ParsedCertificateValues {
   bool operator==(const ParsedCertificateValues&) const = default;
 };
 
-/// Reads names and expiry from a certificate's values. Never throws because of their contents:
-/// malformed parts of a name leave its fields absent.
+/// Reads names and expiry from a certificate's values. Never throws for their contents: malformed
+/// parts of a name leave its fields absent.
 class CertificateValueParser {
  public:
   CertificateValueParser() = delete;
@@ -56,19 +56,18 @@ class CertificateValueParser {
   /// Nothing if the certificate cannot be read or has no readable expiry.
   static std::optional<ParsedCertificateValues> parse(const KeychainCertificate& certificate);
 
-  /// The instant that a date or a number denotes. Nothing for a value of another type, or for a
-  /// number that is 30,000 years or more before or after 2001.
+  /// The instant that a date or number denotes. Nothing for another type, or for a number that is
+  /// 30,000 years or more before or after 2001.
   static std::optional<Date> date(const OptionalCertificateProperty& value);
 
   static CertificatePrincipal principal(const OptionalCertificateProperty& value);
 
-  /// Adds the recognised attributes that the value contains at any depth, keyed by object
-  /// identifier. The first value that is not empty wins. A field that is already in the map stays.
+  /// Adds the recognised attributes that the value contains at any depth, by object identifier. The
+  /// first value that is not empty wins; a field that is already in the map stays.
   static void collectDistinguishedNameFields(const OptionalCertificateProperty& value,
                                              std::map<std::string, std::string>& fields);
 };
 
-/// The current time, by the system's clock.
 Date currentDate();
 
 class KeychainIdentityLoader final : public IdentityLoading {

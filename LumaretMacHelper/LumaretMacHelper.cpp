@@ -77,12 +77,10 @@ void LumaretMacHelper::main(int argumentCount, const char* const* processArgumen
 }
 
 void LumaretMacHelper::run(const std::vector<std::string>& arguments) {
-  if (arguments.empty()) {
-    throw CommandError::usage();
-  }
-  if (arguments.front() == "list") {
+  const std::string_view command = arguments.empty() ? "" : std::string_view(arguments.front());
+  if (command == "list") {
     listIdentities();
-  } else if (arguments.front() == "activate") {
+  } else if (command == "activate") {
     activate({arguments.begin() + 1, arguments.end()});
   } else {
     throw CommandError::usage();
@@ -92,10 +90,8 @@ void LumaretMacHelper::run(const std::vector<std::string>& arguments) {
 std::optional<std::string> LumaretMacHelper::value(std::string_view flag,
                                                    const std::vector<std::string>& arguments) {
   const auto found = std::find(arguments.begin(), arguments.end(), flag);
-  if (found == arguments.end() || found + 1 == arguments.end()) {
-    return std::nullopt;
-  }
-  return *(found + 1);
+  return found != arguments.end() && found + 1 != arguments.end() ? std::optional(*(found + 1))
+                                                                  : std::nullopt;
 }
 
 void LumaretMacHelper::listIdentities() {

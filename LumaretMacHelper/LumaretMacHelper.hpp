@@ -23,7 +23,7 @@ class CommandError : public std::runtime_error {
             "activate --fingerprint <sha256> [--url <https-url>]") {}
 };
 
-/// The command line. It keeps no state between calls.
+/// The command line.
 class LumaretMacHelper {
  public:
   LumaretMacHelper() = delete;
@@ -36,8 +36,7 @@ class LumaretMacHelper {
   /// or another std::exception, for example if the result cannot be written.
   static void run(const std::vector<std::string>& arguments);
 
-  /// The argument that follows the first occurrence of the flag, whatever it is. Nothing if the
-  /// flag is missing, or if its first occurrence is the last argument.
+  /// The argument after the first occurrence of the flag, if there are both, whatever it is.
   static std::optional<std::string> value(std::string_view flag,
                                           const std::vector<std::string>& arguments);
 

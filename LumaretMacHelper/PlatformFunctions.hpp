@@ -2,9 +2,8 @@
 #pragma once
 
 // The functions that a platform defines for the core to call. The core is compiled once, against
-// these declarations alone, and linking decides which platform they come from. A new platform is a
-// folder beside Linux and macOS that defines everything declared here and in PlatformServices.hpp.
-// POSIX systems share the standard streams and the processes, which are in the folder POSIX.
+// these declarations alone; linking decides which platform they come from. POSIX systems share the
+// standard streams, which are in the folder POSIX.
 
 #include <array>
 #include <compare>
@@ -22,28 +21,23 @@ std::array<std::uint8_t, 32> sha256(std::span<const std::uint8_t> bytes);
 
 using TextComparison = std::function<std::weak_ordering(const std::string&, const std::string&)>;
 
-/// The platform's case-insensitive comparison of UTF-8 strings in the user's current locale. The
-/// locale is read when this function is called, so the comparison may be kept for a whole sort.
-/// Throws a std::exception if the platform cannot order strings.
+/// The case-insensitive comparison of UTF-8 strings in the user's locale, which is read here, once
+/// for a whole sort. Throws a std::exception if the platform cannot order strings.
 TextComparison localizedCaseInsensitiveComparison();
 
 /// See ChromeLauncher::defaultExecutableURL().
 std::filesystem::path chromeExecutable();
 
-// ------------------ Standard streams ------------------
-
 /// Call this once, before any file is opened. It opens the descriptors 0 to 2 that the caller left
-/// closed, so that nothing written to them ends up in another file. A write to a closed pipe, or
-/// beyond the limit for the size of files, becomes an error and no longer ends the process. From
-/// then on only writeStandardOutput() reaches the caller's standard output. Everything else that
-/// this process prints goes to standard error.
+/// closed, so nothing written to them ends up in another file. A write to a closed pipe, or beyond
+/// the file size limit, becomes an error and no longer ends the process. From then on only
+/// writeStandardOutput() reaches the caller's standard output; all else goes to standard error.
 void prepareStandardStreams() noexcept;
 
-/// Writes every byte to the caller's standard output. Throws std::system_error if that is closed,
-/// full or broken.
+/// Writes every byte to the caller's standard output. Throws std::system_error.
 void writeStandardOutput(std::string_view text);
 
-/// Writes as much as it can. A failure is ignored: there is nobody left to tell.
+/// Ignores failures: there is nobody left to tell.
 void writeStandardError(std::string_view text) noexcept;
 
 }  // namespace lumaret

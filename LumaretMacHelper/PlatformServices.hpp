@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-// What a platform defines over the core's interfaces: the collaborators of its services. The core
-// itself does not include this.
+// What a platform defines over the core's interfaces: the collaborators of its services, and
+// beside each the default constructor of the service that uses it. The core itself does not include
+// this. The fourth, SystemChromeKeychainAuthorizationBackend, satisfies the concept
+// ChromeKeychainAuthorizationBackend; only the platform knows its handle types and declares it.
 
 #include <filesystem>
 #include <memory>
@@ -16,14 +18,12 @@
 
 namespace lumaret {
 
-/// The platform's own Keychain.
 class SystemKeychainIdentityQuery final : public KeychainIdentityQuerying {
  public:
   [[nodiscard]] std::vector<std::unique_ptr<KeychainIdentity>> copyIdentities() const override;
 };
 
-/// The rules that Chrome applies for the current user. On Linux, root's object keeps all others
-/// waiting from its first reading on until it is destroyed.
+/// On Linux, root's object keeps all others waiting from its first reading until it is destroyed.
 class CurrentUserChromePreferences final : public ChromePreferencesStoring {
  public:
   [[nodiscard]] std::vector<std::string> readRules() const override;
@@ -36,7 +36,6 @@ class CurrentUserChromePreferences final : public ChromePreferencesStoring {
   mutable std::shared_ptr<void> turn_;
 };
 
-/// The platform's processes.
 class SystemChromeLaunchEnvironment final : public ChromeLaunchEnvironment {
  public:
   [[nodiscard]] bool isExecutableFile(const std::filesystem::path& path) const override;
@@ -44,13 +43,5 @@ class SystemChromeLaunchEnvironment final : public ChromeLaunchEnvironment {
   void run(const std::filesystem::path& executableURL, const std::vector<std::string>& arguments,
            bool waitUntilExit) const override;
 };
-
-// The fourth collaborator, SystemChromeKeychainAuthorizationBackend, satisfies the concept
-// ChromeKeychainAuthorizationBackend. Only the platform knows its handle types, so its class is
-// declared in the platform's folder.
-
-// KeychainIdentityLoader, KeychainChromePrivateKeyAuthorizer, ChromeCertificatePolicyService and
-// ChromeLauncher each declare a default constructor, which uses the platform's collaborator. The
-// platform defines it beside that collaborator.
 
 }  // namespace lumaret

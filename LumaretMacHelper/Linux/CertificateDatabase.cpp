@@ -18,40 +18,25 @@
 #include "LumaretMacHelper/Linux/DatabaseFolder.hpp"
 #include "LumaretMacHelper/Linux/TokenModules.hpp"
 #include "LumaretMacHelper/Linux/TokenSession.hpp"
+#include "LumaretMacHelper/POSIX/ScopeExit.hpp"
 
 namespace lumaret {
 namespace {
 
-struct SlotListDeleter {
-  void operator()(PK11SlotList* slots) const { PK11_FreeSlotList(slots); }
-};
+using SlotList =
+    std::unique_ptr<PK11SlotList, decltype([](auto* slots) { PK11_FreeSlotList(slots); })>;
 
 /// Gives no password, whatever NSS asks for.
 char* noPassword(PK11SlotInfo* /*slot*/, PRBool /*retry*/, void* /*context*/) { return nullptr; }
 
-/// An initialized NSS with one database, opened for reading, and the modules that the database
-/// names.
-class Session {
- public:
-  explicit Session(const std::filesystem::path& folder) {
-    PK11_SetPasswordFunc(noPassword);
-    // NSS_INIT_NOROOTINIT leaves out the module of the built-in root certificates, which contains
-    // no keys.
-    if (NSS_Initialize(("sql:" + folder.string()).c_str(), "", "", SECMOD_DB,
-                       NSS_INIT_READONLY | NSS_INIT_NOMODDB | NSS_INIT_NOROOTINIT |
-                           NSS_INIT_OPTIMIZESPACE) != SECSuccess) {
-      throw CertificateDatabaseError(PR_GetError());
-    }
-    loadTokenModules(folder);
-  }
-  Session(const Session&) = delete;
-  Session& operator=(const Session&) = delete;
-  ~Session() { NSS_Shutdown(); }
-};
-
-void collectIdentifiers(TokenSession& token, CK_OBJECT_CLASS keyClass, std::set<std::string>& ids) {
-  for (const CK_OBJECT_HANDLE key : token.objects(keyClass)) {
-    ids.insert(token.attribute(key, CKA_ID));
+/// Initializes NSS with this database, opened for reading. NSS_INIT_NOROOTINIT leaves out the
+/// module of the built-in root certificates, which contains no keys.
+void openDatabase(const std::filesystem::path& folder) {
+  PK11_SetPasswordFunc(noPassword);
+  if (NSS_Initialize(("sql:" + folder.string()).c_str(), "", "", SECMOD_DB,
+                     NSS_INIT_READONLY | NSS_INIT_NOMODDB | NSS_INIT_NOROOTINIT |
+                         NSS_INIT_OPTIMIZESPACE) != SECSuccess) {
+    throw CertificateDatabaseError(PR_GetError());
   }
 }
 
@@ -59,9 +44,14 @@ void collectIdentifiers(TokenSession& token, CK_OBJECT_CLASS keyClass, std::set<
 /// private keys until someone logs in. A public key then shows that its private key is there.
 std::set<std::string> privateKeyIdentifiers(PK11SlotInfo* slot, TokenSession& token) {
   std::set<std::string> ids;
-  collectIdentifiers(token, CKO_PRIVATE_KEY, ids);
+  const auto collect = [&](CK_OBJECT_CLASS keyClass) {
+    for (const CK_OBJECT_HANDLE key : token.objects(keyClass)) {
+      ids.insert(token.attribute(key, CKA_ID));
+    }
+  };
+  collect(CKO_PRIVATE_KEY);
   if (PK11_NeedLogin(slot) != PR_FALSE && PK11_IsLoggedIn(slot, nullptr) == PR_FALSE) {
-    collectIdentifiers(token, CKO_PUBLIC_KEY, ids);
+    collect(CKO_PUBLIC_KEY);
   }
   ids.erase("");
   return ids;
@@ -95,9 +85,10 @@ std::vector<StoredIdentity> readStoredIdentities() {
   if (isDatabaseDamaged(folder)) {
     throw CertificateDatabaseError(SEC_ERROR_BAD_DATABASE);
   }
-  const Session session(folder);
-  const std::unique_ptr<PK11SlotList, SlotListDeleter> slots(
-      PK11_GetAllTokens(CKM_INVALID_MECHANISM, PR_FALSE, PR_FALSE, nullptr));
+  openDatabase(folder);
+  const ScopeExit shutDown([] { NSS_Shutdown(); });
+  loadTokenModules(folder);
+  const SlotList slots(PK11_GetAllTokens(CKM_INVALID_MECHANISM, PR_FALSE, PR_FALSE, nullptr));
   if (!slots) {
     throw CertificateDatabaseError(PR_GetError());
   }

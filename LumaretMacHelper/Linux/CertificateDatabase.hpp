@@ -11,10 +11,9 @@ namespace lumaret {
 
 /// A certificate in Chrome's store that has its private key there.
 struct StoredIdentity {
-  /// DER.
-  Bytes certificate;
-  /// The key is in the user's own database, and no password protects it. Any application of the
-  /// user may sign with it without asking the user.
+  Bytes certificate;  // DER
+  /// The key is in the user's own database without a password, so any of the user's applications
+  /// may sign with it without asking.
   bool keyIsUnguarded = false;
 };
 
@@ -33,11 +32,10 @@ class CertificateDatabaseError : public std::exception {
   KeychainStatus status_;
 };
 
-/// Returns every identity in the store that Chrome for Linux uses: the NSS database of the user and
-/// the PKCS#11 modules that it names. The order is that of NSS. The list is empty if there is no
-/// database. The store is only read: the function never logs in and never prompts. Behind a
-/// password, an identity is found by its public key. A token that fails counts as absent. Throws
-/// CertificateDatabaseError if the database itself fails.
+/// Every identity in the store that Chrome for Linux uses, in NSS's order: the user's NSS database,
+/// if there is one, and the PKCS#11 modules that it names. Only reads, never logs in, and never
+/// prompts; behind a password, an identity is found by its public key. A token that fails counts as
+/// absent. Throws CertificateDatabaseError if the database itself fails.
 std::vector<StoredIdentity> readStoredIdentities();
 
 }  // namespace lumaret

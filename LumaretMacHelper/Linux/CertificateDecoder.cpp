@@ -15,12 +15,10 @@
 namespace lumaret {
 namespace {
 
-struct ArenaDeleter {
-  void operator()(PLArenaPool* arena) const { PORT_FreeArena(arena, PR_FALSE); }
-};
-struct ItemDeleter {
-  void operator()(SECItem* item) const { SECITEM_FreeItem(item, PR_TRUE); }
-};
+using Arena =
+    std::unique_ptr<PLArenaPool, decltype([](auto* arena) { PORT_FreeArena(arena, PR_FALSE); })>;
+using Item =
+    std::unique_ptr<SECItem, decltype([](auto* item) { SECITEM_FreeItem(item, PR_TRUE); })>;
 
 OptionalCertificateProperty property(CertificateProperty property) {
   return std::make_shared<const CertificateProperty>(std::move(property));
@@ -34,13 +32,13 @@ OptionalCertificateProperty entry(std::string label, CertificateProperty value) 
 bool isUTF8(const std::string& text) {
   UErrorCode status = U_ZERO_ERROR;
   int32_t length = 0;
-  // Only measures the converted text, but looks at every byte for that.
+  // Only measures the result, but looks at every byte for that.
   u_strFromUTF8(nullptr, 0, &length, text.data(), static_cast<int32_t>(text.size()), &status);
   return status != U_INVALID_CHAR_FOUND;
 }
 
 /// The dotted notation of an attribute of X.520 (2.5.4.n with n below 128). The rules match no
-/// other attributes: their labels are empty, which is not an object identifier.
+/// others, whose labels are empty.
 std::string dottedText(const SECItem& type) {
   return type.len == 3 && type.data[0] == 0x55 && type.data[1] == 0x04 && type.data[2] < 0x80
              ? "2.5.4." + std::to_string(type.data[2])
@@ -49,7 +47,7 @@ std::string dottedText(const SECItem& type) {
 
 /// NSS converts the wide string types to UTF-8 and passes the bytes of all others on unchanged.
 std::optional<std::string> attributeText(const SECItem& value) {
-  const std::unique_ptr<SECItem, ItemDeleter> decoded(CERT_DecodeAVAValue(&value));
+  const Item decoded(CERT_DecodeAVAValue(&value));
   if (!decoded) {
     return std::nullopt;
   }
@@ -72,11 +70,10 @@ OptionalCertificateProperty nameSection(std::string label, const CERTName& name)
 }  // namespace
 
 std::optional<CertificateValues> decodeCertificate(std::span<const std::uint8_t> certificate) {
-  const std::unique_ptr<PLArenaPool, ArenaDeleter> arena(PORT_NewArena(DER_DEFAULT_CHUNKSIZE));
+  const Arena arena(PORT_NewArena(DER_DEFAULT_CHUNKSIZE));
   const SECItem der = {siDERCertBuffer, const_cast<unsigned char*>(certificate.data()),
                        static_cast<unsigned>(certificate.size())};
-  // The certificate is decoded directly. If NSS created a CERTCertificate, it would enter it into
-  // its cache and look up the issuer.
+  // Decoded directly: NSS would enter a CERTCertificate into its cache and look up the issuer.
   CERTCertificate decoded{};
   if (!arena || SEC_QuickDERDecodeItem(arena.get(), &decoded, SEC_SignedCertificateTemplate,
                                        &der) != SECSuccess) {

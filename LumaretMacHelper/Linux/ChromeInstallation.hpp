@@ -12,17 +12,15 @@ struct ChromeInstallation {
   /// "Google Chrome" or "Chromium".
   std::string_view name;
   std::filesystem::path executable;
-  /// The folder of the policies that apply to every user of the machine.
+  /// Holds the policies that apply to every user of the machine.
   std::filesystem::path managedPolicies;
-  /// The folder of the profile that the browser uses if it is started without options.
+  /// Holds the profile that the browser uses if it is started without options.
   std::filesystem::path userDataFolder;
 
-  /// Google Chrome if this user may execute it, or else Chromium if they may execute that. If
-  /// neither is there, Google Chrome.
+  /// Chromium if this user may execute it and not Google Chrome, or else Google Chrome.
   static ChromeInstallation current();
 
-  /// The managed policies of the browser with this name, installed or not; nothing if it is neither
-  /// of the two.
+  /// For the browser with this name, installed or not; nothing for any other name.
   static std::optional<std::filesystem::path> managedPoliciesOf(std::string_view name);
 };
 

@@ -2,11 +2,11 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <system_error>
 
 #include "LumaretMacHelper/Linux/ChromeInstallation.hpp"
 #include "LumaretMacHelper/Linux/ManagedPolicyFolder.hpp"
 #include "LumaretMacHelper/POSIX/Process.hpp"
+#include "LumaretMacHelper/POSIX/SystemCalls.hpp"
 #include "LumaretMacHelper/PlatformServices.hpp"
 #include "LumaretMacHelper/RuleService/Address.hpp"
 
@@ -22,24 +22,16 @@ bool isRoot() { return ::geteuid() == 0; }
 /// Has the rule service store the rule. polkit may show the user a dialog, which closes when
 /// busctl ends: after five minutes, or together with this process.
 void askRuleService(const std::string& rule) {
-  const std::string browser(ChromeInstallation::current().name);
-  const std::vector<std::string> arguments = {"--pdeathsig",
-                                              "KILL",
-                                              "/usr/bin/busctl",
-                                              "--system",
-                                              "--allow-interactive-authorization=yes",
-                                              "--timeout=300",
-                                              "call",
-                                              ruleService::busName,
-                                              ruleService::objectPath,
-                                              ruleService::interfaceName,
-                                              ruleService::storeRule,
-                                              "ss",
-                                              browser,
-                                              rule};
-  if (runUnseen("/usr/bin/setpriv", arguments) != 0) {
-    throw std::system_error(std::make_error_code(std::errc::permission_denied), "rule service");
+  std::vector<std::string> arguments = {"--pdeathsig", "KILL"};
+  for (const char* word : {"/usr/bin/busctl", "--system", "--allow-interactive-authorization=yes",
+                           "--timeout=300", "call", ruleService::busName, ruleService::objectPath,
+                           ruleService::interfaceName, ruleService::storeRule, "ss"}) {
+    arguments.emplace_back(word);
   }
+  arguments.emplace_back(ChromeInstallation::current().name);
+  arguments.push_back(rule);
+  require(runUnseen("/usr/bin/setpriv", arguments) == 0, std::errc::permission_denied,
+          "rule service");
 }
 
 }  // namespace
@@ -59,13 +51,11 @@ void CurrentUserChromePreferences::writeRules(const std::vector<std::string>& ru
     policies().writeRules(rules);
     return;
   }
-  // The service reads the rules in force itself. It is told only which one is to be added.
+  // The service reads the rules in force itself. It is told only the new one.
   const auto rule =
       std::find_if(rules.begin(), rules.end(), ChromeCertificatePolicyService::isForEverySite);
-  if (rule == rules.end()) {
-    throw std::system_error(std::make_error_code(std::errc::operation_not_permitted),
-                            "rules without one for every site");
-  }
+  require(rule != rules.end(), std::errc::operation_not_permitted,
+          "rules without one for every site");
   askRuleService(*rule);
 }
 

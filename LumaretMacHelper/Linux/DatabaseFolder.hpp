@@ -9,12 +9,11 @@ namespace lumaret {
 /// or else `pki/nssdb` in the user's data folder.
 std::filesystem::path databaseFolder();
 
-/// Whether the folder contains no database. A file that cannot be examined does not count as
-/// missing.
+/// A file that cannot be examined does not count as missing.
 bool isDatabaseMissing(const std::filesystem::path& folder);
 
-/// Whether the database is damaged in a way that NSS would not notice, or would wait for without an
-/// end: a file is cut short, or something other than a regular file is in its place.
+/// Whether a file is cut short, which NSS would not notice, or something other than a regular file,
+/// for which it might wait forever.
 bool isDatabaseDamaged(const std::filesystem::path& folder);
 
 }  // namespace lumaret

@@ -13,24 +13,21 @@
 namespace lumaret {
 namespace {
 
-struct CollatorDeleter {
-  void operator()(UCollator* collator) const { ucol_close(collator); }
-};
-using Collator = std::unique_ptr<UCollator, CollatorDeleter>;
+using Collator =
+    std::unique_ptr<UCollator, decltype([](UCollator* collator) { ucol_close(collator); })>;
 
 /// The locale that setlocale(3) would choose for LC_COLLATE from the environment.
 std::string collationLocale() {
   for (const char* name : {"LC_ALL", "LC_COLLATE", "LANG"}) {
-    const char* value = std::getenv(name);
-    if (value != nullptr && *value != '\0') {
+    if (const char* value = std::getenv(name); value != nullptr && *value != '\0') {
       return value;
     }
   }
   return "C";
 }
 
-/// ICU's name for the collation. The locales C and POSIX, with or without an encoding, get the root
-/// collation. ICU would take them for en_US_POSIX, which sorts all capitals first.
+/// ICU's name for the collation. C and POSIX, with or without an encoding, get the root collation:
+/// ICU would take them for en_US_POSIX, which sorts all capitals first.
 std::string collationName(const std::string& locale) {
   const std::string language = locale.substr(0, locale.find_first_of(".@"));
   if (language == "C" || language == "POSIX") {
@@ -44,11 +41,10 @@ std::string collationName(const std::string& locale) {
 
 Collator openCollator(const std::string& name) {
   UErrorCode status = U_ZERO_ERROR;
-  // Otherwise ICU takes its default locale from the environment, and ends the process if it cannot
-  // make a name of the text there (seen with ICU 76). Nothing here depends on the default.
+  // Otherwise ICU takes its default locale from the environment, and aborts if it cannot make a
+  // name of the text there (seen with ICU 76). Nothing here depends on the default.
   uloc_setDefault("root", &status);
-  // A locale that has no collation gets the root collation. ICU refuses a text that is not a
-  // locale.
+  // ICU falls back to the root collation, but refuses a text that is not a locale.
   status = U_ZERO_ERROR;
   Collator collator(ucol_open(name.c_str(), &status));
   if (U_FAILURE(status) != 0) {

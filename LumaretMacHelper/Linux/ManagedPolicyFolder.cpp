@@ -32,8 +32,8 @@ std::optional<PolicyText> textWithRules(const std::string& text, bool isOwnFile)
   return policies && policies->hasRules() ? std::move(policies) : std::nullopt;
 }
 
-/// A dangling link, or one that leads to itself, is not a file. After any other error it is unknown
-/// what Chrome finds there.
+/// Whether it is a dangling link or one that leads to itself, which is not a file. After any other
+/// error it is unknown what Chrome finds there.
 bool leadsNowhere(const std::error_code& error) {
   return error == std::errc::no_such_file_or_directory || error == std::errc::not_a_directory ||
          error == std::errc::too_many_symbolic_link_levels;
@@ -69,20 +69,15 @@ ManagedPolicyFolder::ManagedPolicyFolder(std::filesystem::path folder)
 
 FileDescriptor ManagedPolicyFolder::takeTurn() {
   constexpr const char* place = "/run/lumaret-macos-helper";
-  if (::mkdir(place, S_IRWXU) != 0 && errno != EEXIST) {
-    checked(-1, place);
-  }
+  requireSuccess(::mkdir(place, S_IRWXU) == 0 || errno == EEXIST ? 0 : errno, place);
   FileDescriptor folder(
       checked(::open(place, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC), place));
   struct stat status = {};
   checked(::fstat(folder.number(), &status), place);
-  if (status.st_uid != ::geteuid() || (status.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
-    throw std::system_error(std::make_error_code(std::errc::operation_not_permitted), place);
-  }
+  const bool isOwn = status.st_uid == ::geteuid() && (status.st_mode & (S_IRWXG | S_IRWXO)) == 0;
+  require(isOwn, std::errc::operation_not_permitted, place);
   while (::flock(folder.number(), LOCK_EX) != 0) {
-    if (errno != EINTR) {
-      checked(-1, place);
-    }
+    requireSuccess(errno == EINTR ? 0 : errno, place);
   }
   return folder;
 }
@@ -93,8 +88,7 @@ std::vector<std::filesystem::path> ManagedPolicyFolder::files() const {
 
 std::vector<std::string> ManagedPolicyFolder::rulesIn(
     const std::vector<std::filesystem::path>& files) const {
-  // Every file is checked, even one that another overrules: it comes into force as soon as the
-  // other is removed.
+  // Even a file that another overrules is checked: it comes into force if the other is removed.
   std::optional<PolicyText> effective;
   for (const auto& file : files) {
     if (auto policies = textWithRules(readPolicyFile(file).value_or(""), file == ownFile())) {
@@ -114,9 +108,7 @@ PolicyText ManagedPolicyFolder::ownPolicies() const {
 }
 
 void ManagedPolicyFolder::replaceOwnFile(const std::string& text) const {
-  if (!isOpenToEveryUser(folder_)) {
-    throw std::system_error(std::make_error_code(std::errc::permission_denied), folder_.string());
-  }
+  require(isOpenToEveryUser(folder_), std::errc::permission_denied, folder_.c_str());
   replacePolicyFile(ownFile(), text);
 }
 

@@ -11,9 +11,8 @@
 namespace lumaret {
 
 /// A folder of Chrome's managed policies. Chrome reads every regular file in it, whatever its
-/// suffix. For one key, it takes the value from the file whose name sorts last. The tool keeps its
-/// rules in its own file. The name of that file sorts after the names that administrators usually
-/// choose.
+/// suffix, and for one key takes the value from the file that sorts last. The tool's own file has a
+/// name that sorts after those that administrators usually choose.
 class ManagedPolicyFolder {
  public:
   static constexpr const char* ownFileName = "zz-lumaret-macos-helper.json";
@@ -23,29 +22,26 @@ class ManagedPolicyFolder {
 
   /// Waits until no other process of root's changes policies, and keeps others waiting until the
   /// descriptor is closed. Whoever reads rules in order to write them takes a turn first, or a rule
-  /// that somebody writes in between is lost. It is a lock on /run/lumaret-macos-helper, a folder
-  /// that only root may open, so no other user can hold it. Throws std::system_error, also if the
-  /// folder belongs to another user or is open to others.
+  /// that somebody writes in between is lost. The lock is on /run/lumaret-macos-helper, which only
+  /// root may open, so no other user can hold it. Throws std::system_error, also if that folder
+  /// belongs to another user or is open to others.
   [[nodiscard]] static FileDescriptor takeTurn();
 
-  /// The rules in force. The list is empty if no file has a value. Throws ChromePreferencesError if
-  /// the rules are uncertain: the value in force is not a list of strings, the tool's own file is
-  /// not a JSON object, or another file is not one and Chrome, which accepts more, may still find
-  /// rules in it. Throws std::system_error if a file cannot be read, or must not be: see
-  /// readPolicyFile.
+  /// The rules in force; empty if no file has a value. Throws ChromePreferencesError if they are
+  /// uncertain: the value in force is not a list of strings, the tool's own file is not a JSON
+  /// object, or another file is not one and Chrome, which accepts more, may still find rules in it.
+  /// Throws std::system_error if a file cannot be read, or must not be: see readPolicyFile.
   [[nodiscard]] std::vector<std::string> readRules() const;
 
-  /// Writes the rules to the tool's own file and keeps the other policies in it. The file is
-  /// replaced as a whole: see replacePolicyFile. Throws std::system_error, also if some user's
-  /// browser could not find the file (see isOpenToEveryUser), or ChromePreferencesError; the file
-  /// is then unchanged.
+  /// Writes the rules to the tool's own file and keeps the other policies in it: see
+  /// replacePolicyFile. Throws ChromePreferencesError or std::system_error, also if some user's
+  /// browser could not find the file (see isOpenToEveryUser); the file is then unchanged.
   void writeRules(const std::vector<std::string>& rules) const;
 
   /// Takes the rule for every site back. Afterwards the rules of the other files are in force, and
   /// those for particular sites that only the tool's own file has. The other policies in that file
-  /// are kept; if there is nothing left in it, it is removed. Returns false if the tool's own file
-  /// has no rules, so nothing was changed. Throws like readRules and writeRules; the file is then
-  /// unchanged.
+  /// are kept; if nothing is left in it, it is removed. Returns false if the file has no rules, so
+  /// nothing was changed. Throws like readRules and writeRules; the file is then unchanged.
   [[nodiscard]] bool withdrawRule() const;
 
   /// Makes the folder's entries permanent. Returns false if that failed.

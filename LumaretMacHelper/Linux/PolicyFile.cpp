@@ -20,10 +20,9 @@
 namespace lumaret {
 namespace {
 
-/// Returns 0, or the error. The umask is cleared for the call, instead of changing the permissions
-/// afterwards: a run that was killed in between would leave a folder that no browser can enter, and
-/// the next run would keep it. An inherited access-control list takes the place of the umask. The
-/// second call undoes what the list took away from others or gave to somebody.
+/// Returns 0, or the error. The umask is cleared for the call, since a run that is killed before it
+/// mends the permissions would leave a folder that no browser can enter, and the next run would
+/// keep it. chmod undoes an inherited default ACL.
 int makeOneFolder(const std::filesystem::path& folder) {
   const mode_t mask = ::umask(0);
   const int error = ::mkdir(folder.c_str(), 0755) == 0 ? 0 : errno;
@@ -31,17 +30,14 @@ int makeOneFolder(const std::filesystem::path& folder) {
   return error == 0 && ::chmod(folder.c_str(), 0755) != 0 ? errno : error;
 }
 
-/// Creates the folder and those above it that are missing. A dangling link on the path exists, but
-/// nothing can be created below it: that is an error.
+/// Creates the folder and its missing parents. Throws if there is a dangling link on the path.
 void makeFolder(const std::filesystem::path& folder) {
   int error = makeOneFolder(folder);
   if (error == ENOENT && folder.has_relative_path()) {
     makeFolder(folder.parent_path());
     error = makeOneFolder(folder);
   }
-  if (error != 0 && error != EEXIST) {
-    throw std::system_error(error, std::generic_category(), folder.string());
-  }
+  requireSuccess(error == EEXIST ? 0 : error, folder.c_str());
 }
 
 /// A file with a temporary name. It is deleted unless it is renamed.
@@ -63,8 +59,8 @@ class StagedFile {
     checked(::fsync(descriptor_.number()), path_.c_str());
   }
 
-  /// Lets every user read the file and only its owner write it. A group or an access-control list
-  /// that the folder hands down to new files is removed before others may read the file.
+  /// Lets every user read the file and only its owner write it, once a group or an ACL that the
+  /// folder hands down to new files is removed.
   void openToEveryUser() {
     checked(::fchown(descriptor_.number(), ::geteuid(), ::getegid()), path_.c_str());
     if (::fremovexattr(descriptor_.number(), "system.posix_acl_access") != 0 && errno != ENODATA &&
@@ -90,13 +86,9 @@ mode_t modeOf(const FileDescriptor& file, const std::filesystem::path& path) {
   return status.st_mode;
 }
 
-std::system_error refusal(std::errc reason, const std::filesystem::path& path) {
-  return {std::make_error_code(reason), path.string()};
-}
-
-/// Opens a file for reading if an ordinary user may read it. If it is a link, the folders on the
-/// path to its target are opened one after the other. So each folder is the one that was checked,
-/// even if somebody changes names meanwhile.
+/// Opens a file for reading if an ordinary user may read it. The folders on the path to a link's
+/// target are opened one by one, so each is the one that was checked, even if names change
+/// meanwhile.
 FileDescriptor openAsEveryUserMay(const std::filesystem::path& file) {
   constexpr int reading = O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC;
   FileDescriptor opened;
@@ -106,21 +98,15 @@ FileDescriptor openAsEveryUserMay(const std::filesystem::path& file) {
     const std::filesystem::path target = std::filesystem::canonical(file).relative_path();
     opened = FileDescriptor(::open("/", O_PATH | O_CLOEXEC));
     for (auto name = target.begin(); name != target.end(); ++name) {
-      if ((modeOf(opened, file) & S_IXOTH) == 0) {
-        throw refusal(std::errc::permission_denied, file);
-      }
+      require((modeOf(opened, file) & S_IXOTH) != 0, std::errc::permission_denied, file.c_str());
       const bool isLast = std::next(name) == target.end();
       opened = FileDescriptor(::openat(opened.number(), name->c_str(),
                                        isLast ? reading : O_PATH | O_NOFOLLOW | O_CLOEXEC));
     }
   }
   const mode_t mode = modeOf(opened, file);
-  if (!S_ISREG(mode)) {
-    throw refusal(std::errc::not_supported, file);
-  }
-  if ((mode & S_IROTH) == 0) {
-    throw refusal(std::errc::permission_denied, file);
-  }
+  require(S_ISREG(mode), std::errc::not_supported, file.c_str());
+  require((mode & S_IROTH) != 0, std::errc::permission_denied, file.c_str());
   return opened;
 }
 
@@ -136,18 +122,14 @@ std::string readWhole(const FileDescriptor& file, const std::filesystem::path& p
       return bytes;
     }
     bytes.append(buffer.data(), static_cast<std::size_t>(count));
-    if (bytes.size() > largestPolicyFile) {
-      throw refusal(std::errc::file_too_large, path);
-    }
+    require(bytes.size() <= largestPolicyFile, std::errc::file_too_large, path.c_str());
   }
 }
 
-/// Whoever created a link wanted another file to be used. Replacing or removing the link would undo
-/// that.
+/// Whoever created a link wanted another file to be used. Replacing or removing it would undo that.
 void refuseLink(const std::filesystem::path& file) {
-  if (std::filesystem::is_symlink(file)) {
-    throw refusal(std::errc::too_many_symbolic_link_levels, file);
-  }
+  require(!std::filesystem::is_symlink(file), std::errc::too_many_symbolic_link_levels,
+          file.c_str());
 }
 
 }  // namespace
@@ -164,13 +146,10 @@ std::optional<std::string> readPolicyFile(const std::filesystem::path& file) {
 }
 
 void replacePolicyFile(const std::filesystem::path& file, const std::string& bytes) {
-  if (bytes.size() > largestPolicyFile) {
-    throw refusal(std::errc::file_too_large, file);
-  }
+  require(bytes.size() <= largestPolicyFile, std::errc::file_too_large, file.c_str());
   makeFolder(file.parent_path());
   refuseLink(file);
-  // If the folder is a link, the file is staged beside its target: a file can only be renamed
-  // within one file system.
+  // Beside the target of a folder that is a link: a file is only renamed within one file system.
   StagedFile staged(std::filesystem::canonical(file.parent_path()).parent_path());
   staged.write(bytes);
   staged.openToEveryUser();

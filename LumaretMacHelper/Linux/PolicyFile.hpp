@@ -13,31 +13,27 @@ inline constexpr std::size_t largestPolicyFile = 64UL << 20;
 
 /// The file's bytes; nothing if there is no such file.
 ///
-/// Whatever its name, a file counts only if every user may read it, as every user's browser does.
-/// Its permissions must say so. If a symbolic link leads to it, so must those of every folder on
-/// the path to it. Otherwise storing the rules could publish what only root may read. Throws
-/// std::system_error for any other file, for one that is larger than `largestPolicyFile`, and for
-/// one that is not a regular file, such as a pipe.
+/// Only world-readable files are read, so storing never publishes a private one: the permissions of
+/// the file and, if it is reached by a symbolic link, of every folder on the path to it must let
+/// every user in. Throws std::system_error for any other file, for one that is larger than
+/// `largestPolicyFile`, and for one that is not a regular file, such as a pipe.
 std::optional<std::string> readPolicyFile(const std::filesystem::path& file);
 
-/// Replaces whatever file is there by one with these bytes, and makes the bytes permanent. The new
-/// file belongs to this process's user, every user may read it, and nobody else may write it,
-/// whatever the old file, the umask and the folder's access-control lists say. A missing folder is
-/// created, with permission for all users to read it.
+/// Replaces the file, or creates it, and makes the bytes permanent. The new file belongs to this
+/// process's user, every user may read it, and nobody else may write it, whatever the old file, the
+/// umask and the folder's ACLs say. Missing folders are created, readable for every user.
 ///
 /// The bytes are staged beside the folder, where Chrome does not look, and the staged file is
-/// renamed. If the process is killed meanwhile, it leaves the old file or the new one, and perhaps
-/// the staged one. Fails if there is a symbolic link in the file's place. Throws std::system_error;
-/// the old file is then still in its place, and the staged one is gone.
+/// renamed. A killed process leaves the old file or the new one, and perhaps the staged one. Throws
+/// std::system_error, also if there is a symbolic link in the file's place; the old file is then
+/// still in its place, and the staged one is gone.
 void replacePolicyFile(const std::filesystem::path& file, const std::string& bytes);
 
-/// Removes the file, if there is one. Throws std::system_error, also if there is a symbolic link in
-/// the file's place.
+/// Removes the file, if there is one. Throws std::system_error, also for a symbolic link.
 void removePolicyFile(const std::filesystem::path& file);
 
-/// Whether every user may look for files in the folder: every user may enter each folder on the
-/// path to it, both as the path is written and with its links resolved. Folders that are missing
-/// are not considered.
+/// Whether every user may look for files in the folder: may enter each folder on the path to it,
+/// both as the path is written and with its links resolved. Missing folders do not count.
 bool isOpenToEveryUser(const std::filesystem::path& folder);
 
 /// Makes the entries of a folder permanent. Returns false if that failed.

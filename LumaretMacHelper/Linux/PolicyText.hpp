@@ -13,20 +13,18 @@ namespace lumaret {
 /// Reading and writing take time and memory in proportion to the text, however many keys it has.
 class PolicyText {
  public:
-  /// Nothing if Chrome's reader finds no policy in force: the text is not such an object, it nests
-  /// deeper than that reader accepts (199 levels, measured with Chromium 156), or it contains a
-  /// zero byte.
+  /// Nothing if Chrome's reader finds no policy: the text is not such an object, nests deeper than
+  /// 199 levels (measured with Chromium 156), or contains a zero byte.
   static std::optional<PolicyText> parse(const std::string& text);
 
-  /// Whether Chrome, which accepts more, may find a value for the auto-select rules in a text that
-  /// does not parse here. Escape sequences may spell their name, too.
+  /// Whether Chrome, which accepts more, may find auto-select rules in a text that does not parse
+  /// here. Escape sequences may spell their name, too.
   static bool maySpeakOfRules(const std::string& text);
 
-  /// Whether the object has a value for the auto-select rules.
   [[nodiscard]] bool hasRules() const;
 
-  /// The value for the auto-select rules; if there are two, the last one. Throws
-  /// ChromePreferencesError if it is missing or not a list of strings.
+  /// The last value for the auto-select rules. Throws ChromePreferencesError if it is missing or
+  /// not a list of strings.
   [[nodiscard]] std::vector<std::string> rules() const;
 
   /// The object with this list as its value for the rules. The other policies keep their values;

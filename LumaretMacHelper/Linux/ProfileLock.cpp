@@ -28,8 +28,7 @@ std::string hostName() {
   return ::gethostname(name.data(), name.size()) == 0 ? name.data() : "";
 }
 
-/// The process number that the text spells, in decimal as the kernel writes it. Nothing for any
-/// other text.
+/// The process number in decimal, as the kernel writes it; nothing for any other text.
 std::optional<pid_t> processNumber(std::string_view text) {
   pid_t number = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
@@ -37,10 +36,8 @@ std::optional<pid_t> processNumber(std::string_view text) {
   return isWhole && number > 0 && text.front() != '0' ? std::optional(number) : std::nullopt;
 }
 
-/// Reads /proc, which tells two things that no call does: whether the process has ended and keeps
-/// its number only until its parent asks for its status, and, if this process is root, whose
-/// process it is. If /proc is hidden, a process that may be sent a signal counts as this user's
-/// live one.
+/// /proc alone tells whether the process is a zombie and, if this process is root, whose it is. If
+/// /proc is hidden, a process that may be sent a signal counts as this user's live one.
 bool isLiveProcessOfThisUser(pid_t process) {
   if (::kill(process, 0) != 0) {
     return false;
@@ -57,8 +54,7 @@ bool isLiveProcessOfThisUser(pid_t process) {
   return live;
 }
 
-/// The path of the browser's socket: the target of the link, or, for an old browser, the path of
-/// the link itself. Nothing if neither is known.
+/// The path of the browser's socket: the link's target or, for an old browser, the link's own path.
 std::optional<std::filesystem::path> socketPlace(const std::filesystem::path& socketLink) {
   std::error_code error;
   auto target = std::filesystem::read_symlink(socketLink, error);
@@ -68,9 +64,8 @@ std::optional<std::filesystem::path> socketPlace(const std::filesystem::path& so
   return error ? std::nullopt : std::optional(socketLink.parent_path() / target);
 }
 
-/// Whether it is certain that nobody listens at the browser's socket: after a crash, the socket
-/// refuses the connection, is missing, or something else is in its place. If any of this is
-/// unknown, it is not certain.
+/// Whether it is certain that nobody listens at the browser's socket. If anything is unknown, it is
+/// not certain.
 bool isAbandoned(const std::filesystem::path& socketLink) {
   const auto place = socketPlace(socketLink);
   if (!place) {

@@ -9,9 +9,9 @@ namespace lumaret {
 /// command line to that browser and ends.
 ///
 /// Chrome's lock is a link to "host-pid", which outlives a crash. So the process must be alive, on
-/// this host, and this user's. It must also not be certain that nobody listens at the socket that
-/// is named beside the lock: after a crash, the socket refuses the connection, is missing, or is
-/// not a socket. If /proc is hidden, the process counts if it may be sent a signal.
+/// this host, and this user's, and the socket beside the lock must not be certainly abandoned:
+/// after a crash it refuses connections, is missing, or is not a socket. If /proc is hidden, the
+/// process counts if it may be sent a signal.
 bool isProfileLocked(const std::filesystem::path& userDataFolder);
 
 }  // namespace lumaret

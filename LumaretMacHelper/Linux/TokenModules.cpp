@@ -16,13 +16,9 @@ extern "C" {
 namespace lumaret {
 namespace {
 
-struct PortDeleter {
-  void operator()(char* text) const { PORT_Free(text); }
-};
-using PortText = std::unique_ptr<char, PortDeleter>;
+using PortText = std::unique_ptr<char, decltype([](char* text) { PORT_Free(text); })>;
 
-/// The entries of the database's modules, except NSS's own, each in the one-line form that NSS
-/// uses.
+/// The entries of the database's modules in NSS's one-line form, without NSS's own.
 std::vector<std::string> foreignModules(const std::filesystem::path& folder) {
   const PortText place(NSSUTIL_Escape(("sql:" + folder.string()).c_str(), '\''));
   std::string parameters = "configdir='" + std::string(place.get()) + "' flags=readOnly";

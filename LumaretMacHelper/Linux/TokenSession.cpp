@@ -8,6 +8,8 @@
 #include <algorithm>
 #include <array>
 
+#include "LumaretMacHelper/POSIX/ScopeExit.hpp"
+
 namespace lumaret {
 namespace {
 
@@ -35,25 +37,20 @@ TokenSession::~TokenSession() { functions_->C_CloseSession(session_); }
 
 std::vector<CK_OBJECT_HANDLE> TokenSession::objects(CK_OBJECT_CLASS objectClass) {
   CK_ATTRIBUTE wanted = {CKA_CLASS, &objectClass, sizeof objectClass};
-  CK_RV result = functions_->C_FindObjectsInit(session_, &wanted, 1);
-  if (result == CKR_USER_NOT_LOGGED_IN) {
+  const CK_RV begun = functions_->C_FindObjectsInit(session_, &wanted, 1);
+  if (begun == CKR_USER_NOT_LOGGED_IN) {
     return {};  // Some tokens refuse to search for what only a login would show.
   }
-  check(result);
+  check(begun);
+  const ScopeExit endSearch([this] { functions_->C_FindObjectsFinal(session_); });
   std::vector<CK_OBJECT_HANDLE> found;
   std::array<CK_OBJECT_HANDLE, 256> batch{};
   CK_ULONG count = 0;
   do {
-    result = functions_->C_FindObjects(session_, batch.data(), batch.size(), &count);
-    if (result == CKR_OK && count > std::min(batch.size(), mostObjects - found.size())) {
-      result = CKR_GENERAL_ERROR;
-    }
-    if (result == CKR_OK) {
-      found.insert(found.end(), batch.begin(), batch.begin() + count);
-    }
-  } while (result == CKR_OK && count > 0);
-  functions_->C_FindObjectsFinal(session_);
-  check(result);
+    check(functions_->C_FindObjects(session_, batch.data(), batch.size(), &count));
+    check(count > std::min(batch.size(), mostObjects - found.size()) ? CKR_GENERAL_ERROR : CKR_OK);
+    found.insert(found.end(), batch.begin(), batch.begin() + count);
+  } while (count > 0);
   return found;
 }
 

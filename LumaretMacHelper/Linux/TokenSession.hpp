@@ -15,20 +15,16 @@ struct CK_FUNCTION_LIST;
 namespace lumaret {
 
 /// A PKCS#11 session with one token, through the module that NSS has loaded. NSS's own object calls
-/// ask for each attribute twice, for its length and then for its bytes, which doubles the time of a
-/// listing. Every operation throws CertificateDatabaseError.
+/// ask for each attribute's length first, which doubles the time of a listing. Every operation
+/// throws CertificateDatabaseError.
 ///
 /// The module is foreign code. Every count and length that it returns is compared with the request
-/// and with the limits below before it is used. A module that does not keep to them causes an
-/// error.
+/// and with these limits before it is used, and is an error beyond them.
 class TokenSession {
  public:
-  /// The most objects of one class on a token.
-  static constexpr std::size_t mostObjects = 100'000;
-  /// The most bytes of one attribute.
+  static constexpr std::size_t mostObjects = 100'000;  // of one class on a token
   static constexpr std::size_t mostAttributeBytes = std::size_t{1} << 20;
-  /// The most bytes of all attributes that are read in one session.
-  static constexpr std::size_t mostBytes = std::size_t{256} << 20;
+  static constexpr std::size_t mostBytes = std::size_t{256} << 20;  // of a session's attributes
 
   /// The slot must outlive the session.
   explicit TokenSession(PK11SlotInfo* slot);
@@ -39,8 +35,7 @@ class TokenSession {
   /// The token's objects of a class that are visible without logging in, in the token's order.
   [[nodiscard]] std::vector<CK_OBJECT_HANDLE> objects(CK_OBJECT_CLASS objectClass);
 
-  /// An attribute's bytes; empty if the object does not have it or does not show it, or no longer
-  /// exists.
+  /// An attribute's bytes; empty if the object lacks it, does not show it, or no longer exists.
   [[nodiscard]] std::string attribute(CK_OBJECT_HANDLE object, CK_ATTRIBUTE_TYPE type);
 
  private:

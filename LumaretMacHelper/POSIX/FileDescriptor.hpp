@@ -18,8 +18,6 @@ class FileDescriptor {
     std::swap(number_, other.number_);
     return *this;
   }
-  FileDescriptor(const FileDescriptor&) = delete;
-  FileDescriptor& operator=(const FileDescriptor&) = delete;
   ~FileDescriptor() {
     if (*this) {
       ::close(number_);

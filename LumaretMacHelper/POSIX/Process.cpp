@@ -10,10 +10,11 @@
 #include <cerrno>
 #include <csignal>
 #include <optional>
-#include <system_error>
 
 #include "LumaretMacHelper/POSIX/DescriptorInheritance.hpp"
+#include "LumaretMacHelper/POSIX/ScopeExit.hpp"
 #include "LumaretMacHelper/POSIX/StandardStreams.hpp"
+#include "LumaretMacHelper/POSIX/SystemCalls.hpp"
 
 // POSIX leaves this declaration to the program. glibc declares it as well.
 // NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables,readability-redundant-declaration)
@@ -22,79 +23,32 @@ extern char** environ;
 namespace lumaret {
 namespace {
 
-enum class ProcessGroup : std::uint8_t { ofTheTool, itsOwn, ofASessionOfItsOwn };
-
-void check(int error) {
-  if (error != 0) {
-    throw std::system_error(error, std::generic_category());
+/// Without an output, the process reads nothing and what it prints is discarded.
+void directStreams(posix_spawn_file_actions_t* actions, std::optional<StandardOutput> output) {
+  if (output) {
+    const int place =
+        *output == StandardOutput::inherited ? callersStandardOutput() : STDERR_FILENO;
+    requireSuccess(::posix_spawn_file_actions_adddup2(actions, place, STDOUT_FILENO));
+    return;
+  }
+  for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    requireSuccess(::posix_spawn_file_actions_addopen(actions, stream, "/dev/null", O_RDWR, 0));
   }
 }
 
-class SpawnFileActions {
- public:
-  /// Without a destination, the process reads nothing and its output is discarded.
-  explicit SpawnFileActions(std::optional<StandardOutput> output) : SpawnFileActions() {
-    if (output) {
-      check(::posix_spawn_file_actions_adddup2(&actions_, destinationOf(*output), STDOUT_FILENO));
-    } else {
-      for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
-        check(::posix_spawn_file_actions_addopen(&actions_, stream, "/dev/null", O_RDWR, 0));
-      }
-    }
-    flags_ = inheritStandardStreamsAlone(actions_);
-  }
-  SpawnFileActions(const SpawnFileActions&) = delete;
-  SpawnFileActions& operator=(const SpawnFileActions&) = delete;
-  ~SpawnFileActions() { ::posix_spawn_file_actions_destroy(&actions_); }
+/// The caller may have ignored or blocked signals, and the tool itself ignores broken pipes. No
+/// process that it starts inherits that.
+void resetSignals(posix_spawnattr_t* attributes) {
+  sigset_t signals;
+  sigfillset(&signals);  // Unqualified, as below: on macOS these two are macros.
+  requireSuccess(::posix_spawnattr_setsigdefault(attributes, &signals));
+  sigemptyset(&signals);
+  requireSuccess(::posix_spawnattr_setsigmask(attributes, &signals));
+}
 
-  [[nodiscard]] const posix_spawn_file_actions_t* get() const { return &actions_; }
-  /// The flags that the spawn attributes of the same process need.
-  [[nodiscard]] short flags() const { return flags_; }
-
- private:
-  // The other constructor delegates to this one, so if it throws, the destructor runs.
-  SpawnFileActions() { check(::posix_spawn_file_actions_init(&actions_)); }
-  static int destinationOf(StandardOutput output) {
-    return output == StandardOutput::inherited ? callersStandardOutput() : STDERR_FILENO;
-  }
-
-  posix_spawn_file_actions_t actions_{};
-  short flags_ = 0;
-};
-
-class SpawnAttributes {
- public:
-  /// The tool's caller may have ignored or blocked signals, and the tool itself ignores broken
-  /// pipes. A process that it starts must not inherit that.
-  SpawnAttributes(ProcessGroup group, short furtherFlags) : SpawnAttributes() {
-    sigset_t signals;
-    sigfillset(&signals);  // Unqualified, as below: on macOS these two are macros.
-    check(::posix_spawnattr_setsigdefault(&attributes_, &signals));
-    sigemptyset(&signals);
-    check(::posix_spawnattr_setsigmask(&attributes_, &signals));
-    int flags = POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK | furtherFlags;
-    if (group == ProcessGroup::itsOwn) {
-      check(::posix_spawnattr_setpgroup(&attributes_, 0));
-      flags |= POSIX_SPAWN_SETPGROUP;
-    } else if (group == ProcessGroup::ofASessionOfItsOwn) {
-      flags |= POSIX_SPAWN_SETSID;
-    }
-    check(::posix_spawnattr_setflags(&attributes_, static_cast<short>(flags)));
-  }
-  SpawnAttributes(const SpawnAttributes&) = delete;
-  SpawnAttributes& operator=(const SpawnAttributes&) = delete;
-  ~SpawnAttributes() { ::posix_spawnattr_destroy(&attributes_); }
-
-  [[nodiscard]] const posix_spawnattr_t* get() const { return &attributes_; }
-
- private:
-  SpawnAttributes() { check(::posix_spawnattr_init(&attributes_)); }
-
-  posix_spawnattr_t attributes_{};
-};
-
+/// `group` is the spawn flag of a new process group or session; 0 for the tool's own.
 pid_t spawn(const std::filesystem::path& executable, const std::vector<std::string>& arguments,
-            const SpawnFileActions& fileActions, ProcessGroup group) {
+            std::optional<StandardOutput> output, int group) {
   // posix_spawn takes pointers to writable strings, but does not write to them.
   std::vector<char*> argv = {const_cast<char*>(executable.c_str())};
   for (const std::string& argument : arguments) {
@@ -102,39 +56,40 @@ pid_t spawn(const std::filesystem::path& executable, const std::vector<std::stri
   }
   argv.push_back(nullptr);
 
-  const SpawnAttributes attributes(group, fileActions.flags());
+  posix_spawn_file_actions_t actions{};
+  requireSuccess(::posix_spawn_file_actions_init(&actions));
+  const ScopeExit destroyActions([&] { ::posix_spawn_file_actions_destroy(&actions); });
+  directStreams(&actions, output);
+
+  posix_spawnattr_t attributes{};
+  requireSuccess(::posix_spawnattr_init(&attributes));
+  const ScopeExit destroyAttributes([&] { ::posix_spawnattr_destroy(&attributes); });
+  resetSignals(&attributes);
+  const int flags =
+      POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK | group | inheritStandardStreamsAlone(actions);
+  requireSuccess(::posix_spawnattr_setflags(&attributes, static_cast<short>(flags)));
+
   pid_t process = 0;
-  const int error = ::posix_spawn(&process, executable.c_str(), fileActions.get(), attributes.get(),
-                                  argv.data(), environ);
-  if (error != 0) {
-    throw std::system_error(error, std::generic_category(), executable.string());
-  }
+  requireSuccess(
+      ::posix_spawn(&process, executable.c_str(), &actions, &attributes, argv.data(), environ),
+      executable.c_str());
   return process;
 }
 
-/// If a process ignores SIGCHLD, as its caller may have arranged, the kernel drops the exit status
-/// of its children.
-class KeptExitStatuses {
- public:
-  KeptExitStatuses() {
-    struct sigaction action = {};
-    action.sa_handler = SIG_DFL;
-    ::sigaction(SIGCHLD, &action, &before_);
-  }
-  KeptExitStatuses(const KeptExitStatuses&) = delete;
-  KeptExitStatuses& operator=(const KeptExitStatuses&) = delete;
-  ~KeptExitStatuses() { ::sigaction(SIGCHLD, &before_, nullptr); }
+/// Returns the exit status of the process that `start` starts, or the signal that ended it. The
+/// caller may have ignored SIGCHLD, for which the kernel would drop the status.
+template <typename Start>
+std::int32_t awaitEnd(Start start) {
+  struct sigaction before = {};
+  struct sigaction action = {};
+  action.sa_handler = SIG_DFL;
+  ::sigaction(SIGCHLD, &action, &before);
+  const ScopeExit restore([&] { ::sigaction(SIGCHLD, &before, nullptr); });
 
- private:
-  struct sigaction before_ = {};
-};
-
-std::int32_t awaitEnd(pid_t process) {
+  const pid_t process = start();
   int status = 0;
   while (::waitpid(process, &status, 0) < 0) {
-    if (errno != EINTR) {
-      throw std::system_error(errno, std::generic_category());
-    }
+    requireSuccess(errno == EINTR ? 0 : errno);
   }
   return WIFEXITED(status) ? WEXITSTATUS(status) : WTERMSIG(status);
 }
@@ -147,20 +102,17 @@ bool isExecutableFile(const std::filesystem::path& path) {
 
 void startProcess(const std::filesystem::path& executable,
                   const std::vector<std::string>& arguments, StandardOutput output) {
-  spawn(executable, arguments, SpawnFileActions(output), ProcessGroup::itsOwn);
+  spawn(executable, arguments, output, POSIX_SPAWN_SETPGROUP);
 }
 
 std::int32_t runProcess(const std::filesystem::path& executable,
                         const std::vector<std::string>& arguments, StandardOutput output) {
-  const KeptExitStatuses untilAwaited;
-  return awaitEnd(spawn(executable, arguments, SpawnFileActions(output), ProcessGroup::ofTheTool));
+  return awaitEnd([&] { return spawn(executable, arguments, output, 0); });
 }
 
 std::int32_t runUnseen(const std::filesystem::path& executable,
                        const std::vector<std::string>& arguments) {
-  const KeptExitStatuses untilAwaited;
-  return awaitEnd(spawn(executable, arguments, SpawnFileActions(std::nullopt),
-                        ProcessGroup::ofASessionOfItsOwn));
+  return awaitEnd([&] { return spawn(executable, arguments, {}, POSIX_SPAWN_SETSID); });
 }
 
 }  // namespace lumaret

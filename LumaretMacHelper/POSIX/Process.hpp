@@ -8,24 +8,21 @@
 
 namespace lumaret {
 
-/// Whether this user may execute the file. A folder that may be searched counts too, as it does for
-/// the file manager of macOS, but starting it fails.
+/// Whether this user may execute the file. As for the file manager of macOS, a folder that may be
+/// searched counts too.
 bool isExecutableFile(const std::filesystem::path& path);
 
 enum class StandardOutput : std::uint8_t {
-  /// The process's output goes to the tool's caller, as if it were the tool's own result.
-  inherited,
-  /// The process's output goes to standard error.
+  inherited,  // from the tool's caller, whom the tool's own result reaches too
   toStandardError,
 };
 
 // A process that is started here gets the standard streams of the tool's caller, unless the
-// function says otherwise. It gets the tool's environment and working directory, and none of its
-// other open files. Every signal has its default disposition, and none is blocked. The tool's own
-// state stays as it is.
+// function says otherwise, the tool's environment and working directory, and none of its other open
+// files. Every signal has its default disposition, and none is blocked.
 
-/// Starts a process and does not wait for it. The process gets its own process group, so that a
-/// signal that ends the tool does not end it too. Throws std::system_error if it cannot be started.
+/// Starts a process in its own process group, so a signal that ends the tool does not end it too,
+/// and does not wait for it. Throws std::system_error if it cannot be started.
 void startProcess(const std::filesystem::path& executable,
                   const std::vector<std::string>& arguments,
                   StandardOutput output = StandardOutput::inherited);
@@ -36,8 +33,8 @@ std::int32_t runProcess(const std::filesystem::path& executable,
                         const std::vector<std::string>& arguments,
                         StandardOutput output = StandardOutput::inherited);
 
-/// Runs a process like runProcess, but apart from the tool's caller: in a session of its own,
-/// without a terminal, and with standard streams that lead to /dev/null.
+/// Like runProcess, but apart from the tool's caller: in a new session, without a terminal, and
+/// with /dev/null as its standard streams.
 std::int32_t runUnseen(const std::filesystem::path& executable,
                        const std::vector<std::string>& arguments);
 

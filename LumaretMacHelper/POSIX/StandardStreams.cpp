@@ -18,9 +18,8 @@ namespace {
 // NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables)
 int resultDescriptor = STDOUT_FILENO;
 
-/// Reserves the caller's standard output for results. The libraries and modules of this process may
-/// print, and their output must not be taken for a result. If no descriptor is left for this,
-/// nothing that would print can be opened or loaded either.
+/// Reserves the caller's standard output for results, since libraries and modules of this process
+/// may print. If no descriptor is left for this, nothing that would print can be loaded either.
 void keepStandardOutputApart() noexcept {
   const int kept = ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
   if (kept >= 0) {
@@ -34,8 +33,7 @@ void keepStandardOutputApart() noexcept {
 void prepareStandardStreams() noexcept {
   for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
     if (::fcntl(descriptor, F_GETFD) < 0 && errno == EBADF) {
-      // open(2) returns the lowest free number. The stream is opened in the wrong direction, so
-      // that using it still fails.
+      // open(2) returns the lowest free number. In the wrong direction, so that using it fails.
       ::open("/dev/null", descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY);
     }
   }

@@ -11,12 +11,24 @@
 
 namespace lumaret {
 
-/// Returns the result of a system call. If it is negative, throws the error in errno, with this
-/// text before the system's.
+/// Throws this error, unless it is 0, with the subject, if there is one, before the system's text.
+inline void requireSuccess(int error, const char* subject = nullptr) {
+  if (error != 0) {
+    const std::error_code code(error, std::generic_category());
+    throw subject != nullptr ? std::system_error(code, subject) : std::system_error(code);
+  }
+}
+
+/// Throws this error unless the condition holds.
+inline void require(bool condition, std::errc error, const char* subject) {
+  requireSuccess(condition ? 0 : static_cast<int>(error), subject);
+}
+
+/// Returns the result of a system call. If it is negative, throws the error in errno.
 template <typename Result>
-Result checked(Result result, const char* subject) {
+Result checked(Result result, const char* subject = nullptr) {
   if (result < 0) {
-    throw std::system_error(errno, std::generic_category(), subject);
+    requireSuccess(errno, subject);
   }
   return result;
 }

@@ -7,8 +7,8 @@
 
 namespace lumaret {
 
-/// Owns one reference to a Core Foundation object, or nothing. `Object` is the framework's own
-/// pointer type, such as CFStringRef. A copy shares the object and owns another reference.
+/// Owns one reference to a Core Foundation object, or nothing. `Object` is a pointer type, such as
+/// CFStringRef. A copy shares the object and owns another reference.
 template <typename Object>
 class CoreFoundationReference {
  public:
@@ -43,8 +43,7 @@ class CoreFoundationReference {
   explicit operator bool() const noexcept { return object_ != nullptr; }
   [[nodiscard]] Object get() const noexcept { return object_; }
 
-  /// The place where a function may leave a reference for its caller to own. Releases the reference
-  /// that was held before.
+  /// Where a function may leave a reference for its caller to own. Releases the one held before.
   [[nodiscard]] Object* receive() noexcept {
     *this = CoreFoundationReference();
     return &object_;

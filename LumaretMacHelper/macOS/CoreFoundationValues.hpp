@@ -25,7 +25,7 @@ Bytes bytes(CFDataRef data);
 std::vector<CFTypeRef> elements(CFArrayRef array);
 
 /// The array owns a reference to each object. Throws std::bad_alloc rather than return no array,
-/// since the calls that take the array give that another meaning.
+/// which the calls that take it understand differently.
 template <typename Object>
 CoreFoundationReference<CFArrayRef> coreFoundationArray(
     const std::vector<CoreFoundationReference<Object>>& objects) {

@@ -7,7 +7,7 @@
 
 namespace lumaret {
 
-/// The Keychain's answer: a status, and after success an identity, an array, or nothing.
+/// After success, the result is an identity, an array, or nothing.
 struct MatchingIdentities {
   OSStatus status = errSecSuccess;
   CoreFoundationReference<CFTypeRef> result;

@@ -5,7 +5,7 @@
 
 namespace lumaret {
 
-/// Whether at least one running application of the current user has this bundle identifier.
+/// Whether the current user runs an application with this bundle identifier.
 bool hasRunningApplication(const std::string& bundleIdentifier);
 
 }  // namespace lumaret

@@ -12,12 +12,10 @@
 namespace lumaret {
 
 /// The access lists of the file-based Keychain. A key that is not an item of such a Keychain, such
-/// as a smart card's, is `unsupported`. This is checked first: the check fails with -25304
-/// (`errSecInvalidItemRef`), -25294 (`errSecNoSuchKeychain`) or -25243 (`errSecNoAccessForItem`).
-/// If one of the five access-list calls fails with -25304 or -25306 (`errSecNoSuchClass`), the key
-/// is `unsupported`, too. From any other call, these statuses are failures like every other. A call
-/// that succeeds but returns nothing, or an object of another type, is a failure with -2070
-/// (`errSecInternalComponent`).
+/// as a smart card's, is `unsupported`; so is one for which an access-list call fails with -25304
+/// (`errSecInvalidItemRef`) or -25306 (`errSecNoSuchClass`). From any other call, these statuses
+/// are ordinary failures. A call that succeeds but returns nothing, or an object of another type,
+/// is a failure with -2070 (`errSecInternalComponent`).
 class SystemChromeKeychainAuthorizationBackend {
  public:
   using Identity = CoreFoundationReference<SecIdentityRef>;
