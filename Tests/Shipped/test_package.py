@@ -11,7 +11,6 @@ from Tests.Support.Python.outcome import printed
 from Tests.Support.Python.packaging_test_case import PackagingTestCase, kept_manifest
 from Tests.Support.Python.project import BUILD, SOURCES, VERSION
 
-
 setUpModule = private_machine.enter
 
 TOOL = "lumaret_macos_helper"  # the tool's name in those of functions
@@ -29,7 +28,18 @@ class InstallTests(PackagingTestCase):
         self.assert_installed(place)
         self.machine.environment["PATH"] = f"{place}/bin:/usr/bin:/bin"
         self.assertEqual(self.machine.run("lumaret-macos-helper", "list"), printed("[]"))
-        self.assert_completes(place / "share")
+
+    def test_completions_find_their_program(self):
+        """That of fish also behind a link."""
+        share = self.machine.folder / "usr/share"
+        self.install(share.parent)
+        link = self.machine.folder / "lumaret-macos-helper.fish"
+        link.symlink_to(share / "fish/vendor_completions.d/lumaret-macos-helper.fish")
+        completed = self.make_identity().fingerprint + "\tAna Example, until 2099-12-31\n"
+        bash = f". {share}/bash-completion/completions/lumaret-macos-helper; cd /; _{TOOL}_identities"
+        self.assertEqual(self.assert_succeeds("bash", "-c", bash), completed)
+        fish = f"source {link}; cd /; __{TOOL}_identities"
+        self.assertEqual(self.assert_succeeds("fish", "--no-config", "--command", fish), completed)
 
     def test_ignores_umask_and_permissions_of_sources(self):
         self.close_sources_to_others()
@@ -56,18 +66,6 @@ class InstallTests(PackagingTestCase):
         place.chmod(0o2775)
         self.install(place)
         self.assertEqual([stat.S_IMODE(folder.stat().st_mode) for folder in (place, place / "share")], [0o2775, 0o700])
-
-    def assert_completes(self, share: Path):
-        """Each completion finds its program in this installation, that of fish also behind a link."""
-        identity = self.make_identity()
-        link = self.machine.folder / "lumaret-macos-helper.fish"
-        link.symlink_to(share / "fish/vendor_completions.d/lumaret-macos-helper.fish")
-        completed = identity.fingerprint + "\tAna Example, until 2099-12-31\n"
-        for command in (
-            ("bash", "-c", f". {share}/bash-completion/completions/lumaret-macos-helper; cd /; _{TOOL}_identities"),
-            ("fish", "--no-config", "--command", f"source {link}; cd /; __{TOOL}_identities"),
-        ):
-            self.assertEqual(self.assert_succeeds(*command), completed)
 
 
 class ConfigureTests(PackagingTestCase):
