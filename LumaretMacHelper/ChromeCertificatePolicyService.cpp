@@ -26,17 +26,14 @@ CertificatePrincipal principalIn(const json& rule, const std::string& name) {
   return {field("CN"), field("O"), field("OU"), field("L")};
 }
 
-/// Throws the error if the step returns false or throws.
+/// Whether the step returns true and throws nothing.
 template <typename Step>
-void require(const CertificateSelectorError& error, Step step) {
+bool succeeds(Step step) {
   try {
-    if (step()) {
-      return;
-    }
+    return step();
   } catch (...) {
-    throw error;
+    return false;
   }
-  throw error;
 }
 
 }  // namespace
@@ -50,13 +47,17 @@ void ChromeCertificatePolicyService::apply(const ClientIdentity& identity) const
 
   std::vector<std::string> rules;
   // A value that cannot be read is never overwritten.
-  require(CertificateSelectorError::policyWriteFailed(), [&] {
+  const bool isStored = succeeds([&] {
     rules = replacingRule(rule, preferences_->readRules());
     preferences_->writeRules(rules);
     return preferences_->synchronize();
   });
-  require(CertificateSelectorError::policyVerificationFailed(),
-          [&] { return preferences_->readRules() == rules; });
+  if (!isStored) {
+    throw CertificateSelectorError::policyWriteFailed();
+  }
+  if (!succeeds([&] { return preferences_->readRules() == rules; })) {
+    throw CertificateSelectorError::policyVerificationFailed();
+  }
 }
 
 std::string ChromeCertificatePolicyService::encodedRule(const ClientIdentity& identity) {

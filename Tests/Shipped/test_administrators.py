@@ -13,7 +13,6 @@ from Tests.Support.Python.policy_files import OWN_FILE
 from Tests.Support.Python.project import SOURCES, VERSION
 from Tests.Support.Python.users import needs_real_root
 
-
 setUpModule = private_machine.enter
 
 GUIDE = (SOURCES / "docs/administrators.md").read_text()

@@ -15,7 +15,6 @@ from Tests.Support.Python.project import HELPER, RULE_SERVICE, VERSION
 from Tests.Support.Python.system_bus import PERMIT
 from Tests.Support.Python.users import needs_real_root
 
-
 setUpModule = private_machine.enter
 
 

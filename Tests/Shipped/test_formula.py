@@ -16,6 +16,10 @@ URL = REPOSITORY + "/v1.2.3.tar.gz?a|b&c=\\d"
 ARCHIVE = b"what is released"
 
 
+def run(*command, **settings) -> subprocess.CompletedProcess:
+    return subprocess.run(command, text=True, capture_output=True, **settings)
+
+
 class FormulaTests(unittest.TestCase):
     def setUp(self):
         folder = tempfile.TemporaryDirectory()
@@ -23,23 +27,20 @@ class FormulaTests(unittest.TestCase):
         self.archive = Path(folder.name, "archive.tar.gz")
         self.archive.write_bytes(ARCHIVE)
 
-    def make(self, *arguments) -> subprocess.CompletedProcess:
-        return subprocess.run((MAKE_FORMULA, *arguments), text=True, capture_output=True)
-
     def test_names_addresses_and_checksum_of_the_release(self):
-        made = self.make(REPOSITORY, URL, self.archive)
+        made = run(MAKE_FORMULA, REPOSITORY, URL, self.archive)
         self.assertEqual((made.returncode, made.stderr), (0, ""))
         checksum = hashlib.sha256(ARCHIVE).hexdigest()
         for line in (f'homepage "{REPOSITORY}"', f'head "{REPOSITORY}.git"', f'url "{URL}"', f'sha256 "{checksum}"'):
             self.assertIn(f"\n  {line}", made.stdout)
         self.assertNotRegex(made.stdout, "@[A-Z]")
         if shutil.which("ruby"):
-            checked = subprocess.run(("ruby", "-cw"), input=made.stdout, text=True, capture_output=True)
+            checked = run("ruby", "-cw", input=made.stdout)
             self.assertEqual((checked.returncode, checked.stderr), (0, ""))
 
     def test_fails_without_archive(self):
         for arguments in ((), (REPOSITORY, URL), (REPOSITORY, URL, self.archive.with_name("missing"))):
             with self.subTest(arguments):
-                made = self.make(*arguments)
+                made = run(MAKE_FORMULA, *arguments)
                 self.assertNotEqual(made.returncode, 0)
                 self.assertEqual(made.stdout, "")

@@ -27,13 +27,13 @@ class RunningBrowserTests(BrowserTestCase):
         self.assert_activates(identity, "--url", self.server.url(path, host))
         return self.server.await_visit(path).common_name
 
-    def test_a_browser_keeps_to_the_certificate_that_it_has_shown_a_host(self):
+    def test_keeps_certificate_shown_to_host(self):
         self.assertEqual(self.visit(self.ana, "/first"), ANA["CN"])
         chromium.await_ready_for_refresh(self.machine)
         self.assertEqual(self.visit(self.ben, "/other", "other.localhost"), BEN["CN"])
         self.assertEqual(self.visit(self.ben, "/again"), ANA["CN"])
 
-    def test_a_page_that_activate_opens_soon_after_the_start_may_see_the_old_rule_and_a_later_one_does_not(self):
+    def test_may_follow_old_rule_just_after_start(self):
         self.assertEqual(self.visit(self.ana, "/first"), ANA["CN"])
         early = self.visit(self.ben, "/early", "early.localhost")  # a test cannot tell how early this is
         chromium.await_ready_for_refresh(self.machine)
@@ -42,16 +42,19 @@ class RunningBrowserTests(BrowserTestCase):
         self.assertIn(early, (ANA["CN"], BEN["CN"]))
         self.assertEqual(later, BEN["CN"])
 
-    def test_without_a_display_a_browser_that_runs_on_one_opens_the_window(self):
+    def test_opens_window_without_display(self):
         """As over ssh while the browser runs on the desktop."""
         self.assertEqual(self.visit(self.ana, "/first"), ANA["CN"])
         chromium.await_ready_for_refresh(self.machine)
         del self.machine.environment["DISPLAY"]
         self.assertEqual(self.visit(self.ben, "/other", "other.localhost"), BEN["CN"])
 
-    def test_without_the_rule_a_restarted_browser_asks_again(self):
+    def test_asks_again_after_restart_without_rule(self):
         self.assertEqual(self.visit(self.ana, "/first"), ANA["CN"])
-        self.quit()
+        lock = self.machine.profile(CHROMIUM) / "SingletonLock"
+        browser = int(os.readlink(lock).rpartition("-")[2])
+        os.kill(browser, signal.SIGKILL)
+        await_until(lambda: browser not in other_processes(), "the browser to end")
         (CHROMIUM.policies / OWN_FILE).unlink()
         self.start(self.server.url("/asked"))
         time.sleep(5)  # With a rule, the page is there after one.
@@ -63,17 +66,11 @@ class RunningBrowserTests(BrowserTestCase):
 
         await_until(is_answered, "the page, once the question is answered")
 
-    def quit(self) -> None:
-        lock = self.machine.profile(CHROMIUM) / "SingletonLock"
-        browser = int(os.readlink(lock).rpartition("-")[2])
-        os.kill(browser, signal.SIGKILL)
-        await_until(lambda: browser not in other_processes(), "the browser to end")
-
     def start(self, *arguments: str) -> None:
         """Runs the browser itself, without the tool."""
         self.machine.run("sh", "-c", '"$@" &', "sh", CHROMIUM.executable, *arguments)
 
-    def test_a_recommended_rule_is_followed_until_there_is_a_mandatory_one(self):
+    def test_follows_recommended_rule_until_mandatory_one(self):
         """On a Mac, Chrome takes the user's preference as recommended. On Linux, recommended policies have a folder."""
         self.machine.write_policies("empty.json", "{}")
         recommended = CHROMIUM.policies.parent / "recommended"
@@ -86,7 +83,7 @@ class RunningBrowserTests(BrowserTestCase):
         self.start(self.server.url("/mandatory", "other.localhost"))
         self.assertEqual(self.server.await_visit("/mandatory").common_name, BEN["CN"])
 
-    def test_an_unknown_switch_is_not_an_error_and_opens_a_window(self):
+    def test_opens_window_for_unknown_switch(self):
         """Chrome before version 142 does not know `--refresh-platform-policy`."""
         new_tab = {"NewTabPageLocation": self.server.url("/new-window")}
         self.machine.write_policies("new-tab.json", policies(self.rule_for(self.ana), **new_tab))

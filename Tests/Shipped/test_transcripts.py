@@ -57,8 +57,6 @@ class ImportAndUndoTests(TranscriptTestCase):
 @needs_real_root
 @with_transcripts_of(SOURCES / "docs/troubleshooting.md")
 class TroubleshootingTests(TranscriptTestCase):
-    # The browser still asks, or shows another certificate
-
     def set_up_two_certificates_match(self):
         self.make_ana(nickname="ana", expires="20981231235959Z")
         self.database.add(self.issue(), nickname="ana")
@@ -67,8 +65,6 @@ class TroubleshootingTests(TranscriptTestCase):
     def set_up_the_rule_went_to_the_other_browser(self):
         self.machine.install_stand_in(GOOGLE_CHROME)
         self.make_ana()
-
-    # The listing is empty
 
     def set_up_there_is_no_certificate_database(self):
         self.leave_file(self.issue())
@@ -88,8 +84,6 @@ class TroubleshootingTests(TranscriptTestCase):
     def set_up_the_browser_is_a_snap_or_a_flatpak(self):
         Database(self.home / "snap/chromium/current/.pki/nssdb").add(self.issue())
 
-    # Keychain could not be read
-
     def set_up_the_database_belongs_to_another_user(self):
         self.make_ana()
         self.root_s_files.update(self.database.folder.iterdir())
@@ -104,12 +98,8 @@ class TroubleshootingTests(TranscriptTestCase):
         self.leave_file(self.make_ana())
         (self.database.folder / "cert9.db").write_bytes(b"not a database" * 1000)
 
-    # The selected certificate is no longer available
-
     def set_up_the_fingerprint_is_not_the_listing_s(self):
         (self.home / "ana.crt").write_bytes(self.make_ana().certificate.read_bytes())
-
-    # This certificate's private key does not support persistent Chrome authorization
 
     def add_to_a_card(self):
         token = Token(self.home)
@@ -125,15 +115,11 @@ class TroubleshootingTests(TranscriptTestCase):
     def set_up_the_database_has_a_password(self):
         self.make_ana(password="secret")
 
-    # Keychain returned more than one identity
-
     def set_up_keep_the_one_in_the_database(self):
         self.make_ana(nickname="ana")
         self.add_to_a_card()
 
     set_up_keep_the_one_on_the_card = set_up_keep_the_one_in_the_database
-
-    # The rule could not be saved
 
     def set_up_nobody_typed_the_password(self):
         self.make_ana()
@@ -173,13 +159,9 @@ class TroubleshootingTests(TranscriptTestCase):
         objects = '{"AutoSelectCertificateForUrls": [{"pattern": "*", "filter": {}}]}'
         self.machine.write_policies("10-company.json", objects)
 
-    # The rule was saved but could not be verified
-
     def set_up_another_file_is_preferred(self):
         self.make_ana()
         self.machine.write_policies("zzz-company.json", BEN)
-
-    # The browser does not open
 
     def set_up_google_chrome_is_not_installed_in_applications(self):
         self.make_ana()

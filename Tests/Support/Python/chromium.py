@@ -44,25 +44,19 @@ def await_ready_for_refresh(machine: PrivateMachine) -> None:
 
 class VirtualDisplay:
     def __init__(self, machine: PrivateMachine, size: str = "1280x800"):
-        read_end, write_end = os.pipe()
-        with open(read_end) as announcement:
-            self._server = subprocess.Popen(
-                ["Xvfb", "-displayfd", str(write_end), "-screen", "0", f"{size}x24", *LEAVE_NO_FILES],
-                pass_fds=[write_end],
-                stdin=subprocess.DEVNULL,
-                stdout=subprocess.DEVNULL,
-                stderr=subprocess.DEVNULL,
-            )
-            os.close(write_end)
-            os.set_blocking(read_end, False)
-            try:
-                number = await_until(announcement.readline, "the virtual display").strip()
-            except BaseException:
-                self.close()
-                raise
+        command = ("Xvfb", "-displayfd", "1", "-screen", "0", f"{size}x24", *LEAVE_NO_FILES)
+        none = subprocess.DEVNULL
+        self._server = subprocess.Popen(command, stdin=none, stdout=subprocess.PIPE, stderr=none)
+        os.set_blocking(self._server.stdout.fileno(), False)
+        try:
+            number = await_until(self._server.stdout.readline, "the virtual display").decode().strip()
+        except BaseException:
+            self.close()
+            raise
         self.name = f":{number}"
         machine.environment["DISPLAY"] = self.name
 
     def close(self) -> None:
         self._server.terminate()
         self._server.wait(timeout=30)
+        self._server.stdout.close()
