@@ -134,7 +134,7 @@ TEST_F(KeychainAuthorization, SuccessWithoutAnObjectIsAFailure) {
 TEST_F(KeychainAuthorization, ObjectOfAnotherTypeIsAFailure) {
   for (const char* function :
        {"SecItemCopyMatching", "SecAccessCopyACLList", "SecACLCopyContents"}) {
-    for (const std::size_t index : {0, 1}) {
+    for (const std::size_t index : {0U, 1U}) {
       EXPECT_EQ(failure(function, Answer::foreignElement(index)), BackendError::status(-2070))
           << function << " " << index;
     }
@@ -187,7 +187,7 @@ TEST_F(KeychainAuthorization, ContentsAreStoredAsTheyWereRead) {
               {{"kSecACLAuthorizationSign"}, Applications(), u"none", 0x0050},
               {{"kSecACLAuthorizationSign"}, {{"/Zoom", "/Mail", "/Zoom"}}, u"Cl\u00e9", 0}};
   AccessList turned = stored();
-  std::ranges::rotate(turned, turned.begin() + 1);
+  std::rotate(turned.begin(), turned.begin() + 1, turned.end());
   const auto key = firstKey();
   const auto access = backend.copyAccess(key);
   const auto entries = backend.copySigningACLs(access);
