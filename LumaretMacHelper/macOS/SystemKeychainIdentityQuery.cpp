@@ -120,9 +120,9 @@ KeychainIdentityLoader::KeychainIdentityLoader()
     : KeychainIdentityLoader(std::make_shared<SystemKeychainIdentityQuery>()) {}
 
 std::vector<std::unique_ptr<KeychainIdentity>> SystemKeychainIdentityQuery::copyIdentities() const {
-  const auto [status, result] = copyMatchingIdentities();
-  if (status != errSecSuccess && status != errSecItemNotFound) {
-    throw CertificateSelectorError::keychainFailure(status);
+  const MatchingIdentities answer = copyMatchingIdentities();
+  if (answer.status != errSecSuccess && answer.status != errSecItemNotFound) {
+    throw CertificateSelectorError::keychainFailure(answer.status);
   }
   std::vector<std::unique_ptr<KeychainIdentity>> identities;
   const auto add = [&identities](CFTypeRef object) {
@@ -133,10 +133,10 @@ std::vector<std::unique_ptr<KeychainIdentity>> SystemKeychainIdentityQuery::copy
     }
     return identity != nullptr;
   };
-  if (status == errSecItemNotFound || !result || add(result.get())) {
+  if (answer.status == errSecItemNotFound || !answer.result || add(answer.result.get())) {
     return identities;
   }
-  const auto* array = objectAs<CFArrayRef>(result.get(), ::CFArrayGetTypeID());
+  const auto* array = objectAs<CFArrayRef>(answer.result.get(), ::CFArrayGetTypeID());
   if (array == nullptr) {
     throw CertificateSelectorError::keychainFailure(keychainStatusInternalComponent);
   }
