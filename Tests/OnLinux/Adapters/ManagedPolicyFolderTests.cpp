@@ -292,7 +292,8 @@ TEST_F(PolicyFolder, WritesOneMemberPerLine) {
             "{\n  \"AutoSelectCertificateForUrls\": [\n    \"rule\"\n  ],\n  \"B\": \"/\"\n}\n");
 }
 
-TEST_F(PolicyFolder, TwoHundredThousandOtherKeysAreKeptInTime) {
+// A quadratic reader or writer takes minutes.
+TEST_F(PolicyFolder, KeepsTwoHundredThousandOtherKeysInTime) {
   const auto object = [] {
     std::string text = "{";
     for (int number = 0; number < 100'000; ++number) {
@@ -305,7 +306,7 @@ TEST_F(PolicyFolder, TwoHundredThousandOtherKeysAreKeptInTime) {
   const auto started = std::chrono::steady_clock::now();
   folder().writeRules({"rule"});
   EXPECT_THAT(folder().readRules(), ElementsAre("rule"));
-  EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(10));
+  EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(60));
   EXPECT_EQ(ownPolicies().size(), 100'002U);
 }
 
