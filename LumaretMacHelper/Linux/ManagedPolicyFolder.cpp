@@ -82,10 +82,6 @@ FileDescriptor ManagedPolicyFolder::takeTurn() {
   return folder;
 }
 
-std::vector<std::filesystem::path> ManagedPolicyFolder::files() const {
-  return regularFiles(folder_);
-}
-
 std::vector<std::string> ManagedPolicyFolder::rulesIn(
     const std::vector<std::filesystem::path>& files) const {
   // Even a file that another overrules is checked: it comes into force if the other is removed.
@@ -112,7 +108,9 @@ void ManagedPolicyFolder::replaceOwnFile(const std::string& text) const {
   replacePolicyFile(ownFile(), text);
 }
 
-std::vector<std::string> ManagedPolicyFolder::readRules() const { return rulesIn(files()); }
+std::vector<std::string> ManagedPolicyFolder::readRules() const {
+  return rulesIn(regularFiles(folder_));
+}
 
 void ManagedPolicyFolder::writeRules(const std::vector<std::string>& rules) const {
   replaceOwnFile(ownPolicies().withRules(rules));
@@ -123,7 +121,7 @@ bool ManagedPolicyFolder::withdrawRule() const {
   if (!policies.hasRules()) {
     return false;
   }
-  std::vector<std::filesystem::path> others = files();
+  std::vector<std::filesystem::path> others = regularFiles(folder_);
   others.erase(std::remove(others.begin(), others.end(), ownFile()), others.end());
   const std::vector<std::string> rules =
       ChromeCertificatePolicyService::withdrawingRule(policies.rules(), rulesIn(others));

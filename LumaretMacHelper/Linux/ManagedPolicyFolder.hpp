@@ -49,7 +49,6 @@ class ManagedPolicyFolder {
 
  private:
   [[nodiscard]] std::filesystem::path ownFile() const { return folder_ / ownFileName; }
-  [[nodiscard]] std::vector<std::filesystem::path> files() const;
   [[nodiscard]] std::vector<std::string> rulesIn(
       const std::vector<std::filesystem::path>& files) const;
   [[nodiscard]] PolicyText ownPolicies() const;

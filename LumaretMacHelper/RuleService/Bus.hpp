@@ -4,7 +4,8 @@
 #include <systemd/sd-bus.h>
 
 #include <memory>
-#include <system_error>
+
+#include "LumaretMacHelper/POSIX/SystemCalls.hpp"
 
 // Owners of what sd-bus hands out.
 
@@ -26,9 +27,7 @@ using BusCredentials = std::unique_ptr<sd_bus_creds, BusRelease>;
 
 /// Returns the result of a call of sd-bus. Throws std::system_error if it is a negative errno.
 inline int checkBus(int result, const char* call) {
-  if (result < 0) {
-    throw std::system_error(-result, std::generic_category(), call);
-  }
+  requireSuccess(result < 0 ? -result : 0, call);
   return result;
 }
 
