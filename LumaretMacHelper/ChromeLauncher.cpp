@@ -19,6 +19,20 @@ bool isWebAddress(const URL& url) {
   return scheme == "http" || scheme == "https";
 }
 
+/// Turns what the step throws into chromeLaunchFailed.
+template <typename Step>
+void reportingFailure(Step step) {
+  try {
+    step();
+  } catch (const CertificateSelectorError&) {
+    throw;
+  } catch (const std::exception& error) {
+    throw CertificateSelectorError::chromeLaunchFailed(error.what());
+  } catch (...) {
+    throw CertificateSelectorError::chromeLaunchFailed(unknownError);
+  }
+}
+
 }  // namespace
 
 ChromeLauncher::ChromeLauncher(std::filesystem::path executableURL,
@@ -36,14 +50,20 @@ bool ChromeLauncher::isChromeInstalled() const {
 
 void ChromeLauncher::open() const { open(std::nullopt); }
 
+void ChromeLauncher::refreshPolicies() const {
+  reportingFailure([&] {
+    if (environment_->isApplicationRunning(chromeIdentifier)) {
+      environment_->run(executableURL_, {"--refresh-platform-policy"}, /*waitUntilExit=*/true);
+    }
+  });
+}
+
 void ChromeLauncher::open(const std::optional<URL>& destination) const {
   if (!isChromeInstalled()) {
     throw CertificateSelectorError::chromeNotInstalled();
   }
-  try {
-    if (environment_->isApplicationRunning(chromeIdentifier)) {
-      environment_->run(executableURL_, {"--refresh-platform-policy"}, /*waitUntilExit=*/true);
-    }
+  refreshPolicies();
+  reportingFailure([&] {
     std::vector<std::string> arguments = {"--new-window"};
     if (destination) {
       if (!isWebAddress(*destination)) {
@@ -53,13 +73,7 @@ void ChromeLauncher::open(const std::optional<URL>& destination) const {
       arguments.push_back(destination->absoluteString);
     }
     environment_->run(executableURL_, arguments, /*waitUntilExit=*/false);
-  } catch (const CertificateSelectorError&) {
-    throw;
-  } catch (const std::exception& error) {
-    throw CertificateSelectorError::chromeLaunchFailed(error.what());
-  } catch (...) {
-    throw CertificateSelectorError::chromeLaunchFailed(unknownError);
-  }
+  });
 }
 
 }  // namespace lumaret

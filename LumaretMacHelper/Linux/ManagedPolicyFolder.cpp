@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <optional>
+#include <stdexcept>
 #include <system_error>
 #include <utility>
 
@@ -110,6 +111,32 @@ void ManagedPolicyFolder::replaceOwnFile(const std::string& text) const {
 
 std::vector<std::string> ManagedPolicyFolder::readRules() const {
   return rulesIn(regularFiles(folder_));
+}
+
+std::vector<std::pair<std::filesystem::path, std::vector<std::string>>>
+ManagedPolicyFolder::rulesByFile() const {
+  std::vector<std::pair<std::filesystem::path, std::vector<std::string>>> found;
+  std::string fault;  // of the last one
+  for (const auto& file : regularFiles(folder_)) {
+    std::optional<PolicyText> policies;
+    try {
+      policies = textWithRules(readPolicyFile(file).value_or(""), file == ownFile());
+      if (policies) {
+        found.emplace_back(file, std::vector<std::string>());
+        found.back().second = policies->rules();
+        fault.clear();
+      }
+    } catch (const ChromePreferencesError&) {
+      fault = file.string() + (policies ? " does not list its rules." : " is not a JSON object.");
+      if (!policies) {
+        break;
+      }
+    }
+  }
+  if (!fault.empty()) {
+    throw std::runtime_error(fault);
+  }
+  return found;
 }
 
 void ManagedPolicyFolder::writeRules(const std::vector<std::string>& rules) const {

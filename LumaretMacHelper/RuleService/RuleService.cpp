@@ -13,8 +13,6 @@
 namespace lumaret {
 namespace {
 
-constexpr const char* actionName = "com.lumaret.mac-helper.change-rule";
-
 /// Why a call is answered with an error: its name on the bus, and a sentence.
 struct Refusal : std::runtime_error {
   Refusal(const char* errorName, const std::string& sentence)
@@ -164,8 +162,8 @@ void RuleService::ask(sd_bus_message* call, uid_t user, const RuleChange& change
     constexpr std::uint32_t allowUserInteraction = 1;
     const bool mayAsk = ::sd_bus_message_get_allow_interactive_authorization(call) > 0;
     checkBus(::sd_bus_message_append(asking.get(), "(sa{sv})sa{ss}us", "system-bus-name", 1, "name",
-                                     "s", caller, actionName, 0, mayAsk ? allowUserInteraction : 0,
-                                     question.name.c_str()),
+                                     "s", caller, ruleService::action, 0,
+                                     mayAsk ? allowUserInteraction : 0, question.name.c_str()),
              "sd_bus_message_append");
     question.answer = obtainFromBus<BusSlot>("sd_bus_call_async", [&](sd_bus_slot** result) {
       return ::sd_bus_call_async(bus_, result, asking.get(), handleAnswer, &question,

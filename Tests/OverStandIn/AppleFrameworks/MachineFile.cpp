@@ -87,6 +87,9 @@ Value valueOf(const json& description) {
   if (description.contains("date")) {
     return {Date{description.at("date")}};
   }
+  if (description.contains("data")) {
+    return {description.at("data").get<Bytes>()};
+  }
   Dictionary dictionary;
   for (const auto& [key, member] : description.items()) {
     dictionary.emplace(text(key), valueOf(member));
@@ -138,6 +141,10 @@ Machine readMachineFile() {
   for (const auto& [application, values] : file.at("preferences").items()) {
     machine.preferences[application] = std::get<Dictionary>(valueOf(values).content);
   }
+  for (const auto& [application, values] :
+       file.value("mandatoryPreferences", json::object()).items()) {
+    machine.mandatoryPreferences[application] = std::get<Dictionary>(valueOf(values).content);
+  }
   file.at("runningApplications").get_to(machine.runningApplications);
   for (const auto& [function, failure] : file.at("failures").items()) {
     machine.answer(function, answer(failure));
@@ -161,6 +168,7 @@ void writeMachineFile() {
     }
   }
   for (const auto& [application, values] : machine().preferences) {
+    file["preferences"][application] = json::object();
     for (const auto& [key, stored] : values) {
       file["preferences"][application][toUTF8(key).text] = descriptionOf(stored);
     }

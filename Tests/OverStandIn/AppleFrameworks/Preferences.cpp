@@ -26,17 +26,13 @@ CFPropertyListRef CFPreferencesCopyValue(CFStringRef key, CFStringRef applicatio
                   described(key, __func__) + ", " + domain(application, user, host, __func__));
   return call.result<CFPropertyListRef>([&]() -> CFPropertyListRef {
     const std::string name = described(application, __func__);
-    for (const auto* preferences : {&machine().pendingPreferences, &machine().preferences}) {
-      const auto values = preferences->find(name);
-      if (values == preferences->end()) {
-        continue;
-      }
-      const auto value = values->second.find(textOf(key, __func__));
-      if (value != values->second.end()) {
-        return create(value->second);
-      }
+    const auto& pending = machine().pendingPreferences[name];
+    if (const auto value = pending.find(textOf(key, __func__)); value != pending.end()) {
+      return value->second ? create(*value->second) : nullptr;
     }
-    return nullptr;
+    const auto& stored = machine().preferences[name];
+    const auto value = stored.find(textOf(key, __func__));
+    return value != stored.end() ? create(value->second) : nullptr;
   });
 }
 
@@ -48,7 +44,7 @@ void CFPreferencesSetValue(CFStringRef key, CFPropertyListRef value, CFStringRef
     return;
   }
   machine().pendingPreferences[described(application, __func__)][textOf(key, __func__)] =
-      valueOf(value, __func__);
+      value == nullptr ? std::nullopt : std::optional(valueOf(value, __func__));
 }
 
 Boolean CFPreferencesSynchronize(CFStringRef application, CFStringRef user, CFStringRef host) {
@@ -58,10 +54,28 @@ Boolean CFPreferencesSynchronize(CFStringRef application, CFStringRef user, CFSt
   }
   const std::string name = described(application, __func__);
   for (auto& [key, value] : machine().pendingPreferences[name]) {
-    machine().preferences[name][key] = std::move(value);
+    machine().preferences[name].erase(key);
+    if (value) {
+      machine().preferences[name].emplace(key, *std::move(value));
+    }
   }
   machine().pendingPreferences.erase(name);
   writeMachineFile();
   return true;
+}
+
+Boolean CFPreferencesAppValueIsForced(CFStringRef key, CFStringRef application) {
+  const Call call(__func__, described(key, __func__) + ", " + described(application, __func__));
+  return machine().mandatoryPreferences[described(application, __func__)].contains(
+      textOf(key, __func__));
+}
+
+/// Only of a forced value.
+CFPropertyListRef CFPreferencesCopyAppValue(CFStringRef key, CFStringRef application) {
+  const Call call(__func__, described(key, __func__) + ", " + described(application, __func__));
+  return call.result<CFPropertyListRef>([&] {
+    return create(
+        machine().mandatoryPreferences[described(application, __func__)].at(textOf(key, __func__)));
+  });
 }
 }

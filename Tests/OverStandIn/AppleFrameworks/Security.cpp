@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <Security/Security.h>
 
+#include <algorithm>
+
 #include "Tests/OverStandIn/AppleFrameworks/Call.hpp"
 #include "Tests/OverStandIn/AppleFrameworks/MachineFile.hpp"
 #include "Tests/OverStandIn/AppleFrameworks/Objects.hpp"
@@ -42,6 +44,8 @@ const CFStringRef kSecReturnRef = constantText("kSecReturnRef");
 const CFStringRef kSecOIDX509V1IssuerName = constantText("kSecOIDX509V1IssuerName");
 const CFStringRef kSecOIDX509V1SubjectName = constantText("kSecOIDX509V1SubjectName");
 const CFStringRef kSecOIDX509V1ValidityNotAfter = constantText("kSecOIDX509V1ValidityNotAfter");
+const CFStringRef kSecOIDExtendedKeyUsage = constantText("kSecOIDExtendedKeyUsage");
+const CFStringRef kSecOIDKeyUsage = constantText("kSecOIDKeyUsage");
 const CFStringRef kSecPropertyKeyLabel = constantText("kSecPropertyKeyLabel");
 const CFStringRef kSecPropertyKeyValue = constantText("kSecPropertyKeyValue");
 
@@ -78,6 +82,19 @@ OSStatus SecIdentityCopyPrivateKey(SecIdentityRef identity, SecKeyRef* privateKe
     return createAs<SecKeyRef>(KeyObject{stored.name, stored.privateKey});
   };
   return call.leave(privateKey, createKey);
+}
+
+// Knows the certificates of the machine's identities.
+SecCertificateRef SecCertificateCreateWithData(CFAllocatorRef, CFDataRef data) {
+  const UInt8* const first = CFDataGetBytePtr(data);
+  const Bytes certificate(first, first + CFDataGetLength(data));
+  const auto& identities = machine().identities;
+  const auto found = std::ranges::find(identities, certificate, &Identity::certificate);
+  const Call call(__func__, found == identities.end() ? "unknown" : found->name);
+  return call.result<SecCertificateRef>([&] {
+    return found == identities.end() ? nullptr
+                                     : createAs<SecCertificateRef>(CertificateObject{*found});
+  });
 }
 
 CFDataRef SecCertificateCopyData(SecCertificateRef certificate) {

@@ -114,8 +114,10 @@ struct Machine {
   std::vector<Identity> identities;
   /// Those of the current user on any host, by application.
   std::map<std::string, Dictionary> preferences;
-  /// Those that were set in the same way, but not yet synchronized.
-  std::map<std::string, Dictionary> pendingPreferences;
+  /// Those that were set in the same way, but not yet synchronized. Nothing: removed.
+  std::map<std::string, std::map<Text, std::optional<Value>>> pendingPreferences;
+  /// Those that an administrator forces, by application.
+  std::map<std::string, Dictionary> mandatoryPreferences;
   /// The current locale, such as "sv". If it is empty, that of the library.
   std::string locale;
   /// Bundle identifiers.

@@ -116,6 +116,12 @@ CFAbsoluteTime CFDateGetAbsoluteTime(CFDateRef date) {
   return contentAs<DateObject>(date, __func__).seconds;
 }
 
+CFTypeID CFDataGetTypeID() { return contentTypeIdentifier<DataObject>(); }
+
+CFDataRef CFDataCreate(CFAllocatorRef, const UInt8* bytes, CFIndex length) {
+  return createContentAs<CFDataRef>(DataObject{{bytes, bytes + length}});
+}
+
 CFIndex CFDataGetLength(CFDataRef data) {
   return static_cast<CFIndex>(contentAs<DataObject>(data, __func__).bytes.size());
 }
