@@ -17,8 +17,8 @@ import subprocess
 import sys
 import tempfile
 import time
-from dataclasses import dataclass
 from pathlib import Path
+from typing import NamedTuple
 
 from Tests.Support.Python.outcome import Outcome
 from Tests.Support.Python.users import accounts
@@ -30,8 +30,7 @@ HIDDEN_FOLDERS = (*map(Path, ("/etc/chromium", "/etc/chromium.d", "/etc/opt", "/
 SERVICES = {"dbus-daemon", "polkitd", "rule-service"}
 
 
-@dataclass(frozen=True)
-class Browser:
+class Browser(NamedTuple):
     executable: Path
     policies: Path
     profile: str  # below the home folder
@@ -189,7 +188,6 @@ class PrivateMachine:
         )
 
     def replace(self, browser: Browser, script: str) -> None:
-        """Replaces the browser with this script."""
         self.replace_program(browser.executable, script)
 
     def replace_program(self, program: Path, script: str, mode: int = 0o755) -> None:
