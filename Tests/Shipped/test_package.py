@@ -87,43 +87,41 @@ class MacPackageTests(PackagingTestCase):
     """Uses stand-ins for the Mac's own tools, which only record their arguments. They package this build. So this
     shows how the package is made, and not what a build on a Mac installs."""
 
-    def assert_packages(self, signing: str, package_signing: str):
-        build, script = "build/macos-universal", "Packaging/macOS/build-package"
-        clone, tools, asked = (self.machine.folder / name for name in ("clone", "tools", "asked"))
-        for folder in (tools, clone / build, (clone / script).parent):
+    def setUp(self):
+        super().setUp()
+        script = "Packaging/macOS/build-package"
+        clone, tools, self.asked = (self.machine.folder / name for name in ("clone", "tools", "asked"))
+        for folder in (tools, clone / "build/macos-universal", (clone / script).parent):
             folder.mkdir(parents=True)
+        (clone / "build/macos-universal/CMakeCache.txt").write_text(f"CMAKE_PROJECT_VERSION:STATIC={VERSION}\n")
+        self.script = self.machine.write_program(clone / script, (SOURCES / script).read_text())
         action = {
             "cmake": f'[ "$1" != --install ] || exec /usr/bin/cmake --install {BUILD} "$3" "$4" >/dev/null\n',
             "pkgbuild": f'cp -rp "$2" {self.machine.folder}/root\n',
         }
         for tool in ("codesign", "lipo", "pkgbuild", "cmake"):
-            record = f'#!/bin/sh\nprintf "%s " {tool} "$@" >> {asked}; echo >> {asked}\n'
+            record = f'#!/bin/sh\nprintf "%s " {tool} "$@" >> {self.asked}; echo >> {self.asked}\n'
             self.machine.write_program(tools / tool, record + action.get(tool, ""))
-        (clone / build / "CMakeCache.txt").write_text(f"CMAKE_PROJECT_VERSION:STATIC={VERSION}\n")
-        self.machine.write_program(clone / script, (SOURCES / script).read_text())
         self.machine.environment["PATH"] = f"{tools}:{self.machine.environment['PATH']}"
-        package = f"build/lumaret-macos-helper-{VERSION}.pkg"
+
+    def make(self) -> str:
+        """Returns the commands that sign the program, check its processors and make the package."""
         with kept_manifest():
-            self.assertEqual(self.assert_succeeds(clone / script, umask=0o077), package + "\n")
-        root = re.search(r"--root (\S+)", asked.read_text())[1]
-        identifier = f"--identifier com.lumaret.macos-helper --version {VERSION} --install-location /"
-        expected = (
-            "cmake --preset macos-universal",
-            "cmake --build --preset macos-universal",
-            f"codesign --force {signing} {build}/lumaret-macos-helper",
-            f"lipo {build}/lumaret-macos-helper -verify_arch arm64 x86_64",
-            f"cmake --install {build} --prefix /usr/local",
-            f"pkgbuild --root {root} {identifier} {package_signing}{package}",
-        )
-        self.assertEqual(asked.read_text(), "".join(f"{command} \n" for command in expected))
+            package = self.assert_succeeds(self.script, umask=0o077)
+        self.assertEqual(package, f"build/lumaret-macos-helper-{VERSION}.pkg\n")
+        return "".join(re.findall("^(?:codesign|lipo|pkgbuild) .*\n", self.asked.read_text(), re.M))
+
+    def test_packages_whole_installation(self):
+        commands = self.make()
+        self.assertRegex(commands, "^codesign --force --sign - build/macos-universal/lumaret-macos-helper \n")
+        self.assertIn("\nlipo build/macos-universal/lumaret-macos-helper -verify_arch arm64 x86_64 \n", commands)
         packaged = self.machine.folder / "root"
         self.assert_installed(packaged / "usr/local", *OTHERS)
         self.assertEqual([folder.stat().st_mode & 0o777 for folder in (packaged, packaged / "usr")], [0o755, 0o755])
-        self.assertFalse(Path(root).exists())
-
-    def test_signs_ad_hoc_without_identities(self):
-        self.assert_packages("--sign -", "")
+        self.assertFalse(Path(re.search(r"--root (\S+)", commands)[1]).exists())
 
     def test_signs_with_given_identities(self):
         self.machine.environment |= {"APPLICATION_IDENTITY": "Application: Ana", "INSTALLER_IDENTITY": "Installer: Ana"}
-        self.assert_packages("--options runtime --timestamp --sign Application: Ana", "--sign Installer: Ana ")
+        commands = self.make()
+        self.assertIn(" --options runtime --timestamp --sign Application: Ana ", commands)
+        self.assertIn(f" --version {VERSION} --install-location / --sign Installer: Ana ", commands)
