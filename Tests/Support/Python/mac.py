@@ -91,14 +91,19 @@ class MacTestCase(unittest.TestCase):
         self._file = machine.folder / "mac.json"
         self._launches = machine.folder / "launches"
         machine.environment["LUMARET_STAND_IN_MACHINE"] = str(self._file)
-        self.mac = {"identities": [], "preferences": {}, "runningApplications": [], "failures": {}}
+        self.mac = {
+            "identities": [],
+            "preferences": {},
+            "runningApplications": [],
+            "failures": {},
+        }
 
     def install_chrome(self, refresh_status: int = 0) -> None:
         EXECUTABLE.parent.mkdir(parents=True)
         self._machine.write_program(
             EXECUTABLE,
             f"#!/bin/sh\necho \"$@\" >> '{self._launches}'\n"
-            f'[ "$1" != --refresh-platform-policy ] || exit {refresh_status}\n',
+            f"case $1 in --refresh-platform-policy) exit {refresh_status};; esac\n",
         )
 
     def helper(self, *arguments: str | bytes) -> Outcome:
