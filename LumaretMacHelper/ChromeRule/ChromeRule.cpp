@@ -166,26 +166,35 @@ Report clear() {
   return report;
 }
 
+bool isCommand(const Rules& words) {
+  if (words.size() == 2) {
+    return words[0] == "check" && !words[1].empty() && words[1][0] != '-';
+  }
+  return words == Rules{"show"} || words == Rules{"clear"} || words == Rules{"check"};
+}
+
+Report run(const Rules& command) {
+  if (command[0] == "check") {
+    return check(command.size() == 2 ? command[1] : "");
+  }
+  return command[0] == "show" ? show() : clear();
+}
+
 }  // namespace
 
 int runChromeRule(int argumentCount, const char* const* processArguments) {
   prepareStandardStreams();
   try {
     Rules words(processArguments + std::min(1, argumentCount), processArguments + argumentCount);
-    words.resize(std::max<std::size_t>(words.size(), 1));
-    const auto options = std::remove(words.begin() + 1, words.end(), "--json");
+    const auto options =
+        std::remove(words.begin() + (words.empty() ? 0 : 1), words.end(), "--json");
     const bool isForPrograms = options != words.end();
     words.erase(options, words.end());
-    const std::string command = words.front();
-    const std::string fingerprint = command == "check" && words.size() == 2 ? words.back() : "";
-    if ((command != "show" && command != "clear" && command != "check") ||
-        words.size() > (fingerprint.empty() ? 1 : 2) || fingerprint.starts_with('-')) {
+    if (!isCommand(words)) {
       writeStandardError(usage);
       return usageStatus;
     }
-    const Report report = command == "show"    ? show()
-                          : command == "clear" ? clear()
-                                               : check(fingerprint);
+    const Report report = run(words);
     constexpr auto replacing = json::error_handler_t::replace;  // A path may be no UTF-8.
     writeStandardOutput(isForPrograms ? report.json.dump(-1, ' ', false, replacing) + "\n"
                                       : report.text);

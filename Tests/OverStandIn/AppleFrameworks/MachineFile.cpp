@@ -141,8 +141,8 @@ Machine readMachineFile() {
   for (const auto& [application, values] : file.at("preferences").items()) {
     machine.preferences[application] = std::get<Dictionary>(valueOf(values).content);
   }
-  for (const auto& [application, values] :
-       file.value("mandatoryPreferences", json::object()).items()) {
+  const json mandatory = file.value("mandatoryPreferences", json::object());
+  for (const auto& [application, values] : mandatory.items()) {
     machine.mandatoryPreferences[application] = std::get<Dictionary>(valueOf(values).content);
   }
   file.at("runningApplications").get_to(machine.runningApplications);

@@ -5,8 +5,8 @@ import copy
 import json
 import unittest
 
-from Tests.Support.Python import messages, private_root
-from Tests.Support.Python.mac import CHROME, DOMAIN, HELPER, KEY, MacTestCase
+from Tests.Support.Python import mac, messages
+from Tests.Support.Python.mac import CHROME, DOMAIN, EXECUTABLE, HELPER, KEY, MacTestCase
 from Tests.Support.Python.mac import any_application, fingerprint, identity, property_of, rule, signing
 from Tests.Support.Python.outcome import Outcome, failed
 
@@ -21,9 +21,7 @@ DIGITAL_SIGNATURE, NON_REPUDIATION, CRITICAL = 1, 2, -(2**31)
 CLIENT, SERVER = ({"data": [*b"\x2b\x06\x01\x05\x05\x07\x03", last]} for last in (2, 1))
 ANY = {"data": [*b"\x55\x1d\x25\x00"]}
 
-
-def setUpModule():
-    private_root.enter()
+setUpModule = mac.enter
 
 
 class ChromeRuleTestCase(MacTestCase):
@@ -136,15 +134,15 @@ class CheckTests(ChromeRuleTestCase):
             (signing(CHROME), "a key that Chrome may use"),
             (signing("/Mail"), "a key that Chrome may use once you confirm it"),
         ):
-            self.ana["accessList"] = [entry]
+            self.mac["identities"][0]["accessList"] = [entry]
             cures, conditions = self.check()
             self.assertEqual(cures, {})
             self.assertIn(condition, conditions)
-        self.ana["accessList"] = None
+        self.mac["identities"][0]["accessList"] = None
         self.assertEqual(list(self.check()[0]), ["key"])
 
     def test_tells_what_is_wrong(self):
-        private_root.empty_applications()
+        EXECUTABLE.unlink()
         self.force()
         self.assertEqual(list(self.check()[0]), ["browser", "override"])
         self.mac["failures"] = {"SecItemCopyMatching": -25294}
