@@ -5,7 +5,6 @@
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
-#include <exception>
 #include <functional>
 #include <optional>
 #include <string>
@@ -33,7 +32,7 @@ struct ChromeKeychainACLContents {
 };
 
 /// Why a backend failed.
-class KeychainAuthorizationBackendError : public std::exception {
+class KeychainAuthorizationBackendError : public DescribedError {
  public:
   /// A call failed with this status, or returned nothing or an object of another type.
   static KeychainAuthorizationBackendError status(KeychainStatus status) { return {status}; }
@@ -42,16 +41,11 @@ class KeychainAuthorizationBackendError : public std::exception {
 
   /// Nothing for `unsupported`.
   [[nodiscard]] std::optional<KeychainStatus> statusCode() const noexcept { return status_; }
-  [[nodiscard]] const char* what() const noexcept override {
-    return "Keychain authorization backend failed";
-  }
-
-  bool operator==(const KeychainAuthorizationBackendError& other) const {
-    return status_ == other.status_;
-  }
 
  private:
-  KeychainAuthorizationBackendError(std::optional<KeychainStatus> status) : status_(status) {}
+  KeychainAuthorizationBackendError(std::optional<KeychainStatus> status)
+      : DescribedError(status ? "status " + std::to_string(*status) : "unsupported"),
+        status_(status) {}
 
   std::optional<KeychainStatus> status_;
 };

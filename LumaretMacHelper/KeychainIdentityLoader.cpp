@@ -50,7 +50,7 @@ void collect(const CertificateProperty* property, std::map<std::string, std::str
 
 std::optional<ParsedCertificateValues> CertificateValueParser::parse(
     const KeychainCertificate& certificate) {
-  const auto values = certificate.copyValues();
+  const auto& values = certificate.values;
   const auto* notAfter =
       values ? valueAs<CertificatePropertyDictionary>(values->validityNotAfter) : nullptr;
   const auto expiresAt = notAfter != nullptr ? date(notAfter->value) : std::nullopt;
@@ -108,13 +108,10 @@ std::vector<ClientIdentity> KeychainIdentityLoader::loadIdentities() const {
 
   std::map<std::string, ClientIdentity> byFingerprint;
   for (const auto& handle : handles) {
-    const auto certificate = handle->hasPrivateKey() ? handle->copyCertificate() : nullptr;
+    const auto certificate = handle->hasPrivateKey() ? handle->copyCertificate() : std::nullopt;
     auto values = certificate ? CertificateValueParser::parse(*certificate) : std::nullopt;
-    if (!values || values->expiresAt <= now) {
-      continue;
-    }
-    if (const Bytes data = certificate->data(); !data.empty()) {
-      const std::string id = fingerprint(data);
+    if (values && values->expiresAt > now && !certificate->data.empty()) {
+      const std::string id = fingerprint(certificate->data);
       byFingerprint.insert_or_assign(
           id, ClientIdentity{id, std::move(values->subject), std::move(values->issuer),
                              values->expiresAt});

@@ -8,27 +8,14 @@
 namespace lumaret {
 namespace {
 
-class StoredCertificate final : public KeychainCertificate {
- public:
-  explicit StoredCertificate(Bytes certificate) : certificate_(std::move(certificate)) {}
-
-  [[nodiscard]] std::optional<CertificateValues> copyValues() const override {
-    return decodeCertificate(certificate_);
-  }
-  [[nodiscard]] Bytes data() const override { return certificate_; }
-
- private:
-  Bytes certificate_;
-};
-
 /// The store returns a certificate as an identity only if its key is there.
 class StoredKeychainIdentity final : public KeychainIdentity {
  public:
   explicit StoredKeychainIdentity(Bytes certificate) : certificate_(std::move(certificate)) {}
 
   [[nodiscard]] bool hasPrivateKey() const override { return true; }
-  [[nodiscard]] std::unique_ptr<KeychainCertificate> copyCertificate() const override {
-    return std::make_unique<StoredCertificate>(certificate_);
+  [[nodiscard]] std::optional<KeychainCertificate> copyCertificate() const override {
+    return KeychainCertificate{decodeCertificate(certificate_), certificate_};
   }
 
  private:

@@ -73,24 +73,6 @@ std::optional<CertificateValues> copyCertificateValues(SecCertificateRef certifi
                            value(kSecOIDX509V1ValidityNotAfter)};
 }
 
-class SystemKeychainCertificate final : public KeychainCertificate {
- public:
-  explicit SystemKeychainCertificate(CoreFoundationReference<SecCertificateRef> certificate)
-      : certificate_(std::move(certificate)) {}
-
-  [[nodiscard]] std::optional<CertificateValues> copyValues() const override {
-    return copyCertificateValues(certificate_.get());
-  }
-  [[nodiscard]] Bytes data() const override {
-    const auto data =
-        CoreFoundationReference<CFDataRef>::adopt(::SecCertificateCopyData(certificate_.get()));
-    return data ? bytes(data.get()) : Bytes();
-  }
-
- private:
-  CoreFoundationReference<SecCertificateRef> certificate_;
-};
-
 class SystemKeychainIdentity final : public KeychainIdentity {
  public:
   explicit SystemKeychainIdentity(CoreFoundationReference<SecIdentityRef> identity)
@@ -101,13 +83,16 @@ class SystemKeychainIdentity final : public KeychainIdentity {
     const OSStatus status = ::SecIdentityCopyPrivateKey(identity_.get(), privateKey.receive());
     return status == errSecSuccess && privateKey;
   }
-  [[nodiscard]] std::unique_ptr<KeychainCertificate> copyCertificate() const override {
+  [[nodiscard]] std::optional<KeychainCertificate> copyCertificate() const override {
     CoreFoundationReference<SecCertificateRef> certificate;
     const OSStatus status = ::SecIdentityCopyCertificate(identity_.get(), certificate.receive());
     if (status != errSecSuccess || !certificate) {
-      return nullptr;
+      return std::nullopt;
     }
-    return std::make_unique<SystemKeychainCertificate>(std::move(certificate));
+    auto values = copyCertificateValues(certificate.get());
+    const auto data =
+        CoreFoundationReference<CFDataRef>::adopt(::SecCertificateCopyData(certificate.get()));
+    return KeychainCertificate{std::move(values), data ? bytes(data.get()) : Bytes()};
   }
 
  private:
@@ -121,27 +106,12 @@ KeychainIdentityLoader::KeychainIdentityLoader()
 
 std::vector<std::unique_ptr<KeychainIdentity>> SystemKeychainIdentityQuery::copyIdentities() const {
   const MatchingIdentities answer = copyMatchingIdentities();
-  if (answer.status != errSecSuccess && answer.status != errSecItemNotFound) {
+  if (answer.status != errSecSuccess) {
     throw CertificateSelectorError::keychainFailure(answer.status);
   }
   std::vector<std::unique_ptr<KeychainIdentity>> identities;
-  const auto add = [&identities](CFTypeRef object) {
-    auto* identity = objectAs<SecIdentityRef>(object, ::SecIdentityGetTypeID());
-    if (identity != nullptr) {
-      identities.push_back(std::make_unique<SystemKeychainIdentity>(
-          CoreFoundationReference<SecIdentityRef>::retain(identity)));
-    }
-    return identity != nullptr;
-  };
-  if (answer.status == errSecItemNotFound || !answer.result || add(answer.result.get())) {
-    return identities;
-  }
-  const auto* array = objectAs<CFArrayRef>(answer.result.get(), ::CFArrayGetTypeID());
-  if (array == nullptr) {
-    throw CertificateSelectorError::keychainFailure(keychainStatusInternalComponent);
-  }
-  for (const CFTypeRef element : elements(array)) {
-    add(element);
+  for (const auto& identity : answer.identities) {
+    identities.push_back(std::make_unique<SystemKeychainIdentity>(identity));
   }
   return identities;
 }

@@ -116,8 +116,7 @@ struct FakeSystem {
 /// One to standard error prints all calls up to then to that of the process.
 FakeSystem& fakeSystem();
 
-/// An identity, and its certificate.
-class FakeIdentity final : public KeychainIdentity, public KeychainCertificate {
+class FakeIdentity final : public KeychainIdentity {
  public:
   FakeIdentity(FakeSystem& system, FakeKeychainEntry entry)
       : system_(system), entry_(std::move(entry)) {}
@@ -126,17 +125,11 @@ class FakeIdentity final : public KeychainIdentity, public KeychainCertificate {
     system_.called("hasPrivateKey " + entry_.certificate);
     return entry_.hasPrivateKey;
   }
-  [[nodiscard]] std::unique_ptr<KeychainCertificate> copyCertificate() const override {
+  [[nodiscard]] std::optional<KeychainCertificate> copyCertificate() const override {
     system_.called("copyCertificate " + entry_.certificate);
-    return entry_.hasCertificate ? std::make_unique<FakeIdentity>(*this) : nullptr;
-  }
-  [[nodiscard]] std::optional<CertificateValues> copyValues() const override {
-    system_.called("copyValues " + entry_.certificate);
-    return entry_.values;
-  }
-  [[nodiscard]] Bytes data() const override {
-    system_.called("data " + entry_.certificate);
-    return bytes(entry_.certificate);
+    return entry_.hasCertificate
+               ? std::optional(KeychainCertificate{entry_.values, bytes(entry_.certificate)})
+               : std::nullopt;
   }
 
  private:
