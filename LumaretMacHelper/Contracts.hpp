@@ -9,9 +9,13 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <span>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
+
+#include "LumaretMacHelper/PlatformFunctions.hpp"
 
 namespace lumaret {
 
@@ -30,11 +34,19 @@ inline constexpr KeychainStatus keychainStatusUserCanceled = -128;
 /// (`errSecInternalComponent`).
 inline constexpr KeychainStatus keychainStatusInternalComponent = -2070;
 
-/// The message for what a foreign library throws that is not a std::exception.
-inline constexpr const char* unknownError = "Unknown error.";
-
 /// The browser's bundle identifier on macOS, which stands for it on every platform.
 inline constexpr const char* chromeIdentifier = "com.google.Chrome";
+
+/// SHA-256 of a certificate's DER bytes as 64 lower-case hexadecimal digits.
+inline std::string fingerprint(std::span<const std::uint8_t> certificate) {
+  constexpr std::string_view digits = "0123456789abcdef";
+  std::string text;
+  for (const std::uint8_t byte : sha256(certificate)) {
+    text += digits[byte >> 4];
+    text += digits[byte & 0x0f];
+  }
+  return text;
+}
 
 /// The attributes of a distinguished name that Chrome's certificate filters match. One that the
 /// certificate does not have is absent, never empty.
@@ -63,7 +75,7 @@ struct CertificatePrincipal {
 
 /// A certificate whose private key is in the user's Keychain.
 struct ClientIdentity {
-  /// SHA-256 of the certificate's DER bytes, 64 lower-case hexadecimal digits.
+  /// The certificate's fingerprint.
   std::string id;
   CertificatePrincipal subject;
   CertificatePrincipal issuer;
@@ -76,12 +88,6 @@ struct ClientIdentity {
 
   bool operator==(const ClientIdentity&) const = default;
 };
-
-// Errors. A failure is thrown. The services that change something turn what their collaborators
-// throw into a CertificateSelectorError; the authorizer and the launcher rethrow one unchanged. The
-// front end prints the error's description. Something that may simply be missing (an attribute of a
-// name, a private key, a stored value) is not an error: it is an empty optional or list, which
-// never stands for a refusal. A listing leaves out an identity that cannot be read.
 
 /// An error of this module: a value whose description contains all that it carries. So two errors
 /// of a type are equal, and hash alike, if their descriptions are equal.
@@ -101,6 +107,19 @@ class DescribedError : public std::exception {
 template <std::derived_from<DescribedError> Error>
 bool operator==(const Error& left, const Error& right) {
   return left.errorDescription() == right.errorDescription();
+}
+
+/// What the error that is being handled says, whatever its type.
+inline std::string descriptionOfCaughtError() {
+  try {
+    throw;
+  } catch (const DescribedError& error) {
+    return error.errorDescription();
+  } catch (const std::exception& error) {
+    return error.what();
+  } catch (...) {
+    return "Unknown error.";
+  }
 }
 
 /// A failure that the tool reports to the user, whom the description tells what to do next.
@@ -164,25 +183,23 @@ class CertificateSelectorError : public DescribedError {
   using DescribedError::DescribedError;
 };
 
-/// Lists the current user's usable identities.
 class IdentityLoading {
  public:
   virtual ~IdentityLoading() = default;
-  /// The identities with a private key, a readable certificate and an expiry in the future, one for
-  /// each fingerprint, in the order in which a user sees them. Throws CertificateSelectorError, or
-  /// another std::exception if the names cannot be sorted.
+  /// The current user's identities with a private key, a readable certificate and an expiry in the
+  /// future, one for each fingerprint, in the order in which a user sees them. Throws
+  /// CertificateSelectorError, or another std::exception if the names cannot be sorted.
   [[nodiscard]] virtual std::vector<ClientIdentity> loadIdentities() const = 0;
 };
 
-/// Makes Chrome select one identity without asking.
 class ChromePolicyApplying {
  public:
   virtual ~ChromePolicyApplying() = default;
-  /// Returns once the change is stored and verified. Throws CertificateSelectorError.
+  /// Makes Chrome select the identity without asking. Returns once that is stored and verified.
+  /// Throws CertificateSelectorError.
   virtual void apply(const ClientIdentity& identity) const = 0;
 };
 
-/// Lets Chrome sign with an identity's private key.
 class ChromePrivateKeyAuthorizing {
  public:
   virtual ~ChromePrivateKeyAuthorizing() = default;

@@ -50,12 +50,10 @@ struct KeychainCertificate {
 };
 
 /// A certificate and its private key, as the Keychain returned them.
-class KeychainIdentity {
- public:
-  virtual ~KeychainIdentity() = default;
-  [[nodiscard]] virtual bool hasPrivateKey() const = 0;
+struct KeychainIdentity {
+  std::function<bool()> hasPrivateKey;
   /// Nothing if the certificate cannot be obtained.
-  [[nodiscard]] virtual std::optional<KeychainCertificate> copyCertificate() const = 0;
+  std::function<std::optional<KeychainCertificate>()> copyCertificate;
 };
 
 class KeychainIdentityQuerying {
@@ -63,7 +61,7 @@ class KeychainIdentityQuerying {
   virtual ~KeychainIdentityQuerying() = default;
   /// Every identity of the current user, in the Keychain's order. Throws
   /// CertificateSelectorError::keychainFailure.
-  [[nodiscard]] virtual std::vector<std::unique_ptr<KeychainIdentity>> copyIdentities() const = 0;
+  [[nodiscard]] virtual std::vector<KeychainIdentity> copyIdentities() const = 0;
 };
 
 struct ParsedCertificateValues {
@@ -91,7 +89,7 @@ class CertificateValueParser {
 
   /// Adds the recognised attributes that the value contains at any depth, by object identifier. The
   /// first value that is not empty wins; a field that is already in the map stays.
-  static void collectDistinguishedNameFields(const OptionalCertificateProperty& value,
+  static void collectDistinguishedNameFields(const CertificateProperty* value,
                                              std::map<std::string, std::string>& fields);
 };
 

@@ -6,7 +6,6 @@
 #include <chrono>
 #include <cstdlib>
 #include <ctime>
-#include <exception>
 #include <nlohmann/json.hpp>
 #include <utility>
 
@@ -39,11 +38,6 @@ json principalObject(const CertificatePrincipal& principal) {
           {"locality", textOrNull(principal.locality)}};
 }
 
-[[noreturn]] void fail(const std::string& message) {
-  writeStandardError(message + "\n");
-  std::exit(EXIT_FAILURE);
-}
-
 /// ISO 8601 date and time in UTC, to the second, such as 2099-12-31T23:59:59Z.
 std::string internetDateTime(Date date) {
   const std::time_t seconds =
@@ -60,12 +54,9 @@ void LumaretMacHelper::main(int argumentCount, const char* const* processArgumen
     // A process may be started without any argument, not even its own path.
     const int first = std::min(1, argumentCount);
     run({processArguments + first, processArguments + argumentCount});
-  } catch (const DescribedError& error) {
-    fail(error.errorDescription());
-  } catch (const std::exception& error) {
-    fail(error.what());
   } catch (...) {
-    fail(unknownError);
+    writeStandardError(descriptionOfCaughtError() + "\n");
+    std::exit(EXIT_FAILURE);
   }
 }
 

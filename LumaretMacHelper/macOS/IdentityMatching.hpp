@@ -5,7 +5,7 @@
 
 #include <vector>
 
-#include "LumaretMacHelper/macOS/CoreFoundationReference.hpp"
+#include "LumaretMacHelper/macOS/CoreFoundationValues.hpp"
 
 namespace lumaret {
 

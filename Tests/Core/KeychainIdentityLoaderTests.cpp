@@ -12,7 +12,6 @@
 #include <thread>
 #include <vector>
 
-#include "LumaretMacHelper/Fingerprint.hpp"
 #include "LumaretMacHelper/KeychainIdentityLoader.hpp"
 #include "Tests/Core/FakeSystem.hpp"
 #include "Tests/Support/Cpp/CertificateBytes.hpp"
@@ -119,7 +118,7 @@ TEST(ParserDate, RejectsAnyOtherType) {
 
 /// Collects the fields of a value in addition to those that were collected before.
 Fields collected(const CertificateProperty& value, Fields fields = {}) {
-  Parser::collectDistinguishedNameFields(present(value), fields);
+  Parser::collectDistinguishedNameFields(&value, fields);
   return fields;
 }
 
