@@ -28,12 +28,6 @@ using Bytes = std::vector<std::uint8_t>;
 /// A status code of the Security framework; on Linux, an error number of NSS. 0 is success.
 using KeychainStatus = std::int32_t;
 
-/// The user dismissed a Keychain confirmation (`errSecUserCanceled`).
-inline constexpr KeychainStatus keychainStatusUserCanceled = -128;
-/// A call succeeded but returned nothing or another type of object, or it failed without a status
-/// (`errSecInternalComponent`).
-inline constexpr KeychainStatus keychainStatusInternalComponent = -2070;
-
 /// The browser's bundle identifier on macOS, which stands for it on every platform.
 inline constexpr const char* chromeIdentifier = "com.google.Chrome";
 

@@ -118,7 +118,7 @@ std::vector<ClientIdentity> KeychainIdentityLoader::loadIdentities() const {
   for (auto& [id, identity] : byFingerprint) {
     identities.push_back(std::move(identity));
   }
-  // They are in the order of their fingerprints, which a stable sort keeps among equal names.
+  // The map sorted them by fingerprint. A stable sort keeps that order among equal names.
   std::stable_sort(identities.begin(), identities.end(),
                    [compare = localizedCaseInsensitiveComparison()](const ClientIdentity& left,
                                                                     const ClientIdentity& right) {

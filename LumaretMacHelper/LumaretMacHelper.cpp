@@ -27,11 +27,10 @@ void printResult(const json& result) {
   writeStandardOutput("\n");
 }
 
-json textOrNull(const std::optional<std::string>& text) {
-  return text ? json(*text) : json(nullptr);
-}
-
 json principalObject(const CertificatePrincipal& principal) {
+  const auto textOrNull = [](const std::optional<std::string>& text) {
+    return text ? json(*text) : json(nullptr);
+  };
   return {{"commonName", textOrNull(principal.commonName)},
           {"organization", textOrNull(principal.organization)},
           {"organizationalUnit", textOrNull(principal.organizationalUnit)},
@@ -43,7 +42,8 @@ std::string internetDateTime(Date date) {
   const std::time_t seconds =
       std::chrono::floor<std::chrono::seconds>(date).time_since_epoch().count();
   std::array<char, 48> text{};
-  return {text.data(), std::strftime(text.data(), text.size(), "%FT%TZ", std::gmtime(&seconds))};
+  return {text.data(),
+          std::strftime(text.data(), text.size(), "%Y-%m-%dT%TZ", std::gmtime(&seconds))};
 }
 
 }  // namespace
@@ -51,7 +51,7 @@ std::string internetDateTime(Date date) {
 void LumaretMacHelper::main(int argumentCount, const char* const* processArguments) {
   prepareStandardStreams();
   try {
-    // A process may be started without any argument, not even its own path.
+    // argv may be empty, without even the program's path.
     const int first = std::min(1, argumentCount);
     run({processArguments + first, processArguments + argumentCount});
   } catch (...) {

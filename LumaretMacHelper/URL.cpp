@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 // The grammar of RFC 3986, appendix A. The functions have the names that it uses.
@@ -27,10 +28,7 @@ bool consistsOf(std::string_view text, std::string_view characters) {
   return text.find_first_not_of(characters) == std::string_view::npos;
 }
 
-struct Halves {
-  std::string_view before;
-  std::string_view after;
-};
+using Halves = std::pair<std::string_view, std::string_view>;
 
 /// Divides the text at the first such character. Without one, nothing is after it.
 Halves divide(std::string_view text, char character) {
@@ -76,20 +74,18 @@ bool isIPv4Address(std::string_view text) {
   return octets.size() == 4 && std::ranges::all_of(octets, isDecOctet);
 }
 
-/// The number of groups in a part of an IPv6 address. If the text is not a list of groups, more
-/// than such an address has.
+bool isH16(std::string_view text) {
+  return !text.empty() && text.size() <= 4 && consistsOf(text, hexDigits);
+}
+
+/// The number of groups in a part of an IPv6 address; 9, more than it has, if the text is not a
+/// list of groups.
 std::size_t countOfGroups(std::string_view text) {
   if (text.empty()) {
     return 0;
   }
   const auto groups = split(text, ':');
-  return std::ranges::all_of(groups,
-                             [](std::string_view group) {
-                               return !group.empty() && group.size() <= 4 &&
-                                      consistsOf(group, hexDigits);
-                             })
-             ? groups.size()
-             : 9;
+  return std::ranges::all_of(groups, isH16) ? groups.size() : 9;
 }
 
 bool isIPv6Address(std::string_view text) {

@@ -4,6 +4,7 @@
 #include "LumaretMacHelper/PlatformServices.hpp"
 
 namespace lumaret {
+
 KeychainIdentityLoader::KeychainIdentityLoader()
     : KeychainIdentityLoader(std::make_shared<SystemKeychainIdentityQuery>()) {}
 

@@ -11,11 +11,12 @@
 
 namespace lumaret {
 
-/// The access lists of the file-based Keychain. A key is `unsupported` if its keychain cannot be
-/// found for -25304 (`errSecInvalidItemRef`, as with a smart card's) or -25294
-/// (`errSecNoSuchKeychain`), or if an access-list call fails with -25304 or -25306
-/// (`errSecNoSuchClass`). From any other call, these are ordinary failures. A call that succeeds
-/// but returns nothing, or an object of another type, is a failure with -2070.
+/// The access lists of the file-based Keychain. A key is `unsupported` if
+/// SecKeychainItemCopyKeychain fails for it with -25304 (`errSecInvalidItemRef`, as with a smart
+/// card's) or -25294
+/// (`errSecNoSuchKeychain`), or an access-list call with -25304 or -25306 (`errSecNoSuchClass`).
+/// From any other call, these are ordinary failures. A call that succeeds but returns nothing, or
+/// an object of another type, is a failure with -2070 (`errSecInternalComponent`).
 class SystemChromeKeychainAuthorizationBackend {
  public:
   using Identity = CoreFoundationReference<SecIdentityRef>;

@@ -25,7 +25,7 @@ CertificateProperty property(CFTypeRef value) {
     return {seconds};
   }
   if (const auto* date = objectAs<CFDateRef>(value, ::CFDateGetTypeID())) {
-    return {::CFDateGetAbsoluteTime(date)};  // As a number denotes a time.
+    return {::CFDateGetAbsoluteTime(date)};  // The same instant as a number.
   }
   if (const auto* array = objectAs<CFArrayRef>(value, ::CFArrayGetTypeID())) {
     CertificatePropertyArray converted;
