@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstddef>
 #include <limits>
 #include <optional>
 #include <string>
@@ -64,6 +65,7 @@ const std::vector<ErrorCase>& errors() {
       {Error::keychainFailure(Status::max()), m::told(m::keychainFailure, "2147483647")},
       {Error::chromeLaunchFailed(""), "Google Chrome could not be opened: "},
       {Error::chromeLaunchFailed(" Nada\n"), m::told(m::chromeLaunchFailed, " Nada\n")},
+      {Error::chromeLaunchFailed("a"), m::told(m::chromeLaunchFailed, "a")},
       {Error::chromeLaunchFailed(withZero), m::told(m::chromeLaunchFailed, withZero)},
       {Error::keychainAuthorizationFailed(-25300),
        m::told(m::keychainAuthorizationFailed, "-25300")},
@@ -93,10 +95,13 @@ TEST(SelectorError, HasItsMessage) {
 /// Expects these different errors to be values: each equals its copy alone, and hashes like it.
 template <typename Type>
 void expectValues(const std::vector<Type>& errors) {
+  const std::vector<Type> copies = errors;
   const std::unordered_set<Type> set(errors.begin(), errors.end());
-  EXPECT_EQ(set.size(), errors.size());
-  for (const Type& error : errors) {
-    EXPECT_TRUE(set.contains(error)) << error.what();
+  for (std::size_t left = 0; left < errors.size(); ++left) {
+    EXPECT_TRUE(set.contains(copies[left])) << copies[left].what();
+    for (std::size_t right = 0; right < errors.size(); ++right) {
+      EXPECT_EQ(errors[left] == copies[right], left == right) << copies[right].what();
+    }
   }
 }
 
