@@ -17,7 +17,7 @@ namespace lumaret {
 class ChromeProcessError : public DescribedError {
  public:
   static ChromeProcessError unsuccessfulExit(std::int32_t status) {
-    return ChromeProcessError("Google Chrome exited with status " + std::to_string(status) + ".");
+    return {"Google Chrome exited with status " + std::to_string(status) + "."};
   }
 
  private:

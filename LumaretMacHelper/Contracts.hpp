@@ -92,7 +92,7 @@ class DescribedError : public std::exception {
   [[nodiscard]] const char* what() const noexcept override { return description_.c_str(); }
 
  protected:
-  explicit DescribedError(std::string description) : description_(std::move(description)) {}
+  DescribedError(std::string description) : description_(std::move(description)) {}
 
  private:
   std::string description_;
@@ -122,55 +122,51 @@ class CertificateSelectorError : public DescribedError {
 
  public:
   static Self keychainFailure(KeychainStatus status) {
-    return Self("Keychain could not be read (error " + std::to_string(status) + ").");
+    return {"Keychain could not be read (error " + std::to_string(status) + ")."};
   }
   /// The text is the end of the message and includes its full stop.
   static Self chromeLaunchFailed(const std::string& text) {
-    return Self("Google Chrome could not be opened: " + text);
+    return {"Google Chrome could not be opened: " + text};
   }
   static Self keychainAuthorizationFailed(KeychainStatus status) {
-    return Self("Keychain could not authorize Google Chrome for this certificate (error " +
-                std::to_string(status) + "). No Chrome certificate rule was changed.");
+    return {"Keychain could not authorize Google Chrome for this certificate (error " +
+            std::to_string(status) + "). No Chrome certificate rule was changed."};
   }
   static Self certificateHasNoSubject() {
-    return Self("This certificate has no subject fields Chrome can match.");
+    return {"This certificate has no subject fields Chrome can match."};
   }
   static Self policyEncodingFailed() {
-    return Self("The Chrome certificate rule could not be encoded.");
+    return {"The Chrome certificate rule could not be encoded."};
   }
-  static Self policyWriteFailed() {
-    return Self("The Chrome certificate rule could not be saved.");
-  }
+  static Self policyWriteFailed() { return {"The Chrome certificate rule could not be saved."}; }
   static Self policyVerificationFailed() {
-    return Self("The Chrome certificate rule was saved but could not be verified.");
+    return {"The Chrome certificate rule was saved but could not be verified."};
   }
-  static Self chromeNotInstalled() {
-    return Self("Google Chrome is not installed in /Applications.");
-  }
+  static Self chromeNotInstalled() { return {"Google Chrome is not installed in /Applications."}; }
   static Self selectedIdentityNotFound() {
-    return Self(
+    return {
         "The selected certificate is no longer available in Keychain. Refresh the list and select "
-        "it again.");
+        "it again."};
   }
   static Self selectedIdentityAmbiguous() {
-    return Self(
+    return {
         "Keychain returned more than one identity for the selected certificate. Remove the "
-        "duplicate identity and try again.");
+        "duplicate identity and try again."};
   }
   static Self selectedIdentityHasNoPrivateKey() {
-    return Self(
+    return {
         "The selected certificate has no usable private key in Keychain. Import its complete "
-        "identity and try again.");
+        "identity and try again."};
   }
   static Self chromeKeyAuthorizationUnsupported() {
-    return Self(
+    return {
         "This certificate's private key does not support persistent Chrome authorization. Smart "
-        "cards and security tokens may still require their own PIN or confirmation.");
+        "cards and security tokens may still require their own PIN or confirmation."};
   }
   static Self keychainAuthorizationCancelled() {
-    return Self(
+    return {
         "Chrome was not authorized because the Keychain confirmation was cancelled. No Chrome "
-        "certificate rule was changed.");
+        "certificate rule was changed."};
   }
 
  private:

@@ -14,8 +14,7 @@ namespace lumaret {
 class CommandError : public DescribedError {
  public:
   static CommandError usage() {
-    return CommandError(
-        "Uso: lumaret-macos-helper list | activate --fingerprint <sha256> [--url <https-url>]");
+    return {"Uso: lumaret-macos-helper list | activate --fingerprint <sha256> [--url <https-url>]"};
   }
 
  private:
