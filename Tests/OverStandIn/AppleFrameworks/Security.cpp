@@ -1,33 +1,61 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <Security/Security.h>
 
+#include <algorithm>
+#include <iterator>
+#include <span>
+
 #include "Tests/OverStandIn/AppleFrameworks/Call.hpp"
-#include "Tests/OverStandIn/AppleFrameworks/MachineFile.hpp"
-#include "Tests/OverStandIn/AppleFrameworks/Objects.hpp"
-#include "Tests/OverStandIn/AppleFrameworks/UnicodeConversion.hpp"
 
 using namespace standin;
+using Type = Object::Type;
 
 namespace {
 
-AccessListEntry& entryOf(SecACLRef acl, const char* function) {
-  const ACLObject& object = as<ACLObject>(acl, function);
+constexpr OSStatus notSimple = -25240;          // errSecACLNotSimple
+constexpr OSStatus noSuchApplication = 100002;  // POSIX's ENOENT, as the framework reports it
+
+/// What an object of this type belongs to.
+json& identityOf(CFTypeRef object, Type type, const char* function = __builtin_FUNCTION()) {
+  return machine()["identities"].at(content(object, type, function).index);
+}
+
+std::string nameOf(const json& identity) { return identity["certificate"]; }
+
+/// The identity of a key that is a keychain item. Since macOS 15, the access-list calls crash for
+/// another key.
+json& keychainItem(CFTypeRef key, const char* function = __builtin_FUNCTION()) {
+  json& identity = identityOf(key, Type::key, function);
+  if (identity["accessList"].is_null()) {
+    refuse("a key that is not a keychain item", function);
+  }
+  return identity;
+}
+
+json& entryOf(SecACLRef acl, const char* function = __builtin_FUNCTION()) {
+  const Object& object = content(acl, Type::acl, function);
   return object.list->entries.at(object.index);
 }
 
-CFTypeRef applicationArray(const std::vector<std::string>& paths) {
-  std::vector<CFTypeRef> applications;
-  for (const std::string& path : paths) {
-    applications.push_back(create(ApplicationObject{path}));
-  }
-  return createArray(applications);
+std::string nameOf(SecACLRef acl, const char* function = __builtin_FUNCTION()) {
+  return "entry " + std::to_string(content(acl, Type::acl, function).index);
 }
 
-// Since macOS 15, the access-list calls crash for another key.
-void requireKeychainItem(const KeyObject& key, const char* function) {
-  if (!key.key->accessList) {
-    refuse(function, "a key that is no keychain item");
-  }
+bool asks(CFDictionaryRef query, CFStringRef key, CFTypeRef wanted) {
+  const void* value = CFDictionaryGetValue(query, key);
+  return value != nullptr && CFEqual(value, wanted) != 0;
+}
+
+/// A stored description is read up to a zero byte, as UTF-8 or else byte by byte.
+CFTypeRef createDescription(const std::string& stored) {
+  const std::string bytes = stored.c_str();
+  const CFStringRef text =
+      CFStringCreateWithBytes(nullptr, reinterpret_cast<const UInt8*>(bytes.data()),
+                              static_cast<CFIndex>(bytes.size()), kCFStringEncodingUTF8, 0);
+  std::u16string latin1;
+  std::ranges::copy(std::span(reinterpret_cast<const UInt8*>(bytes.data()), bytes.size()),
+                    std::back_inserter(latin1));
+  return text != nullptr ? text : createText(latin1);
 }
 
 }  // namespace
@@ -44,184 +72,210 @@ const CFStringRef kSecOIDX509V1SubjectName = constantText("kSecOIDX509V1SubjectN
 const CFStringRef kSecOIDX509V1ValidityNotAfter = constantText("kSecOIDX509V1ValidityNotAfter");
 const CFStringRef kSecPropertyKeyLabel = constantText("kSecPropertyKeyLabel");
 const CFStringRef kSecPropertyKeyValue = constantText("kSecPropertyKeyValue");
+const CFStringRef kSecACLAuthorizationAny = constantText("kSecACLAuthorizationAny");
+const CFStringRef kSecACLAuthorizationSign = constantText("kSecACLAuthorizationSign");
 
 OSStatus SecItemCopyMatching(CFDictionaryRef query, CFTypeRef* result) {
-  const Call call(__func__, described(query, __func__));
-  if (machine().identities.empty() && call.answersItself()) {
+  if (!asks(query, kSecClass, kSecClassIdentity)) {
+    refuse("a query of another class");
+  }
+  const Call call("");
+  const std::size_t count = machine()["identities"].size();
+  if (count == 0 && call.answersItself()) {
     return errSecItemNotFound;
   }
-  return call.leave(result, [] {
+  return call.leave(result, [&]() -> CFTypeRef {
+    if (!asks(query, kSecReturnRef, kCFBooleanTrue)) {
+      return nullptr;
+    }
+    if (!asks(query, kSecMatchLimit, kSecMatchLimitAll)) {
+      return create(Object{Type::identity});
+    }
     std::vector<CFTypeRef> identities;
-    for (const Identity& identity : machine().identities) {
-      identities.push_back(create(IdentityObject{identity}));
+    for (std::size_t index = 0; index < count; ++index) {
+      identities.push_back(create(Object{Type::identity, index}));
     }
     return createArray(identities);
   });
 }
 
-CFTypeID SecIdentityGetTypeID() { return typeIdentifier<IdentityObject>(); }
+CFTypeID SecIdentityGetTypeID() { return typeIdentifier(Type::identity); }
 
 OSStatus SecIdentityCopyCertificate(SecIdentityRef identity, SecCertificateRef* certificate) {
-  const Identity& stored = as<IdentityObject>(identity, __func__).identity;
-  const Call call(__func__, stored.name);
-  return call.leave(certificate,
-                    [&] { return createAs<SecCertificateRef>(CertificateObject{stored}); });
-}
-
-OSStatus SecIdentityCopyPrivateKey(SecIdentityRef identity, SecKeyRef* privateKey) {
-  const Identity& stored = as<IdentityObject>(identity, __func__).identity;
-  const Call call(__func__, stored.name);
-  if (!stored.privateKey && call.answersItself()) {
-    return errSecItemNotFound;
-  }
-  const auto createKey = [&stored] {
-    return createAs<SecKeyRef>(KeyObject{stored.name, stored.privateKey});
-  };
-  return call.leave(privateKey, createKey);
-}
-
-CFDataRef SecCertificateCopyData(SecCertificateRef certificate) {
-  const Identity& stored = as<CertificateObject>(certificate, __func__).identity;
-  const Call call(__func__, stored.name);
-  return call.result<CFDataRef>([&] { return createAs<CFDataRef>(Value{stored.certificate}); });
-}
-
-// Returns all values of the certificate, whichever are requested.
-CFDictionaryRef SecCertificateCopyValues(SecCertificateRef certificate, CFArrayRef keys,
-                                         CFErrorRef* error) {
-  const Identity& stored = as<CertificateObject>(certificate, __func__).identity;
-  const Call call(__func__, stored.name + ", " + described(keys, __func__) + ", " +
-                                (error == nullptr ? "null" : "error"));
-  return call.result<CFDictionaryRef>([&]() -> CFDictionaryRef {
-    return stored.certificateValues ? createAs<CFDictionaryRef>(Value{*stored.certificateValues})
-                                    : nullptr;
+  const Call call(nameOf(identityOf(identity, Type::identity)));
+  return call.leave(certificate, [&] {
+    return create(Object{Type::certificate, content(identity, Type::identity).index});
   });
 }
 
-const CFStringRef kSecACLAuthorizationAny = constantText("kSecACLAuthorizationAny");
-const CFStringRef kSecACLAuthorizationSign = constantText("kSecACLAuthorizationSign");
+OSStatus SecIdentityCopyPrivateKey(SecIdentityRef identity, SecKeyRef* privateKey) {
+  const json& stored = identityOf(identity, Type::identity);
+  const Call call(nameOf(stored));
+  if (!stored.contains("accessList") && call.answersItself()) {
+    return errSecItemNotFound;
+  }
+  return call.leave(privateKey, [&] {
+    return create(Object{Type::key, content(identity, Type::identity).index});
+  });
+}
 
-// Safe with any key. A key that is not a keychain item counts as null.
+CFDataRef SecCertificateCopyData(SecCertificateRef certificate) {
+  const std::string bytes = nameOf(identityOf(certificate, Type::certificate));
+  const Call call(bytes);
+  return call.result<CFDataRef>([&] { return create(json::binary({bytes.begin(), bytes.end()})); });
+}
+
+// Returns only the values that are requested.
+CFDictionaryRef SecCertificateCopyValues(SecCertificateRef certificate, CFArrayRef keys,
+                                         CFErrorRef* /*error*/) {
+  const json& stored = identityOf(certificate, Type::certificate);
+  const Call call(nameOf(stored));
+  return call.result<CFDictionaryRef>([&]() -> CFTypeRef {
+    if (!stored.contains("values")) {
+      return nullptr;
+    }
+    json requested = json::object();
+    for (const json& key : valueOf(keys)) {
+      if (stored["values"].contains(key)) {
+        requested[key.get<std::string>()] = stored["values"][key.get<std::string>()];
+      }
+    }
+    return create(requested);
+  });
+}
+
+// Safe with any key.
 OSStatus SecKeychainItemCopyKeychain(SecKeychainItemRef item, SecKeychainRef* keychain) {
-  const KeyObject& key = as<KeyObject>(item, __func__);
-  const Call call(__func__, key.name);
-  if (!key.key->accessList && call.answersItself()) {
+  const json& identity = identityOf(item, Type::key);
+  const Call call(nameOf(identity));
+  if (identity["accessList"].is_null() && call.answersItself()) {
     return errSecInvalidItemRef;
   }
-  return call.leave(keychain, [] { return createAs<SecKeychainRef>(KeychainObject()); });
+  if (identity.value("isInNoKeychain", false) && call.answersItself()) {
+    return errSecNoSuchKeychain;
+  }
+  return call.leave(keychain, [] { return create(Object{Type::keychain}); });
 }
 
 OSStatus SecKeychainItemCopyAccess(SecKeychainItemRef item, SecAccessRef* access) {
-  const KeyObject& key = as<KeyObject>(item, __func__);
-  const Call call(__func__, key.name);
-  requireKeychainItem(key, __func__);
+  const json& identity = keychainItem(item);
+  const Call call(nameOf(identity));
   return call.leave(access, [&] {
-    return createAs<SecAccessRef>(AccessObject{
-        key.name, std::make_shared<EditedAccessList>(EditedAccessList{*key.key->accessList})});
+    const EditedAccessList list = {.entries = identity["accessList"]};
+    return create(Object{.type = Type::access, .list = std::make_shared<EditedAccessList>(list)});
   });
 }
 
 // Stores entry by entry. Entries that were stored before a failure stay.
 OSStatus SecKeychainItemSetAccess(SecKeychainItemRef item, SecAccessRef access) {
-  const KeyObject& key = as<KeyObject>(item, __func__);
-  EditedAccessList& list = *as<AccessObject>(access, __func__).list;
-  const Call call(__func__, key.name + ", " + described(access, __func__));
-  requireKeychainItem(key, __func__);
+  json& identity = keychainItem(item);
+  EditedAccessList& list = *content(access, Type::access).list;
+  const Call call(nameOf(identity));
   for (std::size_t stored = 0; !list.edited.empty(); ++stored) {
     if (call.fails() && stored == call.storedEntries()) {
       break;
     }
     const std::size_t index = *list.edited.begin();
-    key.key->accessList->at(index) = list.entries.at(index);
+    identity["accessList"].at(index) = list.entries.at(index);
     list.edited.erase(index);
   }
-  writeMachineFile();
+  save();
   return call.status();
 }
 
 OSStatus SecAccessCopyACLList(SecAccessRef access, CFArrayRef* list) {
-  const AccessObject& object = as<AccessObject>(access, __func__);
-  const Call call(__func__, object.name);
+  const auto& edited = content(access, Type::access).list;
+  const Call call("");
   return call.leave(list, [&] {
     std::vector<CFTypeRef> entries;
-    for (std::size_t index = 0; index < object.list->entries.size(); ++index) {
-      entries.push_back(create(ACLObject{object.list, index}));
+    for (std::size_t index = 0; index < edited->entries.size(); ++index) {
+      entries.push_back(create(Object{Type::acl, index, edited}));
     }
-    return static_cast<CFArrayRef>(createArray(entries));
+    return createArray(entries);
   });
 }
 
-CFTypeID SecACLGetTypeID() { return typeIdentifier<ACLObject>(); }
+CFTypeID SecACLGetTypeID() { return typeIdentifier(Type::acl); }
 
+// A tag without a constant reads as any operation.
 CFArrayRef SecACLCopyAuthorizations(SecACLRef acl) {
-  const Call call(__func__, described(acl, __func__));
+  const Call call(nameOf(acl));
   return call.result<CFArrayRef>([&] {
     std::vector<CFTypeRef> tags;
-    for (const std::string& tag : entryOf(acl, __func__).authorizations) {
-      tags.push_back(create(Value{*fromUTF8(tag)}));
+    for (const std::string tag : entryOf(acl)["authorizations"]) {
+      tags.push_back(tag.starts_with("kSecACLAuthorization") ? create(json(tag))
+                                                             : CFRetain(kSecACLAuthorizationAny));
     }
-    return static_cast<CFArrayRef>(createArray(tags));
+    return createArray(tags);
   });
 }
 
 // An answer that a test has set is the application list. The rest comes from the entry.
 OSStatus SecACLCopyContents(SecACLRef acl, CFArrayRef* applications, CFStringRef* description,
                             SecKeychainPromptSelector* promptSelector) {
-  const AccessListEntry& entry = entryOf(acl, __func__);
-  const Call call(__func__, described(acl, __func__));
-  const OSStatus status = call.leave(applications, [&]() -> CFArrayRef {
-    return entry.applications ? static_cast<CFArrayRef>(applicationArray(*entry.applications))
-                              : nullptr;
+  const json& entry = entryOf(acl);
+  const Call call(nameOf(acl));
+  if (entry.value("isCustom", false) && call.answersItself()) {
+    return notSimple;
+  }
+  const bool isOpen = entry["applications"].is_null();
+  const OSStatus status = call.leave(applications, [&]() -> CFTypeRef {
+    std::vector<CFTypeRef> list;
+    for (const json& path : entry["applications"]) {
+      list.push_back(create(Object{.type = Type::application, .path = path}));
+    }
+    return isOpen ? nullptr : createArray(list);
   });
   if (status == errSecSuccess) {
     // An entry for any application keeps a description only if it is not empty.
-    const bool isDescribed =
-        entry.description && (entry.applications || !entry.description->empty());
-    *description = isDescribed ? createAs<CFStringRef>(Value{*entry.description}) : nullptr;
-    *promptSelector = entry.promptSelector;
+    const std::string stored = entry["description"];
+    *description = isOpen && stored.empty() ? nullptr : as<CFStringRef>(createDescription(stored));
+    *promptSelector = entry["promptSelector"];
   }
   return status;
 }
 
 OSStatus SecACLSetContents(SecACLRef acl, CFArrayRef applications, CFStringRef description,
                            SecKeychainPromptSelector promptSelector) {
-  const Call call(__func__, described(acl, __func__) + ", " + described(applications, __func__) +
-                                ", " + described(description, __func__) + ", " +
-                                std::to_string(promptSelector));
+  const Call call(nameOf(acl));
   if (call.fails()) {
     return call.status();
   }
-  const ACLObject& object = as<ACLObject>(acl, __func__);
+  const Object& object = content(acl, Type::acl);
   object.list->edited.insert(object.index);
-  AccessListEntry& entry = object.list->entries.at(object.index);
-  entry.applications.reset();
-  if (applications != nullptr) {
-    std::vector<std::string> paths;
-    for (const CFTypeRef element : elementsOf(applications, __func__)) {
-      paths.push_back(as<ApplicationObject>(element, __func__).path);
-    }
-    entry.applications = std::move(paths);
+  json& entry = entryOf(acl);
+  entry["applications"] = applications == nullptr ? json() : json::array();
+  for (CFIndex index = 0; applications != nullptr && index < CFArrayGetCount(applications);
+       ++index) {
+    const void* application = CFArrayGetValueAtIndex(applications, index);
+    entry["applications"].push_back(content(application, Type::application).path);
   }
-  entry.description = textOf(description, __func__);
-  entry.promptSelector = promptSelector;
+  // A description ends at a zero byte. One without a form in UTF-8 becomes empty.
+  entry["description"] = textOf(description).value_or("").c_str();
+  entry["promptSelector"] = promptSelector;
   return errSecSuccess;
 }
 
-CFTypeID SecTrustedApplicationGetTypeID() { return typeIdentifier<ApplicationObject>(); }
+CFTypeID SecTrustedApplicationGetTypeID() { return typeIdentifier(Type::application); }
 
 OSStatus SecTrustedApplicationCreateFromPath(const char* path,
                                              SecTrustedApplicationRef* application) {
-  const Call call(__func__, path);
-  return call.leave(application,
-                    [&] { return createAs<SecTrustedApplicationRef>(ApplicationObject{path}); });
+  const Call call(path);
+  const json canonicalPath = machine()["applications"].value(path, json());
+  if (canonicalPath.is_null() && call.answersItself()) {
+    return noSuchApplication;
+  }
+  return call.leave(application, [&] {
+    return create(Object{.type = Type::application, .path = canonicalPath});
+  });
 }
 
 OSStatus SecTrustedApplicationCopyData(SecTrustedApplicationRef application, CFDataRef* data) {
-  const ApplicationObject& object = as<ApplicationObject>(application, __func__);
-  const Call call(__func__, object.path);
+  const std::string& path = content(application, Type::application).path;
+  const Call call(path);
   return call.leave(data, [&] {  // The path and a zero byte.
-    const char* const path = object.path.c_str();
-    return createAs<CFDataRef>(Value{Bytes(path, path + object.path.size() + 1)});
+    const char* const bytes = path.c_str();
+    return create(json::binary({bytes, bytes + path.size() + 1}));
   });
 }
 }

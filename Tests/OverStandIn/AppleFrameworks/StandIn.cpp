@@ -1,0 +1,112 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "Tests/OverStandIn/AppleFrameworks/StandIn.hpp"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <map>
+
+#include "Tests/OverStandIn/AppleFrameworks/Call.hpp"
+
+namespace standin {
+namespace {
+
+const json emptyMachine = {{"identities", json::array()},
+                           {"applications", json::object()},
+                           {"preferences", json::object()},
+                           {"unsynchronized", json::object()},
+                           {"runningApplications", json::array()},
+                           {"locale", ""},
+                           {"answers", json::object()}};
+
+struct State {
+  json machine = emptyMachine;
+  std::vector<std::string> trace = {};
+  std::map<std::string, int> callsByFunction = {};
+};
+
+const char* file() { return std::getenv("LUMARET_STAND_IN_MACHINE"); }
+
+void requireNothingLeft() {
+  if (const std::size_t left = liveObjects(); left != 0) {
+    std::fprintf(stderr, "%zu objects were not released.\n", left);
+    std::_Exit(EXIT_FAILURE);
+  }
+}
+
+State& state() {
+  static auto& only = *new State();
+  static const bool isRead = [] {
+    if (file() != nullptr) {
+      only.machine.update(json::parse(std::ifstream(file())));
+      std::atexit(requireNothingLeft);
+    }
+    return true;
+  }();
+  (void)isRead;
+  return only;
+}
+
+}  // namespace
+
+json& machine() { return state().machine; }
+
+void startOver() {
+  state() = State();
+  forgetEveryObject();
+}
+
+void save() {
+  if (file() != nullptr) {
+    std::ofstream(file()) << machine();
+  }
+}
+
+const std::vector<std::string>& trace() { return state().trace; }
+
+std::vector<std::string> calls(std::string_view prefix) {
+  std::vector<std::string> found;
+  std::ranges::copy_if(trace(), std::back_inserter(found),
+                       [prefix](const std::string& call) { return call.starts_with(prefix); });
+  return found;
+}
+
+void refuse(const std::string& why, const char* function) {
+  std::fprintf(stderr, "%s was given %s.\n", function, why.c_str());
+  std::abort();
+}
+
+Call::Call(const std::string& object, const char* function) : function_(function) {
+  state().trace.push_back(std::string(function) + "(" + object + ")");
+  const int number = ++state().callsByFunction[function];
+  for (const json& answer : machine()["answers"].value(function, json::array())) {
+    if (answersItself() && answer.value("call", number) == number) {
+      answer_ = answer;
+    }
+  }
+}
+
+CFTypeRef Call::changed(CFTypeRef own) const {
+  const bool isFirstElement = answer_.contains("firstElement");
+  if (!isFirstElement && !answer_.contains("foreignElement")) {
+    return own;
+  }
+  std::vector<CFTypeRef> elements;
+  if (own != nullptr) {
+    for (CFIndex index = 0; index < CFArrayGetCount(as<CFArrayRef>(own)); ++index) {
+      elements.push_back(CFRetain(CFArrayGetValueAtIndex(as<CFArrayRef>(own), index)));
+    }
+    CFRelease(own);
+  }
+  if (isFirstElement) {
+    std::for_each(elements.begin() + (elements.empty() ? 0 : 1), elements.end(), CFRelease);
+    return elements.empty() ? nullptr : elements.front();
+  }
+  const auto index = std::min(answer_["foreignElement"].get<std::size_t>(), elements.size());
+  elements.insert(elements.begin() + static_cast<std::ptrdiff_t>(index), create("foreign"));
+  return createArray(elements);
+}
+
+}  // namespace standin
