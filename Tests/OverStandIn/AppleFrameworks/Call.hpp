@@ -28,11 +28,15 @@ class Call {
   }
 
   /// For a function that returns a status and stores an owned object at `place`. After a failure,
-  /// `place` keeps its value, unless the test has set an object too.
+  /// which the Mac's own answer may be, too, `place` keeps its value, unless the test has set an
+  /// object too.
   template <typename Reference, typename Own>
-  OSStatus leave(Reference* place, Own own) const {
+  OSStatus leave(Reference* place, Own own, OSStatus ownStatus = 0) const {
     if (place == nullptr) {
       refuse("null in the place of a result", function_);
+    }
+    if (answer_.empty() && ownStatus != 0) {
+      return ownStatus;
     }
     if (!fails()) {
       *place = result<Reference>(own);

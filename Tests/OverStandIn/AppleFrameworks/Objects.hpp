@@ -37,10 +37,11 @@ struct Object {
   static constexpr std::size_t typeCount = 7;
 
   Type type;
+  /// In the trace. That of an application is its path.
+  std::string name = {};
   /// Of the identity, or of the entry in the list.
   std::size_t index = 0;
   std::shared_ptr<EditedAccessList> list = nullptr;
-  std::string path = {};
 };
 
 // CoreFoundationStandIn/Contents.cpp defines these for a stand-in that includes Core Foundation,
@@ -60,6 +61,8 @@ CFTypeRef create(const json& value);
 CFStringRef createText(std::u16string_view text);
 /// Takes over the caller's references to the elements.
 CFTypeRef createArray(const std::vector<CFTypeRef>& elements);
+/// Borrowed. None for null.
+std::vector<CFTypeRef> elementsOf(CFTypeRef array);
 /// A string, or a list of strings.
 json valueOf(CFTypeRef object);
 /// In UTF-8. Nothing if the string has no such form.

@@ -2,8 +2,6 @@
 #include <Security/Security.h>
 
 #include <algorithm>
-#include <iterator>
-#include <span>
 
 #include "Tests/OverStandIn/AppleFrameworks/Call.hpp"
 
@@ -15,47 +13,31 @@ namespace {
 constexpr OSStatus notSimple = -25240;          // errSecACLNotSimple
 constexpr OSStatus noSuchApplication = 100002;  // POSIX's ENOENT, as the framework reports it
 
-/// What an object of this type belongs to.
-json& identityOf(CFTypeRef object, Type type, const char* function = __builtin_FUNCTION()) {
-  return machine()["identities"].at(content(object, type, function).index);
-}
+json& identityOf(const Object& object) { return machine()["identities"].at(object.index); }
 
-std::string nameOf(const json& identity) { return identity["certificate"]; }
-
-/// The identity of a key that is a keychain item. Since macOS 15, the access-list calls crash for
-/// another key.
-json& keychainItem(CFTypeRef key, const char* function = __builtin_FUNCTION()) {
-  json& identity = identityOf(key, Type::key, function);
-  if (identity["accessList"].is_null()) {
+/// Since macOS 15, the access-list calls crash for a key that is not a keychain item.
+const Object& keychainItem(CFTypeRef key, const char* function = __builtin_FUNCTION()) {
+  const Object& object = content(key, Type::key, function);
+  if (identityOf(object)["accessList"].is_null()) {
     refuse("a key that is not a keychain item", function);
   }
-  return identity;
+  return object;
 }
 
-json& entryOf(SecACLRef acl, const char* function = __builtin_FUNCTION()) {
-  const Object& object = content(acl, Type::acl, function);
-  return object.list->entries.at(object.index);
-}
-
-std::string nameOf(SecACLRef acl, const char* function = __builtin_FUNCTION()) {
-  return "entry " + std::to_string(content(acl, Type::acl, function).index);
-}
+json& entryOf(const Object& acl) { return acl.list->entries.at(acl.index); }
 
 bool asks(CFDictionaryRef query, CFStringRef key, CFTypeRef wanted) {
   const void* value = CFDictionaryGetValue(query, key);
   return value != nullptr && CFEqual(value, wanted) != 0;
 }
 
-/// A stored description is read up to a zero byte, as UTF-8 or else byte by byte.
+/// The framework reads a stored description up to a zero byte, as UTF-8 or else byte by byte.
 CFTypeRef createDescription(const std::string& stored) {
   const std::string bytes = stored.c_str();
-  const CFStringRef text =
-      CFStringCreateWithBytes(nullptr, reinterpret_cast<const UInt8*>(bytes.data()),
-                              static_cast<CFIndex>(bytes.size()), kCFStringEncodingUTF8, 0);
-  std::u16string latin1;
-  std::ranges::copy(std::span(reinterpret_cast<const UInt8*>(bytes.data()), bytes.size()),
-                    std::back_inserter(latin1));
-  return text != nullptr ? text : createText(latin1);
+  const auto* const first = reinterpret_cast<const UInt8*>(bytes.data());
+  const CFStringRef text = CFStringCreateWithBytes(
+      nullptr, first, static_cast<CFIndex>(bytes.size()), kCFStringEncodingUTF8, 0);
+  return text != nullptr ? text : createText(std::u16string(first, first + bytes.size()));
 }
 
 }  // namespace
@@ -76,51 +58,43 @@ const CFStringRef kSecACLAuthorizationAny = constantText("kSecACLAuthorizationAn
 const CFStringRef kSecACLAuthorizationSign = constantText("kSecACLAuthorizationSign");
 
 OSStatus SecItemCopyMatching(CFDictionaryRef query, CFTypeRef* result) {
-  if (!asks(query, kSecClass, kSecClassIdentity)) {
-    refuse("a query of another class");
+  if (!asks(query, kSecClass, kSecClassIdentity) || !asks(query, kSecReturnRef, kCFBooleanTrue) ||
+      !asks(query, kSecMatchLimit, kSecMatchLimitAll)) {
+    refuse("another query than for all identities");
   }
   const Call call("");
-  const std::size_t count = machine()["identities"].size();
-  if (count == 0 && call.answersItself()) {
-    return errSecItemNotFound;
-  }
-  return call.leave(result, [&]() -> CFTypeRef {
-    if (!asks(query, kSecReturnRef, kCFBooleanTrue)) {
-      return nullptr;
-    }
-    if (!asks(query, kSecMatchLimit, kSecMatchLimitAll)) {
-      return create(Object{Type::identity});
-    }
+  const json& stored = machine()["identities"];
+  const auto own = [&] {
     std::vector<CFTypeRef> identities;
-    for (std::size_t index = 0; index < count; ++index) {
-      identities.push_back(create(Object{Type::identity, index}));
+    for (const json& identity : stored) {
+      identities.push_back(
+          create(Object{Type::identity, identity["certificate"], identities.size()}));
     }
     return createArray(identities);
-  });
+  };
+  return call.leave(result, own, stored.empty() ? errSecItemNotFound : errSecSuccess);
 }
 
 CFTypeID SecIdentityGetTypeID() { return typeIdentifier(Type::identity); }
 
 OSStatus SecIdentityCopyCertificate(SecIdentityRef identity, SecCertificateRef* certificate) {
-  const Call call(nameOf(identityOf(identity, Type::identity)));
-  return call.leave(certificate, [&] {
-    return create(Object{Type::certificate, content(identity, Type::identity).index});
-  });
+  Object object = content(identity, Type::identity);
+  const Call call(object.name);
+  object.type = Type::certificate;
+  return call.leave(certificate, [&] { return create(object); });
 }
 
 OSStatus SecIdentityCopyPrivateKey(SecIdentityRef identity, SecKeyRef* privateKey) {
-  const json& stored = identityOf(identity, Type::identity);
-  const Call call(nameOf(stored));
-  if (!stored.contains("accessList") && call.answersItself()) {
-    return errSecItemNotFound;
-  }
-  return call.leave(privateKey, [&] {
-    return create(Object{Type::key, content(identity, Type::identity).index});
-  });
+  Object object = content(identity, Type::identity);
+  const Call call(object.name);
+  object.type = Type::key;
+  return call.leave(
+      privateKey, [&] { return create(object); },
+      identityOf(object).contains("accessList") ? errSecSuccess : errSecItemNotFound);
 }
 
 CFDataRef SecCertificateCopyData(SecCertificateRef certificate) {
-  const std::string bytes = nameOf(identityOf(certificate, Type::certificate));
+  const std::string& bytes = content(certificate, Type::certificate).name;
   const Call call(bytes);
   return call.result<CFDataRef>([&] { return create(json::binary({bytes.begin(), bytes.end()})); });
 }
@@ -128,16 +102,15 @@ CFDataRef SecCertificateCopyData(SecCertificateRef certificate) {
 // Returns only the values that are requested.
 CFDictionaryRef SecCertificateCopyValues(SecCertificateRef certificate, CFArrayRef keys,
                                          CFErrorRef* /*error*/) {
-  const json& stored = identityOf(certificate, Type::certificate);
-  const Call call(nameOf(stored));
-  return call.result<CFDictionaryRef>([&]() -> CFTypeRef {
-    if (!stored.contains("values")) {
-      return nullptr;
-    }
-    json requested = json::object();
-    for (const json& key : valueOf(keys)) {
-      if (stored["values"].contains(key)) {
-        requested[key.get<std::string>()] = stored["values"][key.get<std::string>()];
+  const Object& object = content(certificate, Type::certificate);
+  const Call call(object.name);
+  return call.result<CFDictionaryRef>([&] {
+    const json stored = identityOf(object).value("values", json());
+    const json wanted = valueOf(keys);
+    json requested = stored;
+    for (const auto& [key, value] : stored.items()) {
+      if (std::find(wanted.begin(), wanted.end(), key) == wanted.end()) {
+        requested.erase(key);
       }
     }
     return create(requested);
@@ -146,37 +119,36 @@ CFDictionaryRef SecCertificateCopyValues(SecCertificateRef certificate, CFArrayR
 
 // Safe with any key.
 OSStatus SecKeychainItemCopyKeychain(SecKeychainItemRef item, SecKeychainRef* keychain) {
-  const json& identity = identityOf(item, Type::key);
-  const Call call(nameOf(identity));
-  if (identity["accessList"].is_null() && call.answersItself()) {
-    return errSecInvalidItemRef;
-  }
-  if (identity.value("isInNoKeychain", false) && call.answersItself()) {
-    return errSecNoSuchKeychain;
-  }
-  return call.leave(keychain, [] { return create(Object{Type::keychain}); });
+  const Object& object = content(item, Type::key);
+  const Call call(object.name);
+  const json& identity = identityOf(object);
+  return call.leave(
+      keychain, [] { return create(Object{Type::keychain}); },
+      identity["accessList"].is_null()          ? errSecInvalidItemRef
+      : identity.value("isInNoKeychain", false) ? errSecNoSuchKeychain
+                                                : errSecSuccess);
 }
 
 OSStatus SecKeychainItemCopyAccess(SecKeychainItemRef item, SecAccessRef* access) {
-  const json& identity = keychainItem(item);
-  const Call call(nameOf(identity));
+  const Object& key = keychainItem(item);
+  const Call call(key.name);
   return call.leave(access, [&] {
-    const EditedAccessList list = {.entries = identity["accessList"]};
-    return create(Object{.type = Type::access, .list = std::make_shared<EditedAccessList>(list)});
+    const EditedAccessList list = {.entries = identityOf(key)["accessList"]};
+    return create(Object{Type::access, "", 0, std::make_shared<EditedAccessList>(list)});
   });
 }
 
 // Stores entry by entry. Entries that were stored before a failure stay.
 OSStatus SecKeychainItemSetAccess(SecKeychainItemRef item, SecAccessRef access) {
-  json& identity = keychainItem(item);
+  const Object& key = keychainItem(item);
   EditedAccessList& list = *content(access, Type::access).list;
-  const Call call(nameOf(identity));
+  const Call call(key.name);
   for (std::size_t stored = 0; !list.edited.empty(); ++stored) {
     if (call.fails() && stored == call.storedEntries()) {
       break;
     }
     const std::size_t index = *list.edited.begin();
-    identity["accessList"].at(index) = list.entries.at(index);
+    identityOf(key)["accessList"].at(index) = list.entries.at(index);
     list.edited.erase(index);
   }
   save();
@@ -189,7 +161,7 @@ OSStatus SecAccessCopyACLList(SecAccessRef access, CFArrayRef* list) {
   return call.leave(list, [&] {
     std::vector<CFTypeRef> entries;
     for (std::size_t index = 0; index < edited->entries.size(); ++index) {
-      entries.push_back(create(Object{Type::acl, index, edited}));
+      entries.push_back(create(Object{Type::acl, "entry " + std::to_string(index), index, edited}));
     }
     return createArray(entries);
   });
@@ -199,33 +171,35 @@ CFTypeID SecACLGetTypeID() { return typeIdentifier(Type::acl); }
 
 // A tag without a constant reads as any operation.
 CFArrayRef SecACLCopyAuthorizations(SecACLRef acl) {
-  const Call call(nameOf(acl));
+  const Object& object = content(acl, Type::acl);
+  const Call call(object.name);
   return call.result<CFArrayRef>([&] {
-    std::vector<CFTypeRef> tags;
-    for (const std::string tag : entryOf(acl)["authorizations"]) {
-      tags.push_back(tag.starts_with("kSecACLAuthorization") ? create(json(tag))
-                                                             : CFRetain(kSecACLAuthorizationAny));
+    json tags = entryOf(object)["authorizations"];
+    for (json& tag : tags) {
+      if (!tag.get_ref<const std::string&>().starts_with("kSecACLAuthorization")) {
+        tag = "kSecACLAuthorizationAny";
+      }
     }
-    return createArray(tags);
+    return create(tags);
   });
 }
 
 // An answer that a test has set is the application list. The rest comes from the entry.
 OSStatus SecACLCopyContents(SecACLRef acl, CFArrayRef* applications, CFStringRef* description,
                             SecKeychainPromptSelector* promptSelector) {
-  const json& entry = entryOf(acl);
-  const Call call(nameOf(acl));
-  if (entry.value("isCustom", false) && call.answersItself()) {
-    return notSimple;
-  }
+  const Object& object = content(acl, Type::acl);
+  const json& entry = entryOf(object);
+  const Call call(object.name);
   const bool isOpen = entry["applications"].is_null();
-  const OSStatus status = call.leave(applications, [&]() -> CFTypeRef {
+  const auto own = [&]() -> CFTypeRef {
     std::vector<CFTypeRef> list;
     for (const json& path : entry["applications"]) {
-      list.push_back(create(Object{.type = Type::application, .path = path}));
+      list.push_back(create(Object{Type::application, path}));
     }
     return isOpen ? nullptr : createArray(list);
-  });
+  };
+  const OSStatus status =
+      call.leave(applications, own, entry.value("isCustom", false) ? notSimple : errSecSuccess);
   if (status == errSecSuccess) {
     // An entry for any application keeps a description only if it is not empty.
     const std::string stored = entry["description"];
@@ -237,18 +211,16 @@ OSStatus SecACLCopyContents(SecACLRef acl, CFArrayRef* applications, CFStringRef
 
 OSStatus SecACLSetContents(SecACLRef acl, CFArrayRef applications, CFStringRef description,
                            SecKeychainPromptSelector promptSelector) {
-  const Call call(nameOf(acl));
+  const Object& object = content(acl, Type::acl);
+  const Call call(object.name);
   if (call.fails()) {
     return call.status();
   }
-  const Object& object = content(acl, Type::acl);
   object.list->edited.insert(object.index);
-  json& entry = entryOf(acl);
+  json& entry = entryOf(object);
   entry["applications"] = applications == nullptr ? json() : json::array();
-  for (CFIndex index = 0; applications != nullptr && index < CFArrayGetCount(applications);
-       ++index) {
-    const void* application = CFArrayGetValueAtIndex(applications, index);
-    entry["applications"].push_back(content(application, Type::application).path);
+  for (const CFTypeRef application : elementsOf(applications)) {
+    entry["applications"].push_back(content(application, Type::application).name);
   }
   // A description ends at a zero byte. One without a form in UTF-8 becomes empty.
   entry["description"] = textOf(description).value_or("").c_str();
@@ -261,19 +233,20 @@ CFTypeID SecTrustedApplicationGetTypeID() { return typeIdentifier(Type::applicat
 OSStatus SecTrustedApplicationCreateFromPath(const char* path,
                                              SecTrustedApplicationRef* application) {
   const Call call(path);
-  const json canonicalPath = machine()["applications"].value(path, json());
-  if (canonicalPath.is_null() && call.answersItself()) {
-    return noSuchApplication;
-  }
-  return call.leave(application, [&] {
-    return create(Object{.type = Type::application, .path = canonicalPath});
-  });
+  const json& canonicalPaths = machine()["applications"];
+  return call.leave(
+      application,
+      [&] {
+        return create(Object{Type::application, canonicalPaths.at(path)});
+      },
+      canonicalPaths.contains(path) ? errSecSuccess : noSuchApplication);
 }
 
+// The path and a zero byte.
 OSStatus SecTrustedApplicationCopyData(SecTrustedApplicationRef application, CFDataRef* data) {
-  const std::string& path = content(application, Type::application).path;
+  const std::string& path = content(application, Type::application).name;
   const Call call(path);
-  return call.leave(data, [&] {  // The path and a zero byte.
+  return call.leave(data, [&] {
     const char* const bytes = path.c_str();
     return create(json::binary({bytes, bytes + path.size() + 1}));
   });

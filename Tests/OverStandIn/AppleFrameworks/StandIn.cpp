@@ -13,16 +13,9 @@
 namespace standin {
 namespace {
 
-const json emptyMachine = {{"identities", json::array()},
-                           {"applications", json::object()},
-                           {"preferences", json::object()},
-                           {"unsynchronized", json::object()},
-                           {"runningApplications", json::array()},
-                           {"locale", ""},
-                           {"answers", json::object()}};
-
 struct State {
-  json machine = emptyMachine;
+  json machine = json::parse(R"({"identities": [], "applications": {}, "preferences": {},
+      "unsynchronized": {}, "runningApplications": [], "locale": "", "answers": {}})");
   std::vector<std::string> trace = {};
   std::map<std::string, int> callsByFunction = {};
 };
@@ -36,16 +29,17 @@ void requireNothingLeft() {
   }
 }
 
+State initialState() {
+  State state;
+  if (file() != nullptr) {
+    state.machine.update(json::parse(std::ifstream(file())));
+    std::atexit(requireNothingLeft);
+  }
+  return state;
+}
+
 State& state() {
-  static auto& only = *new State();
-  static const bool isRead = [] {
-    if (file() != nullptr) {
-      only.machine.update(json::parse(std::ifstream(file())));
-      std::atexit(requireNothingLeft);
-    }
-    return true;
-  }();
-  (void)isRead;
+  static auto& only = *new State(initialState());
   return only;
 }
 
@@ -89,24 +83,21 @@ Call::Call(const std::string& object, const char* function) : function_(function
 }
 
 CFTypeRef Call::changed(CFTypeRef own) const {
-  const bool isFirstElement = answer_.contains("firstElement");
-  if (!isFirstElement && !answer_.contains("foreignElement")) {
+  if (!answer_.contains("firstElement") && !answer_.contains("foreignElement")) {
     return own;
   }
-  std::vector<CFTypeRef> elements;
+  std::vector<CFTypeRef> elements = elementsOf(own);
+  std::ranges::for_each(elements, CFRetain);
   if (own != nullptr) {
-    for (CFIndex index = 0; index < CFArrayGetCount(as<CFArrayRef>(own)); ++index) {
-      elements.push_back(CFRetain(CFArrayGetValueAtIndex(as<CFArrayRef>(own), index)));
-    }
     CFRelease(own);
   }
-  if (isFirstElement) {
-    std::for_each(elements.begin() + (elements.empty() ? 0 : 1), elements.end(), CFRelease);
-    return elements.empty() ? nullptr : elements.front();
+  if (answer_.contains("foreignElement")) {
+    const auto index = std::min(answer_["foreignElement"].get<std::size_t>(), elements.size());
+    elements.insert(elements.begin() + static_cast<std::ptrdiff_t>(index), create("foreign"));
+    return createArray(elements);
   }
-  const auto index = std::min(answer_["foreignElement"].get<std::size_t>(), elements.size());
-  elements.insert(elements.begin() + static_cast<std::ptrdiff_t>(index), create("foreign"));
-  return createArray(elements);
+  std::for_each(elements.begin() + (elements.empty() ? 0 : 1), elements.end(), CFRelease);
+  return elements.empty() ? nullptr : elements.front();
 }
 
 }  // namespace standin

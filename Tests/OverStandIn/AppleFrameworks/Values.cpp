@@ -101,13 +101,22 @@ std::optional<std::string> textOf(CFStringRef text) {
   return converted == length ? std::optional(bytes) : std::nullopt;
 }
 
+std::vector<CFTypeRef> elementsOf(CFTypeRef array) {
+  std::vector<CFTypeRef> elements;
+  const CFIndex count = array == nullptr ? 0 : CFArrayGetCount(as<CFArrayRef>(array));
+  for (CFIndex index = 0; index < count; ++index) {
+    elements.push_back(CFArrayGetValueAtIndex(as<CFArrayRef>(array), index));
+  }
+  return elements;
+}
+
 json valueOf(CFTypeRef object) {
   if (CFGetTypeID(object) == CFStringGetTypeID()) {
     return textOf(as<CFStringRef>(object)).value();
   }
   json list = json::array();
-  for (CFIndex index = 0; index < CFArrayGetCount(as<CFArrayRef>(object)); ++index) {
-    list.push_back(valueOf(CFArrayGetValueAtIndex(as<CFArrayRef>(object), index)));
+  for (const CFTypeRef element : elementsOf(object)) {
+    list.push_back(valueOf(element));
   }
   return list;
 }

@@ -16,6 +16,8 @@
 
 #include "LumaretMacHelper/LumaretMacHelper.hpp"
 #include "Tests/OverStandIn/SampleIdentities.hpp"
+#include "Tests/Support/Cpp/Case.hpp"
+#include "Tests/Support/Cpp/CertificateBytes.hpp"
 #include "Tests/Support/Cpp/Messages.hpp"
 
 namespace lumaret::tests {
@@ -48,11 +50,18 @@ const Answers foreignElements = {standin::foreignElement(0),
 const Answers noBytes = {object(json::binary({}))};
 const Answers otherBytes = {object(json::binary({1}))};
 /// For functions that may return any object.
-const Answers otherTypes = {object("text"),         object(7),
-                            object(true),           object({{"date", 0}}),
-                            object(json::object()), object(json::binary({1}))};
+const Answers otherTypes = Answers{object("text"), object(7), object(true), object({{"date", 0}}),
+                                   object(json::object())} +
+                           otherBytes;
+
+/// Answers that are not true. The run is that of another Mac.
+Answers lying(Answers answers) {
+  std::ranges::for_each(answers, [](json& answer) { answer["lies"] = true; });
+  return answers;
+}
 
 const json expired = certificateValues(json::array(), 0);
+const json otherValues = certificateValues(json::array({property("2.5.4.3", "x")}));
 
 /// How each function can fail. A result that the framework declares with a specific type, such as
 /// SecKeyRef, is never of another type.
@@ -61,21 +70,23 @@ const std::map<std::string, Answers> faults = {
                                 Answers{standin::firstElement()}},
     {"SecIdentityCopyPrivateKey", statuses + nothing},
     {"SecIdentityCopyCertificate", statuses + nothing},
-    {"SecCertificateCopyValues", nothing + Answers{object(json::object()), object(expired)}},
-    {"SecCertificateCopyData", nothing + noBytes},
+    {"SecCertificateCopyValues",
+     nothing + Answers{object(json::object()), object(expired)} + lying({object(otherValues)})},
+    {"SecCertificateCopyData", nothing + noBytes + lying(otherBytes)},
     {"SecKeychainItemCopyKeychain", statuses + nothing},
     {"SecKeychainItemCopyAccess", statuses + nothing},
     {"SecAccessCopyACLList", statuses + nothing + emptyArray + foreignElements},
-    {"SecACLCopyAuthorizations", nothing + foreignElements},
-    {"SecACLCopyContents", statuses + foreignElements},
+    {"SecACLCopyAuthorizations", nothing + foreignElements + lying(emptyArray)},
+    {"SecACLCopyContents", statuses + foreignElements + lying(nothing + emptyArray)},
     {"SecTrustedApplicationCreateFromPath", statuses + nothing},
-    {"SecTrustedApplicationCopyData", statuses + nothing},
+    {"SecTrustedApplicationCopyData", statuses + nothing + lying(noBytes + otherBytes)},
     {"SecACLSetContents", statuses},
     {"SecKeychainItemSetAccess", statuses + Answers{{{"status", -25293}, {"storedEntries", 1}}}},
     {"CC_SHA256", {}},
     {"CFLocaleCopyCurrent", nothing},
     {"CFPreferencesCopyValue",
-     otherTypes + Answers{object({"no rule", 7}), object(json::array({"\xed\xa0\x80"}))}},
+     otherTypes + Answers{object({"no rule", 7}), object(json::array({"\xed\xa0\x80"}))} +
+         lying(nothing + emptyArray + Answers{object(json::array({"another rule"}))})},
     {"CFPreferencesSetValue", {status(-1)}},
     {"CFPreferencesSynchronize", {status(-1)}},
     {"NSFileManager", {status(-1)}},
@@ -83,75 +94,53 @@ const std::map<std::string, Answers> faults = {
     {"NSTask.waitUntilExit", nothing + Answers{status(1), status(255)}},
     {"NSTask", nothing + Answers{status(1)}}};
 
-/// Answers that are not true. Such a run is that of another Mac.
-const std::map<std::string, Answers> lies = {
-    {"SecCertificateCopyValues",
-     {object(certificateValues(json::array({property("2.5.4.3", "x")})))}},
-    {"SecCertificateCopyData", otherBytes},
-    {"SecACLCopyAuthorizations", emptyArray},
-    {"SecACLCopyContents", nothing + emptyArray},
-    {"SecTrustedApplicationCopyData", noBytes + otherBytes},
-    {"CFPreferencesCopyValue",
-     nothing + emptyArray + Answers{object(json::array({"another rule"}))}}};
-
 // Macs
 
-/// A Mac, and a run of the tool on it.
-struct World {
-  std::string name;
+/// A run of the tool on a Mac.
+struct Scenario {
+  std::vector<std::string> arguments;
   json identities;
   json rules = json::array();
-  bool isChromeRunning = true;
-  std::string address = "";
-  /// Otherwise the run activates the certificate "ana".
-  bool lists = false;
+  json runningApplications = {"com.google.Chrome"};
 };
 
-void PrintTo(const World& world, std::ostream* out) { *out << world.name; }
-
-const json mail = signingEntry({"/Mail"});
-const json any = entry("kSecACLAuthorizationAny", {"/Zoom"}, "Cl\u00e9", 0x50);
-const json decrypting = entry("kSecACLAuthorizationDecrypt", {"/Mail"});
+std::vector<std::string> activate(const std::string& address = "") {
+  return {"activate", "--fingerprint", idOf("ana"), "--url", address};
+}
 
 json withValues(json identity, json values) {
   identity["values"] = std::move(values);
   return identity;
 }
 
+const json mail = signingEntry({"/Mail"});
+const json any = entry("kSecACLAuthorizationAny", {"/Zoom"}, "Cl\u00e9", 0x50);
+const json decrypting = entry("kSecACLAuthorizationDecrypt", {"/Mail"});
 const json keyless = {{"certificate", "keyless"}};
 const json old = withValues(identity("old"), expired);
+const json nameless = withValues(identity("nameless"), certificateValues(json::array(), 9e9));
 
 const std::string anasRule =
     R"({"filter":{"ISSUER":{"CN":"Example CA"},"SUBJECT":{"CN":"ana"}},"pattern":"*"})";
-const std::string otherRule =
-    R"({"filter":{"ISSUER":{"CN":"Example CA"},"SUBJECT":{"CN":"Bea"}},"pattern":"*"})";
 const std::string siteRule = R"({"pattern": "https://a.example"})";
 
-const std::vector<World> worlds = {
-    {.name = "ListsSeveralIdentities",
-     .identities = {identity("zoe", json::array({mail})), identity("ana", json::array({openEntry})),
-                    old, identity("ana", json::array({mail})), keyless,
-                    withValues(identity("nameless"), certificateValues(json::array(), 9e9))},
-     .lists = true},
-    {.name = "TwoSigningEntriesWithoutChrome",
-     .identities = json::array({identity("ana", {mail, decrypting, any})}),
-     .isChromeRunning = false},
-    {.name = "ChromeListedInTheSecondEntry",
-     .identities =
-         json::array({identity("ana", {mail, signingEntry({"/Zoom", chromeApplication})})}),
-     .rules = {siteRule, "no rule"},
-     .address = "https://a.example/"},
-    {.name = "AnyApplicationInTheSecondEntry",
-     .identities = json::array({identity("ana", {mail, openEntry, mail})})},
-    {.name = "SeveralIdentities",
-     .identities = {identity("zoe", json::array({mail})), old, identity("ana"), keyless},
-     .rules = {siteRule, otherRule, "no rule", anasRule}}};
-
-// Runs
-
-const std::string domain = "com.google.Chrome";
-const std::string anasFingerprint =
-    "24d4b96f58da6d4a8512313bbd02a28ebf0ca95dec6e4c86ef78ce7f01e788ac";
+const std::vector<Case<Scenario>> scenarios = {
+    {"ListsSeveralIdentities",
+     {{"list"}, {identity("zoe"), identity("ana"), old, identity("ana"), keyless, nameless}}},
+    {"TwoSigningEntriesWithoutChrome",
+     {.arguments = activate(),
+      .identities = json::array({identity("ana", {mail, decrypting, any})}),
+      .runningApplications = json::array()}},
+    {"ChromeListedInTheSecondEntry",
+     {activate("https://a.example/"),
+      json::array({identity("ana", {mail, signingEntry({"/Zoom", chromeApplication})})}),
+      {siteRule, "no rule"}}},
+    {"AnyApplicationInTheSecondEntry",
+     {activate(), json::array({identity("ana", {mail, openEntry, mail})})}},
+    {"SeveralIdentities",
+     {activate(),
+      {identity("zoe"), old, identity("ana"), keyless},
+      {siteRule, R"({"pattern":"*"})", "no rule", anasRule}}}};
 
 /// What is stored, and what has been started.
 json state() {
@@ -161,28 +150,22 @@ json state() {
           {"started", standin::calls("NSTask")}};
 }
 
-/// Replaces the Mac with that of the world. Returns its state.
-json begin(const World& world) {
+/// Replaces the Mac with that of the run. Returns its state.
+json begin(const Scenario& scenario) {
   standin::startOver();
-  machine()["identities"] = world.identities;
-  machine()["applications"][chromeApplication] = chromeApplication;
-  machine()["preferences"][domain]["AutoSelectCertificateForUrls"] = world.rules;
-  if (world.isChromeRunning) {
-    machine()["runningApplications"] = {domain};
-  }
+  machine()["identities"] = scenario.identities;
+  machine()["applications"] = {{chromeApplication, chromeApplication}};
+  machine()["preferences"]["com.google.Chrome"]["AutoSelectCertificateForUrls"] = scenario.rules;
+  machine()["runningApplications"] = scenario.runningApplications;
   return state();
 }
 
 /// Returns the state afterwards, the message of the failure, and the output.
-json run(const World& world) {
-  std::vector<std::string> arguments = {"list"};
-  if (!world.lists) {
-    arguments = {"activate", "--fingerprint", anasFingerprint, "--url", world.address};
-  }
+json finish(const Scenario& scenario) {
   std::string message;
   testing::internal::CaptureStdout();
   try {
-    LumaretMacHelper::run(arguments);
+    LumaretMacHelper::run(scenario.arguments);
   } catch (const std::exception& error) {
     message = error.what();
   }
@@ -233,7 +216,7 @@ json storedSoFar(json identities, const json& whole, std::size_t count) {
   return identities;
 }
 
-void expectInvariants(const json& answer, bool isTrue, const json& before, const json& whole,
+void expectInvariants(const json& answer, const json& before, const json& whole,
                       const json& after) {
   EXPECT_EQ(standin::liveObjects(), 0U);
   EXPECT_LE(standin::calls("SecKeychainItemSetAccess(").size(), 1U);
@@ -253,7 +236,7 @@ void expectInvariants(const json& answer, bool isTrue, const json& before, const
   if (*step <= Step::verification) {
     EXPECT_EQ(after["started"], before["started"]);
   }
-  if (!isTrue) {
+  if (answer.contains("lies")) {
     return;
   }
   // What it has passed is complete.
@@ -273,11 +256,12 @@ void expectInvariants(const json& answer, bool isTrue, const json& before, const
   }
 }
 
-class FaultSweep : public testing::TestWithParam<World> {};
+class FaultSweep : public testing::TestWithParam<Case<Scenario>> {};
 
 TEST_P(FaultSweep, KeepsInvariants) {
-  const json before = begin(GetParam());
-  const json whole = run(GetParam());
+  const Scenario& scenario = GetParam().value;
+  const json before = begin(scenario);
+  const json whole = finish(scenario);
   ASSERT_EQ(whole["message"], "");
   const std::vector<std::string> trace = standin::trace();
   std::map<std::string, int> numbers;
@@ -285,27 +269,21 @@ TEST_P(FaultSweep, KeepsInvariants) {
   for (std::size_t index = 0; index < trace.size(); ++index) {
     const std::string function = trace[index].substr(0, trace[index].find('('));
     const int number = ++numbers[function];
-    const auto lying = lies.find(function);
-    const std::size_t trueCount = faults.at(function).size();
-    const Answers answers = faults.at(function) + (lying == lies.end() ? Answers() : lying->second);
-    for (std::size_t fault = 0; fault < answers.size(); ++fault) {
-      json answer = answers[fault];
+    for (json answer : faults.at(function)) {
       answer["call"] = number;
-      SCOPED_TRACE(trace[index] + " " +
-                   answer.dump(-1, ' ', false, json::error_handler_t::replace));
-      begin(GetParam());
+      SCOPED_TRACE(function + answer.dump(-1, ' ', true, json::error_handler_t::replace));
+      begin(scenario);
       machine()["answers"][function].push_back(answer);
-      const json after = run(GetParam());
+      const json after = finish(scenario);
       ASSERT_EQ(standin::trace().at(index), trace[index]);
-      expectInvariants(answer, fault < trueCount, before, whole, after);
+      expectInvariants(answer, before, whole, after);
       ++cases;
     }
   }
   std::cout << "StandInFaultSweep: " << trace.size() << " calls, " << cases << " cases\n";
 }
 
-INSTANTIATE_TEST_SUITE_P(Of, FaultSweep, testing::ValuesIn(worlds),
-                         [](const auto& test) { return test.param.name; });
+INSTANTIATE_TEST_SUITE_P(Of, FaultSweep, testing::ValuesIn(scenarios), caseName);
 
 }  // namespace
 }  // namespace lumaret::tests
