@@ -8,7 +8,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "LumaretMacHelper/macOS/CoreFoundationReference.hpp"
+#include "LumaretMacHelper/macOS/CoreFoundationValues.hpp"
 #include "Tests/Support/Cpp/FreshIdentity.hpp"
 #include "Tests/Support/Cpp/TemporaryFolder.hpp"
 

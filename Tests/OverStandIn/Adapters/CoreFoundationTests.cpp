@@ -9,7 +9,6 @@
 
 #include "LumaretMacHelper/Fingerprint.hpp"
 #include "LumaretMacHelper/PlatformFunctions.hpp"
-#include "LumaretMacHelper/macOS/CoreFoundationReference.hpp"
 #include "LumaretMacHelper/macOS/CoreFoundationValues.hpp"
 #include "Tests/OverStandIn/Adapters/OverStandIn.hpp"
 #include "Tests/OverStandIn/AppleFrameworks/Objects.hpp"

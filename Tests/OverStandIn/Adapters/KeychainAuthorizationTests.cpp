@@ -2,7 +2,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <optional>
 #include <set>
 #include <string>
@@ -70,52 +69,49 @@ class KeychainAuthorization : public OverStandIn {
 };
 
 TEST_F(KeychainAuthorization, AddsChromeToEverySigningEntryInOneStep) {
-  hold({entry("kSecACLAuthorizationSign", {"/Mail"}, "Ana's key", 0x0001),
+  hold({entry("kSecACLAuthorizationSign", {"/Zoom", "/Mail", "/Zoom"}, "Ana's key", 0x0001),
         entry("kSecACLAuthorizationDecrypt", {"/Mail"}),
         entry("kSecACLAuthorizationAny", json::array(), "Cl\u00e9", 0x0050)});
   authorize();
-  EXPECT_EQ(
-      stored(),
-      json({entry("kSecACLAuthorizationSign", {"/Mail", chromeApplication}, "Ana's key", 0x0001),
-            entry("kSecACLAuthorizationDecrypt", {"/Mail"}),
-            entry("kSecACLAuthorizationAny", json::array({chromeApplication}), "Cl\u00e9",
-                  0x0050)}));
-  EXPECT_THAT(calls("Sec"),
-              ElementsAre("SecItemCopyMatching()", "SecIdentityCopyCertificate(ana)",
-                          "SecCertificateCopyData(ana)", "SecIdentityCopyCertificate(mia)",
-                          "SecCertificateCopyData(mia)", "SecIdentityCopyPrivateKey(ana)",
-                          "SecKeychainItemCopyKeychain(ana)", "SecKeychainItemCopyAccess(ana)",
-                          "SecAccessCopyACLList()", "SecACLCopyAuthorizations(entry 0)",
-                          "SecACLCopyAuthorizations(entry 1)", "SecACLCopyAuthorizations(entry 2)",
-                          "SecACLCopyContents(entry 0)", "SecACLCopyContents(entry 2)",
-                          "SecTrustedApplicationCreateFromPath(/Applications/Google Chrome.app)",
-                          "SecTrustedApplicationCopyData(/Applications/Google Chrome.app)",
-                          "SecTrustedApplicationCopyData(/Mail)", "SecACLSetContents(entry 0)",
-                          "SecACLSetContents(entry 2)", "SecKeychainItemSetAccess(ana)"));
+  EXPECT_EQ(stored(),
+            json({entry("kSecACLAuthorizationSign", {"/Zoom", "/Mail", "/Zoom", chromeApplication},
+                        "Ana's key", 0x0001),
+                  entry("kSecACLAuthorizationDecrypt", {"/Mail"}),
+                  entry("kSecACLAuthorizationAny", json::array({chromeApplication}), "Cl\u00e9",
+                        0x0050)}));
+  EXPECT_THAT(
+      calls("Sec"),
+      ElementsAre("SecItemCopyMatching()", "SecIdentityCopyCertificate(ana)",
+                  "SecCertificateCopyData(ana)", "SecIdentityCopyCertificate(mia)",
+                  "SecCertificateCopyData(mia)", "SecIdentityCopyPrivateKey(ana)",
+                  "SecKeychainItemCopyKeychain(ana)", "SecKeychainItemCopyAccess(ana)",
+                  "SecAccessCopyACLList()", "SecACLCopyAuthorizations(entry 0)",
+                  "SecACLCopyAuthorizations(entry 1)", "SecACLCopyAuthorizations(entry 2)",
+                  "SecACLCopyContents(entry 0)", "SecACLCopyContents(entry 2)",
+                  "SecTrustedApplicationCreateFromPath(/Applications/Google Chrome.app)",
+                  "SecTrustedApplicationCopyData(/Applications/Google Chrome.app)",
+                  "SecTrustedApplicationCopyData(/Zoom)", "SecTrustedApplicationCopyData(/Mail)",
+                  "SecTrustedApplicationCopyData(/Zoom)", "SecACLSetContents(entry 0)",
+                  "SecACLSetContents(entry 2)", "SecKeychainItemSetAccess(ana)"));
 }
 
 TEST_F(KeychainAuthorization, FailedCallIsUnsupportedOrHasItsStatus) {
-  const std::set<OSStatus> none;
-  const std::set<OSStatus> noKeychainItem = {-25304, -25294, -25243};
-  const std::set<OSStatus> noAccessList = {-25304, -25306};
-  const std::vector<std::pair<std::string, std::set<OSStatus>>> unsupported = {
-      {"SecItemCopyMatching", none},
-      {"SecIdentityCopyCertificate", none},
-      {"SecIdentityCopyPrivateKey", none},
-      {"SecKeychainItemCopyKeychain", noKeychainItem},
-      {"SecKeychainItemCopyAccess", noAccessList},
-      {"SecAccessCopyACLList", noAccessList},
-      {"SecACLCopyContents", noAccessList},
-      {"SecTrustedApplicationCreateFromPath", none},
-      {"SecTrustedApplicationCopyData", none},
-      {"SecACLSetContents", noAccessList},
-      {"SecKeychainItemSetAccess", noAccessList}};
-  for (const auto& [function, statuses] : unsupported) {
-    for (const OSStatus status : {-25304, -25306, -25294, -25243, -128, 1}) {
-      EXPECT_EQ(
-          failure(function, {{"status", status}, {"leavesObject", true}}),
-          statuses.contains(status) ? BackendError::unsupported() : BackendError::status(status))
-          << function << " " << status;
+  const std::vector<std::pair<std::set<OSStatus>, std::vector<std::string>>> unsupported = {
+      {{},
+       {"SecItemCopyMatching", "SecIdentityCopyCertificate", "SecIdentityCopyPrivateKey",
+        "SecTrustedApplicationCreateFromPath", "SecTrustedApplicationCopyData"}},
+      {{-25304, -25294}, {"SecKeychainItemCopyKeychain"}},
+      {{-25304, -25306},
+       {"SecKeychainItemCopyAccess", "SecAccessCopyACLList", "SecACLCopyContents",
+        "SecACLSetContents", "SecKeychainItemSetAccess"}}};
+  for (const auto& [statuses, functions] : unsupported) {
+    for (const std::string& function : functions) {
+      for (const OSStatus status : {-25304, -25306, -25294, -128, 1}) {
+        EXPECT_EQ(
+            failure(function, {{"status", status}, {"leavesObject", true}}),
+            statuses.contains(status) ? BackendError::unsupported() : BackendError::status(status))
+            << function << " " << status;
+      }
     }
   }
   EXPECT_EQ(stored(), json::array({signingEntry({"/Mail"})}));
@@ -178,25 +174,16 @@ TEST_F(KeychainAuthorization, SigningEntriesAreThoseForSigningOrAnyOperation) {
   EXPECT_THAT(signingEntries(), IsEmpty());
 }
 
-// An absent list of applications and an empty one are different.
-TEST_F(KeychainAuthorization, ContentsAreStoredAsTheyWereRead) {
-  hold({entry("kSecACLAuthorizationSign", nullptr, "any", 0x0001),
-        entry("kSecACLAuthorizationSign", json::array(), "none", 0x0050),
-        entry("kSecACLAuthorizationSign", {"/Zoom", "/Mail", "/Zoom"}, "Cl\u00e9")});
-  json turned = stored();
-  std::rotate(turned.begin(), turned.begin() + 1, turned.end());
+TEST_F(KeychainAuthorization, AbsentListOpensTheEntry) {
   const auto key = firstKey();
   const auto access = backend.copyAccess(key);
-  const auto entries = backend.copySigningACLs(access);
-  std::vector<ChromeKeychainACLContents<Backend::TrustedApplication>> contents;
-  for (const auto& acl : entries) {
-    contents.push_back(backend.copyContents(acl));
-  }
-  for (std::size_t index = 0; index < entries.size(); ++index) {
-    backend.setContents(contents.at((index + 1) % entries.size()), entries[index]);
-  }
+  const auto acl = backend.copySigningACLs(access).at(0);
+  auto contents = backend.copyContents(acl);
+  contents.trustedApplications.reset();
+  backend.setContents(contents, acl);
   backend.setAccess(access, key);
-  EXPECT_EQ(stored(), turned);
+  EXPECT_EQ(stored(), json::array({entry("kSecACLAuthorizationSign", nullptr)}));
+  EXPECT_FALSE(backend.copyContents(signingEntries().at(0)).trustedApplications);
 }
 
 // The framework reads up to a zero byte, and what is not UTF-8 byte by byte.

@@ -32,9 +32,7 @@ class Call {
   /// object too.
   template <typename Reference, typename Own>
   OSStatus leave(Reference* place, Own own, OSStatus ownStatus = 0) const {
-    if (place == nullptr) {
-      refuse("null in the place of a result", function_);
-    }
+    require(place != nullptr, "a place for its result", function_);
     if (answer_.empty() && ownStatus != 0) {
       return ownStatus;
     }

@@ -16,8 +16,8 @@
 
 namespace standin {
 
-/// Ends the process with a message.
-[[noreturn]] void refuse(const std::string& why, const char* function = __builtin_FUNCTION());
+/// Ends the process with a message if the function was given something else than this.
+void require(bool condition, const char* what, const char* function = __builtin_FUNCTION());
 
 template <typename Reference>
 Reference as(CFTypeRef object) {

@@ -10,9 +10,9 @@ namespace {
 
 void requireCurrentUserOnAnyHost(CFStringRef user, CFStringRef host,
                                  const char* function = __builtin_FUNCTION()) {
-  if (CFEqual(user, kCFPreferencesCurrentUser) == 0 || CFEqual(host, kCFPreferencesAnyHost) == 0) {
-    refuse("another user or host", function);
-  }
+  require(
+      CFEqual(user, kCFPreferencesCurrentUser) != 0 && CFEqual(host, kCFPreferencesAnyHost) != 0,
+      "the current user on any host", function);
 }
 
 }  // namespace

@@ -18,9 +18,7 @@ json& identityOf(const Object& object) { return machine()["identities"].at(objec
 /// Since macOS 15, the access-list calls crash for a key that is not a keychain item.
 const Object& keychainItem(CFTypeRef key, const char* function = __builtin_FUNCTION()) {
   const Object& object = content(key, Type::key, function);
-  if (identityOf(object)["accessList"].is_null()) {
-    refuse("a key that is not a keychain item", function);
-  }
+  require(!identityOf(object)["accessList"].is_null(), "a keychain item", function);
   return object;
 }
 
@@ -58,10 +56,9 @@ const CFStringRef kSecACLAuthorizationAny = constantText("kSecACLAuthorizationAn
 const CFStringRef kSecACLAuthorizationSign = constantText("kSecACLAuthorizationSign");
 
 OSStatus SecItemCopyMatching(CFDictionaryRef query, CFTypeRef* result) {
-  if (!asks(query, kSecClass, kSecClassIdentity) || !asks(query, kSecReturnRef, kCFBooleanTrue) ||
-      !asks(query, kSecMatchLimit, kSecMatchLimitAll)) {
-    refuse("another query than for all identities");
-  }
+  require(asks(query, kSecClass, kSecClassIdentity) && asks(query, kSecReturnRef, kCFBooleanTrue) &&
+              asks(query, kSecMatchLimit, kSecMatchLimitAll),
+          "a query for all identities");
   const Call call("");
   const json& stored = machine()["identities"];
   const auto own = [&] {

@@ -67,9 +67,11 @@ std::vector<std::string> calls(std::string_view prefix) {
   return found;
 }
 
-void refuse(const std::string& why, const char* function) {
-  std::fprintf(stderr, "%s was given %s.\n", function, why.c_str());
-  std::abort();
+void require(bool condition, const char* what, const char* function) {
+  if (!condition) {
+    std::fprintf(stderr, "%s requires %s.\n", function, what);
+    std::abort();
+  }
 }
 
 Call::Call(const std::string& object, const char* function) : function_(function) {

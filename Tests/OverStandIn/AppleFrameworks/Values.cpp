@@ -17,15 +17,6 @@ std::optional<std::u16string> converted(std::string_view text, Read read) {
   return U_SUCCESS(status) != 0 ? std::optional(result) : std::nullopt;
 }
 
-/// Reads surrogates one by one.
-std::u16string fromSurrogates(std::string_view text) {
-  const auto read = [](auto target, auto room, auto* length, auto source, auto size, auto* status) {
-    u_strFromJavaModifiedUTF8WithSub(target, room, length, source, size, U_SENTINEL, nullptr,
-                                     status);
-  };
-  return converted(text, read).value();
-}
-
 CFTypeRef createDictionary(const json& members) {
   std::vector<CFTypeRef> keys;
   std::vector<CFTypeRef> values;
@@ -65,9 +56,8 @@ CFTypeRef create(const json& value) {
     return nullptr;
   }
   if (value.is_string()) {
-    const auto& text = value.get_ref<const std::string&>();
-    const auto wide = fromUTF8(text);
-    return createText(wide ? *wide : fromSurrogates(text));
+    // Also reads lone surrogates.
+    return createText(*converted(value.get_ref<const std::string&>(), u_strFromUTF8Lenient));
   }
   if (value.is_boolean()) {
     return value.get<bool>() ? CFRetain(kCFBooleanTrue) : nullptr;

@@ -6,21 +6,12 @@ import unittest
 
 from Tests.Support.Python import messages
 from Tests.Support.Python import private_root
-from Tests.Support.Python.mac import (
-    CHROME,
-    DOMAIN,
-    EXECUTABLE,
-    KEY,
-    MacTestCase,
-    any_application,
-    fingerprint,
-    identity,
-    rule,
-    signing,
-)
+from Tests.Support.Python.mac import CHROME, DOMAIN, EXECUTABLE, FAR_AHEAD, KEY, MacTestCase
+from Tests.Support.Python.mac import fingerprint, identity, property_of, rule, signing
 from Tests.Support.Python.outcome import ACTIVATED, Outcome, failed, printed
 
 ANA = identity("Ana", signing("/Mail"), signing("/Zoom"))
+AUTHORIZED = [signing("/Mail", CHROME), signing("/Zoom", CHROME)]
 # What the Mac differs in, and how activation ends before it has changed anything.
 REFUSALS = (
     ({"answers": {"SecItemCopyMatching": [{"object": None, "call": 1}]}}, messages.SELECTED_IDENTITY_NOT_FOUND),
@@ -39,9 +30,13 @@ REFUSALS = (
 )
 # The same for failures after the key is authorized.
 LATE_FAILURES = (
-    ("CFPreferencesSynchronize", {"status": -1}, messages.POLICY_WRITE_FAILED),
-    ("CFPreferencesCopyValue", {"object": "a text", "call": 1}, messages.POLICY_WRITE_FAILED),
-    ("CFPreferencesSetValue", {"status": -1}, messages.POLICY_VERIFICATION_FAILED),
+    ({"answers": {"CFPreferencesSynchronize": [{"status": -1}]}}, messages.POLICY_WRITE_FAILED),
+    ({"preferences": {DOMAIN: {KEY: "a text"}}}, messages.POLICY_WRITE_FAILED),
+    ({"answers": {"CFPreferencesSetValue": [{"status": -1}]}}, messages.POLICY_VERIFICATION_FAILED),
+    (
+        {"identities": [ANA | {"values": {"kSecOIDX509V1ValidityNotAfter": property_of("", FAR_AHEAD)}}]},
+        messages.CERTIFICATE_HAS_NO_SUBJECT,
+    ),
 )
 
 
@@ -84,29 +79,29 @@ class ActivationTests(MacTestCase):
         self.mac["identities"] = [copy.deepcopy(ANA), identity("Zoe", signing("/Mail"))]
         self.initial = copy.deepcopy(self.mac)
 
-    # The private key
-
-    def test_adds_chrome_to_every_signing_entry(self):
+    def test_authorizes_stores_and_opens_chrome(self):
         self.mac["identities"][0] = identity("Ana", signing("/Mail"), signing("/Mail", tag="Decrypt"), signing())
         self.assertEqual(self.activate(), ACTIVATED)
         expected = [signing("/Mail", CHROME), signing("/Mail", tag="Decrypt"), signing(CHROME)]
         self.assertEqual(self.access_list(), expected)
         self.assertEqual(self.mac["identities"][1], self.initial["identities"][1])
-
-    def test_leaves_a_key_that_chrome_may_use(self):
-        for entry in (signing("/Zoom", CHROME), any_application()):
-            self.mac["identities"][0] = identity("Ana", signing("/Mail"), entry)
-            self.mac["answers"] = {"SecKeychainItemSetAccess": [{"status": -61}]}
-            self.assertEqual(self.activate(), ACTIVATED)
-            self.assertEqual(self.access_list(), [signing("/Mail"), entry])
+        self.assertEqual(self.rules(), [rule("Ana")])
+        self.assertEqual(self.launches(1), ["--new-window"])
 
     def test_refusal_changes_nothing(self):
-        for differences, message in REFUSALS:
-            with self.subTest(message):
-                before = self.mac = self.initial | differences
+        self.assert_refusals(REFUSALS, ANA["accessList"])
+
+    def test_late_failure_leaves_the_key_authorized(self):
+        self.assert_refusals(LATE_FAILURES, AUTHORIZED)
+
+    def assert_refusals(self, refusals: tuple, access_list: list) -> None:
+        for differences, message in refusals:
+            with self.subTest(differences):
+                before = self.mac = copy.deepcopy(self.initial | differences)
                 self.assertEqual(self.activate(), failed(message))
-                self.assertEqual(self.mac["identities"], before["identities"])
-                self.assertIsNone(self.rules())
+                if before["identities"][0]["accessList"]:
+                    self.assertEqual(self.access_list(), access_list)
+                self.assertEqual(self.mac["preferences"], before["preferences"])
         self.assertEqual(self.launches(0), [])
 
     def test_half_stored_key_is_a_failure(self):
@@ -126,25 +121,7 @@ class ActivationTests(MacTestCase):
         self.assertEqual(self.mac["preferences"][DOMAIN]["Other"], 7)
         self.assertEqual(self.mac["preferences"]["com.example"], {KEY: rules})
 
-    def test_late_failure_leaves_the_key_authorized(self):
-        for function, answer, message in LATE_FAILURES:
-            with self.subTest(function):
-                self.mac = self.initial | {"answers": {function: [answer]}, "preferences": {DOMAIN: {KEY: ["no rule"]}}}
-                self.assertEqual(self.activate(), failed(message))
-                self.assertEqual(self.access_list(), [signing("/Mail", CHROME), signing("/Zoom", CHROME)])
-                self.assertEqual(self.rules(), ["no rule"])
-        self.assertEqual(self.launches(0), [])
-
-    def test_reports_a_certificate_without_a_subject(self):
-        del self.mac["identities"][0]["values"]["kSecOIDX509V1SubjectName"]
-        self.assertEqual(self.activate(), failed(messages.CERTIFICATE_HAS_NO_SUBJECT))
-        self.assertIsNone(self.rules())
-
     # Chrome
-
-    def test_opens_chrome(self):
-        self.assertEqual(self.activate(), ACTIVATED)
-        self.assertEqual(self.launches(1), ["--new-window"])
 
     def test_running_chrome_reloads_its_policies_first(self):
         self.mac["runningApplications"] = [DOMAIN]
@@ -170,7 +147,7 @@ class ActivationTests(MacTestCase):
     def test_reports_a_missing_chrome_after_key_and_rule(self):
         private_root.empty_applications()
         self.assertEqual(self.activate(), failed(messages.CHROME_NOT_INSTALLED))
-        self.assertEqual(self.access_list(), [signing("/Mail", CHROME), signing("/Zoom", CHROME)])
+        self.assertEqual(self.access_list(), AUTHORIZED)
         self.assertEqual(self.rules(), [rule("Ana")])
 
 

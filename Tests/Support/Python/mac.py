@@ -37,10 +37,6 @@ def signing(*applications: str, description: str = "key", prompt: int = 0, tag: 
     }
 
 
-def any_application() -> dict:
-    return signing(tag="Any") | {"applications": None}
-
-
 def identity(name: str, *entries: dict, expiry=FAR_AHEAD, **attributes: str) -> dict:
     """An identity with these entries in the access list of its key. `oid10` and so on add attributes to its name."""
     subject = [property_of("2.5.4.3", name)]

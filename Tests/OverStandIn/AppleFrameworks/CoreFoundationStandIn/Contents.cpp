@@ -30,23 +30,10 @@ auto& objects() {
 }
 
 Counted& live(CFTypeRef reference, const char* function) {
-  if (reference == nullptr) {
-    refuse("null in the place of an object", function);
-  }
   const auto found = objects().find(reference);
-  if (found == objects().end()) {
-    refuse("not an object", function);
-  }
-  if (found->second->references == 0) {
-    refuse("an object that was released", function);
-  }
+  require(found != objects().end(), "an object", function);
+  require(found->second->references > 0, "an object that was not released", function);
   return *found->second;
-}
-
-void requireOwning(const void* given, const void* expected, const char* function) {
-  if (given != expected) {
-    refuse("callbacks by which the collection would not own its objects", function);
-  }
 }
 
 }  // namespace
@@ -68,9 +55,7 @@ CFTypeRef create(Object object) { return make(std::move(object)); }
 
 Object& content(CFTypeRef object, Object::Type type, const char* function) {
   auto& found = contentAs<Object>(object, function);
-  if (found.type != type) {
-    refuse("an object of the wrong type", function);
-  }
+  require(found.type == type, "an object of the right type", function);
   return found;
 }
 
@@ -141,7 +126,7 @@ CFTypeID CFArrayGetTypeID() { return typeIdentifier<Elements>(); }
 
 CFArrayRef CFArrayCreate(CFAllocatorRef, const void** values, CFIndex count,
                          const CFArrayCallBacks* callBacks) {
-  requireOwning(callBacks, &kCFTypeArrayCallBacks, __func__);
+  require(callBacks == &kCFTypeArrayCallBacks, "callbacks that own the elements");
   Elements elements(values, values + count);
   std::ranges::for_each(elements, CFRetain);
   return as<CFArrayRef>(make(std::move(elements)));
@@ -153,9 +138,7 @@ CFIndex CFArrayGetCount(CFArrayRef array) {
 
 const void* CFArrayGetValueAtIndex(CFArrayRef array, CFIndex index) {
   const auto& elements = contentAs<Elements>(array);
-  if (index < 0 || static_cast<std::size_t>(index) >= elements.size()) {
-    refuse("an index beyond the array");
-  }
+  require(index >= 0 && static_cast<std::size_t>(index) < elements.size(), "an index");
   return elements[static_cast<std::size_t>(index)];
 }
 
@@ -164,8 +147,9 @@ CFTypeID CFDictionaryGetTypeID() { return typeIdentifier<Members>(); }
 CFDictionaryRef CFDictionaryCreate(CFAllocatorRef, const void** keys, const void** values,
                                    CFIndex count, const CFDictionaryKeyCallBacks* keyCallBacks,
                                    const CFDictionaryValueCallBacks* valueCallBacks) {
-  requireOwning(keyCallBacks, &kCFTypeDictionaryKeyCallBacks, __func__);
-  requireOwning(valueCallBacks, &kCFTypeDictionaryValueCallBacks, __func__);
+  require(keyCallBacks == &kCFTypeDictionaryKeyCallBacks &&
+              valueCallBacks == &kCFTypeDictionaryValueCallBacks,
+          "callbacks that own the members");
   Members members;
   for (CFIndex index = 0; index < count; ++index) {
     members.emplace_back(CFRetain(keys[index]), CFRetain(values[index]));
@@ -187,9 +171,7 @@ CFNumberRef CFNumberCreate(CFAllocatorRef, CFNumberType, const void* value) {
 }
 
 Boolean CFNumberGetValue(CFNumberRef number, CFNumberType type, void* value) {
-  if (type != kCFNumberDoubleType) {
-    refuse("another type of number than double");
-  }
+  require(type == kCFNumberDoubleType, "the type double");
   *static_cast<double*>(value) = contentAs<double>(number);
   return 0;  // As for a number that has been rounded to the nearest double.
 }

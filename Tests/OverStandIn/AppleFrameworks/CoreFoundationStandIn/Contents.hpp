@@ -34,13 +34,11 @@ using Content = std::variant<True, Text, double, Date, Bytes, Elements, Members,
 /// The content of a live object. Refuses every other.
 Content& contentOf(CFTypeRef object, const char* function = __builtin_FUNCTION());
 
-/// Also refuses an object of another type.
+/// Also refuses an object of the right type.
 template <typename Type>
 Type& contentAs(CFTypeRef object, const char* function = __builtin_FUNCTION()) {
   auto* const typed = std::get_if<Type>(&contentOf(object, function));
-  if (typed == nullptr) {
-    refuse("an object of the wrong type", function);
-  }
+  require(typed != nullptr, "an object of the right type", function);
   return *typed;
 }
 

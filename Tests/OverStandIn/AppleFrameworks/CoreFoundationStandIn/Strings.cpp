@@ -2,10 +2,6 @@
 #include <CoreFoundation/CoreFoundation.h>
 #include <unicode/unorm2.h>
 #include <unicode/ustring.h>
-#include <unicode/utf16.h>
-
-#include <algorithm>
-#include <cstring>
 
 #include "Tests/OverStandIn/AppleFrameworks/Call.hpp"
 #include "Tests/OverStandIn/AppleFrameworks/CoreFoundationStandIn/Contents.hpp"
@@ -13,12 +9,6 @@
 using namespace standin;
 
 namespace {
-
-void requireUTF8(CFStringEncoding encoding, const char* function) {
-  if (encoding != kCFStringEncodingUTF8) {
-    refuse("another encoding than UTF-8", function);
-  }
-}
 
 /// Replaces the text with the string that `convert` makes of it. Folding and composing make no
 /// character more than three times as long.
@@ -28,9 +18,6 @@ void change(Text& text, Convert convert) {
   Text result(text.size() * 3, u'\0');
   const int32_t length = convert(text.data(), static_cast<int32_t>(text.size()), result.data(),
                                  static_cast<int32_t>(result.size()), &status);
-  if (U_FAILURE(status) != 0) {
-    refuse(u_errorName(status), "ICU");
-  }
   result.resize(static_cast<std::size_t>(length));
   text = result;
 }
@@ -56,7 +43,7 @@ CFTypeID CFStringGetTypeID() { return typeIdentifier<Text>(); }
 // Like Apple's library, drops one leading U+FEFF.
 CFStringRef CFStringCreateWithBytes(CFAllocatorRef, const UInt8* bytes, CFIndex count,
                                     CFStringEncoding encoding, Boolean) {
-  requireUTF8(encoding, __func__);
+  require(encoding == kCFStringEncodingUTF8, "UTF-8");
   auto text = leniently({reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(count)});
   if (text && text->starts_with(u'\ufeff')) {
     text->erase(0, 1);
@@ -72,46 +59,30 @@ CFIndex CFStringGetLength(CFStringRef text) {
   return static_cast<CFIndex>(contentAs<Text>(text).size());
 }
 
-// Converts up to a lone surrogate. A caller without a buffer only gets a size that suffices. Here
-// it is the largest possible size of the string, and all characters count as converted.
+// Converts all or, here, nothing. A caller without a buffer only gets a size that suffices: here it
+// is the largest possible size of the string, and all characters count as converted.
 CFIndex CFStringGetBytes(CFStringRef text, CFRange range, CFStringEncoding encoding, UInt8 lossByte,
                          Boolean, UInt8* buffer, CFIndex maxBufLen, CFIndex* usedBufLen) {
-  requireUTF8(encoding, __func__);
   const Text& whole = contentAs<Text>(text);
-  if (lossByte != 0 || range.location != 0 ||
-      static_cast<std::size_t>(range.length) != whole.size()) {
-    refuse("a replacement, or a range that is not the text");
-  }
+  require(encoding == kCFStringEncodingUTF8 && lossByte == 0, "UTF-8 without a replacement");
+  require(range.location == 0 && static_cast<std::size_t>(range.length) == whole.size(),
+          "the text");
   if (buffer == nullptr) {
     *usedBufLen = range.length * 3;
     return range.length;
   }
-  const auto length = static_cast<int32_t>(whole.size());
-  int32_t converted = 0;
-  for (int32_t next = 0; next < length; converted = next) {
-    UChar32 character = 0;
-    U16_NEXT(whole.data(), next, length, character);
-    if (U_IS_SURROGATE(character)) {
-      break;
-    }
-  }
   int32_t size = 0;
   UErrorCode status = U_ZERO_ERROR;
   u_strToUTF8(reinterpret_cast<char*>(buffer), static_cast<int32_t>(maxBufLen), &size, whole.data(),
-              converted, &status);
-  if (U_FAILURE(status) != 0) {
-    refuse("too small a buffer");
-  }
-  *usedBufLen = size;
-  return converted;
+              static_cast<int32_t>(whole.size()), &status);
+  *usedBufLen = U_SUCCESS(status) != 0 ? size : 0;
+  return U_SUCCESS(status) != 0 ? range.length : 0;
 }
 
 CFComparisonResult CFStringCompareWithOptionsAndLocale(CFStringRef left, CFStringRef right,
                                                        CFRange range, CFStringCompareFlags options,
                                                        CFLocaleRef) {
-  if (options != kCFCompareLocalized) {
-    refuse("another comparison than by locale");
-  }
+  require(options == kCFCompareLocalized, "a comparison by locale");
   const int order =
       contentAs<Text>(left)
           .substr(static_cast<std::size_t>(range.location), static_cast<std::size_t>(range.length))
@@ -120,25 +91,19 @@ CFComparisonResult CFStringCompareWithOptionsAndLocale(CFStringRef left, CFStrin
 }
 
 CFMutableStringRef CFStringCreateMutableCopy(CFAllocatorRef, CFIndex maxLength, CFStringRef text) {
-  if (maxLength != 0) {
-    refuse("a limit of the length");
-  }
+  require(maxLength == 0, "no limit of the length");
   return as<CFMutableStringRef>(make(contentAs<Text>(text)));
 }
 
 void CFStringNormalize(CFMutableStringRef text, CFStringNormalizationForm form) {
-  if (form != kCFStringNormalizationFormC) {
-    refuse("another form than C");
-  }
+  require(form == kCFStringNormalizationFormC, "form C");
   change(contentAs<Text>(text), [](auto source, auto size, auto target, auto room, auto* status) {
     return unorm2_normalize(unorm2_getNFCInstance(status), source, size, target, room, status);
   });
 }
 
 void CFStringFold(CFMutableStringRef text, CFStringCompareFlags flags, CFLocaleRef locale) {
-  if (flags != kCFCompareCaseInsensitive) {
-    refuse("another folding than of case");
-  }
+  require(flags == kCFCompareCaseInsensitive, "folding of case");
   const bool isTurkish = locale != nullptr && contentAs<Locale>(locale).name == "tr";
   const uint32_t options = isTurkish ? U_FOLD_CASE_EXCLUDE_SPECIAL_I : U_FOLD_CASE_DEFAULT;
   change(contentAs<Text>(text), [=](auto source, auto size, auto target, auto room, auto* status) {

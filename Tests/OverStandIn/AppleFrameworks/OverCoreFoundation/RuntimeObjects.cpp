@@ -45,9 +45,8 @@ CFTypeRef create(Object object) {
 }
 
 Object& content(CFTypeRef object, Object::Type type, const char* function) {
-  if (object == nullptr || CFGetTypeID(object) != typeIdentifier(type)) {
-    refuse("an object of the wrong type", function);
-  }
+  require(object != nullptr && CFGetTypeID(object) == typeIdentifier(type),
+          "an object of the right type", function);
   return *static_cast<const Instance*>(object)->object;
 }
 

@@ -30,8 +30,6 @@ enum : OSStatus {
 };
 #endif
 
-// Identities
-
 extern const CFStringRef kSecClass;
 extern const CFStringRef kSecClassIdentity;
 extern const CFStringRef kSecMatchLimit;
@@ -43,8 +41,6 @@ CFTypeID SecIdentityGetTypeID();
 OSStatus SecIdentityCopyCertificate(SecIdentityRef identity, SecCertificateRef* certificate);
 OSStatus SecIdentityCopyPrivateKey(SecIdentityRef identity, SecKeyRef* privateKey);
 
-// Certificates
-
 extern const CFStringRef kSecOIDX509V1IssuerName;
 extern const CFStringRef kSecOIDX509V1SubjectName;
 extern const CFStringRef kSecOIDX509V1ValidityNotAfter;
@@ -54,8 +50,6 @@ extern const CFStringRef kSecPropertyKeyValue;
 CFDataRef SecCertificateCopyData(SecCertificateRef certificate);
 CFDictionaryRef SecCertificateCopyValues(SecCertificateRef certificate, CFArrayRef keys,
                                          CFErrorRef* error);
-
-// Access lists
 
 extern const CFStringRef kSecACLAuthorizationAny;
 extern const CFStringRef kSecACLAuthorizationSign;

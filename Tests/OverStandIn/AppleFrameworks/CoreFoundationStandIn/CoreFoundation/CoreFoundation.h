@@ -66,8 +66,6 @@ CFTypeRef CFRetain(CFTypeRef object);
 void CFRelease(CFTypeRef object);
 Boolean CFEqual(CFTypeRef left, CFTypeRef right);
 
-// Arrays and dictionaries
-
 extern const CFArrayCallBacks kCFTypeArrayCallBacks;
 extern const CFDictionaryKeyCallBacks kCFTypeDictionaryKeyCallBacks;
 extern const CFDictionaryValueCallBacks kCFTypeDictionaryValueCallBacks;
@@ -83,8 +81,6 @@ CFDictionaryRef CFDictionaryCreate(CFAllocatorRef allocator, const void** keys, 
                                    CFIndex count, const CFDictionaryKeyCallBacks* keyCallBacks,
                                    const CFDictionaryValueCallBacks* valueCallBacks);
 const void* CFDictionaryGetValue(CFDictionaryRef dictionary, const void* key);
-
-// Booleans, numbers, dates, data
 
 extern const CFBooleanRef kCFBooleanTrue;
 
@@ -102,8 +98,6 @@ CFAbsoluteTime CFDateGetAbsoluteTime(CFDateRef date);
 CFDataRef CFDataCreate(CFAllocatorRef allocator, const UInt8* bytes, CFIndex length);
 CFIndex CFDataGetLength(CFDataRef data);
 const UInt8* CFDataGetBytePtr(CFDataRef data);
-
-// Texts
 
 CFTypeID CFStringGetTypeID();
 CFStringRef CFStringCreateWithBytes(CFAllocatorRef allocator, const UInt8* bytes, CFIndex count,
@@ -124,8 +118,6 @@ void CFStringNormalize(CFMutableStringRef text, CFStringNormalizationForm form);
 void CFStringFold(CFMutableStringRef text, CFStringCompareFlags flags, CFLocaleRef locale);
 
 CFLocaleRef CFLocaleCopyCurrent();
-
-// Preferences
 
 extern const CFStringRef kCFPreferencesAnyHost;
 extern const CFStringRef kCFPreferencesCurrentUser;
