@@ -39,10 +39,6 @@ TEST_F(CoreFoundationReferenceTest, ReceivingReleasesWhatWasHeld) {
   EXPECT_EQ(utf8Text(text.get()), "second");
 }
 
-TEST_F(CoreFoundationReferenceTest, MayBeNull) {
-  EXPECT_FALSE(TextReference::retain(TextReference::adopt(nullptr).get()));
-}
-
 TEST_F(CoreFoundationReferenceTest, ArrayOwnsItsElements) {
   auto text = coreFoundationText("text");
   const auto array = coreFoundationArray<CFStringRef>({text});

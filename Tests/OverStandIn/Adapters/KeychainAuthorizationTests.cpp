@@ -226,10 +226,5 @@ TEST_F(KeychainAuthorization, ChromeHasItsCanonicalPath) {
   EXPECT_EQ(calls("SecKeychainItemSetAccess").size(), 1U);
 }
 
-TEST_F(KeychainAuthorization, ApplicationMayHaveEmptyData) {
-  answer("SecTrustedApplicationCopyData", standin::object(json::binary({})));
-  EXPECT_THAT(backend.identityData(backend.chromeTrustedApplication()), IsEmpty());
-}
-
 }  // namespace
 }  // namespace lumaret::tests

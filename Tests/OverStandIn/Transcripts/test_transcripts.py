@@ -45,9 +45,6 @@ def setUpModule():
 
 
 class ListingTests(MacTestCase):
-    def test_lists_nothing_from_an_empty_keychain(self):
-        self.assertEqual(self.helper("list"), printed("[]"))
-
     def test_lists_every_field_in_order(self):
         bea, ana = identity("Bea", oid10="Org", oid11="R/D", oid7="Vigo"), identity("ana")
         self.mac["identities"] = [bea, identity("old", expiry=0), ana]
