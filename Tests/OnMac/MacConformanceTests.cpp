@@ -8,12 +8,12 @@
 #include <set>
 #include <string>
 
-#include "LumaretMacHelper/Fingerprint.hpp"
 #include "LumaretMacHelper/KeychainIdentityLoader.hpp"
 #include "Tests/Conformance/ConformanceIdentity.hpp"
 #include "Tests/Conformance/Suites.hpp"
 #include "Tests/OnMac/ChromePreferences.hpp"
 #include "Tests/OnMac/TestKeychain.hpp"
+#include "Tests/Support/Cpp/CertificateBytes.hpp"
 
 namespace lumaret::tests::conformance {
 namespace {

@@ -7,11 +7,11 @@
 #include <string>
 #include <utility>
 
-#include "LumaretMacHelper/Fingerprint.hpp"
 #include "LumaretMacHelper/PlatformFunctions.hpp"
 #include "LumaretMacHelper/macOS/CoreFoundationValues.hpp"
 #include "Tests/OverStandIn/Adapters/OverStandIn.hpp"
 #include "Tests/OverStandIn/AppleFrameworks/Objects.hpp"
+#include "Tests/Support/Cpp/CertificateBytes.hpp"
 
 namespace lumaret::tests {
 namespace {
