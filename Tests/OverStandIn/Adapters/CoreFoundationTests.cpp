@@ -2,7 +2,6 @@
 #include <CoreFoundation/CoreFoundation.h>
 #include <gmock/gmock.h>
 
-#include <array>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -11,7 +10,6 @@
 #include "LumaretMacHelper/macOS/CoreFoundationValues.hpp"
 #include "Tests/OverStandIn/Adapters/OverStandIn.hpp"
 #include "Tests/OverStandIn/AppleFrameworks/Objects.hpp"
-#include "Tests/Support/Cpp/CertificateBytes.hpp"
 
 namespace lumaret::tests {
 namespace {
@@ -74,21 +72,6 @@ TEST_F(CoreFoundationOrder, ComparesWholeNamesByALocaleThatIsReadOnce) {
   EXPECT_EQ(compare("Ana", "anb"), std::weak_ordering::less);
   EXPECT_EQ(compare("\u00c9va", ""), std::weak_ordering::greater);
   EXPECT_THAT(standin::trace(), testing::ElementsAre("CFLocaleCopyCurrent()"));
-}
-
-TEST_F(CoreFoundationOrder, FoldsCaseByTheLocale) {
-  for (const auto& [locale, withoutDot, withDot] :
-       {std::array{"en", "i", "i\u0307"}, std::array{"tr", "\u0131", "i"}}) {
-    machine()["locale"] = locale;
-    const auto compare = localizedCaseInsensitiveComparison();
-    EXPECT_EQ(compare("I", withoutDot), std::weak_ordering::equivalent) << locale;
-    EXPECT_EQ(compare("\u0130", withDot), std::weak_ordering::equivalent) << locale;
-  }
-}
-
-TEST(SHA256, DigestsManyBlocks) {
-  EXPECT_EQ(fingerprint(Bytes(1000, 'a')),
-            "41edece42d63e8d9bf515a9ba6932e1c20cbc9f5a5d134645adb5db1b9737ea3");
 }
 
 }  // namespace

@@ -22,7 +22,6 @@ using SecKeychainPromptSelector = std::uint16_t;
 enum : OSStatus {
   errSecSuccess = 0,
   errSecInternalComponent = -2070,
-  errSecNoAccessForItem = -25243,
   errSecNoSuchKeychain = -25294,
   errSecItemNotFound = -25300,
   errSecInvalidItemRef = -25304,
