@@ -2,12 +2,12 @@
 """Whole runs of the executable over the stand-in: what it prints, and what it changes on the Mac."""
 
 import copy
+import shutil
 import unittest
 
 from Tests.Support.Python import messages
-from Tests.Support.Python import private_root
 from Tests.Support.Python.mac import CHROME, DOMAIN, EXECUTABLE, FAR_AHEAD, KEY, MacTestCase
-from Tests.Support.Python.mac import fingerprint, identity, property_of, rule, signing
+from Tests.Support.Python.mac import enter, fingerprint, identity, property_of, rule, signing
 from Tests.Support.Python.outcome import ACTIVATED, Outcome, failed, printed
 
 ANA = identity("Ana", signing("/Mail"), signing("/Zoom"))
@@ -41,7 +41,7 @@ LATE_FAILURES = (
 
 
 def setUpModule():
-    private_root.enter()
+    enter()
 
 
 class ListingTests(MacTestCase):
@@ -142,7 +142,7 @@ class ActivationTests(MacTestCase):
         self.assertRegex(outcome.stderr, rb"^Google Chrome could not be opened: .*Exec format error\n$")
 
     def test_reports_a_missing_chrome_after_key_and_rule(self):
-        private_root.empty_applications()
+        shutil.rmtree(CHROME)
         self.assertEqual(self.activate(), failed(messages.CHROME_NOT_INSTALLED))
         self.assertEqual(self.access_list(), AUTHORIZED)
         self.assertEqual(self.rules(), [rule("Ana")])
