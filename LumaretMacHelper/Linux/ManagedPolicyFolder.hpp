@@ -5,7 +5,6 @@
 #include <string>
 #include <vector>
 
-#include "LumaretMacHelper/Linux/PolicyText.hpp"
 #include "LumaretMacHelper/POSIX/FileDescriptor.hpp"
 
 namespace lumaret {
@@ -49,10 +48,6 @@ class ManagedPolicyFolder {
 
  private:
   [[nodiscard]] std::filesystem::path ownFile() const { return folder_ / ownFileName; }
-  [[nodiscard]] std::vector<std::string> rulesIn(
-      const std::vector<std::filesystem::path>& files) const;
-  [[nodiscard]] PolicyText ownPolicies() const;
-  void replaceOwnFile(const std::string& text) const;
 
   std::filesystem::path folder_;
 };

@@ -36,7 +36,4 @@ void removePolicyFile(const std::filesystem::path& file);
 /// both as the path is written and with its links resolved. Missing folders do not count.
 bool isOpenToEveryUser(const std::filesystem::path& folder);
 
-/// Makes the entries of a folder permanent. Returns false if that failed.
-bool synchronizeFolder(const std::filesystem::path& folder);
-
 }  // namespace lumaret

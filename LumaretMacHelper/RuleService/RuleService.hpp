@@ -48,20 +48,16 @@ class RuleService {
  private:
   struct Question;
 
-  static int handleStoreRule(sd_bus_message* call, void* userdata, sd_bus_error* error);
-  static int handleClearRule(sd_bus_message* call, void* userdata, sd_bus_error* error);
+  static int handleCall(sd_bus_message* call, void* userdata, sd_bus_error* error);
   static int handleAnswer(sd_bus_message* answer, void* userdata, sd_bus_error* error);
   static int handleCallerGone(sd_bus_track* track, void* userdata);
 
   [[nodiscard]] uid_t userOf(sd_bus_message* call) const;
-  template <typename Parse>
-  int handleCall(sd_bus_message* call, Parse parse);
   void ask(sd_bus_message* call, uid_t user, const RuleChange& change);
-  void forget(const Question& question);
   void withdraw(const Question& question);
+  void forget(const Question& question);
 
   sd_bus* bus_;  // for questions
-  BusSlot methods_;
   std::list<Question> questions_;
   std::size_t questionsSoFar_ = 0;
 };
