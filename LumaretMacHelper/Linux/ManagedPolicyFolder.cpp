@@ -31,15 +31,15 @@ bool isNestedWithin(const json& value, std::size_t depth) {
           }));
 }
 
-/// Whether Chrome, which accepts more than JSON and comments, may find rules in a text that is not
-/// an object here. Escape sequences may spell their name, too.
+/// Whether Chrome, which accepts more, may find rules in a text that is not an object here. Escape
+/// sequences may spell their name, too.
 bool mayHaveRules(const std::string& text) {
   return text.find(rulesPolicy) != std::string::npos || text.find("\\u") != std::string::npos ||
          text.find("\\x") != std::string::npos;
 }
 
-/// The file's policies, which are an object; empty if the file is missing or blank, or is another
-/// one in which Chrome finds no policies.
+/// The file's policies, an object; empty if the file is missing or blank, or is not the tool's own
+/// and certainly has no rules. Throws ChromePreferencesError if neither is certain.
 json policiesIn(const std::filesystem::path& file) {
   const std::string text = readPolicyFile(file).value_or("");
   if (text.find_first_not_of(" \t\r\n") == std::string::npos) {
@@ -87,24 +87,21 @@ void replace(const std::filesystem::path& file, const json& policies) {
   }
 }
 
-/// Whether it is a dangling link or one that leads to itself, which is not a file. After any other
-/// error it is unknown what Chrome finds there.
+/// Whether this is the error of a dangling link or of one that leads to itself, which is not a
+/// file. After any other error it is unknown what Chrome finds there.
 bool leadsNowhere(const std::error_code& error) {
   return error == std::errc::no_such_file_or_directory || error == std::errc::not_a_directory ||
          error == std::errc::too_many_symbolic_link_levels;
 }
 
-/// Sorted by the bytes of their names. In this order, Chrome lets a later file win.
+/// Sorted by the bytes of their names, as by Chrome, for which a later file wins.
 std::vector<std::filesystem::path> regularFiles(const std::filesystem::path& folder) {
-  std::vector<std::filesystem::path> files;
   std::error_code error;
   const std::filesystem::directory_iterator entries(folder, error);
-  if (error == std::errc::no_such_file_or_directory) {
-    return files;
-  }
-  if (error) {
+  if (error && error != std::errc::no_such_file_or_directory) {
     throw std::system_error(error, folder.string());
   }
+  std::vector<std::filesystem::path> files;
   for (const auto& entry : entries) {
     if (entry.is_regular_file(error)) {
       files.push_back(entry.path());
@@ -112,8 +109,7 @@ std::vector<std::filesystem::path> regularFiles(const std::filesystem::path& fol
       throw std::system_error(error, entry.path().string());
     }
   }
-  std::sort(files.begin(), files.end(),
-            [](const auto& left, const auto& right) { return left.native() < right.native(); });
+  std::ranges::sort(files, {}, [](const auto& file) { return file.native(); });
   return files;
 }
 

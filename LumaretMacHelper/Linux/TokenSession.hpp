@@ -36,8 +36,8 @@ class TokenSession {
   /// The token's objects of a class that are visible without logging in, in the token's order.
   [[nodiscard]] std::vector<CK_OBJECT_HANDLE> objects(CK_OBJECT_CLASS objectClass);
 
-  /// An attribute's bytes; empty if the object lacks it, does not show it, or no longer exists, and
-  /// if they are more than `mostAttributeBytes`. So one oversized object hides no other.
+  /// An attribute's bytes; empty if the object lacks it, does not show it, or no longer exists, or
+  /// if they are more than `mostAttributeBytes`, so that one oversized object hides no other.
   [[nodiscard]] std::string attribute(CK_OBJECT_HANDLE object, CK_ATTRIBUTE_TYPE type);
 
  private:

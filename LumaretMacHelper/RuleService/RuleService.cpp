@@ -5,7 +5,6 @@
 #include <array>
 #include <cstdint>
 #include <stdexcept>
-#include <utility>
 
 #include "LumaretMacHelper/PlatformFunctions.hpp"
 #include "LumaretMacHelper/RuleService/Address.hpp"
@@ -79,7 +78,7 @@ void checkAnswer(sd_bus_message* answer) {
   if (isAuthorized == 0) {
     throw isChallenge == 0 ? Refusal(SD_BUS_ERROR_ACCESS_DENIED, "polkit does not allow it.")
                            : Refusal(SD_BUS_ERROR_INTERACTIVE_AUTHORIZATION_REQUIRED,
-                                     "polkit has to ask, and nothing can show its question.");
+                                     "polkit has to ask, but nothing can show its question.");
   }
 }
 
@@ -144,7 +143,7 @@ void RuleService::ask(sd_bus_message* call, uid_t user, const RuleChange& change
       static_cast<std::size_t>(std::ranges::count(questions_, user, &Question::user));
   if (ofUser >= mostQuestionsOfOneUser ||
       questions_.size() >= (ofUser == 0 ? mostQuestions : mostQuestions / 2)) {
-    throw Refusal(SD_BUS_ERROR_LIMITS_EXCEEDED, "Too many calls wait for an answer of polkit.");
+    throw Refusal(SD_BUS_ERROR_LIMITS_EXCEEDED, "Too many calls are waiting for polkit's answer.");
   }
 
   const char* const caller = ::sd_bus_message_get_sender(call);
