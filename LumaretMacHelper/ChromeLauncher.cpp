@@ -2,7 +2,6 @@
 #include "LumaretMacHelper/ChromeLauncher.hpp"
 
 #include <algorithm>
-#include <exception>
 #include <utility>
 
 #include "LumaretMacHelper/PlatformFunctions.hpp"
@@ -26,10 +25,8 @@ void reportingFailure(Step step) {
     step();
   } catch (const CertificateSelectorError&) {
     throw;
-  } catch (const std::exception& error) {
-    throw CertificateSelectorError::chromeLaunchFailed(error.what());
   } catch (...) {
-    throw CertificateSelectorError::chromeLaunchFailed(unknownError);
+    throw CertificateSelectorError::chromeLaunchFailed(descriptionOfCaughtError());
   }
 }
 

@@ -6,7 +6,6 @@
 #include "LumaretMacHelper/ChromeCertificatePolicyService.hpp"
 #include "LumaretMacHelper/ChromeLauncher.hpp"
 #include "LumaretMacHelper/ChromeRule/ChromeRule.hpp"
-#include "LumaretMacHelper/Fingerprint.hpp"
 #include "LumaretMacHelper/PlatformServices.hpp"
 
 namespace lumaret {
@@ -29,9 +28,10 @@ Finding tried(const char* check, const std::string& condition, const std::string
 
 /// Whether there is an identity with this fingerprint, valid or not.
 bool isThere(const std::string& wanted) {
-  return std::ranges::any_of(SystemKeychainIdentityQuery().copyIdentities(), [&](const auto& each) {
-    const auto certificate = each->hasPrivateKey() ? each->copyCertificate() : nullptr;
-    return certificate && fingerprint(certificate->data()) == wanted;
+  const auto identities = SystemKeychainIdentityQuery().copyIdentities();
+  return std::ranges::any_of(identities, [&](const KeychainIdentity& identity) {
+    const auto certificate = identity.hasPrivateKey() ? identity.copyCertificate() : std::nullopt;
+    return certificate && fingerprint(certificate->data) == wanted;
   });
 }
 

@@ -7,8 +7,8 @@
 #include <filesystem>
 
 #include "LumaretMacHelper/ChromeRule/ChromeRule.hpp"
+#include "LumaretMacHelper/Linux/CertificateDatabase.hpp"
 #include "LumaretMacHelper/Linux/ChromeInstallation.hpp"
-#include "LumaretMacHelper/Linux/DatabaseFolder.hpp"
 #include "LumaretMacHelper/Linux/ManagedPolicyFolder.hpp"
 #include "LumaretMacHelper/Linux/PolicyFile.hpp"
 #include "LumaretMacHelper/Linux/RuleServiceCall.hpp"
@@ -42,7 +42,7 @@ std::vector<RuleSource> ruleSources() {
 void withdrawRule() {
   const std::string browser(ChromeInstallation::current().name);
   if (::geteuid() == 0) {
-    RuleChange::clearing(browser).carryOut();
+    RuleChange(browser, std::nullopt).carryOut();
   } else if (!callRuleService({ruleService::clearRule, "s", browser})) {
     throw std::runtime_error("The rule service did not clear the rule.");
   }

@@ -6,7 +6,6 @@
 #include <variant>
 
 #include "LumaretMacHelper/ChromeRule/ChromeRule.hpp"
-#include "LumaretMacHelper/Fingerprint.hpp"
 #include "LumaretMacHelper/PlatformServices.hpp"
 
 namespace lumaret {
@@ -76,16 +75,16 @@ json filterOf(const std::string& rule) {
 
 std::vector<ClientIdentity> identitiesSelectedBy(const std::vector<std::string>& rules) {
   std::set<std::string> selected;
-  for (const auto& handle : SystemKeychainIdentityQuery().copyIdentities()) {
-    const auto certificate = handle->copyCertificate();
-    const auto values = certificate ? certificate->copyValues() : std::nullopt;
+  for (const KeychainIdentity& handle : SystemKeychainIdentityQuery().copyIdentities()) {
+    const auto certificate = handle.copyCertificate();
     const auto matches = [&](const std::string& rule) {
       const json filter = filterOf(rule);
-      return !filter.is_null() && hasFields(values->subjectName, filter["subject"]) &&
-             hasFields(values->issuerName, filter["issuer"]);
+      return !filter.is_null() && hasFields(certificate->values->subjectName, filter["subject"]) &&
+             hasFields(certificate->values->issuerName, filter["issuer"]);
     };
-    if (values && std::ranges::any_of(rules, matches) && isOffered(certificate->data())) {
-      selected.insert(fingerprint(certificate->data()));
+    if (certificate && certificate->values && std::ranges::any_of(rules, matches) &&
+        isOffered(certificate->data)) {
+      selected.insert(fingerprint(certificate->data));
     }
   }
   auto identities = KeychainIdentityLoader().loadIdentities();

@@ -55,8 +55,9 @@ PlatformTexts platformTexts() {
           "Mend them.", "Import it.", "Free it.",     "Mend the rules.",
           "Rename it."};
 }
-std::vector<std::unique_ptr<KeychainIdentity>> SystemKeychainIdentityQuery::copyIdentities() const {
-  return tests::FakeQuery(tests::fakeSystem()).copyIdentities();
+std::vector<KeychainIdentity> SystemKeychainIdentityQuery::copyIdentities() const {
+  static const tests::FakeQuery query(tests::fakeSystem());
+  return query.copyIdentities();
 }
 
 namespace tests {

@@ -7,7 +7,7 @@ import unittest
 
 from Tests.Support.Python import mac, messages
 from Tests.Support.Python.mac import CHROME, DOMAIN, EXECUTABLE, HELPER, KEY, MacTestCase
-from Tests.Support.Python.mac import any_application, fingerprint, identity, property_of, rule, signing
+from Tests.Support.Python.mac import fingerprint, identity, property_of, rule, signing
 from Tests.Support.Python.outcome import Outcome, failed
 
 PROGRAM = HELPER.replace("lumaret-macos-helper", "lumaret-chrome-rule")
@@ -19,6 +19,7 @@ SHOWN = (
 )
 DIGITAL_SIGNATURE, NON_REPUDIATION, CRITICAL = 1, 2, -(2**31)
 CLIENT, SERVER = ({"data": [*b"\x2b\x06\x01\x05\x05\x07\x03", last]} for last in (2, 1))
+ANY_APPLICATION = signing(tag="Any") | {"applications": None}
 ANY = {"data": [*b"\x55\x1d\x25\x00"]}
 
 setUpModule = mac.enter
@@ -27,8 +28,8 @@ setUpModule = mac.enter
 class ChromeRuleTestCase(MacTestCase):
     def setUp(self):
         super().setUp()
-        self.ana = identity("Ana", any_application())
-        self.mac["identities"] = [self.ana, identity("Ben", any_application())]
+        self.ana = identity("Ana", ANY_APPLICATION)
+        self.mac["identities"] = [self.ana, identity("Ben", ANY_APPLICATION)]
 
     def run_rule(self, *arguments: str) -> Outcome:
         self._file.write_text(json.dumps(self.mac))
@@ -39,8 +40,11 @@ class ChromeRuleTestCase(MacTestCase):
     def result(self, *arguments: str) -> dict:
         return json.loads(self.run_rule(*arguments, "--json").stdout)
 
+    def store_rules(self, value) -> None:
+        self.mac["preferences"] = {DOMAIN: {KEY: value}}
+
     def force(self, *rules: str) -> None:
-        self.mac["mandatoryPreferences"] = {DOMAIN: {KEY: rules}}
+        self.mac["forced"] = {DOMAIN: {KEY: list(rules)}}
 
 
 class ShowTests(ChromeRuleTestCase):
@@ -110,7 +114,7 @@ class ClearTests(ChromeRuleTestCase):
             ("CFPreferencesSetValue", messages.POLICY_VERIFICATION_FAILED),
         ):
             self.store_rules([rule("Ana")])
-            self.mac["failures"] = {function: -1}
+            self.mac["answers"] = {function: [{"status": -1}]}
             self.assertEqual(self.run_rule("clear"), failed(message))
 
 
@@ -130,7 +134,7 @@ class CheckTests(ChromeRuleTestCase):
 
     def test_tells_whether_the_key_is_free(self):
         for entry, condition in (
-            (any_application(), "a key that Chrome may use"),
+            (ANY_APPLICATION, "a key that Chrome may use"),
             (signing(CHROME), "a key that Chrome may use"),
             (signing("/Mail"), "a key that Chrome may use once you confirm it"),
         ):
@@ -145,7 +149,7 @@ class CheckTests(ChromeRuleTestCase):
         EXECUTABLE.unlink()
         self.force()
         self.assertEqual(list(self.check()[0]), ["browser", "override"])
-        self.mac["failures"] = {"SecItemCopyMatching": -25294}
+        self.mac["answers"] = {"SecItemCopyMatching": [{"status": -25294}]}
         self.assertEqual(list(self.check()[0]), ["browser", "database", "override"])
 
 

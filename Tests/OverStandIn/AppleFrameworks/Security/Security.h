@@ -22,7 +22,6 @@ using SecKeychainPromptSelector = std::uint16_t;
 enum : OSStatus {
   errSecSuccess = 0,
   errSecInternalComponent = -2070,
-  errSecNoAccessForItem = -25243,
   errSecNoSuchKeychain = -25294,
   errSecItemNotFound = -25300,
   errSecInvalidItemRef = -25304,
@@ -30,8 +29,6 @@ enum : OSStatus {
 };
 enum SecKeyUsage : std::uint32_t { kSecKeyUsageDigitalSignature = 1 };
 #endif
-
-// Identities
 
 extern const CFStringRef kSecClass;
 extern const CFStringRef kSecClassIdentity;
@@ -43,8 +40,6 @@ OSStatus SecItemCopyMatching(CFDictionaryRef query, CFTypeRef* result);
 CFTypeID SecIdentityGetTypeID();
 OSStatus SecIdentityCopyCertificate(SecIdentityRef identity, SecCertificateRef* certificate);
 OSStatus SecIdentityCopyPrivateKey(SecIdentityRef identity, SecKeyRef* privateKey);
-
-// Certificates
 
 extern const CFStringRef kSecOIDX509V1IssuerName;
 extern const CFStringRef kSecOIDX509V1SubjectName;
@@ -58,8 +53,6 @@ SecCertificateRef SecCertificateCreateWithData(CFAllocatorRef allocator, CFDataR
 CFDataRef SecCertificateCopyData(SecCertificateRef certificate);
 CFDictionaryRef SecCertificateCopyValues(SecCertificateRef certificate, CFArrayRef keys,
                                          CFErrorRef* error);
-
-// Access lists
 
 extern const CFStringRef kSecACLAuthorizationAny;
 extern const CFStringRef kSecACLAuthorizationSign;
