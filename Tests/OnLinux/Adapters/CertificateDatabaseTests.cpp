@@ -2,11 +2,7 @@
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
-#include <filesystem>
 #include <functional>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "LumaretMacHelper/Linux/CertificateDatabase.hpp"
 #include "Tests/OnLinux/Adapters/CertificateStore.hpp"

@@ -3,11 +3,8 @@
 
 #include <algorithm>
 #include <chrono>
-#include <optional>
 #include <span>
-#include <string>
 #include <string_view>
-#include <utility>
 
 #include "LumaretMacHelper/KeychainIdentityLoader.hpp"
 #include "LumaretMacHelper/Linux/CertificateDecoder.hpp"

@@ -3,7 +3,6 @@
 #include <sys/stat.h>
 
 #include <cstdlib>
-#include <filesystem>
 
 #include "LumaretMacHelper/Linux/ChromeInstallation.hpp"
 #include "Tests/OnLinux/Adapters/PrivateMounts.hpp"

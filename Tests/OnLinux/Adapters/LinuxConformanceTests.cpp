@@ -3,8 +3,6 @@
 
 #include <array>
 #include <nlohmann/json.hpp>
-#include <optional>
-#include <string>
 
 #include "LumaretMacHelper/Linux/ChromeInstallation.hpp"
 #include "Tests/Conformance/ConformanceIdentity.hpp"

@@ -3,7 +3,6 @@
 #include <unicode/uloc.h>
 
 #include <algorithm>
-#include <string>
 #include <vector>
 
 #include "LumaretMacHelper/PlatformFunctions.hpp"

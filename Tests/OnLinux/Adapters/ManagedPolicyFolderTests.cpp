@@ -3,11 +3,8 @@
 #include <sys/stat.h>
 
 #include <chrono>
-#include <filesystem>
 #include <nlohmann/json.hpp>
-#include <string>
 #include <system_error>
-#include <vector>
 
 #include "LumaretMacHelper/ChromeCertificatePolicyService.hpp"
 #include "LumaretMacHelper/Linux/ManagedPolicyFolder.hpp"

@@ -6,8 +6,6 @@
 #include <unistd.h>
 
 #include <csignal>
-#include <filesystem>
-#include <string>
 #include <system_error>
 
 #include "LumaretMacHelper/Linux/PolicyFile.hpp"

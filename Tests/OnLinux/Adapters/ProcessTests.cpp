@@ -7,8 +7,6 @@
 
 #include <chrono>
 #include <csignal>
-#include <filesystem>
-#include <string>
 #include <system_error>
 #include <thread>
 

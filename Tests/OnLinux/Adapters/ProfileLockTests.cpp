@@ -9,9 +9,7 @@
 
 #include <array>
 #include <csignal>
-#include <filesystem>
 #include <stdexcept>
-#include <string>
 
 #include "LumaretMacHelper/Linux/ProfileLock.hpp"
 #include "LumaretMacHelper/POSIX/FileDescriptor.hpp"

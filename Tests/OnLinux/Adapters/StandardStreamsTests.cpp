@@ -7,7 +7,6 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
-#include <string>
 #include <system_error>
 
 #include "LumaretMacHelper/POSIX/FileDescriptor.hpp"
