@@ -227,22 +227,6 @@ std::optional<Error> mapped(const Failure& failure) {
   return selectorErrorOf([&] { authorizer.authorize({"5d2a", {}, {}, {}}); });
 }
 
-TEST(Authorizer, PassesTheIdUnchanged) {
-  Texts fingerprints;
-  KeychainChromePrivateKeyAuthorizer([&](const std::string& fingerprint) {
-    fingerprints.push_back(fingerprint);
-  }).authorize({" 5D2A ", {}, {}, {}});
-  EXPECT_THAT(fingerprints, ElementsAre(" 5D2A "));
-}
-
-TEST(Authorizer, RunsTheWorkflowOverItsBackend) {
-  FakeKeychain keychain;
-  keychain.certificates = {"bea", "ana"};
-  const KeychainChromePrivateKeyAuthorizer authorizer{FakeBackend(keychain)};
-  authorizer.authorize({idOf("bea"), {}, {}, {}});
-  EXPECT_EQ(keychain.calls.back(), "setAccess bea bea");
-}
-
 TEST(Authorizer, MapsErrors) {
   for (const Error& error : {Error::selectedIdentityNotFound(), Error::keychainFailure(-128)}) {
     EXPECT_EQ(mapped(error), error);
