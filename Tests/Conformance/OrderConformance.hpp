@@ -34,7 +34,7 @@ class OrderConformance : public testing::Test {
         "Jose\u0301"};
     // clang-format on
     std::vector<std::string> made = pieces;
-    for (std::size_t index = 0; index < pieces.size(); ++index) {
+    for (std::size_t index = 0; index < pieces.size(); index += 2) {
       made.push_back(pieces[index] + pieces[pieces.size() - 1 - index]);
     }
     return made;

@@ -2,7 +2,9 @@
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
+#include <array>
 #include <functional>
+#include <sstream>
 
 #include "LumaretMacHelper/Linux/CertificateDatabase.hpp"
 #include "Tests/OnLinux/Adapters/CertificateStore.hpp"
@@ -33,7 +35,7 @@ class CertificateDatabase : public ::testing::Test {
     try {
       static_cast<void>(readStoredIdentities());
     } catch (const CertificateDatabaseError& error) {
-      return error.status();
+      return error.status;
     }
     return 0;
   }
@@ -106,6 +108,29 @@ TEST_F(CertificateDatabase, FindsALargeCertificate) {
   ASSERT_GT(identity.der.size(), 8192U);
   store.addIdentity(identity);
   EXPECT_THAT(certificates(), ElementsAre(identity.der));
+}
+
+/// NSS names the columns of its tables after the PKCS#11 attributes: 11 is CKA_VALUE, 102 CKA_ID.
+TEST_F(CertificateDatabase, LeavesOutOnlyAnIdentityWithAnOversizedAttribute) {
+  const auto first = makeIdentity(material_, "/CN=First");
+  const auto second = makeIdentity(material_, "/CN=Second");
+  for (const auto& [file, table, column] :
+       {std::array{"cert9.db", "nssPublic", "a11"}, std::array{"cert9.db", "nssPublic", "a102"},
+        std::array{"key4.db", "nssPrivate", "a102"}}) {
+    std::filesystem::remove_all(folder_);
+    const CertificateStore store(folder_);
+    store.addIdentity(first);
+    store.addIdentity(second);
+    for (const int size : {1 << 20, (1 << 20) + 1}) {
+      std::ostringstream sql;
+      sql << "UPDATE " << table << " SET " << column << " = zeroblob(" << size
+          << ") WHERE id = (SELECT min(id) FROM " << table << " WHERE a11 NOT NULL)";
+      shell("python3 -c 'import sqlite3; file = sqlite3.connect(\"" + (folder_ / file).string() +
+            "\"); file.execute(\"" + sql.str() + "\"); file.commit()'");
+      const bool isReadable = column == std::string("a11") && size == 1 << 20;
+      EXPECT_THAT(certificates(), SizeIs(isReadable ? 2 : 1)) << column << ' ' << size;
+    }
+  }
 }
 
 TEST_F(CertificateDatabase, IsInTheDataHomeUnlessTheOldPlaceExists) {

@@ -45,7 +45,11 @@ TEST_F(Process, NamesAFileThatCannotStart) {
 TEST_F(Process, ReportsItsStatusWhereChildrenAreIgnored) {
   std::signal(SIGCHLD, SIG_IGN);
   EXPECT_EQ(runProcess(script("#!/bin/sh\nexit 3"), {}), 3);
-  EXPECT_EQ(std::signal(SIGCHLD, SIG_DFL), SIG_IGN);
+}
+
+/// The wait has no time limit. This stands for any that somebody might set.
+TEST_F(Process, IsAwaitedHoweverLong) {
+  EXPECT_EQ(runProcess(script("#!/bin/sh\nsleep 6; exit 3"), {}), 3);
 }
 
 TEST_F(Process, InheritsNoOpenFileAboveTheLimitEither) {
@@ -67,7 +71,7 @@ TEST_F(Process, MayPrintToStandardErrorInPlaceOfStandardOutput) {
   const auto executable = script("#!/bin/sh\necho printed; echo reported >&2");
   ::testing::internal::CaptureStdout();
   ::testing::internal::CaptureStderr();
-  runProcess(executable, {}, StandardOutput::toStandardError);
+  runProcess(executable, {}, STDERR_FILENO);
   EXPECT_EQ(::testing::internal::GetCapturedStdout(), "");
   EXPECT_EQ(::testing::internal::GetCapturedStderr(), "printed\nreported\n");
 }

@@ -109,8 +109,8 @@ TEST(StandardOutput, IsInheritedOnlyByAProcessThatShall) {
               const int kept = callersStandardOutput();
               require(kept > STDERR_FILENO && ::fcntl(kept, F_GETFD) == FD_CLOEXEC,
                       std::errc::file_exists, "");
-              runProcess("/bin/echo", {"inherited"});
-              runProcess("/bin/echo", {"apart"}, StandardOutput::toStandardError);
+              runProcess("/bin/echo", {"inherited"}, callersStandardOutput());
+              runProcess("/bin/echo", {"apart"});
             }),
             "inherited\n");
 }

@@ -61,15 +61,10 @@ class TokenTests(ModuleTestCase):
                 self.assertEqual(self.list(misbehaviour), expected)
 
     def test_a_token_with_wrong_lengths_of_attributes_counts_as_absent(self):
-        self.assert_absent(
-            "length-unavailable",
-            "length-huge",
-            "length-above-buffer",
-            "length-shrinks",
-            "length-grows",
-            "length-above-limit",
-            "length-refused-for-ever",
-        )
+        self.assert_absent("length-unavailable", "length-huge", "length-above-buffer")
+
+    def test_a_certificate_that_fits_no_buffer_hides_no_other(self):
+        self.assertEqual(self.list("length-never-fits"), printed(self.line_of(self.in_database, self.on_token)))
 
     def test_a_token_with_a_wrong_number_of_objects_counts_as_absent(self):
         self.assert_absent("handles-unavailable", "handles-huge", "handles-too-many")

@@ -36,32 +36,15 @@ CK_ULONG announcedLength(CK_ULONG real, bool hasBuffer) {
     return huge;
   }
   if (misbehaves("length-above-buffer")) {
-    return hasBuffer ? 1'000'000 : real;
-  }
-  if (misbehaves("length-shrinks")) {
-    return hasBuffer ? real : 100'000;
-  }
-  if (misbehaves("length-grows")) {
-    return hasBuffer ? 5001 : 5000;
-  }
-  if (misbehaves("length-above-limit")) {
-    return 64 << 20;
+    return hasBuffer ? 64 << 20 : real;
   }
   return real;
-}
-
-/// The kinds that only appear if the first buffer, which suffices for most certificates, is too
-/// small.
-bool asksForAnotherBuffer() {
-  return misbehaves("length-shrinks") || misbehaves("length-grows") ||
-         misbehaves("length-above-limit") || misbehaves("length-refused-for-ever");
 }
 
 CK_RV answer(CK_ATTRIBUTE& attribute, CK_OBJECT_HANDLE object, const std::string& bytes) {
   const bool hasBuffer = attribute.pValue != nullptr;
   const bool isCertificate = attribute.type == CKA_VALUE && object == certificateObject;
-  if (isCertificate && hasBuffer && asksForAnotherBuffer() &&
-      (attribute.ulValueLen == 4096 || misbehaves("length-refused-for-ever"))) {
+  if (isCertificate && hasBuffer && misbehaves("length-never-fits")) {
     attribute.ulValueLen = unavailable;
     return CKR_BUFFER_TOO_SMALL;
   }
