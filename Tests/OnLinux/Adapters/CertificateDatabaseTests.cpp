@@ -125,8 +125,8 @@ TEST_F(CertificateDatabase, LeavesOutOnlyAnIdentityWithAnOversizedAttribute) {
       std::ostringstream sql;
       sql << "UPDATE " << table << " SET " << column << " = zeroblob(" << size
           << ") WHERE id = (SELECT min(id) FROM " << table << " WHERE a11 NOT NULL)";
-      shell("python3 -c 'import sqlite3; file = sqlite3.connect(\"" + (folder_ / file).string() +
-            "\"); file.execute(\"" + sql.str() + "\"); file.commit()'");
+      shell("/usr/bin/python3 -c 'import sqlite3; file = sqlite3.connect(\"" +
+            (folder_ / file).string() + "\"); file.execute(\"" + sql.str() + "\"); file.commit()'");
       const bool isReadable = column == std::string("a11") && size == 1 << 20;
       EXPECT_THAT(certificates(), SizeIs(isReadable ? 2 : 1)) << column << ' ' << size;
     }
