@@ -4,15 +4,13 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
-#include <cstdio>
 #include <cstdlib>
-#include <exception>
+#include <ctime>
 #include <nlohmann/json.hpp>
 #include <utility>
 
 #include "LumaretMacHelper/ChromeCertificatePolicyService.hpp"
 #include "LumaretMacHelper/ChromeLauncher.hpp"
-#include "LumaretMacHelper/Contracts.hpp"
 #include "LumaretMacHelper/KeychainChromePrivateKeyAuthorizer.hpp"
 #include "LumaretMacHelper/KeychainIdentityLoader.hpp"
 #include "LumaretMacHelper/PlatformFunctions.hpp"
@@ -40,23 +38,12 @@ json principalObject(const CertificatePrincipal& principal) {
           {"locality", textOrNull(principal.locality)}};
 }
 
-[[noreturn]] void fail(const std::string& message) {
-  writeStandardError(message + "\n");
-  std::exit(EXIT_FAILURE);
-}
-
 /// ISO 8601 date and time in UTC, to the second, such as 2099-12-31T23:59:59Z.
 std::string internetDateTime(Date date) {
-  const auto day = std::chrono::floor<std::chrono::days>(date);
-  const std::chrono::year_month_day calendar(day);
-  const std::chrono::hh_mm_ss time(std::chrono::floor<std::chrono::seconds>(date - day));
+  const std::time_t seconds =
+      std::chrono::floor<std::chrono::seconds>(date).time_since_epoch().count();
   std::array<char, 48> text{};
-  const int length = std::snprintf(
-      text.data(), text.size(), "%04d-%02u-%02uT%02d:%02d:%02dZ", static_cast<int>(calendar.year()),
-      static_cast<unsigned>(calendar.month()), static_cast<unsigned>(calendar.day()),
-      static_cast<int>(time.hours().count()), static_cast<int>(time.minutes().count()),
-      static_cast<int>(time.seconds().count()));
-  return {text.data(), static_cast<std::size_t>(length)};
+  return {text.data(), std::strftime(text.data(), text.size(), "%FT%TZ", std::gmtime(&seconds))};
 }
 
 }  // namespace
@@ -67,12 +54,9 @@ void LumaretMacHelper::main(int argumentCount, const char* const* processArgumen
     // A process may be started without any argument, not even its own path.
     const int first = std::min(1, argumentCount);
     run({processArguments + first, processArguments + argumentCount});
-  } catch (const CertificateSelectorError& error) {
-    fail(error.errorDescription());
-  } catch (const std::exception& error) {
-    fail(error.what());
   } catch (...) {
-    fail(unknownError);
+    writeStandardError(descriptionOfCaughtError() + "\n");
+    std::exit(EXIT_FAILURE);
   }
 }
 

@@ -20,7 +20,7 @@ namespace lumaret {
 
 class SystemKeychainIdentityQuery final : public KeychainIdentityQuerying {
  public:
-  [[nodiscard]] std::vector<std::unique_ptr<KeychainIdentity>> copyIdentities() const override;
+  [[nodiscard]] std::vector<KeychainIdentity> copyIdentities() const override;
 };
 
 /// On Linux, root's object keeps all others waiting from its first reading until it is destroyed.

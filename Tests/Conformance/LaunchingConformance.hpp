@@ -9,6 +9,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <system_error>
 #include <thread>
@@ -47,11 +48,10 @@ class LaunchingConformance : public testing::Test {
     EXPECT_EQ(log(), expected);
   }
 
-  /// Runs the commands and waits for their end. Returns the status with which they failed.
-  int failure(const std::string& commands) {
-    const auto error = thrownBy<ChromeProcessError>(
+  /// Runs the commands and waits for their end.
+  std::optional<ChromeProcessError> failure(const std::string& commands) {
+    return thrownBy<ChromeProcessError>(
         [&] { environment_.run(script(commands), {}, /*waitUntilExit=*/true); });
-    return error ? error->status() : 0;
   }
 
   Desktop desktop_;
@@ -84,11 +84,12 @@ TYPED_TEST_P(LaunchingConformance, FindsExecutableFiles) {
 }
 
 TYPED_TEST_P(LaunchingConformance, ReportsFailures) {
-  EXPECT_EQ(this->failure("sleep 0.2; echo done >$folder/log"), 0);
+  EXPECT_EQ(this->failure("sleep 0.2; echo done >$folder/log"), std::nullopt);
   EXPECT_EQ(this->log(), "done\n");
-  EXPECT_EQ(this->failure("exit 3"), 3);
-  EXPECT_EQ(this->failure("exit 255"), 255);
-  EXPECT_EQ(this->failure("kill -KILL $$"), SIGKILL);
+  for (const auto& [commands, status] :
+       {std::pair("exit 3", 3), {"exit 255", 255}, {"kill -KILL $$", SIGKILL}}) {
+    EXPECT_EQ(this->failure(commands), ChromeProcessError::unsuccessfulExit(status)) << commands;
+  }
   for (const bool waitUntilExit : {true, false}) {
     EXPECT_TRUE(thrownBy<std::system_error>(
         [&] { this->environment_.run(this->folder_ / "missing", {}, waitUntilExit); }));

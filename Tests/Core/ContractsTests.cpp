@@ -1,12 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <gtest/gtest.h>
 
-#include <cstddef>
 #include <limits>
 #include <optional>
+#include <unordered_set>
 #include <vector>
 
-#include "LumaretMacHelper/Contracts.hpp"
+#include "LumaretMacHelper/ChromeCertificatePolicyService.hpp"
+#include "LumaretMacHelper/ChromeLauncher.hpp"
+#include "LumaretMacHelper/KeychainChromePrivateKeyAuthorizer.hpp"
+#include "LumaretMacHelper/LumaretMacHelper.hpp"
 #include "Tests/Support/Cpp/Messages.hpp"
 
 namespace lumaret::tests {
@@ -14,7 +17,6 @@ namespace {
 
 namespace m = messages;
 using Error = CertificateSelectorError;
-using K = Error::Kind;
 
 TEST(ClientIdentity, IsDisplayedByCommonNameAlone) {
   for (const auto& [commonName, displayName] :
@@ -27,7 +29,6 @@ TEST(ClientIdentity, IsDisplayedByCommonNameAlone) {
 }
 
 struct ErrorCase {
-  K kind;
   Error error;
   std::string message;
 };
@@ -37,48 +38,55 @@ const std::vector<ErrorCase>& errors() {
   constexpr KeychainStatus lowest = std::numeric_limits<KeychainStatus>::min();
   const std::string withZero("a\0b", 3);
   static const std::vector<ErrorCase> all = {
-      {K::keychainFailure, Error::keychainFailure(0), m::told(m::keychainFailure, 0)},
-      {K::keychainFailure, Error::keychainFailure(lowest), m::told(m::keychainFailure, lowest)},
-      {K::chromeLaunchFailed, Error::chromeLaunchFailed(""), m::told(m::chromeLaunchFailed, "")},
-      {K::chromeLaunchFailed, Error::chromeLaunchFailed(withZero),
-       m::told(m::chromeLaunchFailed, withZero)},
-      {K::keychainAuthorizationFailed, Error::keychainAuthorizationFailed(-25300),
-       m::told(m::keychainAuthorizationFailed, -25300)},
-      {K::keychainAuthorizationFailed, Error::keychainAuthorizationFailed(25300),
-       m::told(m::keychainAuthorizationFailed, 25300)},
-      {K::certificateHasNoSubject, Error::certificateHasNoSubject(), m::certificateHasNoSubject},
-      {K::policyEncodingFailed, Error::policyEncodingFailed(), m::policyEncodingFailed},
-      {K::policyWriteFailed, Error::policyWriteFailed(), m::policyWriteFailed},
-      {K::policyVerificationFailed, Error::policyVerificationFailed(), m::policyVerificationFailed},
-      {K::chromeNotInstalled, Error::chromeNotInstalled(), m::chromeNotInstalled},
-      {K::selectedIdentityNotFound, Error::selectedIdentityNotFound(), m::selectedIdentityNotFound},
-      {K::selectedIdentityAmbiguous, Error::selectedIdentityAmbiguous(),
-       m::selectedIdentityAmbiguous},
-      {K::selectedIdentityHasNoPrivateKey, Error::selectedIdentityHasNoPrivateKey(),
-       m::selectedIdentityHasNoPrivateKey},
-      {K::chromeKeyAuthorizationUnsupported, Error::chromeKeyAuthorizationUnsupported(),
-       m::chromeKeyAuthorizationUnsupported},
-      {K::keychainAuthorizationCancelled, Error::keychainAuthorizationCancelled(),
-       m::keychainAuthorizationCancelled},
+      {Error::keychainFailure(0), m::told(m::keychainFailure, 0)},
+      {Error::keychainFailure(lowest), m::told(m::keychainFailure, lowest)},
+      {Error::chromeLaunchFailed(""), m::told(m::chromeLaunchFailed, "")},
+      {Error::chromeLaunchFailed(withZero), m::told(m::chromeLaunchFailed, withZero)},
+      {Error::keychainAuthorizationFailed(-25300), m::told(m::keychainAuthorizationFailed, -25300)},
+      {Error::keychainAuthorizationFailed(25300), m::told(m::keychainAuthorizationFailed, 25300)},
+      {Error::certificateHasNoSubject(), m::certificateHasNoSubject},
+      {Error::policyEncodingFailed(), m::policyEncodingFailed},
+      {Error::policyWriteFailed(), m::policyWriteFailed},
+      {Error::policyVerificationFailed(), m::policyVerificationFailed},
+      {Error::chromeNotInstalled(), m::chromeNotInstalled},
+      {Error::selectedIdentityNotFound(), m::selectedIdentityNotFound},
+      {Error::selectedIdentityAmbiguous(), m::selectedIdentityAmbiguous},
+      {Error::selectedIdentityHasNoPrivateKey(), m::selectedIdentityHasNoPrivateKey},
+      {Error::chromeKeyAuthorizationUnsupported(), m::chromeKeyAuthorizationUnsupported},
+      {Error::keychainAuthorizationCancelled(), m::keychainAuthorizationCancelled},
   };
   return all;
 }
 
-TEST(SelectorError, HasKindAndMessage) {
-  for (const auto& [kind, error, message] : errors()) {
-    EXPECT_EQ(error.kind(), kind) << message;
+TEST(SelectorError, HasItsMessage) {
+  for (const auto& [error, message] : errors()) {
     EXPECT_EQ(error.errorDescription(), message);
     EXPECT_STREQ(error.what(), message.c_str());
   }
 }
 
-TEST(SelectorError, EqualsOnlyWithKindAndPayload) {
-  for (std::size_t left = 0; left < errors().size(); ++left) {
-    for (std::size_t right = 0; right < errors().size(); ++right) {
-      const Error copy = errors()[right].error;
-      EXPECT_EQ(errors()[left].error == copy, left == right) << copy.what();
-    }
+/// Expects these different errors to be values: each equals its copy alone, and hashes like it.
+template <typename Type>
+void expectValues(const std::vector<Type>& errors) {
+  const std::unordered_set<Type> set(errors.begin(), errors.end());
+  EXPECT_EQ(set.size(), errors.size());
+  for (const Type& error : errors) {
+    EXPECT_TRUE(set.contains(error)) << error.what();
   }
+}
+
+TEST(Errors, AreValues) {
+  std::vector<Error> selectorErrors;
+  for (const ErrorCase& error : errors()) {
+    selectorErrors.push_back(error.error);
+  }
+  expectValues(selectorErrors);
+  expectValues<CommandError>({CommandError::usage()});
+  expectValues<ChromePreferencesError>({ChromePreferencesError()});
+  using Process = ChromeProcessError;
+  expectValues<Process>({Process::unsuccessfulExit(-15), Process::unsuccessfulExit(15)});
+  using Backend = KeychainAuthorizationBackendError;
+  expectValues<Backend>({Backend::status(-128), Backend::status(128), Backend::unsupported()});
 }
 
 }  // namespace

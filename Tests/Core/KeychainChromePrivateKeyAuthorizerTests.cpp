@@ -212,13 +212,6 @@ TEST_F(Workflow, EndsAtAnyFailureWithItsError) {
   }
 }
 
-TEST(BackendErrors, EqualOnlyWithTheSameStatus) {
-  EXPECT_TRUE(BackendError::status(-128) == BackendError::status(-128));
-  EXPECT_FALSE(BackendError::status(-128) == BackendError::status(128));
-  EXPECT_TRUE(BackendError::unsupported() == BackendError::unsupported());
-  EXPECT_FALSE(BackendError::unsupported() == BackendError::status(0));
-}
-
 /// The error that an authorizer reports if the operation fails.
 template <typename Failure>
 std::optional<Error> mapped(const Failure& failure) {

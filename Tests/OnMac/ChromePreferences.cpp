@@ -6,7 +6,6 @@
 #include <stdexcept>
 #include <string>
 
-#include "LumaretMacHelper/macOS/CoreFoundationReference.hpp"
 #include "LumaretMacHelper/macOS/CoreFoundationValues.hpp"
 #include "Tests/OnMac/TestKeychain.hpp"
 #include "Tests/Support/Cpp/FreshIdentity.hpp"

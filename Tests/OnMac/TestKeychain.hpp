@@ -7,7 +7,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "LumaretMacHelper/macOS/CoreFoundationReference.hpp"
+#include "LumaretMacHelper/macOS/CoreFoundationValues.hpp"
 #include "Tests/Support/Cpp/FreshIdentity.hpp"
 
 namespace lumaret::tests {

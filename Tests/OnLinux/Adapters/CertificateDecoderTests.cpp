@@ -18,20 +18,8 @@ using namespace std::string_literals;
 using namespace std::string_view_literals;
 using std::chrono::sys_days;
 
-class DecodedCertificate final : public KeychainCertificate {
- public:
-  explicit DecodedCertificate(Bytes der) : der_(std::move(der)) {}
-  [[nodiscard]] std::optional<CertificateValues> copyValues() const override {
-    return decodeCertificate(der_);
-  }
-  [[nodiscard]] Bytes data() const override { return der_; }
-
- private:
-  Bytes der_;
-};
-
 std::optional<ParsedCertificateValues> parsed(const Bytes& der) {
-  return CertificateValueParser::parse(DecodedCertificate(der));
+  return CertificateValueParser::parse({decodeCertificate(der), der});
 }
 
 // The conformance suite shows usual names. These certificates have bytes that openssl does not

@@ -25,7 +25,7 @@ class CertificateValuesTest : public OverStandIn {
     machine().identities = {identity("ana")};
     machine().identities[0].certificateValues = std::move(certificateValues);
     const auto handles = SystemKeychainIdentityQuery().copyIdentities();
-    return CertificateValueParser::parse(*handles.at(0)->copyCertificate());
+    return CertificateValueParser::parse(*handles.at(0).copyCertificate());
   }
 
   static CertificatePrincipal subject(standin::List attributes) {

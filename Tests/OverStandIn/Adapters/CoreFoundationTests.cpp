@@ -7,7 +7,6 @@
 #include <utility>
 
 #include "LumaretMacHelper/PlatformFunctions.hpp"
-#include "LumaretMacHelper/macOS/CoreFoundationReference.hpp"
 #include "LumaretMacHelper/macOS/CoreFoundationValues.hpp"
 #include "Tests/OverStandIn/Adapters/OverStandIn.hpp"
 #include "Tests/OverStandIn/AppleFrameworks/Objects.hpp"

@@ -96,7 +96,7 @@ TEST_F(KeychainAuthorization, AddsChromeToEverySigningEntryInOneStep) {
 
 TEST_F(KeychainAuthorization, FailedCallIsUnsupportedOrHasItsStatus) {
   const std::set<OSStatus> none;
-  const std::set<OSStatus> noKeychainItem = {-25304, -25294, -25243};
+  const std::set<OSStatus> noKeychainItem = {-25304, -25294};
   const std::set<OSStatus> noAccessList = {-25304, -25306};
   const std::vector<std::pair<std::string, std::set<OSStatus>>> unsupported = {
       {"SecItemCopyMatching", none},

@@ -31,7 +31,7 @@ class KeychainIdentityTest : public OverStandIn {
     machine().answers = {{"SecItemCopyMatching", {std::move(answer)}}};
     Names certificates;
     for (const auto& handle : SystemKeychainIdentityQuery().copyIdentities()) {
-      const Bytes data = handle->copyCertificate()->data();
+      const Bytes data = handle.copyCertificate()->data;
       certificates.emplace_back(data.begin(), data.end());
     }
     return certificates;

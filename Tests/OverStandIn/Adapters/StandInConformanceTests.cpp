@@ -97,7 +97,7 @@ class Desktop : public FreshMac {
   void stopChrome() { machine().runningApplications.clear(); }
 };
 
-/// The stand-in folds case in the same way in every language. Apple's own Core Foundation does not.
+/// The stand-in folds case in the same way in every language but Turkish.
 class Languages : public FreshMac {
  public:
   static std::vector<std::string> all() { return {"en", "es", "sv", "ja", "de", "tr"}; }

@@ -133,14 +133,17 @@ void CFStringNormalize(CFMutableStringRef text, CFStringNormalizationForm form) 
   });
 }
 
-// By the case folding of Unicode, which does not depend on the locale.
-void CFStringFold(CFMutableStringRef text, CFStringCompareFlags flags, CFLocaleRef) {
+// By the case folding of Unicode, which depends on the locale only for Turkish.
+void CFStringFold(CFMutableStringRef text, CFStringCompareFlags flags, CFLocaleRef locale) {
   if (flags != kCFCompareCaseInsensitive) {
     refuse(__func__, "another folding than of case");
   }
   Text& content = contentAs<TextObject>(text, __func__).text;
-  content = converted(content, [](auto source, auto size, auto target, auto room, auto* status) {
-    return u_strFoldCase(target, room, source, size, U_FOLD_CASE_DEFAULT, status);
+  const std::uint32_t options = locale != nullptr && machine().locale == "tr"
+                                    ? U_FOLD_CASE_EXCLUDE_SPECIAL_I
+                                    : U_FOLD_CASE_DEFAULT;
+  content = converted(content, [=](auto source, auto size, auto target, auto room, auto* status) {
+    return u_strFoldCase(target, room, source, size, options, status);
   });
 }
 
