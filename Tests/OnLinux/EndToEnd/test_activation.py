@@ -2,7 +2,6 @@
 """What `activate` stores, and which processes it starts. A stand-in for the browser records its arguments."""
 
 import tempfile
-import unittest
 
 from Tests.Support.Python import messages, private_machine
 from Tests.Support.Python.helper_test_case import HelperTestCase
@@ -135,7 +134,3 @@ class LaunchTests(ActivationTestCase):
             self.machine.await_quiet()
             result.seek(0)
             self.assertEqual((status, result.read()), (0, b'{"ok":true}\n'))
-
-
-if __name__ == "__main__":
-    unittest.main()

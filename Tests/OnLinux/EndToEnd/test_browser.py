@@ -2,7 +2,6 @@
 """The whole workflow, with a real Chromium and a server that requires a client certificate."""
 
 import json
-import unittest
 
 from Tests.Support.Python import chromium, private_machine
 from Tests.Support.Python.browser_test_case import BrowserTestCase
@@ -62,7 +61,3 @@ class RealBrowserTests(BrowserTestCase):
         identity, *_ = self.make_identities(name, *similar)
         self.assert_activates(identity, "--url", self.server.url("/"))
         self.assertEqual(self.server.await_visit("/").fingerprint, identity.fingerprint)
-
-
-if __name__ == "__main__":
-    unittest.main()

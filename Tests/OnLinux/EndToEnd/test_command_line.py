@@ -2,7 +2,6 @@
 """Arguments, standard streams and exit status of the executable."""
 
 import os
-import unittest
 
 from Tests.Support.Python import messages, private_machine
 from Tests.Support.Python.helper_test_case import HelperTestCase
@@ -108,7 +107,3 @@ class StandardStreamTests(HelperTestCase):
         before = contents(self.machine.home)
         self.assertEqual(self.helper("list", preexec_fn=lambda: os.closerange(0, 3)).status, 1)
         self.assertEqual(contents(self.machine.home), before)
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -9,7 +9,6 @@ import pty
 import select
 import sqlite3
 import termios
-import unittest
 from pathlib import Path
 
 from Tests.Support.Python import messages, private_machine
@@ -120,7 +119,3 @@ class RefusalTests(HelperTestCase):
             preexec_fn=lambda: fcntl.ioctl(0, termios.TIOCSCTTY, 0),
         )
         self.assertEqual(select.select([keyboard], [], [], 0)[0], [], "something was written to the terminal")
-
-
-if __name__ == "__main__":
-    unittest.main()

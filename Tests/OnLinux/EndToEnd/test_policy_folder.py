@@ -4,7 +4,6 @@
 import json
 import os
 import stat
-import unittest
 from pathlib import Path
 
 from Tests.Support.Python import messages, private_machine
@@ -85,7 +84,3 @@ class PolicyFolderTests(HelperTestCase):
         self.assertEqual(last.read_bytes(), before)
         self.assertEqual(self.stored_rules(), [ELSEWHERE, self.own_rule])
         self.assertEqual(self.machine.launches(), [])
-
-
-if __name__ == "__main__":
-    unittest.main()
