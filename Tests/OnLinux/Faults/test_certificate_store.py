@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Certificate databases that are damaged, interrupted, huge, or somebody else's."""
+"""Certificate databases that are damaged, huge, or somebody else's."""
 
 import contextlib
 import hashlib
@@ -12,7 +12,6 @@ import time
 from pathlib import Path
 
 from Tests.Support.Python import messages, private_machine
-from Tests.Support.Python.certificates import Database
 from Tests.Support.Python.fault_test_case import FaultTestCase
 from Tests.Support.Python.outcome import ACTIVATED, failed, printed
 from Tests.Support.Python.policy_files import effective_rules
@@ -82,35 +81,6 @@ class OtherUsersDatabaseTests(FaultTestCase):
         self.assertEqual(effective_rules(), [self.rule_for(identity)])
         self.assertEqual(contents(self.machine.home), before)
         self.assertEqual({place.stat().st_uid for place in self.machine.home.rglob("*")}, {NOBODY})
-
-
-class InterruptedImportTests(FaultTestCase):
-    """An import is killed at each call that removes a journal. docs/troubleshooting.md says how to repair that."""
-
-    def assert_repairable(self, password: str):
-        database = Database(self.machine.home / ".pki/nssdb", password)
-        database.add(self.ana)
-        whole = self.machine.folder / "whole"
-        shutil.copytree(database.folder, whole)
-        unreadable = 0
-        for number in range(1, 100):
-            if not self.interrupt_import(self.ben, database, "unlink", number):
-                break
-            with self.subTest(password, number=number):
-                unreadable += self.helper("list") == UNREADABLE
-                self.machine.run("certutil", "-M", "-d", f"sql:{database.folder}", "-n", "nobody", "-t", ",,")
-                self.assertIn(self.ana.fingerprint, self.helper("list").stdout.decode())
-            shutil.rmtree(database.folder)
-            shutil.copytree(whole, database.folder)
-        self.assertGreater(unreadable, 1)
-        for folder in (whole, database.folder):
-            shutil.rmtree(folder)
-
-    def test_writing_repairs_database_without_its_password(self):
-        self.make_authority()
-        self.ana, self.ben = (self.authority.issue({"CN": name}) for name in ("Ana", "Ben"))
-        for password in ("", "secret"):
-            self.assert_repairable(password)
 
 
 class ManyIdentitiesTests(FaultTestCase):

@@ -36,14 +36,6 @@ class PolicyFolderTests(FaultTestCase):
         self.assertEqual(contents(CHROMIUM.policies.parent), before)
         self.assertEqual(self.machine.launches(), [])
 
-    def test_neither_follows_nor_replaces_link_in_place_of_file(self):
-        OWN_PATH.symlink_to(self.target)
-        self.assert_refused()
-        self.assertFalse(self.target.exists())
-        self.target.write_text(policies(ELSEWHERE))
-        self.assert_refused()
-        self.assertEqual(self.target.read_text(), policies(ELSEWHERE))
-
     def test_publishes_no_secret_behind_link(self):
         self.target.write_text(policies(ELSEWHERE))
         self.target.chmod(0o600)
