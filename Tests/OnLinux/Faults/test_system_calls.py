@@ -100,7 +100,7 @@ class SystemCallTests(FaultTestCase):
         os.setxattr(OWN_PATH, ACCESS_LIST, access_list(os.getuid()))
         if IS_REAL_ROOT:
             os.chown(OWN_PATH, NOBODY, NOBODY)
-        target = self.machine.folder / "company.json"
+        target = CHROMIUM.policies.parent.parent / "company.json"
         target.write_text(policies(ELSEWHERE, OLD_CATCH_ALL))
         (CHROMIUM.policies / LINKED).symlink_to(target)
 
@@ -191,8 +191,8 @@ class SystemCallTests(FaultTestCase):
                 self.assertEqual(stat.filemode(folder.stat().st_mode), "drwxr-xr-x")
 
     def test_faults_of_store_leave_old_file_or_new_one(self):
-        names = "openat newfstatat readlink read write fsync fchown fchmod fremovexattr rename close getdents64"
-        self.sweep(self.prepare_files, [ELSEWHERE, self.rule_for(self.identity)], *names.split())
+        rules = [ELSEWHERE, self.rule_for(self.identity)]
+        self.sweep(self.prepare_files, rules, "openat", "read", "write", "fsync", "rename", "close")
 
 
 @needs_real_root
@@ -231,5 +231,5 @@ class RuleServiceSystemCallTests(SystemCallTests):
         self.assertRegex(outcome.stderr, rb"\ACall failed: [^\n]+\n\Z")
 
     def test_faults_of_first_store_leave_no_file_or_whole_one(self):
-        names = "mkdir chmod openat flock write fsync rename close"
-        self.sweep(self.prepare_nothing, [self.rule_for(self.identity)], *names.split())
+        rules = [self.rule_for(self.identity)]
+        self.sweep(self.prepare_nothing, rules, "mkdir", "openat", "flock", "write", "fsync", "rename", "close")
