@@ -39,7 +39,8 @@ class Call(NamedTuple):
 
     @property
     def is_on_the_road(self) -> bool:
-        return any(road in self.line for road in ROADS)
+        arguments = self.line.rpartition(" = ")[0]
+        return any(road in arguments for road in ROADS)
 
     @property
     def faults(self) -> tuple[str, ...]:
@@ -138,7 +139,8 @@ class SystemCallTests(FaultTestCase):
         print(f"{self.id().rpartition('.')[2]}: {len(cases)} cases over {len(calls)} calls", flush=True)
 
     def run_faulty(self, call: Call, fault: str) -> None:
-        outcome = self.run_traced(*self.FASTER, f"--trace={call.name}", call.injection(fault))
+        faster = self.FASTER if fault != KILLED else ()  # With seccomp, strace 6.1 injects no signal.
+        outcome = self.run_traced(*faster, f"--trace={call.name}", call.injection(fault))
         hit = calls_in(self.log.read_text())[call.number - 1 :]
         if not hit and not call.is_on_the_road:
             self.assertEqual(outcome, self.SUCCESS)  # How often glibc asks for random numbers varies.
