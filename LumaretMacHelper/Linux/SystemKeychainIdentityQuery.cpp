@@ -8,28 +8,19 @@
 namespace lumaret {
 namespace {
 
-class StoredCertificate final : public KeychainCertificate {
+/// An identity and its certificate in one: the store returns only certificates whose key is there.
+class StoredCertificate final : public KeychainIdentity, public KeychainCertificate {
  public:
   explicit StoredCertificate(Bytes certificate) : certificate_(std::move(certificate)) {}
 
+  [[nodiscard]] bool hasPrivateKey() const override { return true; }
+  [[nodiscard]] std::unique_ptr<KeychainCertificate> copyCertificate() const override {
+    return std::make_unique<StoredCertificate>(*this);
+  }
   [[nodiscard]] std::optional<CertificateValues> copyValues() const override {
     return decodeCertificate(certificate_);
   }
   [[nodiscard]] Bytes data() const override { return certificate_; }
-
- private:
-  Bytes certificate_;
-};
-
-/// The store returns a certificate as an identity only if its key is there.
-class StoredKeychainIdentity final : public KeychainIdentity {
- public:
-  explicit StoredKeychainIdentity(Bytes certificate) : certificate_(std::move(certificate)) {}
-
-  [[nodiscard]] bool hasPrivateKey() const override { return true; }
-  [[nodiscard]] std::unique_ptr<KeychainCertificate> copyCertificate() const override {
-    return std::make_unique<StoredCertificate>(certificate_);
-  }
 
  private:
   Bytes certificate_;
@@ -44,11 +35,10 @@ std::vector<std::unique_ptr<KeychainIdentity>> SystemKeychainIdentityQuery::copy
   std::vector<std::unique_ptr<KeychainIdentity>> identities;
   try {
     for (StoredIdentity& identity : readStoredIdentities()) {
-      identities.push_back(
-          std::make_unique<StoredKeychainIdentity>(std::move(identity.certificate)));
+      identities.push_back(std::make_unique<StoredCertificate>(std::move(identity.certificate)));
     }
   } catch (const CertificateDatabaseError& error) {
-    throw CertificateSelectorError::keychainFailure(error.status());
+    throw CertificateSelectorError::keychainFailure(error.status);
   }
   return identities;
 }

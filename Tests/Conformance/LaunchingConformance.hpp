@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -41,6 +42,13 @@ class LaunchingConformance : public testing::Test {
   }
 
   [[nodiscard]] std::string log() const { return readFile(folder_ / "log"); }
+
+  void awaitLog(const std::string& expected) const {
+    for (int attempt = 0; attempt < 1000 && log() != expected; ++attempt) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    EXPECT_EQ(log(), expected);
+  }
 
   /// Runs the commands and waits for their end. Returns their status if they failed.
   std::optional<int> failure(const std::string& commands) {
@@ -99,10 +107,7 @@ TYPED_TEST_P(LaunchingConformance, LetsAProcessOutliveWhatStartedIt) {
       testing::ExitedWithCode(0), "");
   EXPECT_EQ(this->log(), "");
   writeFile(this->folder_ / "go", "");
-  for (int attempt = 0; attempt < 1000 && this->log().empty(); ++attempt) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  }
-  EXPECT_EQ(this->log(), "done\n");
+  this->awaitLog("done\n");
 }
 
 TYPED_TEST_P(LaunchingConformance, PassesArgumentsEnvironmentAndFolderButNoOpenFiles) {
@@ -119,9 +124,23 @@ exec > "$(dirname "$0")/log"; printf '<%s>' "$@"; echo; echo $LUMARET_TEST; pwd;
   EXPECT_THAT(this->log(), testing::Not(testing::HasSubstr("\n47\n")));
 }
 
+TYPED_TEST_P(LaunchingConformance, PassesStandardInput) {
+  const int before = ::dup(STDIN_FILENO);
+  for (const bool waitUntilExit : {true, false}) {
+    writeFile(this->folder_ / "input", waitUntilExit ? "awaited\n" : "not awaited\n");
+    const int input = ::open((this->folder_ / "input").c_str(), O_RDONLY);
+    ::dup2(input, STDIN_FILENO);
+    this->environment_.run(this->script("cat > read; mv read log"), {}, waitUntilExit);
+    ::dup2(before, STDIN_FILENO);
+    ::close(input);
+    this->awaitLog(waitUntilExit ? "awaited\n" : "not awaited\n");
+  }
+  ::close(before);
+}
+
 REGISTER_TYPED_TEST_SUITE_P(LaunchingConformance, FindsChromeWhileItRuns, FindsOnlyExecutableFiles,
                             AwaitsTheEndAndItsStatus, ReportsAFileThatCannotBeStarted,
                             LetsAProcessOutliveWhatStartedIt,
-                            PassesArgumentsEnvironmentAndFolderButNoOpenFiles);
+                            PassesArgumentsEnvironmentAndFolderButNoOpenFiles, PassesStandardInput);
 
 }  // namespace lumaret::tests::conformance

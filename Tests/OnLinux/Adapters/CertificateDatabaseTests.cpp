@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <gmock/gmock.h>
 
+#include <array>
+#include <sstream>
+
 #include "LumaretMacHelper/Linux/CertificateDatabase.hpp"
 #include "Tests/OnLinux/Adapters/CertificateStore.hpp"
 #include "Tests/OnLinux/Adapters/TemporaryHome.hpp"
@@ -37,7 +40,7 @@ class CertificateDatabase : public ::testing::Test {
     try {
       static_cast<void>(readStoredIdentities());
     } catch (const CertificateDatabaseError& error) {
-      return error.status();
+      return error.status;
     }
     return 0;
   }
@@ -148,6 +151,29 @@ TEST_F(CertificateDatabase, FindsALargeCertificate) {
   ASSERT_GT(identity.der.size(), 8192U);
   store.addIdentity(identity);
   EXPECT_THAT(certificates(), ElementsAre(identity.der));
+}
+
+/// NSS names the columns of its tables after the PKCS#11 attributes: 11 is CKA_VALUE, 102 CKA_ID.
+TEST_F(CertificateDatabase, AnOversizedAttributeHidesNoOtherIdentity) {
+  const auto first = makeIdentity(material_, "/CN=First");
+  const auto second = makeIdentity(material_, "/CN=Second");
+  for (const auto& [file, table, column] :
+       {std::array{"cert9.db", "nssPublic", "a11"}, std::array{"cert9.db", "nssPublic", "a102"},
+        std::array{"key4.db", "nssPrivate", "a102"}}) {
+    std::filesystem::remove_all(oldPlace());
+    const CertificateStore store(oldPlace());
+    store.addIdentity(first);
+    store.addIdentity(second);
+    for (const int size : {1 << 20, (1 << 20) + 1}) {
+      std::ostringstream sql;
+      sql << "UPDATE " << table << " SET " << column << " = zeroblob(" << size
+          << ") WHERE id = (SELECT min(id) FROM " << table << " WHERE a11 NOT NULL)";
+      shell("python3 -c 'import sqlite3; file = sqlite3.connect(\"" + (oldPlace() / file).string() +
+            "\"); file.execute(\"" + sql.str() + "\"); file.commit()'");
+      const bool isReadable = column == std::string("a11") && size == 1 << 20;
+      EXPECT_THAT(certificates(), SizeIs(isReadable ? 2 : 1)) << column << ' ' << size;
+    }
+  }
 }
 
 TEST_F(CertificateDatabase, FindsACertificateTwiceWhenItIsOnTwoTokens) {

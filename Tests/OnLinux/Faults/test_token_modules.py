@@ -84,7 +84,6 @@ class TokenTests(ModuleTestCase):
     def test_token_that_misbehaves_counts_as_absent(self):
         self.assertEqual(self.list(), self.both)
         for misbehaviour in (
-            "length-unavailable",
             "length-above-buffer",
             "handles-too-many",
             "search-endless",
@@ -95,6 +94,9 @@ class TokenTests(ModuleTestCase):
         ):
             with self.subTest(misbehaviour):
                 self.assertEqual(self.list(LUMARET_MISBEHAVIOUR=misbehaviour), self.alone)
+
+    def test_certificate_that_fits_no_buffer_hides_no_other(self):
+        self.assertEqual(self.list(LUMARET_MISBEHAVIOUR="length-never-fits"), self.both)
 
     def test_prints_nothing_of_a_module(self):
         outcome = self.list(LUMARET_MISBEHAVIOUR="prints")

@@ -178,7 +178,9 @@ std::string valueOf(CK_OBJECT_HANDLE object, CK_ATTRIBUTE_TYPE type) {
 
 CK_RV answer(CK_ATTRIBUTE& attribute, CK_OBJECT_HANDLE object, const std::string& bytes) {
   const bool hasBuffer = attribute.pValue != nullptr;
+  bool neverFits = false;
   if (object == certificateObject && attribute.type == CKA_VALUE) {
+    neverFits = misbehaves("length-never-fits");
     if (misbehaves("attributes-fill-memory") && hasBuffer) {
       return CKR_OK;  // They fill the buffer.
     }
@@ -186,12 +188,8 @@ CK_RV answer(CK_ATTRIBUTE& attribute, CK_OBJECT_HANDLE object, const std::string
       attribute.ulValueLen = hasBuffer ? 64 << 20 : bytes.size();
       return CKR_OK;
     }
-    if (misbehaves("length-unavailable")) {
-      attribute.ulValueLen = CK_UNAVAILABLE_INFORMATION;
-      return CKR_OK;
-    }
   }
-  if (hasBuffer && attribute.ulValueLen < bytes.size()) {
+  if (hasBuffer && (attribute.ulValueLen < bytes.size() || neverFits)) {
     attribute.ulValueLen = CK_UNAVAILABLE_INFORMATION;
     return CKR_BUFFER_TOO_SMALL;
   }
