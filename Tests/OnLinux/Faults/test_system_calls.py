@@ -134,18 +134,20 @@ class SystemCallTests(FaultTestCase):
         cases = [(call, fault) for call in calls for fault in call.faults]
         for call, fault in cases:
             with self.subTest(call=call.line, fault=fault):
-                prepare()
-                self.run_faulty(call, fault)
+                self.run_faulty(prepare, call, fault)
         print(f"{self.id().rpartition('.')[2]}: {len(cases)} cases over {len(calls)} calls", flush=True)
 
-    def run_faulty(self, call: Call, fault: str) -> None:
+    def run_faulty(self, prepare, call: Call, fault: str) -> None:
         faster = self.FASTER if fault != KILLED else ()  # With seccomp, strace 6.1 injects no signal.
-        outcome = self.run_traced(*faster, f"--trace={call.name}", call.injection(fault))
-        hit = calls_in(self.log.read_text())[call.number - 1 :]
-        if not hit and not call.is_on_the_road:
-            self.assertEqual(outcome, self.SUCCESS)  # How often glibc asks for random numbers varies.
-            return
-        self.assertEqual(hit[0].is_on_the_road, call.is_on_the_road)
+        for _ in range(3):  # What else happens on the machine may change the number of calls at the start.
+            prepare()
+            outcome = self.run_traced(*faster, f"--trace={call.name}", call.injection(fault))
+            hit = calls_in(self.log.read_text())[call.number - 1 :]
+            if hit and hit[0].is_on_the_road == call.is_on_the_road:
+                break
+        else:
+            self.assertFalse(call.is_on_the_road, "The fault was not injected into that call.")
+            return  # How often glibc asks for random numbers varies.
         if fault == KILLED:
             self.assert_killed(outcome)
         else:
