@@ -17,8 +17,6 @@ from Tests.Support.Python.project import HELPER, is_sanitized
 
 setUpModule = private_machine.enter
 
-# They lead to the certificates.
-HOMES = ("HOME", "XDG_DATA_HOME")
 OTHERS = (
     # They lead to the browser's profile.
     *("XDG_CONFIG_HOME", "CHROME_CONFIG_HOME", "CHROME_USER_DATA_DIR"),
@@ -72,7 +70,7 @@ class EnvironmentTests(FaultTestCase):
     def test_list_succeeds_whatever_home_variables_say(self):
         """If a value does not name a folder, the home of the account is used, or there are no certificates."""
         expected = [printed("[]"), printed(self.line_of(*self.identities))]
-        for name in HOMES:
+        for name in ("HOME", "XDG_DATA_HOME"):
             for outcome, variables in self.outcomes((name,), "list"):
                 self.assertIn(outcome, expected, variables)
 

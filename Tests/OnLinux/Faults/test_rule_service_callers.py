@@ -19,7 +19,6 @@ from Tests.Support.Python.users import needs_real_root
 setUpModule = private_machine.enter
 
 OTHER = rule({"CN": "x"}, None)
-MOST_OF_ONE_USER = 16
 MOST = 112
 
 
@@ -125,7 +124,7 @@ class RuleServiceBoundTests(RuleServiceTestCase):
         self.bus.ask("ana")
         self.dialog = self.open_dialogs()
 
-    def ask(self, client: Client, count: int = MOST_OF_ONE_USER) -> list:
+    def ask(self, client: Client, count: int = 16) -> list:
         """Returns the questions that polkit has then put."""
         for _ in range(count):
             client.send_store(OWN, interactive=True)

@@ -26,7 +26,6 @@ ROADS = (str(CHROMIUM.policies.parent.parent), str(LOCK))
 KILLED = "SIGKILL"
 LINKED = "10-company.json"
 ACCESS_LIST = "system.posix_acl_access"
-WORLD_READABLE = (0, "-rw-r--r--", [])
 
 
 class Call(NamedTuple):
@@ -119,7 +118,7 @@ class SystemCallTests(FaultTestCase):
         outcome = self.run_traced()
         self.assertEqual(outcome, self.SUCCESS)
         self.new, self.rules = own_file(), rules
-        self.assertEqual(self.new[1:], WORLD_READABLE)
+        self.assertEqual(self.new[1:], (0, "-rw-r--r--", []))
         self.assert_sound(outcome)
         calls = self.swept(calls_in(self.log.read_text()))
         self.assertLessEqual(set(expected_names), {call.name for call in calls})
