@@ -67,7 +67,7 @@ def step(title: str):
         raise StepFailed(f"{title}: {error}") from error
 
 
-def use_display(machine: PrivateMachine, at_end: ExitStack) -> None:
+def use_display(machine: PrivateMachine) -> None:
     """Uses the person's display if it can be reached, else a virtual one."""
     name = os.environ.get("DISPLAY", "")
     cookies = os.environ.get("XAUTHORITY") or os.path.expanduser("~/.Xauthority")
@@ -77,8 +77,7 @@ def use_display(machine: PrivateMachine, at_end: ExitStack) -> None:
         machine.environment |= {"DISPLAY": name, "XAUTHORITY": cookies}
         print(f"Using the display {name}.")
         return
-    display = chromium.VirtualDisplay(machine)
-    at_end.callback(display.close)
+    chromium.start_display(machine)
     print("There is no display here: Chromium gets a virtual one.")
 
 
@@ -119,7 +118,7 @@ def demonstrate(executable: Path, pictures: Path, at_end: ExitStack) -> None:
         at_end.callback(machine.close)
         chromium.configure(machine, "--window-size=740,600")
         machine.write_policies("10-demo.json", '{"CommandLineFlagSecurityWarningsEnabled": false}')
-        use_display(machine, at_end)
+        use_display(machine)
 
     with step("Making a certificate authority and two client identities in Chromium's certificate database"):
         authority = Authority(machine.folder / "authority", AUTHORITY, HOSTS)

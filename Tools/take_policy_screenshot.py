@@ -60,7 +60,7 @@ def main() -> None:
     machine = PrivateMachine()
     try:
         chromium.configure(machine, "--window-size=1180,760", "--window-position=0,0", "--test-type")
-        display = chromium.VirtualDisplay(machine)
+        chromium.start_display(machine)
         authority = Authority(machine.folder / "authority", {"CN": "Demo Authority", "O": "Lumaret Demo"})
         identity = authority.issue({"CN": "Ana Example", "O": "Example Org"})
         Database(machine.home / ".pki/nssdb").add(identity)
@@ -69,7 +69,6 @@ def main() -> None:
         if outcome.status != 0:
             raise RuntimeError(outcome.stderr.decode(errors="replace"))
         take(machine, picture)
-        display.close()
     finally:
         machine.close()
 

@@ -4,6 +4,7 @@
 import json
 import os
 import re
+import shutil
 
 from Tests.Support.Python import private_machine
 from Tests.Support.Python.debian_package import DebianRootTestCase
@@ -19,6 +20,10 @@ GUIDE = (SOURCES / "docs/administrators.md").read_text()
 EXAMPLES = SOURCES / "docs/examples"
 RULES_FILE = EXAMPLES / "50-lumaret-macos-helper.rules"
 ANNA = 12001
+
+
+def roll_out_to(*users: str) -> tuple[str, str, str]:
+    return "roll-out.yml", "--extra-vars", json.dumps({"package": "/package.deb", "users": users})
 
 
 @needs_real_root
@@ -37,26 +42,22 @@ class AdministratorsTests(DebianRootTestCase):
         # From now on the files of groups are among what `state` compares.
         self.inside("groupadd", "lumaret-probe")
         self.inside("groupdel", "lumaret-probe")
+        shutil.copytree(EXAMPLES, self.root / "examples")
         self.policy = self.root / "etc/chromium/policies/managed" / OWN_FILE
-        self.rules = self.root / "etc/polkit-1/rules.d" / RULES_FILE.name
+        self.before = self.state()
 
     def assert_rolled_out_to(self, *users: str):
         self.assertEqual(self.inside("dpkg-query", "-W", "-f", "${Version}", "lumaret-macos-helper"), VERSION)
-        self.assertEqual(self.rules.read_bytes(), RULES_FILE.read_bytes())
-        self.assertEqual(self.rules.stat().st_mode & 0o777, 0o644)
+        rules = self.root / "etc/polkit-1/rules.d" / RULES_FILE.name
+        self.assertEqual((rules.read_bytes(), rules.stat().st_mode & 0o777), (RULES_FILE.read_bytes(), 0o644))
         group = self.inside("getent", "group", "lumaret-rule").strip()
         self.assertEqual(set(group.rpartition(":")[2].split(",")) - {""}, set(users))
 
     def run_playbook(self, book: str, *arguments: str) -> Outcome:
-        for file in (book, RULES_FILE.name):
-            (self.root / file).write_bytes((EXAMPLES / file).read_bytes())
-        outcome = self.run_inside(
+        return self.run_inside(
             *("ansible-playbook", "--inventory", "this,", "--connection", "local"),
-            *("--extra-vars", "ansible_python_interpreter=/usr/bin/python3", *arguments, book),
+            *("--extra-vars", "ansible_python_interpreter=/usr/bin/python3", *arguments, f"/examples/{book}"),
         )
-        for file in (book, RULES_FILE.name):
-            (self.root / file).unlink()
-        return outcome
 
     def play(self, book: str, *arguments: str) -> int:
         """Runs the playbook, and returns how many tasks report a change, made or to be made."""
@@ -71,18 +72,13 @@ class AdministratorsTests(DebianRootTestCase):
         self.assertEqual(self.state(), before)
         return count
 
-    @staticmethod
-    def roll_out_to(*users: str) -> tuple[str, str, str]:
-        return "roll-out.yml", "--extra-vars", json.dumps({"package": "/package.deb", "users": users})
-
     def test_ansible_rolls_out_and_back(self):
-        before = self.state()
-        self.assertEqual(self.announce(*self.roll_out_to("anna", "ben")), 3)
-        self.assertEqual(self.play(*self.roll_out_to("anna", "ben")), 5)
+        self.assertEqual(self.announce(*roll_out_to("anna", "ben")), 3)
+        self.assertEqual(self.play(*roll_out_to("anna", "ben")), 5)
         self.assert_rolled_out_to("anna", "ben")
-        self.assertEqual(self.announce(*self.roll_out_to("anna", "dora")), 1)
+        self.assertEqual(self.announce(*roll_out_to("anna", "dora")), 1)
         for users, changes in ((("ben", "anna"), 0), (("anna", "dora"), 1), ((), 1), ((), 0)):
-            self.assertEqual(self.play(*self.roll_out_to(*users)), changes)
+            self.assertEqual(self.play(*roll_out_to(*users)), changes)
             self.assert_rolled_out_to(*users)
 
         self.policy.parent.mkdir(parents=True)
@@ -90,37 +86,33 @@ class AdministratorsTests(DebianRootTestCase):
         self.assertEqual(self.announce("roll-back.yml"), 4)
         for changes in (4, 0):
             self.assertEqual(self.play("roll-back.yml"), changes)
-            self.assertEqual(self.state(), before)
+            self.assertEqual(self.state(), self.before)
 
     def test_ansible_leaves_foreign_group_alone(self):
         self.inside("groupadd", "--users", "dora", "lumaret-rule")
         before = self.state()
-        outcome = self.run_playbook(*self.roll_out_to("anna"))
-        self.assertEqual(outcome.status, 2)
-        self.assertIn(b"There is a group lumaret-rule, and no /etc/polkit-1/rules.d/", outcome.stdout)
+        self.assertEqual(self.run_playbook(*roll_out_to("anna")).status, 2)
         self.assertEqual(self.play("roll-back.yml"), 0)
         self.assertEqual(self.state(), before)
 
     def test_ansible_rejects_unknown_user(self):
-        before = self.state()
-        outcome = self.run_playbook(*self.roll_out_to("anna", "nobody-here"))
-        self.assertEqual((outcome.status, self.state()), (2, before))
+        outcome = self.run_playbook(*roll_out_to("anna", "nobody-here"))
+        self.assertEqual((outcome.status, self.state()), (2, self.before))
 
     def test_shell_commands_roll_out_and_back(self):
-        tools = self.home / "tools"
-        tools.mkdir()
         ssh = '#!/bin/sh\n[ "$1 $2" = "-n root@first" ] || exit; exec sh -c "$3"\n'
         scp = '#!/bin/sh\n[ "${2%:*}" = root@first ] || exit; exec cp "$1" "${2#*:}"\n'
-        self.machine.write_program(tools / "ssh", ssh)
-        self.machine.write_program(tools / "scp", scp)
+        self.machine.write_program(self.home / "ssh", ssh)
+        self.machine.write_program(self.home / "scp", scp)
         (self.home / "hosts").write_text("first\n")
-        (self.home / self.package.name).write_bytes(self.package.read_bytes())
+        shutil.copy(self.package, self.home)
         before = self.state()
         home = f"/{self.home.name}"
-        shell = ("env", f"--chdir={home}", f"PATH={home}/tools:/usr/sbin:/usr/bin", "sh", "-euc")
         for commands in code_blocks(GUIDE, "sh")[:2]:
             for _ in range(2):
-                outcome = self.run_inside(*shell, commands)
+                outcome = self.run_inside(
+                    "env", f"--chdir={home}", f"PATH={home}:/usr/sbin:/usr/bin", "sh", "-euc", commands
+                )
                 self.assertEqual(outcome.status, 0, outcome.stderr)
                 self.assertNotIn(b"first: failed", outcome.stderr)
                 if "scp" in commands:
@@ -128,11 +120,11 @@ class AdministratorsTests(DebianRootTestCase):
         self.assertEqual(self.state(), before)
 
     def test_nothing_of_version_0_1_0_remains(self):
-        policies, chrome = self.policy.parent, self.root / "etc/opt/chrome/policies"
-        for folder in (policies, chrome, self.root / "run/lumaret-macos-helper"):
+        lock, managed = self.root / "run/lumaret-macos-helper", self.policy.parent
+        for folder in (lock, managed, self.root / "etc/opt/chrome/policies"):
             folder.mkdir(parents=True)
-        kept = policies / "10-company.json"
-        removed = (self.policy, policies.parent / ".lumaret-macos-helper.abcdef")
+        kept = managed / "10-company.json"
+        removed = (self.policy, managed.parent / ".lumaret-macos-helper.abcdef")
         for file in (kept, *removed):
             file.touch()
             os.chown(file, ANNA, ANNA)
@@ -140,8 +132,7 @@ class AdministratorsTests(DebianRootTestCase):
         grant.touch()
         commands = code_blocks(GUIDE, "sh")[2]
         self.inside("sh", "-euc", commands)
-        there = (kept, *removed, grant, self.root / "run/lumaret-macos-helper")
-        self.assertEqual([file for file in there if file.exists()], [kept])
+        self.assertEqual([file for file in (kept, *removed, grant, lock) if file.exists()], [kept])
         self.policy.touch()  # which is root's
         self.inside("sh", "-euc", commands)
         self.assertTrue(self.policy.exists())

@@ -2,18 +2,17 @@
 """The Debian package: what it contains, and that nothing of it is left after removal."""
 
 import re
-import subprocess
+import shutil
 from pathlib import Path
 
-from Tests.Support.Python import debian_package, private_machine
+from Tests.Support.Python import private_machine
 from Tests.Support.Python.debian_package import DebianPackageTestCase, DebianRootTestCase
-from Tests.Support.Python.installation import PACKAGED, files, folder_modes, modes
 from Tests.Support.Python.outcome import ACTIVATED
 from Tests.Support.Python.policy_files import OWN_FILE
-from Tests.Support.Python.private_machine import await_until, contents
+from Tests.Support.Python.private_machine import contents
 from Tests.Support.Python.project import HELPER, RULE_SERVICE, VERSION
-from Tests.Support.Python.system_bus import PERMIT
-from Tests.Support.Python.users import needs_real_root
+from Tests.Support.Python.system_bus import PERMIT, start_bus
+from Tests.Support.Python.users import AS_NOBODY, NOBODY, needs_real_root
 
 setUpModule = private_machine.enter
 
@@ -22,35 +21,34 @@ class DebianPackageTests(DebianPackageTestCase):
     def field(self, name: str) -> str:
         return self.assert_succeeds("dpkg-deb", "--field", self.package, name).strip()
 
-    def extract(self, package: Path, name: str) -> Path:
-        place = self.machine.folder / name
-        self.assert_succeeds("dpkg-deb", "--raw-extract", package, place)
-        return place
+    def extract(self) -> Path:
+        """On Debian, /lib is a link to /usr/lib."""
+        content = self.machine.folder / "content"
+        self.assert_succeeds("dpkg-deb", "--extract", self.package, content)
+        if (content / "lib").exists():
+            shutil.copytree(content / "lib", content / "usr/lib")
+        return content / "usr"
 
     def needed(self, program: Path) -> set[str]:
         return set(re.findall(r"NEEDED\s+(\S+)", self.assert_succeeds("objdump", "-p", program)))
 
     def test_has_name_version_and_files(self):
-        self.assertEqual((self.field("Package"), self.field("Version")), ("lumaret-macos-helper", VERSION))
-        place = self.extract(self.package, "content")
-        self.assertEqual(files(place / "usr"), modes(PACKAGED))
-        self.assertEqual(folder_modes(place), {"drwxr-xr-x"})
-        self.assert_links_lead_somewhere(place)
-        changelog = self.assert_succeeds("zcat", place / "usr/share/doc/lumaret-macos-helper/changelog.gz")
-        self.assertTrue(changelog.startswith(f"lumaret-macos-helper ({VERSION}) "))
+        self.assertEqual(self.field("Package"), "lumaret-macos-helper")
+        documents, place = "share/doc/lumaret-macos-helper", self.extract()
+        self.assert_installed(
+            place,
+            *(f"{documents}/changelog.gz", f"{documents}/copyright", "share/man/man1/lumaret-macos-helper.1.gz"),
+            *("share/zsh/vendor-completions/_lumaret-macos-helper", "share/lintian/overrides/lumaret-macos-helper"),
+        )
+        changelog = self.assert_succeeds("zcat", place / documents / "changelog.gz")
+        self.assertTrue(changelog.startswith(f"lumaret-macos-helper ({self.field('Version')}) "))
 
-    def test_is_the_same_from_private_clone(self):
-        self.close_sources_to_others()
-        first = contents(self.extract(self.package, "first"))
-        second = contents(self.extract(debian_package.make(self.machine.folder / "again"), "second"))
-        for made in (first, second):
-            # The installed size includes that of folders, which depends on the file system.
-            mode, control = made["DEBIAN/control"]
-            made["DEBIAN/control"] = (mode, re.sub(rb"Installed-Size: \d+", b"", control))
-        self.assertEqual([path for path in first.keys() | second.keys() if first.get(path) != second.get(path)], [])
+    def test_counts_as_older_than_release(self):
+        self.assert_succeeds("dpkg", "--compare-versions", self.field("Version"), "lt", VERSION)
 
-    def test_has_no_lintian_error(self):
-        self.assert_succeeds("lintian", "--allow-root", "--fail-on", "error", self.package)
+    def test_satisfies_lintian(self):
+        """A program whose libraries are not among the dependencies would be one."""
+        self.assert_succeeds("lintian", "--allow-root", "--pedantic", "--fail-on", "error,warning,pedantic", self.package)
 
     def test_only_service_links_bus(self):
         of_the_language = {"libstdc++.so.6", "libm.so.6", "libgcc_s.so.1", "libc.so.6"}
@@ -58,18 +56,8 @@ class DebianPackageTests(DebianPackageTestCase):
         self.assertNotIn("libsystemd.so.0", self.needed(HELPER))
 
     def test_unit_is_confined(self):
-        unit = self.extract(self.package, "content") / "usr/lib/systemd/system/lumaret-rule-service.service"
+        unit = self.extract() / "lib/systemd/system/lumaret-rule-service.service"
         self.assert_succeeds("systemd-analyze", "security", "--offline=true", "--threshold=15", unit)
-
-    def test_depends_on_every_library(self):
-        paths = dict(re.findall(r"(\S+) => (/\S+)", self.assert_succeeds("ldd", HELPER)))
-        depends = set(re.findall(r"(?:^|, )([^ ,]+)", self.field("Depends")))
-        for library in self.needed(HELPER) & paths.keys():
-            # The loader may name a path outside /usr that leads below it, and packages name the latter.
-            name = Path(paths[library]).resolve().name
-            owners = re.findall(r"^([^:]+):", self.assert_succeeds("dpkg-query", "--search", f"*/{name}"), re.M)
-            with self.subTest(library):
-                self.assertTrue(depends.intersection(owners), f"{owners} is not in {depends}")
 
 
 @needs_real_root
@@ -96,26 +84,14 @@ class DebianLifecycleTests(DebianRootTestCase):
         self.assertEqual(self.state(), before)
         self.assertEqual(list(self.root.glob("var/lib/dpkg/info/lumaret*")), [])
 
-    def start_system_bus(self):
-        """The bus of the root, which starts the installed service, and polkit, which permits the user nobody."""
-        self.machine.mount("-t", "tmpfs", "none", self.root / "run")
-        (self.root / "run/dbus").mkdir()
-        (self.root / "etc/polkit-1/rules.d/50-test.rules").write_text(PERMIT % ["nobody"])
-        daemon = subprocess.Popen(
-            ("chroot", self.root, "dbus-daemon", "--system", "--nofork", "--nopidfile", "--nosyslog"),
-            stdout=subprocess.DEVNULL,
-            stderr=subprocess.DEVNULL,
-        )
-        self.addCleanup(daemon.wait)
-        self.addCleanup(daemon.kill)
-        await_until((self.root / "run/dbus/system_bus_socket").exists, "the system bus")
-
     def test_ordinary_user_activates_through_installed_service(self):
+        """On the bus of the root, which starts the service, and with polkit, which permits the user nobody."""
         self.inside("dpkg", "--install", "package.deb")
-        self.start_system_bus()
-        self.inside("chown", "-R", "nobody:nogroup", "/administrator")
-        user = ("setpriv", "--reuid=nobody", "--regid=nogroup", "--clear-groups")
-        self.assertEqual(self.activate_inside(*user), ACTIVATED)
+        self.machine.mount_empty(self.root / "run")
+        (self.root / "etc/polkit-1/rules.d/50-test.rules").write_text(PERMIT % ["nobody"])
+        self.addCleanup(start_bus(("chroot", self.root), self.machine.folder / "log", self.root))
+        self.inside("chown", "-R", f"{NOBODY}:{NOBODY}", "/administrator")
+        self.assertEqual(self.activate_inside(*AS_NOBODY), ACTIVATED)
         rules = self.policy.read_bytes()
         self.assertEqual(self.policy.stat().st_uid, 0)
         self.inside("dpkg", "--remove", "lumaret-macos-helper")

@@ -28,9 +28,5 @@ class ManualTests(unittest.TestCase):
         # So wide that no message is wrapped.
         text = re.sub(".\b", "", output("mandoc", "-T", "utf8", "-O", "width=400", PAGE))
         self.assertIn(f"describes version {VERSION}.", text)
-        explained = re.findall(r"^     (\S.*)\n {8,}\S", text.partition("\nDIAGNOSTICS\n")[2], re.M)
-        every = messages.every()
-        for ending in ("unsuccessfulExit", "unsupportedScheme"):
-            every[ending] = messages.launch_failed(every[ending])
-        expected = {text.replace("<status>", "number").replace("<text>", "reason") for text in every.values()}
-        self.assertEqual(expected - set(explained), set())
+        for message in messages.EVERY.values():
+            self.assertIn(message.replace("<status>", "number").replace("<text>", "reason"), text)

@@ -6,26 +6,29 @@ import stat
 from pathlib import Path
 
 from Tests.Support.Python import private_machine
-from Tests.Support.Python.installation import INSTALLED, files, folder_modes, modes
 from Tests.Support.Python.outcome import printed
 from Tests.Support.Python.packaging_test_case import PackagingTestCase, kept_manifest
-from Tests.Support.Python.project import BUILD, SOURCES, VERSION
+from Tests.Support.Python.project import BUILD, MADE, SOURCES, VERSION
 
 setUpModule = private_machine.enter
 
 TOOL = "lumaret_macos_helper"  # the tool's name in those of functions
+OTHERS = (
+    "share/doc/lumaret-macos-helper/LICENSE",
+    "share/man/man1/lumaret-macos-helper.1",
+    "share/zsh/site-functions/_lumaret-macos-helper",
+)
 
 
 class InstallTests(PackagingTestCase):
-    def assert_installed(self, place: Path):
-        self.assertEqual(files(place), modes(INSTALLED))
-        self.assertEqual(folder_modes(place), {"drwxr-xr-x"})
-        self.assert_links_lead_somewhere(place)
+    def install(self, prefix: Path | str, **settings) -> None:
+        with kept_manifest():
+            self.assert_succeeds("cmake", "--install", BUILD, "--prefix", prefix, **settings)
 
-    def test_installs_usable_files_where_expected(self):
+    def test_installs_usable_files(self):
         place = self.machine.folder / "usr"
         self.install(place)
-        self.assert_installed(place)
+        self.assert_installed(place, *OTHERS)
         self.machine.environment["PATH"] = f"{place}/bin:/usr/bin:/bin"
         self.assertEqual(self.machine.run("lumaret-macos-helper", "list"), printed("[]"))
 
@@ -42,22 +45,21 @@ class InstallTests(PackagingTestCase):
         self.assertEqual(self.assert_succeeds("fish", "--no-config", "--command", fish), completed)
 
     def test_ignores_umask_and_permissions_of_sources(self):
-        self.close_sources_to_others()
-        for umask in (0o000, 0o077):
-            with self.subTest(f"{umask:03o}"):
-                place = self.machine.folder / f"usr-{umask:03o}"
-                self.install(place, umask=umask)
-                self.assert_installed(place)
-
-    def test_takes_relative_prefix_and_destdir(self):
-        place = self.machine.folder / "relative"
-        place.mkdir()
-        self.install("usr", cwd=place, umask=0o077)
+        """The prefix and DESTDIR may be relative."""
+        documents = (SOURCES / "LICENSE", SOURCES / "NOTICE", *SOURCES.glob("*.md"))
+        for number, place in enumerate((SOURCES / "docs", SOURCES / "Packaging", MADE, *documents)):
+            copy = self.machine.folder / f"source-{number}"
+            self.assert_succeeds("cp", "-r", place, copy)
+            self.assert_succeeds("chmod", "-R", "go=", copy)
+            self.machine.mount_over(place, copy)
+        folder = self.machine.folder / "relative"
+        folder.mkdir()
+        self.install("open", cwd=folder, umask=0o000)
+        self.assert_installed(folder / "open", *OTHERS)
         self.machine.environment["DESTDIR"] = "staged"
-        self.install("/usr", cwd=place, umask=0o077)
-        self.assert_installed(place / "usr")
-        self.assert_installed(place / "staged/usr")
-        self.assertEqual(folder_modes(place), {"drwxr-xr-x"})
+        self.install("/usr", cwd=folder, umask=0o077)
+        self.assert_installed(folder / "staged/usr", *OTHERS)
+        self.assertEqual(stat.filemode((folder / "staged").stat().st_mode), "drwxr-xr-x")
 
     def test_keeps_permissions_of_existing_folders(self):
         place = self.machine.folder / "local"
@@ -77,9 +79,7 @@ class ConfigureTests(PackagingTestCase):
         for program in (*debian, *Path("/usr/bin").glob("apt*"), *Path("/usr/bin").glob("dpkg*")):
             self.machine.write_program(tools / program.name, f'#!/bin/sh\necho "$0 $*" >> {asked}\nexit 1\n')
         self.machine.environment["PATH"] = f"{tools}:{self.machine.environment['PATH']}"
-        build = self.machine.folder / "build"
-        self.assert_succeeds("cmake", "--preset", "release", "-B", build, cwd=SOURCES)
-        self.assertTrue((build / "build.ninja").exists())
+        self.assert_succeeds("cmake", "--preset", "release", "-B", self.machine.folder / "build", cwd=SOURCES)
         self.assertEqual(asked.read_text() if asked.exists() else "", "")
 
 
@@ -87,52 +87,41 @@ class MacPackageTests(PackagingTestCase):
     """Uses stand-ins for the Mac's own tools, which only record their arguments. They package this build. So this
     shows how the package is made, and not what a build on a Mac installs."""
 
-    BUILD_FOLDER = "build/macos-universal"
-    PACKAGE = f"build/lumaret-macos-helper-{VERSION}.pkg"
-
     def setUp(self):
         super().setUp()
-        clone, tools = self.machine.folder / "clone", self.machine.folder / "tools"
-        tools.mkdir()
-        asked = self.asked = self.machine.folder / "asked"
-        for tool in ("codesign", "lipo", "pkgbuild", "cmake"):
-            action = f'printf "%s " {tool} "$@" >> {asked}; echo >> {asked}\n'
-            if tool == "cmake":
-                action += f'[ "$1" != --install ] || exec /usr/bin/cmake --install {BUILD} "$3" "$4" >/dev/null\n'
-            if tool == "pkgbuild":
-                action += f'cp -rp "$2" {self.machine.folder}/root\n'
-            self.machine.write_program(tools / tool, "#!/bin/sh\n" + action)
         script = "Packaging/macOS/build-package"
-        for folder in (clone / self.BUILD_FOLDER, (clone / script).parent):
+        clone, tools, self.asked = (self.machine.folder / name for name in ("clone", "tools", "asked"))
+        for folder in (tools, clone / "build/macos-universal", (clone / script).parent):
             folder.mkdir(parents=True)
-        (clone / self.BUILD_FOLDER / "CMakeCache.txt").write_text(f"CMAKE_PROJECT_VERSION:STATIC={VERSION}\n")
+        (clone / "build/macos-universal/CMakeCache.txt").write_text(f"CMAKE_PROJECT_VERSION:STATIC={VERSION}\n")
         self.script = self.machine.write_program(clone / script, (SOURCES / script).read_text())
+        action = {
+            "cmake": f'[ "$1" != --install ] || exec /usr/bin/cmake --install {BUILD} "$3" "$4" >/dev/null\n',
+            "pkgbuild": f'cp -rp "$2" {self.machine.folder}/root\n',
+        }
+        for tool in ("codesign", "lipo", "pkgbuild", "cmake"):
+            record = f'#!/bin/sh\nprintf "%s " {tool} "$@" >> {self.asked}; echo >> {self.asked}\n'
+            self.machine.write_program(tools / tool, record + action.get(tool, ""))
         self.machine.environment["PATH"] = f"{tools}:{self.machine.environment['PATH']}"
 
-    def assert_packages(self, signing: str, package_signing: str):
+    def make(self) -> str:
+        """Returns the commands that sign the program, check its processors and make the package."""
         with kept_manifest():
-            self.assertEqual(self.assert_succeeds(self.script, umask=0o077), self.PACKAGE + "\n")
-        program = f"{self.BUILD_FOLDER}/lumaret-macos-helper"
-        asked = self.asked.read_text()
-        root = re.search(r"--root (\S+)", asked)[1]
-        identifier = f"--identifier com.lumaret.macos-helper --version {VERSION} --install-location /"
-        expected = (
-            "cmake --preset macos-universal",
-            "cmake --build --preset macos-universal",
-            f"codesign --force {signing} {program}",
-            f"lipo {program} -verify_arch arm64 x86_64",
-            f"cmake --install {self.BUILD_FOLDER} --prefix /usr/local",
-            f"pkgbuild --root {root} {identifier} {package_signing}{self.PACKAGE}",
-        )
-        self.assertEqual(asked, "".join(f"{command} \n" for command in expected))
-        packaged = self.machine.folder / "root"
-        self.assertEqual(files(packaged / "usr/local"), modes(INSTALLED))
-        self.assertEqual(folder_modes(packaged), {"drwxr-xr-x"})
-        self.assertFalse(Path(root).exists())
+            package = self.assert_succeeds(self.script, umask=0o077)
+        self.assertEqual(package, f"build/lumaret-macos-helper-{VERSION}.pkg\n")
+        return "".join(re.findall("^(?:codesign|lipo|pkgbuild) .*\n", self.asked.read_text(), re.M))
 
-    def test_signs_ad_hoc_without_identities(self):
-        self.assert_packages("--sign -", "")
+    def test_packages_whole_installation(self):
+        commands = self.make()
+        self.assertRegex(commands, "^codesign --force --sign - build/macos-universal/lumaret-macos-helper \n")
+        self.assertIn("\nlipo build/macos-universal/lumaret-macos-helper -verify_arch arm64 x86_64 \n", commands)
+        packaged = self.machine.folder / "root"
+        self.assert_installed(packaged / "usr/local", *OTHERS)
+        self.assertEqual([folder.stat().st_mode & 0o777 for folder in (packaged, packaged / "usr")], [0o755, 0o755])
+        self.assertFalse(Path(re.search(r"--root (\S+)", commands)[1]).exists())
 
     def test_signs_with_given_identities(self):
         self.machine.environment |= {"APPLICATION_IDENTITY": "Application: Ana", "INSTALLER_IDENTITY": "Installer: Ana"}
-        self.assert_packages("--options runtime --timestamp --sign Application: Ana", "--sign Installer: Ana ")
+        commands = self.make()
+        self.assertIn(" --options runtime --timestamp --sign Application: Ana ", commands)
+        self.assertIn(f" --version {VERSION} --install-location / --sign Installer: Ana ", commands)

@@ -11,8 +11,7 @@ class BrowserTestCase(HelperTestCase):
     def setUp(self):
         super().setUp()
         chromium.configure(self.machine)
-        display = chromium.VirtualDisplay(self.machine)
-        self.addCleanup(display.close)
+        chromium.start_display(self.machine)
         self.server = TlsServer(self.make_authority())
         self.addCleanup(self.server.close)
 

@@ -40,21 +40,21 @@ class Client:
         finally:
             os.setresuid(0, 0, 0)
         self.name = self._connection.unique_name
+        self.close, self.reply = self._connection.close, self._connection.send
         self._answers: dict[int, Message] = {}
         self._calls: list[Message] = []
 
-    def close(self) -> None:
-        self._connection.close()
-
-    def send(
-        self, address: DBusAddress, method: str, signature: str | None, *arguments, interactive: bool = False
-    ) -> int:
-        """Sends a call. Returns the number by which `answer` finds the answer."""
+    def send(self, address: DBusAddress, method: str, signature: str | None, *arguments, interactive=False, files=()):
+        """Sends a call, with these open files. Returns the number by which `answer` finds the answer."""
         call = new_method_call(address, method, signature, arguments)
         if interactive:
             call.header.flags |= MessageFlag.allow_interactive_authorization
         number = next(self._connection.outgoing_serial)
-        self._connection.send(call, serial=number)
+        if files:
+            call.header.fields[HeaderFields.unix_fds] = len(files)
+            socket.send_fds(self._connection.sock, [call.serialise(number)], files)
+        else:
+            self._connection.send(call, serial=number)
         return number
 
     def answer(self, number: int, seconds: float = 60) -> Answer:
@@ -89,9 +89,6 @@ class Client:
                     return call
             self._receive(deadline)
 
-    def reply(self, message: Message) -> None:
-        self._connection.send(message)
-
     def _receive(self, deadline: float) -> None:
         message = self._connection.receive(timeout=max(0.0, deadline - time.monotonic()))
         if message.header.message_type == MessageType.method_call:
@@ -105,13 +102,7 @@ class Client:
         return self.send(SERVICE, "StoreRule", "ss", browser, rule, **settings)
 
     def send_store_with_files(self, rule: str, files: list[int]) -> int:
-        """The call has these open files although no argument names them."""
-        call = new_method_call(SERVICE, "StoreRule", "ss", ("Chromium", rule))
-        call.header.flags |= MessageFlag.allow_interactive_authorization
-        call.header.fields[HeaderFields.unix_fds] = len(files)
-        number = next(self._connection.outgoing_serial)
-        socket.send_fds(self._connection.sock, [call.serialise(number)], files)
-        return number
+        return self.send_store(rule, interactive=True, files=files)
 
     def store(self, rule: str, browser: str = "Chromium", seconds: float = 60, **settings) -> Answer:
         return self.answer(self.send_store(rule, browser, **settings), seconds)
@@ -120,8 +111,7 @@ class Client:
         return self.call(SERVICE, "ClearRule", "s", browser)
 
     def request(self, name: str) -> Answer:
-        call = message_bus.RequestName(name)
-        return self.call(message_bus, "RequestName", "su", *call.body)
+        return self.call(message_bus, "RequestName", "su", name, 0)
 
 
 class Dialog:
@@ -129,14 +119,13 @@ class Dialog:
 
     def __init__(self, process: int | None = None):
         self._client = Client()
-        start = Path("/proc", str(process or os.getpid()), "stat").read_text().rpartition(")")[2].split()[19]
-        subject = ("unix-process", {"pid": ("u", process or os.getpid()), "start-time": ("t", int(start))})
+        self.close = self._client.close
+        process = process or os.getpid()
+        start = int(Path(f"/proc/{process}/stat").read_text().rpartition(")")[2].split()[19])
+        subject = ("unix-process", {"pid": ("u", process), "start-time": ("t", start)})
         answer = self._client.call(AUTHORITY, "RegisterAuthenticationAgent", "(sa{sv})ss", subject, "C", "/dialog")
         if answer != DONE:
             raise RuntimeError(answer.sentence)
-
-    def close(self) -> None:
-        self._client.close()
 
     def await_question(self) -> Message:
         """The dialog opens."""
@@ -144,7 +133,7 @@ class Dialog:
 
     def await_withdrawal(self, question: Message) -> None:
         """polkit closes the dialog."""
-        withdrawal = self._client.await_call("CancelAuthentication", lambda call: call.body[0] == cookie_of(question))
+        withdrawal = self._client.await_call("CancelAuthentication", lambda call: call.body[0] == question.body[4])
         self._client.reply(new_method_return(withdrawal))
         self.cancel(question)
 
@@ -152,18 +141,12 @@ class Dialog:
         """The person closes the dialog."""
         self._client.reply(new_error(question, f"{POLKIT}.Error.Cancelled"))
 
-    def confirm(self, question: Message) -> Answer:
+    def confirm(self, question: Message) -> None:
         """The person gives an administrator's password. polkit refuses it if nobody asks any more."""
-        administrator = question.body[5][0]
-        answer = self._client.call(
-            AUTHORITY, "AuthenticationAgentResponse2", "us(sa{sv})", 0, cookie_of(question), administrator
-        )
+        cookie, administrators = question.body[4:6]
+        response = (0, cookie, administrators[0])
+        self._client.call(AUTHORITY, "AuthenticationAgentResponse2", "us(sa{sv})", *response)
         self._client.reply(new_method_return(question))
-        return answer
-
-
-def cookie_of(question: Message) -> str:
-    return question.body[4]
 
 
 def polkit_says_yes(call: Message) -> Message:

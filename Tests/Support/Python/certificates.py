@@ -1,52 +1,29 @@
 # SPDX-License-Identifier: Apache-2.0
-"""New certificate authorities, identities and NSS databases, made with the tools of OpenSSL and NSS."""
+"""New certificate authorities and identities, and NSS databases and tokens that hold them."""
 
 import hashlib
-import itertools
 import os
-import re
 import ssl
 import subprocess
 from dataclasses import dataclass
+from datetime import datetime
 from pathlib import Path
 
+from cryptography import x509
+from cryptography.hazmat.primitives import hashes
+from cryptography.hazmat.primitives.asymmetric import ec
+from cryptography.hazmat.primitives.serialization import Encoding, NoEncryption, PrivateFormat
+from cryptography.x509.oid import ExtendedKeyUsageOID, NameOID
 
-LONG_AGO = "20200101000000Z"
 FAR_AHEAD = "20991231235959Z"
-
-AUTHORITY_SETTINGS = """
-[ca]
-default_ca = authority
-[authority]
-database = {folder}/index.txt
-new_certs_dir = {folder}
-rand_serial = yes
-default_md = sha256
-policy = any_name
-preserve = yes
-unique_subject = no
-[any_name]
-commonName = optional
-organizationName = optional
-organizationalUnitName = optional
-localityName = optional
-emailAddress = optional
-[root]
-basicConstraints = critical, CA:TRUE
-keyUsage = critical, keyCertSign, cRLSign
-subjectKeyIdentifier = hash
-[client]
-basicConstraints = critical, CA:FALSE
-keyUsage = critical, digitalSignature
-extendedKeyUsage = clientAuth
-[server]
-basicConstraints = critical, CA:FALSE
-keyUsage = critical, digitalSignature
-extendedKeyUsage = serverAuth
-subjectAltName = {server_names}
-"""
-
-Name = dict[str, str]  # from the short name of an attribute, such as CN or OU, to its value, in the certificate's order
+ATTRIBUTES = {
+    "CN": NameOID.COMMON_NAME,
+    "L": NameOID.LOCALITY_NAME,
+    "O": NameOID.ORGANIZATION_NAME,
+    "OU": NameOID.ORGANIZATIONAL_UNIT_NAME,
+    "emailAddress": NameOID.EMAIL_ADDRESS,
+}
+Name = dict[str, str]  # from the short name of an attribute to its value, in the certificate's order
 
 
 def _run(command: str, *arguments, environment: dict[str, str] | None = None) -> None:
@@ -61,11 +38,6 @@ def _run(command: str, *arguments, environment: dict[str, str] | None = None) ->
     )
     if done.returncode != 0:
         raise RuntimeError(f"{command} failed: {done.stdout.decode(errors='replace')}")
-
-
-def _subject_option(name: Name) -> bytes:
-    attributes = (f"/{key}=" + re.sub(r"([\\/+])", r"\\\1", text) for key, text in name.items())
-    return "".join(attributes).encode() or b"/"
 
 
 @dataclass(frozen=True)
@@ -88,42 +60,44 @@ class Authority:
         self.name = {"CN": "Test Authority", "O": "Lumaret Test"} if name is None else name
         folder.mkdir()
         self._folder = folder
-        self._numbers = itertools.count(1)
-        self._settings = folder / "openssl.cnf"
-        hosts = ", ".join(f"DNS:{server_name}" for server_name in server_names)
-        self._settings.write_text(AUTHORITY_SETTINGS.format(folder=folder, server_names=hosts))
-        (folder / "index.txt").touch()
-        self.certificate = folder / "authority.crt"
-        self._key = folder / "authority.key"
-        self._sign(self.name, self._key, self.certificate, "root", FAR_AHEAD, "-selfsign", "-keyfile", self._key)
+        self._server_names = x509.SubjectAlternativeName(map(x509.DNSName, server_names))
+        self._key: ec.EllipticCurvePrivateKey | None = None
+        is_authority = x509.BasicConstraints(ca=True, path_length=None)
+        self.certificate = self._sign(self.name, FAR_AHEAD, is_authority).certificate
 
-    def issue(self, name: Name, *, expires: str = FAR_AHEAD, extensions: str = "client") -> Identity:
-        stem = self._folder / str(next(self._numbers))
-        identity = Identity(name, stem.with_suffix(".crt"), stem.with_suffix(".key"))
-        signer = ("-cert", self.certificate, "-keyfile", self._key)
-        self._sign(name, identity.key, identity.certificate, extensions, expires, *signer)
-        return identity
+    def issue(self, name: Name, *, expires: str = FAR_AHEAD) -> Identity:
+        return self._sign(name, expires, x509.ExtendedKeyUsage([ExtendedKeyUsageOID.CLIENT_AUTH]))
 
     def issue_for_server(self) -> Identity:
-        return self.issue({"CN": "Test server"}, extensions="server")
+        usage = x509.ExtendedKeyUsage([ExtendedKeyUsageOID.SERVER_AUTH])
+        return self._sign({"CN": "Test server"}, FAR_AHEAD, usage, self._server_names)
 
     def issue_with_malformed_expiry(self, name: Name) -> Identity:
         """This breaks the signature, which is not verified when a certificate is only stored."""
         identity = self.issue(name)
-        malformed = FAR_AHEAD.replace("1231", "1399")
-        der = identity.der.replace(FAR_AHEAD.encode(), malformed.encode())
+        der = identity.der.replace(FAR_AHEAD.encode(), FAR_AHEAD.replace("1231", "1399").encode())
         identity.certificate.write_text(ssl.DER_cert_to_PEM_cert(der))
         return identity
 
-    def _sign(self, name: Name, key: Path, certificate: Path, extensions: str, expires: str, *signer) -> None:
-        request = certificate.with_suffix(".csr")
-        new_key = "-newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes"
-        _run(f"openssl req -new {new_key} -utf8 -subj", _subject_option(name), "-keyout", key, "-out", request)
-        start = LONG_AGO if expires > LONG_AGO else "19600101000000Z"
-        _run(
-            f"openssl ca -batch -notext -extensions {extensions} -startdate {start} -enddate {expires}",
-            *("-config", self._settings, *signer, "-in", request, "-out", certificate),
+    def _sign(self, name: Name, expires: str, *extensions: x509.ExtensionType) -> Identity:
+        """The first certificate is the authority's own."""
+        key = ec.generate_private_key(ec.SECP256R1())
+        self._key = self._key or key
+        number = x509.random_serial_number()
+        subject, issuer = (
+            x509.Name(x509.NameAttribute(ATTRIBUTES[attribute], text) for attribute, text in each.items())
+            for each in (name, self.name)
         )
+        builder = x509.CertificateBuilder().subject_name(subject).issuer_name(issuer).serial_number(number)
+        builder = builder.not_valid_before(datetime(1970, 1, 1)).public_key(key.public_key())
+        builder = builder.not_valid_after(datetime.strptime(expires, "%Y%m%d%H%M%SZ"))
+        for extension in extensions:
+            builder = builder.add_extension(extension, critical=False)
+        stem = self._folder / str(number)
+        identity = Identity(name, stem.with_suffix(".crt"), stem.with_suffix(".key"))
+        identity.certificate.write_bytes(builder.sign(self._key, hashes.SHA256()).public_bytes(Encoding.PEM))
+        identity.key.write_bytes(key.private_bytes(Encoding.PEM, PrivateFormat.PKCS8, NoEncryption()))
+        return identity
 
 
 def bundle_of(identity: Identity, nickname: str | None = None, password: str = "") -> Path:
@@ -132,11 +106,8 @@ def bundle_of(identity: Identity, nickname: str | None = None, password: str = "
     NSS takes the certificates of one nickname for versions of each other; by default each has its own.
     """
     bundle = identity.certificate.with_suffix(".p12")
-    _run(
-        f"openssl pkcs12 -export -passout pass:{password}",
-        *("-name", nickname or identity.fingerprint[:16], "-in", identity.certificate),
-        *("-inkey", identity.key, "-out", bundle),
-    )
+    options = ("-name", nickname or identity.fingerprint[:16], "-passout", f"pass:{password}", "-out", bundle)
+    _run("openssl pkcs12 -export", "-in", identity.certificate, "-inkey", identity.key, *options)
     return bundle
 
 
@@ -181,14 +152,15 @@ class Token:
     MODULE = "/usr/lib/softhsm/libsofthsm2.so"
 
     def __init__(self, folder: Path):
-        self.folder = folder / "token"
-        self.folder.mkdir()
-        settings = folder / "softhsm2.conf"
-        settings.write_text(f"directories.tokendir = {self.folder}\n")
+        tokens, settings = folder / "token", folder / "softhsm2.conf"
+        tokens.mkdir()
+        settings.write_text(f"directories.tokendir = {tokens}\n")
         self.environment = {"SOFTHSM2_CONF": str(settings)}
-        command = "softhsm2-util --init-token --free --label token --so-pin 12345678 --pin 1234"
-        _run(command, environment=self.environment)
+        self._run("softhsm2-util --init-token --free --label token --so-pin 12345678 --pin 1234")
+
+    def _run(self, *command) -> None:
+        _run(*command, environment=self.environment)
 
     def add(self, identity: Identity, database: Database) -> None:
         place = ("-d", f"sql:{database.folder}", "-h", "token")
-        _run("pk12util -K 1234", "-i", bundle_of(identity), *place, "-W", "", environment=self.environment)
+        self._run("pk12util -K 1234", "-i", bundle_of(identity), *place, "-W", "")

@@ -2,21 +2,13 @@
 """The real Chromium on a private machine: its settings and a display for it."""
 
 import os
-import subprocess
 
 from Tests.Support.Python.private_machine import CHROMIUM, PrivateMachine, await_until
 
 SETTINGS = (
-    "--disable-gpu",
-    "--disable-quic",
-    "--no-first-run",
-    "--disable-background-networking",
-    "--disable-component-update",
-    "--disable-sync",
-    "--password-store=basic",
+    *("--disable-gpu", "--disable-quic", "--disable-background-networking", "--disable-component-update"),
+    *("--disable-sync", "--no-first-run", "--password-store=basic"),
 )
-# The display is reached by its abstract socket, which belongs to the private network.
-LEAVE_NO_FILES = ("-nolock", "-nolisten", "unix", "-nolisten", "tcp")
 
 
 def configure(machine: PrivateMachine, *more_settings: str) -> None:
@@ -42,21 +34,10 @@ def await_ready_for_refresh(machine: PrivateMachine) -> None:
     await_until(lambda: file.stat().st_atime_ns != never, "Chromium to read its policies again")
 
 
-class VirtualDisplay:
-    def __init__(self, machine: PrivateMachine, size: str = "1280x800"):
-        command = ("Xvfb", "-displayfd", "1", "-screen", "0", f"{size}x24", *LEAVE_NO_FILES)
-        none = subprocess.DEVNULL
-        self._server = subprocess.Popen(command, stdin=none, stdout=subprocess.PIPE, stderr=none)
-        os.set_blocking(self._server.stdout.fileno(), False)
-        try:
-            number = await_until(self._server.stdout.readline, "the virtual display").decode().strip()
-        except BaseException:
-            self.close()
-            raise
-        self.name = f":{number}"
-        machine.environment["DISPLAY"] = self.name
-
-    def close(self) -> None:
-        self._server.terminate()
-        self._server.wait(timeout=30)
-        self._server.stdout.close()
+def start_display(machine: PrivateMachine) -> None:
+    """Starts a virtual display, which ends with the machine."""
+    # It is reached by its abstract socket, which belongs to the private network.
+    no_files = ("-nolock", "-nolisten", "unix", "-nolisten", "tcp")
+    machine.environment["DISPLAY"] = ":7"
+    machine.run("sh", "-c", 'Xvfb "$@" &', "sh", ":7", "-screen", "0", "1280x800x24", *no_files)
+    await_until(lambda: machine.run("xwininfo", "-root").status == 0, "the virtual display")

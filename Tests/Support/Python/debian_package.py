@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""The Debian package of the build that is under test, and a Debian on which to install it.
+"""The Debian package of these sources, and a Debian on which to install it.
 
 CTest makes it once for all tests, as a fixture: `python3 -m Tests.Support.Python.debian_package FOLDER`. A test that
 somebody runs without CTest makes its own.
@@ -14,31 +14,32 @@ from pathlib import Path
 from stat import filemode
 
 from Tests.Support.Python.outcome import Outcome
-from Tests.Support.Python.packaging_test_case import PackagingTestCase, kept_manifest
+from Tests.Support.Python.packaging_test_case import PackagingTestCase
 from Tests.Support.Python.private_machine import contents
-from Tests.Support.Python.project import BUILD
+from Tests.Support.Python.project import SOURCES
 from Tests.Support.Python.users import accounts
 
-MADE_BEFORE = "LUMARET_DEBIAN_PACKAGE"  # the folder where CTest has the package made
+ENVIRONMENT = {
+    "HOME": "/administrator",
+    "PATH": "/usr/sbin:/usr/bin:/sbin:/bin",
+    "LC_ALL": "C.UTF-8",
+    "DEBIAN_FRONTEND": "noninteractive",
+}
 
 
-def make(folder: Path) -> Path:
+def make(folder: Path) -> None:
     """Uses a umask that gives other users no access. The package must not depend on it."""
-    with kept_manifest():
-        subprocess.run(("cpack", "-G", "DEB", "-B", folder), cwd=BUILD, umask=0o077, check=True)
-    return only_package(folder)
-
-
-def only_package(folder: Path) -> Path:
-    (package,) = Path(folder).glob("*.deb")
-    return package
+    subprocess.run((SOURCES / "Packaging/make-debian-package", folder), umask=0o077, check=True)
 
 
 class DebianPackageTestCase(PackagingTestCase):
     def setUp(self):
         super().setUp()
-        made = os.environ.get(MADE_BEFORE)
-        self.package = only_package(Path(made)) if made else make(self.machine.folder / "made")
+        made = os.environ.get("LUMARET_DEBIAN_PACKAGE")
+        folder = Path(made or self.machine.folder / "made")
+        if not made:
+            make(folder)
+        (self.package,) = folder.glob("lumaret-macos-helper_*.deb")
 
 
 class DebianRootTestCase(DebianPackageTestCase):
@@ -51,42 +52,32 @@ class DebianRootTestCase(DebianPackageTestCase):
 
     def setUp(self):
         super().setUp()
-        layers = self.machine.folder / "layers"
-        self.changes, work, self.root = (layers / name for name in ("changes", "work", "root"))
-        for folder in (self.changes, work, self.root):
+        layers = [self.machine.folder / "layers" / name for name in ("changes", "work", "root")]
+        for folder in layers:
             folder.mkdir(parents=True)
+        self.changes, work, self.root = layers
         options = f"lowerdir=/,upperdir={self.changes},workdir={work}"
         self.machine.mount("-t", "overlay", "-o", options, "overlay", self.root)
         for folder in ("dev", "proc"):
             self.machine.mount("--bind", Path("/", folder), self.root / folder)
-        self.machine.mount("-t", "tmpfs", "none", self.root / "dev/shm")
-        self.forget_this_machine()
-        self.machine.write_program(self.root / "usr/bin/chromium", "#!/bin/sh\n")
-        (self.root / "package.deb").write_bytes(self.package.read_bytes())
-
-    def forget_this_machine(self):
+        self.machine.mount_empty(self.root / "dev/shm")
         self.inside("dpkg", "--purge", "lumaret-macos-helper")
         settings = self.root.glob("etc/dpkg/dpkg.cfg.d/*")  # a container may exclude manual pages
         # With this file, man-db indexes all manual pages whenever a package installs one, which takes two seconds.
-        index_of_pages = self.root / "var/lib/man-db/auto-update"
-        folders = [self.root / folder for folder in ("etc/chromium", "etc/opt", "opt/google", "etc/polkit-1/rules.d")]
-        browser = self.root / "usr/bin/chromium"
-        self.assert_succeeds("rm", "-rf", *settings, index_of_pages, browser, *folders)
+        index_of_pages = "var/lib/man-db/auto-update"
+        places = ("etc/chromium", "etc/opt", "opt/google", "etc/polkit-1/rules.d", "usr/bin/chromium", index_of_pages)
+        self.assert_succeeds("rm", "-rf", *settings, *(self.root / place for place in places))
         for folder in ("etc/opt", "etc/polkit-1/rules.d"):
             (self.root / folder).mkdir(parents=True, exist_ok=True)
         for name, text in accounts(self.USERS).items():
             (self.root / "etc" / name).write_text(text)
         self.home = self.root / "administrator"
         self.home.mkdir(mode=0o700)
+        self.machine.write_program(self.root / "usr/bin/chromium", "#!/bin/sh\n")
+        (self.root / "package.deb").write_bytes(self.package.read_bytes())
 
     def run_inside(self, *command: str, **settings) -> Outcome:
-        environment = {
-            "HOME": "/administrator",
-            "PATH": "/usr/sbin:/usr/bin:/sbin:/bin",
-            "LC_ALL": "C.UTF-8",
-            "DEBIAN_FRONTEND": "noninteractive",
-        }
-        return self.machine.run("chroot", self.root, *command, env=environment, **settings)
+        return self.machine.run("chroot", self.root, *command, env=ENVIRONMENT, **settings)
 
     def inside(self, *command: str, **settings) -> str:
         outcome = self.run_inside(*command, **settings)

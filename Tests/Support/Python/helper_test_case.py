@@ -13,7 +13,9 @@ from Tests.Support.Python.outcome import Outcome
 from Tests.Support.Python.policy_files import OWN_FILE, POLICY, rule
 from Tests.Support.Python.private_machine import CHROMIUM, Browser, PrivateMachine, contents
 from Tests.Support.Python.project import HELPER
-from Tests.Support.Python.users import AS_NOBODY, NOBODY
+from Tests.Support.Python.users import AS_NOBODY, NOBODY, as_user
+
+FIELDS = {"commonName": "CN", "locality": "L", "organization": "O", "organizationalUnit": "OU"}
 
 
 class HelperTestCase(unittest.TestCase):
@@ -25,12 +27,7 @@ class HelperTestCase(unittest.TestCase):
         self.addCleanup(self.machine.close)
 
     def helper(
-        self,
-        *arguments: str | bytes,
-        prefix: tuple = (),
-        environment: dict | None = None,
-        without: str = "",
-        **settings,
+        self, *arguments, prefix: tuple = (), environment: dict | None = None, without="", **settings
     ) -> Outcome:
         """Runs the executable through the command `prefix`, with more environment variables, or `without` one."""
         variables = self.machine.environment | (environment or {})
@@ -46,17 +43,15 @@ class HelperTestCase(unittest.TestCase):
     def readable_helper(self) -> Path:
         """A copy of the executable that every user may run. They may have no access to the build folder."""
         copy = self.machine.folder / "helper"
-        if not copy.exists():
-            shutil.copy(HELPER, copy)
-        return copy
+        return copy if copy.exists() else shutil.copy(HELPER, copy)
 
-    def become_ordinary_user(self, *owned: Path) -> tuple[str, ...]:
+    def become_ordinary_user(self, *owned: Path, user: int = NOBODY) -> tuple[str, ...]:
         """Gives the home and these files to an ordinary user. Returns the prefix that runs a command as that user."""
         launches = self.machine.folder / "launches"
         launches.touch()
         for place in (self.machine.home, *self.machine.home.rglob("*"), launches, *owned):
-            os.chown(place, NOBODY, NOBODY)
-        return AS_NOBODY
+            os.chown(place, user, user)
+        return as_user(user)
 
     # Fixtures
 
@@ -64,9 +59,7 @@ class HelperTestCase(unittest.TestCase):
         self.authority = Authority(self.machine.folder / "authority", name, self.server_names)
         return self.authority
 
-    def make_identities(
-        self, *names: Name, password: str = "", nickname: str | None = None, **settings
-    ) -> list[Identity]:
+    def make_identities(self, *names: Name, password="", nickname: str | None = None, **settings) -> list[Identity]:
         """Puts new identities into a new NSS database in the home. The settings are those of `Authority.issue`."""
         if not hasattr(self, "authority"):
             self.make_authority()
@@ -80,11 +73,8 @@ class HelperTestCase(unittest.TestCase):
 
     def interrupt_import(self, identity: Identity, database: Database, call: str, number: int) -> bool:
         """Kills an import at the call of this number, counted from one. Returns whether there were that many calls."""
-        outcome = self.machine.run(
-            *("strace", "--follow-forks", "--output=/dev/null", f"--trace={call}"),
-            f"--inject={call}:signal=KILL:when={number}",
-            *database.import_command(identity),
-        )
+        strace = ("strace", "--follow-forks", "--output=/dev/null", f"--inject={call}:signal=KILL:when={number}")
+        outcome = self.machine.run(*strace, f"--trace={call}", *database.import_command(identity))
         self.assertIn(outcome.status, (0, -9))
         return outcome.status != 0
 
@@ -93,22 +83,14 @@ class HelperTestCase(unittest.TestCase):
     def line_of(self, *identities: Identity) -> str:
         """The output of `list` for these identities, with the default expiry of `Authority.issue`."""
 
-        keys = {"commonName": "CN", "locality": "L", "organization": "O", "organizationalUnit": "OU"}
-
         def principal(name: Name) -> dict:
-            return {key: name.get(attribute) for key, attribute in keys.items()}
+            return {key: name.get(attribute) for key, attribute in FIELDS.items()}
 
-        return compact_json(
-            [
-                {
-                    "expiresAt": "2099-12-31T23:59:59Z",
-                    "id": identity.fingerprint,
-                    "issuer": principal(self.authority.name),
-                    "subject": principal(identity.name),
-                }
-                for identity in identities
-            ]
-        )
+        def entry(identity: Identity) -> dict:
+            names = {"issuer": principal(self.authority.name), "subject": principal(identity.name)}
+            return {"expiresAt": "2099-12-31T23:59:59Z", "id": identity.fingerprint, **names}
+
+        return compact_json([entry(identity) for identity in identities])
 
     def rule_for(self, identity: Identity, pattern: str = "*") -> str:
         return rule(identity.name, self.authority.name, pattern)

@@ -3,10 +3,12 @@
 
 import hashlib
 import json
+import os
+import subprocess
 import unittest
 from pathlib import Path
 
-from Tests.Support.Python import private_root
+from Tests.Support.Python import private_machine
 from Tests.Support.Python.outcome import Outcome
 from Tests.Support.Python.private_machine import PrivateMachine
 from Tests.Support.Python.project import executable
@@ -18,6 +20,28 @@ DOMAIN = "com.google.Chrome"
 KEY = "AutoSelectCertificateForUrls"
 
 FAR_AHEAD = 3124137599  # 2099-12-31T23:59:59Z in seconds since 2001
+
+
+def enter() -> None:
+    """Runs the command line of this process again on a private machine that has an /Applications. Returns only there.
+
+    Everything else below its root folder is this machine's. The real root does not change.
+    """
+    private_machine.enter()
+    root = private_machine.PRIVATE_FOLDER
+    folder, entries = os.getcwd(), list(Path("/").iterdir())
+    subprocess.run(["mount", "-t", "tmpfs", "none", root], check=True)
+    for entry in entries:
+        if entry.is_symlink():
+            (root / entry.name).symlink_to(os.readlink(entry))
+        elif entry.is_dir() and entry.name != "Applications":
+            (root / entry.name).mkdir()
+            # The root itself is below one of them.
+            bind = "--bind" if root.is_relative_to(entry) else "--rbind"
+            subprocess.run(["mount", bind, entry, root / entry.name], check=True)
+    (root / "Applications").mkdir()
+    os.chroot(root)
+    os.chdir(folder)
 
 
 def fingerprint(identity: dict) -> str:
@@ -63,7 +87,7 @@ class MacTestCase(unittest.TestCase):
     def setUp(self):
         machine = self._machine = PrivateMachine()
         self.addCleanup(machine.close)
-        private_root.empty_applications()
+        machine.mount_empty(Path("/Applications"))
         self._file = machine.folder / "mac.json"
         self._launches = machine.folder / "launches"
         machine.environment["LUMARET_STAND_IN_MACHINE"] = str(self._file)

@@ -7,7 +7,23 @@ from pathlib import Path
 
 from Tests.Support.Python.helper_test_case import HelperTestCase
 from Tests.Support.Python.markdown import dangling_links
-from Tests.Support.Python.project import BUILD, HELPER, MADE, SOURCES
+from Tests.Support.Python.private_machine import contents
+from Tests.Support.Python.project import BUILD, HELPER, SOURCES
+
+PROGRAMS = {"bin/lumaret-macos-helper", "libexec/lumaret-macos-helper/rule-service"}
+DOCUMENTS = ("CHANGELOG.md", "NOTICE", "README.md", "SECURITY.md", *(SOURCES / "docs").rglob("*.*"))
+# The files of an installation, below its prefix, but those that each kind of installation has elsewhere.
+INSTALLED = PROGRAMS | {
+    "lib/systemd/system/lumaret-rule-service.service",
+    "share/bash-completion/completions/lumaret-macos-helper",
+    "share/dbus-1/system-services/com.lumaret.MacHelper1.service",
+    "share/dbus-1/system.d/com.lumaret.MacHelper1.conf",
+    *(f"share/doc/lumaret-macos-helper/{(SOURCES / document).relative_to(SOURCES)}" for document in DOCUMENTS),
+    "share/fish/vendor_completions.d/lumaret-macos-helper.fish",
+    "share/lumaret-macos-helper/identities.awk",
+    "share/lumaret-macos-helper/listing.schema.json",
+    "share/polkit-1/actions/com.lumaret.mac-helper.policy",
+}
 
 
 @contextlib.contextmanager
@@ -31,26 +47,13 @@ class PackagingTestCase(HelperTestCase):
         shutil.copy(HELPER, programs / "lumaret-macos-helper")  # Other users may have no access to the build.
         self.machine.environment |= {"PATH": f"{programs}:{self.machine.environment['PATH']}", "LANG": "C.UTF-8"}
 
-    def install(self, prefix: Path | str, **settings) -> None:
-        with kept_manifest():
-            self.assert_succeeds("cmake", "--install", BUILD, "--prefix", prefix, **settings)
-
-    def assert_links_lead_somewhere(self, folder: Path) -> None:
-        """Every link of the installed documents leads to one of them, or is an absolute address."""
-        documents = list(folder.rglob("*.md"))
-        self.assertIn("README.md", [document.name for document in documents])
-        self.assertEqual([(document.name, link) for document in documents for link in dangling_links(document)], [])
-
-    def close_sources_to_others(self) -> None:
-        """Makes the sources look like a clone under a umask that gives other users no access."""
-        copies = self.machine.folder / "sources"
-        copies.mkdir()
-        documents = (SOURCES / "LICENSE", SOURCES / "NOTICE", *SOURCES.glob("*.md"))
-        for number, place in enumerate((SOURCES / "docs", SOURCES / "Packaging", MADE, *documents)):
-            copy = copies / str(number)
-            self.assert_succeeds("cp", "-r", place, copy)
-            self.assert_succeeds("chmod", "-R", "go=", copy)
-            self.machine.mount_over(place, copy)
+    def assert_installed(self, prefix: Path, *others: str) -> None:
+        """These files are below the prefix, all with their permissions, and no link in their documents dangles."""
+        found = {path: mode for path, (mode, _) in contents(prefix).items()}
+        expected = {file: "-rwxr-xr-x" if file in PROGRAMS else "-rw-r--r--" for file in (*INSTALLED, *others)}
+        folders = {str(folder): "drwxr-xr-x" for file in expected for folder in Path(file).parents}
+        self.assertEqual(found, expected | folders)
+        self.assertEqual([link for document in prefix.rglob("*.md") for link in dangling_links(document)], [])
 
     def assert_succeeds(self, *command, **settings) -> str:
         """Runs the command in the private machine. Returns its standard output."""

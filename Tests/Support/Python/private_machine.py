@@ -8,6 +8,7 @@ loopback, and no process outlives the test. Nothing outside it changes.
 import contextlib
 import fcntl
 import os
+import re
 import signal
 import socket
 import stat
@@ -16,11 +17,11 @@ import subprocess
 import sys
 import tempfile
 import time
-from dataclasses import dataclass
 from pathlib import Path
+from typing import NamedTuple
 
 from Tests.Support.Python.outcome import Outcome
-
+from Tests.Support.Python.users import accounts
 
 ENTERED = "LUMARET_PRIVATE_MACHINE"
 PRIVATE_FOLDER = Path("/opt")
@@ -29,8 +30,7 @@ HIDDEN_FOLDERS = (*map(Path, ("/etc/chromium", "/etc/chromium.d", "/etc/opt", "/
 SERVICES = {"dbus-daemon", "polkitd", "rule-service"}
 
 
-@dataclass(frozen=True)
-class Browser:
+class Browser(NamedTuple):
     executable: Path
     policies: Path
     profile: str  # below the home folder
@@ -53,26 +53,9 @@ def enter() -> None:
         if os.geteuid() != 0:
             may_map = subprocess.run(["unshare", "--map-root-user", "true"], stderr=subprocess.DEVNULL).returncode == 0
             unshare = [*unshare, "--map-root-user"] if may_map else ["sudo", "--preserve-env", *unshare]
-        os.execvp(unshare[0], [*unshare, sys.executable, *sys.orig_argv[1:]])
-    if os.getpid() == 1:
-        _leave_a_child_to_do_the_work()
-        _bring_loopback_up()
-
-
-def _leave_a_child_to_do_the_work() -> None:
-    """The first process of a PID namespace inherits all orphans. So it only waits for them, and a child goes on."""
-    worker = os.fork()
-    if worker == 0:
-        return
-    signal.signal(signal.SIGINT, signal.SIG_IGN)  # a terminal also interrupts the worker, which cleans up
-    while True:
-        process, status = os.wait()
-        if process == worker:
-            code = os.waitstatus_to_exitcode(status)
-            os._exit(code if code >= 0 else 128 - code)
-
-
-def _bring_loopback_up() -> None:
+        # The first process of a PID namespace inherits all orphans: the shell waits for them, and a child goes on.
+        shell = ("sh", "-c", '"$@"; exit $?', "sh")
+        os.execvp(unshare[0], [*unshare, *shell, sys.executable, *sys.orig_argv[1:]])
     set_interface_flags, up = 0x8914, 0x1
     with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as any_socket:
         fcntl.ioctl(any_socket, set_interface_flags, struct.pack("16sH22x", b"lo", up))
@@ -91,12 +74,11 @@ def await_until(condition, what: str, seconds: float = 60):
 def other_processes() -> dict[int, str]:
     """The numbers and names of all live processes of the private machine, except its first one and this one."""
     found = {}
-    for number in filter(str.isdigit, os.listdir("/proc")):
+    for file in Path("/proc").glob("[0-9]*/stat"):
         with contextlib.suppress(FileNotFoundError, ProcessLookupError):
-            status = Path("/proc", number, "stat").read_text(errors="replace")
-            name, _, others = status.partition("(")[2].rpartition(")")
-            if others.split()[0] != "Z" and int(number) not in (1, os.getpid()):
-                found[int(number)] = name
+            status = re.match(r"(\d+) \((.*)\) (\w)", file.read_text(errors="replace"), re.S)
+            if status[3] != "Z" and int(status[1]) not in (1, os.getpid()):
+                found[int(status[1])] = status[2]
     return found
 
 
@@ -134,6 +116,16 @@ class PrivateMachine:
             "TMPDIR": str(temporary),
         }
         self._launches = self.folder / "launches"
+        self._etc = self.folder / "etc"
+        self._etc.mkdir(mode=0o755)
+        self.set_users({})
+        for file in self._etc.iterdir():
+            self.mount_over(Path("/etc", file.name), file)
+
+    def set_users(self, users: dict[str, int]) -> None:
+        """From now on, these accounts are there beside those of the system."""
+        for name, text in accounts(users).items():
+            (self._etc / name).write_text(text)
 
     def close(self) -> None:
         def all_ended():
@@ -152,14 +144,8 @@ class PrivateMachine:
         Output goes to files, because a browser that the program starts keeps the streams open after the program ends.
         """
         with tempfile.TemporaryFile() as stdout, tempfile.TemporaryFile() as stderr:
-            settings = {
-                "env": self.environment,
-                "stdin": subprocess.DEVNULL,
-                "stdout": stdout,
-                "stderr": stderr,
-                "timeout": 60,
-            } | settings
-            status = subprocess.run(command, **settings).returncode
+            usual = {"env": self.environment, "stdin": subprocess.DEVNULL, "stdout": stdout, "stderr": stderr}
+            status = subprocess.run(command, **{"timeout": 60, **usual, **settings}).returncode
             for stream in (stdout, stderr):
                 stream.seek(0)
             return Outcome(status, stdout.read(), stderr.read())
@@ -198,11 +184,10 @@ class PrivateMachine:
             browser,
             "#!/bin/sh\n"
             f"printf '%s\\0' {browser.executable.name} $# \"$@\" >> '{self._launches}'\n"
-            f"case $1 in --refresh-platform-policy) exit {refresh_status};; *) exit {window_status};; esac\n",
+            f'[ "$1" != --refresh-platform-policy ] || exit {refresh_status}\nexit {window_status}\n',
         )
 
     def replace(self, browser: Browser, script: str) -> None:
-        """Replaces the browser with this script."""
         self.replace_program(browser.executable, script)
 
     def replace_program(self, program: Path, script: str, mode: int = 0o755) -> None:

@@ -11,11 +11,9 @@ from Tests.Support.Python.fault_test_case import FaultTestCase
 from Tests.Support.Python.policy_files import rule
 from Tests.Support.Python.private_machine import CHROMIUM, GOOGLE_CHROME, await_until, contents
 from Tests.Support.Python.system_bus import LOCK
-from Tests.Support.Python.users import as_user
 
 OWN = rule({"CN": "Ana Example", "O": "Example Org"}, {"CN": "Example Authority"})
 ANA, BEN = 2001, 2002
-FOLDERS = (CHROMIUM.policies.parents[1], GOOGLE_CHROME.policies.parents[2])
 
 
 class RuleServiceTestCase(FaultTestCase):
@@ -39,14 +37,11 @@ class RuleServiceTestCase(FaultTestCase):
 
     def become(self, user: int) -> tuple[str, ...]:
         """Gives the home to this user. Returns the prefix that runs a command as that user."""
-        self.become_ordinary_user()
-        for place in (self.machine.home, *self.machine.home.rglob("*"), self.machine.folder / "launches"):
-            os.chown(place, user, user)
-        return as_user(user)
+        return self.become_ordinary_user(user=user)
 
-    def policies(self) -> dict:
+    def policies(self) -> list[dict]:
         """All that anybody may have stored for either browser."""
-        return {name: what for folder in FOLDERS for name, what in contents(folder).items()}
+        return [contents(folder) for folder in (CHROMIUM.policies.parents[1], GOOGLE_CHROME.policies.parents[2])]
 
     @contextlib.contextmanager
     def unchanged(self):

@@ -11,7 +11,6 @@ from pathlib import Path
 
 from Tests.Support.Python.private_machine import PrivateMachine, await_until, other_processes
 from Tests.Support.Python.project import MADE, RULE_SERVICE, SOURCES
-from Tests.Support.Python.users import accounts
 
 NAME = "com.lumaret.MacHelper1"
 OBJECT = "/com/lumaret/MacHelper1"
@@ -44,31 +43,16 @@ class SystemBus:
         for file, content in kept.items():
             file.write_bytes(content)
         RULES.mkdir()
-        for name, text in accounts(users or {}).items():
-            (machine.folder / name).write_text(text)
-            machine.mount_over(Path("/etc", name), machine.folder / name)
+        machine.set_users(users or {})
+        shutil.copy(SOURCES / "Packaging/RuleService/com.lumaret.MacHelper1.conf", POLICIES)
+        shutil.copy(SOURCES / "Packaging/RuleService/com.lumaret.mac-helper.policy", ACTIONS)
         self._starter = machine.folder / "start-rule-service"
         self.start_with()
-        self._install()
-        Path("/run/dbus").mkdir()
-        self._log = machine.folder / "system-bus.log"
-        with open(self._log, "wb") as log:
-            self._daemon = subprocess.Popen(
-                ("dbus-daemon", "--system", "--nofork", "--nopidfile", "--nosyslog"), cwd="/", stdout=log, stderr=log
-            )
-        await_until(Path("/run/dbus/system_bus_socket").exists, "the system bus")
-
-    def close(self) -> None:
-        self._daemon.kill()
-        self._daemon.wait()
-
-    def _install(self) -> None:
-        packaging = SOURCES / "Packaging/RuleService"
-        shutil.copy(packaging / "com.lumaret.MacHelper1.conf", POLICIES)
-        shutil.copy(packaging / "com.lumaret.mac-helper.policy", ACTIONS)
         activation = (MADE / "com.lumaret.MacHelper1.service").read_text()
         activation = re.sub("^Exec=.*$", f"Exec={self._starter}", activation, flags=re.M)
         (SERVICES / "com.lumaret.MacHelper1.service").write_text(activation)
+        self._log = machine.folder / "system-bus.log"
+        self.close = start_bus((), self._log)
 
     def start_with(self, *command: str) -> None:
         """From now on, the bus starts the rule service through this command, whose last word is the program."""
@@ -100,3 +84,22 @@ class SystemBus:
     def log(self) -> str:
         """What the rule service and the bus have printed."""
         return self._log.read_text(errors="replace")
+
+
+def start_bus(prefix: tuple, log: Path, root: Path = Path("/")):
+    """Starts the system bus of this root folder through the command `prefix`. Returns what ends it."""
+    (root / "run/dbus").mkdir()
+    command = (*prefix, "dbus-daemon", "--system", "--nofork", "--nopidfile", "--nosyslog")
+    with open(log, "wb") as output:
+        daemon = subprocess.Popen(command, cwd="/", stdout=output, stderr=output)
+
+    def end() -> None:
+        daemon.kill()
+        daemon.wait()
+
+    try:
+        await_until((root / "run/dbus/system_bus_socket").exists, "the system bus")
+    except BaseException:
+        end()
+        raise
+    return end

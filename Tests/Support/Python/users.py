@@ -6,7 +6,6 @@ import struct
 import unittest
 from pathlib import Path
 
-
 NOBODY = 65534
 
 
@@ -22,32 +21,28 @@ needs_real_root = unittest.skipUnless(IS_REAL_ROOT, "only real root can become a
 
 
 def accounts(users: dict[str, int]) -> dict[str, str]:
-    """The texts of the files of accounts, by their names in /etc: those of the system itself, and these users.
+    """The texts of the files of accounts, by their names in /etc: the system's own accounts and these users.
 
-    Each user has a group with the same name and number. No group has members.
+    Each user has a group with the same name and number. No group has members. Accounts are not looked up elsewhere.
     """
-    found = {}
-    for name, user, shadow, secret in (
-        ("passwd", "{0}:*:{1}:{1}::/home/{0}:/bin/sh\n", "shadow", "{0}:*:::::::\n"),
-        ("group", "{0}:x:{1}:\n", "gshadow", "{0}:*::\n"),
+    found = {"nsswitch.conf": "passwd: files\ngroup: files\nshadow: files\ngshadow: files\nhosts: files\n"}
+    for name, shadow, line, secret in (
+        ("passwd", "shadow", "{0}:x:{1}:{1}::/home/{0}:/bin/sh\n", "{0}:*:::::::\n"),
+        ("group", "gshadow", "{0}:x:{1}:\n", "{0}:*::\n"),
     ):
-        entries = [entry.split(":") for entry in Path("/etc", name).read_text().splitlines()]
-        entries = [entry for entry in entries if not 1000 <= int(entry[2]) < NOBODY and entry[0] != "lumaret-rule"]
-        kept = (":".join(entry if name == "passwd" else entry[:3] + [""]) + "\n" for entry in entries)
-        found[name] = "".join((*kept, *(user.format(*each) for each in users.items())))
-        found[shadow] = "".join(secret.format(entry[0]) for entry in entries)
+        lines, secrets = [], []
+        for entry in Path("/etc", name).read_text().splitlines():
+            account, password, number, *others = entry.split(":")
+            if number.isdigit() and (int(number) < 1000 or int(number) == NOBODY):
+                if account not in (*users, "lumaret-rule"):
+                    lines.append(":".join((account, password, number, *(others if name == "passwd" else [""]))) + "\n")
+                    secrets.append(secret.format(account))
+        found[name] = "".join((*lines, *(line.format(*user) for user in users.items())))
+        found[shadow] = "".join((*secrets, *map(secret.format, users)))
     return found
 
 
 def access_list(user: int, others: int = 4) -> bytes:
     """The extended attribute that lets one more user write a file. `others` are the permissions of all others."""
-    owner, named_user, group, mask, all_others, nobody = 0x01, 0x02, 0x04, 0x10, 0x20, 0xFFFFFFFF
-    read, write = 4, 2
-    entries = (
-        (owner, read | write, nobody),
-        (named_user, read | write, user),
-        (group, read, nobody),
-        (mask, read | write, nobody),
-        (all_others, others, nobody),
-    )
-    return struct.pack("<I", 2) + b"".join(struct.pack("<HHI", *entry) for entry in entries)
+    entries = ((0x01, 6, -1), (0x02, 6, user), (0x04, 4, -1), (0x10, 6, -1), (0x20, others, -1))
+    return struct.pack("<I", 2) + b"".join(struct.pack("<HHi", *entry) for entry in entries)
