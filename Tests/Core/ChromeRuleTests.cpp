@@ -56,7 +56,7 @@ PlatformTexts platformTexts() {
           "Rename it."};
 }
 std::vector<KeychainIdentity> SystemKeychainIdentityQuery::copyIdentities() const {
-  static const tests::FakeQuery query(tests::fakeSystem());
+  static const tests::FakeServices query(tests::fakeSystem());
   return query.copyIdentities();
 }
 

@@ -44,8 +44,9 @@ using nlohmann::json;
 ///     promptSelector
 ///     isCustom        true if its form is none that the framework can show
 ///
-/// A value is JSON with additions: an object that has "date", in seconds since 2001, is a date, one
-/// that has "data", a list of bytes, is data, and so is binary. A string may contain a lone surrogate in the form of UTF-8.
+/// A value is JSON with additions: an object that has "date", in seconds since 2001, is a date, and
+/// one that has "data", a list of bytes, is data, as binary is. A string may contain a lone
+/// surrogate in the form of UTF-8.
 json& machine();
 
 /// Replaces the Mac with an empty one, without objects of the old one.
