@@ -89,7 +89,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     launcher.open(url);
   } catch (const lumaret::CertificateSelectorError& error) {
     refused = true;
-    REQUIRE(error.kind() == lumaret::CertificateSelectorError::Kind::chromeLaunchFailed);
+    REQUIRE(error == lumaret::CertificateSelectorError::chromeLaunchFailed(
+                         "Only HTTP and HTTPS destinations are supported."));
   }
 
   const std::vector<std::string> refresh = {"--refresh-platform-policy"};

@@ -13,7 +13,6 @@
 
 #include "Fuzzing/Require.hpp"
 #include "LumaretMacHelper/ChromeCertificatePolicyService.hpp"
-#include "LumaretMacHelper/Fingerprint.hpp"
 #include "LumaretMacHelper/KeychainIdentityLoader.hpp"
 #include "LumaretMacHelper/Linux/CertificateDatabase.hpp"
 #include "LumaretMacHelper/Linux/CertificateDecoder.hpp"

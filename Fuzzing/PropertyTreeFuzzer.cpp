@@ -84,16 +84,6 @@ class Source {
   const std::uint8_t* end_;
 };
 
-class Certificate final : public KeychainCertificate {
- public:
-  explicit Certificate(CertificateValues values) : values_(std::move(values)) {}
-  [[nodiscard]] std::optional<CertificateValues> copyValues() const override { return values_; }
-  [[nodiscard]] Bytes data() const override { return {}; }
-
- private:
-  CertificateValues values_;
-};
-
 /// Whether some entry of the tree has this label and this text.
 bool holds(const CertificateProperty& tree, const std::string& label, const std::string& text) {
   if (const auto* elements = std::get_if<CertificatePropertyArray>(&tree.value)) {
@@ -133,7 +123,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   values.subjectName = source.property(0);
   values.issuerName = source.property(0);
 
-  const auto parsed = CertificateValueParser::parse(Certificate(values));
+  const auto parsed = CertificateValueParser::parse({values, {}});
   const auto* expiry =
       values.validityNotAfter
           ? std::get_if<CertificatePropertyDictionary>(&values.validityNotAfter->value)

@@ -78,7 +78,7 @@ std::string ChromeCertificatePolicyService::encodedRule(const ClientIdentity& id
 }
 
 std::optional<std::string> ChromeCertificatePolicyService::rulePattern(const std::string& rule) {
-  // The parser takes a zero byte for the end of its input. JSON contains none.
+  // The parser takes a zero byte for the end of its input. JSON has none.
   if (rule.find('\0') != std::string::npos) {
     return std::nullopt;
   }
@@ -122,12 +122,10 @@ bool ChromeCertificatePolicyService::isForEverySite(const std::string& rule) {
 
 bool ChromeCertificatePolicyService::isEncodedRule(const std::string& rule) {
   const json parsed = json::parse(rule, nullptr, /*allow_exceptions=*/false);
-  try {
+  return succeeds([&] {
     return encodedRule(
                {"", principalIn(parsed, "SUBJECT"), principalIn(parsed, "ISSUER"), Date()}) == rule;
-  } catch (const CertificateSelectorError&) {
-    return false;  // No subject.
-  }
+  });
 }
 
 }  // namespace lumaret

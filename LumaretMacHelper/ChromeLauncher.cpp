@@ -2,7 +2,6 @@
 #include "LumaretMacHelper/ChromeLauncher.hpp"
 
 #include <algorithm>
-#include <exception>
 #include <utility>
 
 #include "LumaretMacHelper/PlatformFunctions.hpp"
@@ -55,10 +54,8 @@ void ChromeLauncher::open(const std::optional<URL>& destination) const {
     environment_->run(executableURL_, arguments, /*waitUntilExit=*/false);
   } catch (const CertificateSelectorError&) {
     throw;
-  } catch (const std::exception& error) {
-    throw CertificateSelectorError::chromeLaunchFailed(error.what());
   } catch (...) {
-    throw CertificateSelectorError::chromeLaunchFailed(unknownError);
+    throw CertificateSelectorError::chromeLaunchFailed(descriptionOfCaughtError());
   }
 }
 

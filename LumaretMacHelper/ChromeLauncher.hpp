@@ -5,7 +5,6 @@
 #include <filesystem>
 #include <memory>
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -14,21 +13,15 @@
 
 namespace lumaret {
 
-/// An awaited process ended with a status other than 0. what() is a message for the user.
-class ChromeProcessError : public std::runtime_error {
+/// An awaited process ended with a status other than 0. The description is for the user.
+class ChromeProcessError : public DescribedError {
  public:
-  static ChromeProcessError unsuccessfulExit(std::int32_t status) { return {status}; }
-
-  [[nodiscard]] std::int32_t status() const noexcept { return status_; }
-
-  bool operator==(const ChromeProcessError& other) const { return status_ == other.status_; }
+  static ChromeProcessError unsuccessfulExit(std::int32_t status) {
+    return {"Google Chrome exited with status " + std::to_string(status) + "."};
+  }
 
  private:
-  ChromeProcessError(std::int32_t status)
-      : std::runtime_error("Google Chrome exited with status " + std::to_string(status) + "."),
-        status_(status) {}
-
-  std::int32_t status_;
+  using DescribedError::DescribedError;
 };
 
 class ChromeLaunchEnvironment {
@@ -57,8 +50,8 @@ class ChromeLauncher final : public ChromeOpening {
   [[nodiscard]] bool isChromeInstalled() const override;
   void open() const override;
 
-  /// Has a running Chrome read its policies again, and waits for that without a time limit. Then
-  /// asks for a new window, at the destination if there is one (HTTP or HTTPS), without waiting.
+  /// Makes a running Chrome reload its policies, and waits for that without a time limit. Then
+  /// opens a new window, at the destination if there is one (HTTP or HTTPS), without waiting.
   void open(const std::optional<URL>& destination) const;
 
  private:

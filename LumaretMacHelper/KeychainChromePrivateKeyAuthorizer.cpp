@@ -7,6 +7,12 @@
 namespace lumaret {
 namespace {
 
+/// The user dismissed a Keychain confirmation (errSecUserCanceled).
+constexpr KeychainStatus userCanceled = -128;
+
+/// Stands for a failure without a status (errSecInternalComponent).
+constexpr KeychainStatus internalComponent = -2070;
+
 /// A key of this kind cannot carry a persistent authorization: errSecUnimplemented,
 /// errSecUnsupportedFormat, errSecUnsupportedKeyFormat, errSecUnsupportedKeyUsageMask and
 /// errSecUnsupportedKeyAttributeMask. Adjacent numbers mean other things.
@@ -17,9 +23,8 @@ CertificateSelectorError publicError(const KeychainAuthorizationBackendError& er
   if (!status || std::ranges::find(unsupportedStatuses, *status) != unsupportedStatuses.end()) {
     return CertificateSelectorError::chromeKeyAuthorizationUnsupported();
   }
-  return *status == keychainStatusUserCanceled
-             ? CertificateSelectorError::keychainAuthorizationCancelled()
-             : CertificateSelectorError::keychainAuthorizationFailed(*status);
+  return *status == userCanceled ? CertificateSelectorError::keychainAuthorizationCancelled()
+                                 : CertificateSelectorError::keychainAuthorizationFailed(*status);
 }
 
 }  // namespace
@@ -32,7 +37,7 @@ void KeychainChromePrivateKeyAuthorizer::authorize(const ClientIdentity& identit
   } catch (const KeychainAuthorizationBackendError& error) {
     throw publicError(error);
   } catch (...) {
-    throw CertificateSelectorError::keychainAuthorizationFailed(keychainStatusInternalComponent);
+    throw CertificateSelectorError::keychainAuthorizationFailed(internalComponent);
   }
 }
 

@@ -5,7 +5,6 @@
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
-#include <exception>
 #include <functional>
 #include <optional>
 #include <string>
@@ -13,12 +12,8 @@
 #include <vector>
 
 #include "LumaretMacHelper/Contracts.hpp"
-#include "LumaretMacHelper/Fingerprint.hpp"
 
 namespace lumaret {
-
-/// When the Keychain asks for its passphrase before a key is used (`SecKeychainPromptSelector`).
-using KeychainPromptSelector = std::uint16_t;
 
 /// One entry of a private key's access list.
 template <typename TrustedApplication>
@@ -27,13 +22,15 @@ struct ChromeKeychainACLContents {
   /// empty, none may.
   std::optional<std::vector<TrustedApplication>> trustedApplications;
   std::string description;
-  KeychainPromptSelector promptSelector = 0;
+  /// When the Keychain asks for its passphrase before the key is used
+  /// (`SecKeychainPromptSelector`).
+  std::uint16_t promptSelector = 0;
 
   bool operator==(const ChromeKeychainACLContents&) const = default;
 };
 
 /// Why a backend failed.
-class KeychainAuthorizationBackendError : public std::exception {
+class KeychainAuthorizationBackendError : public DescribedError {
  public:
   /// A call failed with this status, or returned nothing or an object of another type.
   static KeychainAuthorizationBackendError status(KeychainStatus status) { return {status}; }
@@ -42,16 +39,11 @@ class KeychainAuthorizationBackendError : public std::exception {
 
   /// Nothing for `unsupported`.
   [[nodiscard]] std::optional<KeychainStatus> statusCode() const noexcept { return status_; }
-  [[nodiscard]] const char* what() const noexcept override {
-    return "Keychain authorization backend failed";
-  }
-
-  bool operator==(const KeychainAuthorizationBackendError& other) const {
-    return status_ == other.status_;
-  }
 
  private:
-  KeychainAuthorizationBackendError(std::optional<KeychainStatus> status) : status_(status) {}
+  KeychainAuthorizationBackendError(std::optional<KeychainStatus> status)
+      : DescribedError(status ? "status " + std::to_string(*status) : "unsupported"),
+        status_(status) {}
 
   std::optional<KeychainStatus> status_;
 };
@@ -101,8 +93,19 @@ class ChromeKeychainAuthorizationWorkflow {
   /// CertificateSelectorError (not found, ambiguous, no private key, unsupported), or what the
   /// backend throws.
   void authorize(const std::string& fingerprint) const {
-    const auto identity = matchingIdentity(fingerprint);
-    const auto privateKey = backend_.copyPrivateKey(identity);
+    auto identities = backend_.copyIdentities();
+    std::erase_if(identities, [&](const typename Backend::Identity& identity) {
+      return lumaret::fingerprint(backend_.certificateData(identity)) != fingerprint;
+    });
+    if (identities.empty()) {
+      throw CertificateSelectorError::selectedIdentityNotFound();
+    }
+    // An identity that is in the Keychain twice has two access lists. Nothing tells which of them
+    // Chrome will use.
+    if (identities.size() > 1) {
+      throw CertificateSelectorError::selectedIdentityAmbiguous();
+    }
+    const auto privateKey = backend_.copyPrivateKey(identities.front());
     if (!privateKey) {
       throw CertificateSelectorError::selectedIdentityHasNoPrivateKey();
     }
@@ -140,22 +143,6 @@ class ChromeKeychainAuthorizationWorkflow {
 
  private:
   using Contents = ChromeKeychainACLContents<typename Backend::TrustedApplication>;
-
-  [[nodiscard]] typename Backend::Identity matchingIdentity(const std::string& fingerprint) const {
-    auto identities = backend_.copyIdentities();
-    std::erase_if(identities, [&](const typename Backend::Identity& identity) {
-      return lumaret::fingerprint(backend_.certificateData(identity)) != fingerprint;
-    });
-    if (identities.empty()) {
-      throw CertificateSelectorError::selectedIdentityNotFound();
-    }
-    // An identity that is in the Keychain twice has two access lists. Nothing tells which of them
-    // Chrome will use.
-    if (identities.size() > 1) {
-      throw CertificateSelectorError::selectedIdentityAmbiguous();
-    }
-    return identities.front();
-  }
 
   Backend backend_;
 };

@@ -2,25 +2,23 @@
 #include "LumaretMacHelper/KeychainIdentityLoader.hpp"
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <cmath>
 #include <compare>
 #include <utility>
 
-#include "LumaretMacHelper/Fingerprint.hpp"
-#include "LumaretMacHelper/PlatformFunctions.hpp"
-
 namespace lumaret {
 namespace {
 
-constexpr const char* commonNameOID = "2.5.4.3";
-constexpr const char* localityOID = "2.5.4.7";
-constexpr const char* organizationOID = "2.5.4.10";
-constexpr const char* organizationalUnitOID = "2.5.4.11";
+/// The attributes that are recognised, by object identifier.
+constexpr std::array attributes = {std::pair("2.5.4.3", &CertificatePrincipal::commonName),
+                                   std::pair("2.5.4.10", &CertificatePrincipal::organization),
+                                   std::pair("2.5.4.11", &CertificatePrincipal::organizationalUnit),
+                                   std::pair("2.5.4.7", &CertificatePrincipal::locality)};
 
-bool isRecognised(const std::string& attribute) {
-  return attribute == commonNameOID || attribute == localityOID || attribute == organizationOID ||
-         attribute == organizationalUnitOID;
+bool isRecognised(const std::string& label) {
+  return std::ranges::any_of(attributes, [&](const auto& entry) { return entry.first == label; });
 }
 
 template <typename Type>
@@ -28,29 +26,11 @@ const Type* valueAs(const OptionalCertificateProperty& property) {
   return property ? std::get_if<Type>(&property->value) : nullptr;
 }
 
-void collect(const CertificateProperty* property, std::map<std::string, std::string>& fields) {
-  if (property == nullptr) {
-    return;
-  }
-  if (const auto* elements = std::get_if<CertificatePropertyArray>(&property->value)) {
-    for (const CertificateProperty& element : *elements) {
-      collect(&element, fields);
-    }
-  } else if (const auto* entry = std::get_if<CertificatePropertyDictionary>(&property->value)) {
-    const auto* label = valueAs<std::string>(entry->label);
-    const auto* text = valueAs<std::string>(entry->value);
-    if (label != nullptr && text != nullptr && !text->empty() && isRecognised(*label)) {
-      fields.try_emplace(*label, *text);
-    }
-    collect(entry->value.get(), fields);
-  }
-}
-
 }  // namespace
 
 std::optional<ParsedCertificateValues> CertificateValueParser::parse(
     const KeychainCertificate& certificate) {
-  const auto values = certificate.copyValues();
+  const auto& values = certificate.values;
   const auto* notAfter =
       values ? valueAs<CertificatePropertyDictionary>(values->validityNotAfter) : nullptr;
   const auto expiresAt = notAfter != nullptr ? date(notAfter->value) : std::nullopt;
@@ -82,18 +62,33 @@ std::optional<Date> CertificateValueParser::date(const OptionalCertificateProper
 
 CertificatePrincipal CertificateValueParser::principal(const OptionalCertificateProperty& value) {
   std::map<std::string, std::string> fields;
-  collectDistinguishedNameFields(value, fields);
-  const auto field = [&fields](const char* attribute) -> std::optional<std::string> {
-    const auto found = fields.find(attribute);
-    return found == fields.end() ? std::nullopt : std::optional(found->second);
-  };
-  return {field(commonNameOID), field(organizationOID), field(organizationalUnitOID),
-          field(localityOID)};
+  collectDistinguishedNameFields(value.get(), fields);
+  CertificatePrincipal principal;
+  for (const auto& [attribute, field] : attributes) {
+    if (const auto found = fields.find(attribute); found != fields.end()) {
+      principal.*field = found->second;
+    }
+  }
+  return principal;
 }
 
 void CertificateValueParser::collectDistinguishedNameFields(
-    const OptionalCertificateProperty& value, std::map<std::string, std::string>& fields) {
-  collect(value.get(), fields);
+    const CertificateProperty* value, std::map<std::string, std::string>& fields) {
+  if (value == nullptr) {
+    return;
+  }
+  if (const auto* elements = std::get_if<CertificatePropertyArray>(&value->value)) {
+    for (const CertificateProperty& element : *elements) {
+      collectDistinguishedNameFields(&element, fields);
+    }
+  } else if (const auto* entry = std::get_if<CertificatePropertyDictionary>(&value->value)) {
+    const auto* label = valueAs<std::string>(entry->label);
+    const auto* text = valueAs<std::string>(entry->value);
+    if (label != nullptr && text != nullptr && !text->empty() && isRecognised(*label)) {
+      fields.try_emplace(*label, *text);
+    }
+    collectDistinguishedNameFields(entry->value.get(), fields);
+  }
 }
 
 Date currentDate() { return std::chrono::floor<Date::duration>(std::chrono::system_clock::now()); }
@@ -108,13 +103,10 @@ std::vector<ClientIdentity> KeychainIdentityLoader::loadIdentities() const {
 
   std::map<std::string, ClientIdentity> byFingerprint;
   for (const auto& handle : handles) {
-    const auto certificate = handle->hasPrivateKey() ? handle->copyCertificate() : nullptr;
+    const auto certificate = handle.hasPrivateKey() ? handle.copyCertificate() : std::nullopt;
     auto values = certificate ? CertificateValueParser::parse(*certificate) : std::nullopt;
-    if (!values || values->expiresAt <= now) {
-      continue;
-    }
-    if (const Bytes data = certificate->data(); !data.empty()) {
-      const std::string id = fingerprint(data);
+    if (values && values->expiresAt > now && !certificate->data.empty()) {
+      const std::string id = fingerprint(certificate->data);
       byFingerprint.insert_or_assign(
           id, ClientIdentity{id, std::move(values->subject), std::move(values->issuer),
                              values->expiresAt});
@@ -126,7 +118,7 @@ std::vector<ClientIdentity> KeychainIdentityLoader::loadIdentities() const {
   for (auto& [id, identity] : byFingerprint) {
     identities.push_back(std::move(identity));
   }
-  // They are in the order of their fingerprints, which a stable sort keeps among equal names.
+  // The map sorted them by fingerprint. A stable sort keeps that order among equal names.
   std::stable_sort(identities.begin(), identities.end(),
                    [compare = localizedCaseInsensitiveComparison()](const ClientIdentity& left,
                                                                     const ClientIdentity& right) {

@@ -6,29 +6,54 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <variant>
 #include <vector>
 
-#include "LumaretMacHelper/CertificateProperty.hpp"
 #include "LumaretMacHelper/Contracts.hpp"
 
 namespace lumaret {
 
-class KeychainCertificate {
- public:
-  virtual ~KeychainCertificate() = default;
+struct CertificateProperty;
+
+/// Absent (null) or a value.
+using OptionalCertificateProperty = std::shared_ptr<const CertificateProperty>;
+
+using CertificatePropertyArray = std::vector<CertificateProperty>;
+
+/// One entry of a certificate's values, or a section of further entries. The label of a name's
+/// attribute is its object identifier in dotted notation, such as "2.5.4.3".
+struct CertificatePropertyDictionary {
+  OptionalCertificateProperty label;
+  OptionalCertificateProperty value;
+};
+
+/// A number that denotes a time counts seconds since 2001-01-01 00:00:00 UTC. std::monostate stands
+/// for a value of any type that nothing here reads.
+struct CertificateProperty {
+  std::variant<std::monostate, std::string, double, Date, CertificatePropertyArray,
+               CertificatePropertyDictionary>
+      value;
+};
+
+/// Each is absent or, in a well-formed certificate, a dictionary.
+struct CertificateValues {
+  OptionalCertificateProperty subjectName;
+  OptionalCertificateProperty issuerName;
+  OptionalCertificateProperty validityNotAfter;
+};
+
+struct KeychainCertificate {
   /// Nothing if the certificate cannot be read.
-  [[nodiscard]] virtual std::optional<CertificateValues> copyValues() const = 0;
-  /// The certificate's DER bytes; empty if they are not available.
-  [[nodiscard]] virtual Bytes data() const = 0;
+  std::optional<CertificateValues> values;
+  /// Its DER bytes; empty if they are not available.
+  Bytes data;
 };
 
 /// A certificate and its private key, as the Keychain returned them.
-class KeychainIdentity {
- public:
-  virtual ~KeychainIdentity() = default;
-  [[nodiscard]] virtual bool hasPrivateKey() const = 0;
-  /// Null if the certificate cannot be obtained.
-  [[nodiscard]] virtual std::unique_ptr<KeychainCertificate> copyCertificate() const = 0;
+struct KeychainIdentity {
+  std::function<bool()> hasPrivateKey;
+  /// Nothing if the certificate cannot be obtained.
+  std::function<std::optional<KeychainCertificate>()> copyCertificate;
 };
 
 class KeychainIdentityQuerying {
@@ -36,7 +61,7 @@ class KeychainIdentityQuerying {
   virtual ~KeychainIdentityQuerying() = default;
   /// Every identity of the current user, in the Keychain's order. Throws
   /// CertificateSelectorError::keychainFailure.
-  [[nodiscard]] virtual std::vector<std::unique_ptr<KeychainIdentity>> copyIdentities() const = 0;
+  [[nodiscard]] virtual std::vector<KeychainIdentity> copyIdentities() const = 0;
 };
 
 struct ParsedCertificateValues {
@@ -64,7 +89,7 @@ class CertificateValueParser {
 
   /// Adds the recognised attributes that the value contains at any depth, by object identifier. The
   /// first value that is not empty wins; a field that is already in the map stays.
-  static void collectDistinguishedNameFields(const OptionalCertificateProperty& value,
+  static void collectDistinguishedNameFields(const CertificateProperty* value,
                                              std::map<std::string, std::string>& fields);
 };
 

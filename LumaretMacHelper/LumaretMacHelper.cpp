@@ -4,15 +4,13 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
-#include <cstdio>
 #include <cstdlib>
-#include <exception>
+#include <ctime>
 #include <nlohmann/json.hpp>
 #include <utility>
 
 #include "LumaretMacHelper/ChromeCertificatePolicyService.hpp"
 #include "LumaretMacHelper/ChromeLauncher.hpp"
-#include "LumaretMacHelper/Contracts.hpp"
 #include "LumaretMacHelper/KeychainChromePrivateKeyAuthorizer.hpp"
 #include "LumaretMacHelper/KeychainIdentityLoader.hpp"
 #include "LumaretMacHelper/PlatformFunctions.hpp"
@@ -29,34 +27,23 @@ void printResult(const json& result) {
   writeStandardOutput("\n");
 }
 
-json textOrNull(const std::optional<std::string>& text) {
-  return text ? json(*text) : json(nullptr);
-}
-
 json principalObject(const CertificatePrincipal& principal) {
+  const auto textOrNull = [](const std::optional<std::string>& text) {
+    return text ? json(*text) : json(nullptr);
+  };
   return {{"commonName", textOrNull(principal.commonName)},
           {"organization", textOrNull(principal.organization)},
           {"organizationalUnit", textOrNull(principal.organizationalUnit)},
           {"locality", textOrNull(principal.locality)}};
 }
 
-[[noreturn]] void fail(const std::string& message) {
-  writeStandardError(message + "\n");
-  std::exit(EXIT_FAILURE);
-}
-
 /// ISO 8601 date and time in UTC, to the second, such as 2099-12-31T23:59:59Z.
 std::string internetDateTime(Date date) {
-  const auto day = std::chrono::floor<std::chrono::days>(date);
-  const std::chrono::year_month_day calendar(day);
-  const std::chrono::hh_mm_ss time(std::chrono::floor<std::chrono::seconds>(date - day));
+  const std::time_t seconds =
+      std::chrono::floor<std::chrono::seconds>(date).time_since_epoch().count();
   std::array<char, 48> text{};
-  const int length = std::snprintf(
-      text.data(), text.size(), "%04d-%02u-%02uT%02d:%02d:%02dZ", static_cast<int>(calendar.year()),
-      static_cast<unsigned>(calendar.month()), static_cast<unsigned>(calendar.day()),
-      static_cast<int>(time.hours().count()), static_cast<int>(time.minutes().count()),
-      static_cast<int>(time.seconds().count()));
-  return {text.data(), static_cast<std::size_t>(length)};
+  return {text.data(),
+          std::strftime(text.data(), text.size(), "%Y-%m-%dT%TZ", std::gmtime(&seconds))};
 }
 
 }  // namespace
@@ -64,15 +51,12 @@ std::string internetDateTime(Date date) {
 void LumaretMacHelper::main(int argumentCount, const char* const* processArguments) {
   prepareStandardStreams();
   try {
-    // A process may be started without any argument, not even its own path.
+    // argv may be empty, without even the program's path.
     const int first = std::min(1, argumentCount);
     run({processArguments + first, processArguments + argumentCount});
-  } catch (const CertificateSelectorError& error) {
-    fail(error.errorDescription());
-  } catch (const std::exception& error) {
-    fail(error.what());
   } catch (...) {
-    fail(unknownError);
+    writeStandardError(descriptionOfCaughtError() + "\n");
+    std::exit(EXIT_FAILURE);
   }
 }
 

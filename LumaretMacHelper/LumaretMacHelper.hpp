@@ -2,25 +2,23 @@
 #pragma once
 
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "LumaretMacHelper/Contracts.hpp"
+
 namespace lumaret {
 
-/// The arguments are not a valid command. what() is the usage line.
-class CommandError : public std::runtime_error {
+/// The arguments are not a valid command. The description is the usage line.
+class CommandError : public DescribedError {
  public:
-  static CommandError usage() { return {}; }
-
-  bool operator==(const CommandError& /*other*/) const { return true; }
+  static CommandError usage() {
+    return {"Uso: lumaret-macos-helper list | activate --fingerprint <sha256> [--url <https-url>]"};
+  }
 
  private:
-  CommandError()
-      : std::runtime_error(
-            "Uso: lumaret-macos-helper list | "
-            "activate --fingerprint <sha256> [--url <https-url>]") {}
+  using DescribedError::DescribedError;
 };
 
 /// The command line.

@@ -20,10 +20,10 @@ namespace lumaret {
 
 class SystemKeychainIdentityQuery final : public KeychainIdentityQuerying {
  public:
-  [[nodiscard]] std::vector<std::unique_ptr<KeychainIdentity>> copyIdentities() const override;
+  [[nodiscard]] std::vector<KeychainIdentity> copyIdentities() const override;
 };
 
-/// On Linux, root's object keeps all others waiting from its first reading until it is destroyed.
+/// On Linux, root's object makes all others wait, from its first read until it is destroyed.
 class CurrentUserChromePreferences final : public ChromePreferencesStoring {
  public:
   [[nodiscard]] std::vector<std::string> readRules() const override;
@@ -31,8 +31,7 @@ class CurrentUserChromePreferences final : public ChromePreferencesStoring {
   [[nodiscard]] bool synchronize() override;
 
  private:
-  /// What a platform keeps so that nobody else changes the rules between reading and verifying
-  /// them.
+  /// Held, if a platform does so, to keep others from changing the rules until they are verified.
   mutable std::shared_ptr<void> turn_;
 };
 

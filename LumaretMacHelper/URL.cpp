@@ -3,8 +3,8 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <initializer_list>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 // The grammar of RFC 3986, appendix A. The functions have the names that it uses.
@@ -12,28 +12,23 @@
 namespace lumaret {
 namespace {
 
-constexpr std::string_view letters = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
-constexpr std::string_view digits = "0123456789";
+/// unreserved / sub-delims
+constexpr std::string_view plain =
+    "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~!$&'()*+,;=";
+constexpr std::string_view letters = plain.substr(0, 52);
+constexpr std::string_view digits = plain.substr(52, 10);
 constexpr std::string_view hexDigits = "0123456789ABCDEFabcdef";
-/// What unreserved and sub-delims contain besides letters and digits.
-constexpr std::string_view marks = "-._~!$&'()*+,;=";
 
 bool contains(std::string_view text, char character) {
   return text.find(character) != std::string_view::npos;
 }
 
-/// Whether every character is in one of the sets. True for the empty text.
-bool consistsOf(std::string_view text, std::initializer_list<std::string_view> sets) {
-  return std::all_of(text.begin(), text.end(), [&](char character) {
-    return std::any_of(sets.begin(), sets.end(),
-                       [&](std::string_view set) { return contains(set, character); });
-  });
+/// True for the empty text.
+bool consistsOf(std::string_view text, std::string_view characters) {
+  return text.find_first_not_of(characters) == std::string_view::npos;
 }
 
-struct Halves {
-  std::string_view before;
-  std::string_view after;
-};
+using Halves = std::pair<std::string_view, std::string_view>;
 
 /// Divides the text at the first such character. Without one, nothing is after it.
 Halves divide(std::string_view text, char character) {
@@ -56,41 +51,41 @@ std::vector<std::string_view> split(std::string_view text, char separator) {
 bool isText(std::string_view text, std::string_view further) {
   for (std::size_t percent = 0; (percent = text.find('%', percent)) != std::string_view::npos;) {
     const std::string_view code = text.substr(++percent, 2);
-    if (code.size() != 2 || !consistsOf(code, {hexDigits})) {
+    if (code.size() != 2 || !consistsOf(code, hexDigits)) {
       return false;
     }
   }
-  return consistsOf(text, {letters, digits, marks, further, "%"});
+  return consistsOf(text, std::string(plain).append(further).append("%"));
 }
 
 bool isScheme(std::string_view text) {
   return !text.empty() && contains(letters, text.front()) &&
-         consistsOf(text, {letters, digits, "+-."});
+         consistsOf(text, std::string(letters).append(digits).append("+-."));
 }
 
 /// 0 to 255, without leading zeros
 bool isDecOctet(std::string_view text) {
-  return !text.empty() && text.size() <= 3 && consistsOf(text, {digits}) &&
+  return !text.empty() && text.size() <= 3 && consistsOf(text, digits) &&
          (text.size() == 1 || text.front() != '0') && (text.size() < 3 || text <= "255");
 }
 
 bool isIPv4Address(std::string_view text) {
   const auto octets = split(text, '.');
-  return octets.size() == 4 && std::all_of(octets.begin(), octets.end(), isDecOctet);
+  return octets.size() == 4 && std::ranges::all_of(octets, isDecOctet);
 }
 
 bool isH16(std::string_view text) {
-  return !text.empty() && text.size() <= 4 && consistsOf(text, {hexDigits});
+  return !text.empty() && text.size() <= 4 && consistsOf(text, hexDigits);
 }
 
-/// The number of groups in a part of an IPv6 address. If the text is not a list of groups, more
-/// than such an address has.
+/// The number of groups in a part of an IPv6 address; 9, more than it has, if the text is not a
+/// list of groups.
 std::size_t countOfGroups(std::string_view text) {
   if (text.empty()) {
     return 0;
   }
   const auto groups = split(text, ':');
-  return std::all_of(groups.begin(), groups.end(), isH16) ? groups.size() : 9;
+  return std::ranges::all_of(groups, isH16) ? groups.size() : 9;
 }
 
 bool isIPv6Address(std::string_view text) {
@@ -109,23 +104,23 @@ bool isIPv6Address(std::string_view text) {
 bool isIPvFuture(std::string_view text) {
   const auto [version, address] = divide(text, '.');
   return version.size() > 1 && contains("vV", version.front()) &&
-         consistsOf(version.substr(1), {hexDigits}) && !address.empty() &&
-         consistsOf(address, {letters, digits, marks, ":"});
+         consistsOf(version.substr(1), hexDigits) && !address.empty() &&
+         consistsOf(address, std::string(plain) + ":");
 }
 
 /// [ userinfo "@" ] host [ ":" port ]
 bool isAuthority(std::string_view text) {
-  if (contains(text, '@')) {
-    const auto [userinfo, rest] = divide(text, '@');
-    return isText(userinfo, ":") && !contains(rest, '@') && isAuthority(rest);
+  const std::string_view host = text.substr(text.find('@') + 1);  // The sum is 0 without an "@".
+  if (!isText(text.substr(0, text.size() - host.size()), ":@")) {
+    return false;
   }
-  if (!text.starts_with('[')) {
-    const auto [name, port] = divide(text, ':');
-    return isText(name, "") && consistsOf(port, {digits});
+  if (!host.starts_with('[')) {
+    const auto [name, port] = divide(host, ':');
+    return isText(name, "") && consistsOf(port, digits);
   }
-  const auto [literal, port] = divide(text.substr(1), ']');
-  return contains(text, ']') && (isIPv6Address(literal) || isIPvFuture(literal)) &&
-         (port.empty() || (port.front() == ':' && consistsOf(port.substr(1), {digits})));
+  const auto [literal, port] = divide(host.substr(1), ']');
+  return contains(host, ']') && (isIPv6Address(literal) || isIPvFuture(literal)) &&
+         (port.empty() || (port.front() == ':' && consistsOf(port.substr(1), digits)));
 }
 
 }  // namespace

@@ -4,7 +4,7 @@
 #include <optional>
 #include <span>
 
-#include "LumaretMacHelper/CertificateProperty.hpp"
+#include "LumaretMacHelper/KeychainIdentityLoader.hpp"
 
 namespace lumaret {
 

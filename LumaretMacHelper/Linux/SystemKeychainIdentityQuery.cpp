@@ -1,51 +1,22 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <utility>
-
 #include "LumaretMacHelper/Linux/CertificateDatabase.hpp"
 #include "LumaretMacHelper/Linux/CertificateDecoder.hpp"
 #include "LumaretMacHelper/PlatformServices.hpp"
 
 namespace lumaret {
-namespace {
-
-class StoredCertificate final : public KeychainCertificate {
- public:
-  explicit StoredCertificate(Bytes certificate) : certificate_(std::move(certificate)) {}
-
-  [[nodiscard]] std::optional<CertificateValues> copyValues() const override {
-    return decodeCertificate(certificate_);
-  }
-  [[nodiscard]] Bytes data() const override { return certificate_; }
-
- private:
-  Bytes certificate_;
-};
-
-/// The store returns a certificate as an identity only if its key is there.
-class StoredKeychainIdentity final : public KeychainIdentity {
- public:
-  explicit StoredKeychainIdentity(Bytes certificate) : certificate_(std::move(certificate)) {}
-
-  [[nodiscard]] bool hasPrivateKey() const override { return true; }
-  [[nodiscard]] std::unique_ptr<KeychainCertificate> copyCertificate() const override {
-    return std::make_unique<StoredCertificate>(certificate_);
-  }
-
- private:
-  Bytes certificate_;
-};
-
-}  // namespace
 
 KeychainIdentityLoader::KeychainIdentityLoader()
     : KeychainIdentityLoader(std::make_shared<SystemKeychainIdentityQuery>()) {}
 
-std::vector<std::unique_ptr<KeychainIdentity>> SystemKeychainIdentityQuery::copyIdentities() const {
-  std::vector<std::unique_ptr<KeychainIdentity>> identities;
+std::vector<KeychainIdentity> SystemKeychainIdentityQuery::copyIdentities() const {
+  std::vector<KeychainIdentity> identities;
   try {
-    for (StoredIdentity& identity : readStoredIdentities()) {
-      identities.push_back(
-          std::make_unique<StoredKeychainIdentity>(std::move(identity.certificate)));
+    for (const StoredIdentity& identity : readStoredIdentities()) {
+      // The store returns a certificate as an identity only if its key is there.
+      identities.push_back({[] { return true; },
+                            [data = identity.certificate] {
+                              return KeychainCertificate{decodeCertificate(data), data};
+                            }});
     }
   } catch (const CertificateDatabaseError& error) {
     throw CertificateSelectorError::keychainFailure(error.status());

@@ -2,15 +2,12 @@
 #include "LumaretMacHelper/macOS/CoreFoundationValues.hpp"
 
 #include <stdexcept>
-#include <string_view>
 
 namespace lumaret {
 namespace {
 
 /// Strings are exchanged without a byte order mark.
 constexpr Boolean isExternalRepresentation = 0;
-
-constexpr std::string_view byteOrderMark = "\xef\xbb\xbf";
 
 }  // namespace
 
@@ -33,18 +30,17 @@ std::optional<std::string> utf8Text(CFStringRef text) {
 }
 
 CoreFoundationReference<CFStringRef> coreFoundationText(const std::string& text) {
-  // Core Foundation drops one leading U+FEFF, whatever isExternalRepresentation says. So a string
-  // that begins with one gets another in front.
-  const std::string given =
-      text.starts_with(byteOrderMark) ? std::string(byteOrderMark) + text : text;
-  auto result = CoreFoundationReference<CFStringRef>::adopt(::CFStringCreateWithBytes(
-      kCFAllocatorDefault, reinterpret_cast<const UInt8*>(given.data()),
-      static_cast<CFIndex>(given.size()), kCFStringEncodingUTF8, isExternalRepresentation));
-  // Core Foundation also accepts some invalid bytes, and replaces them.
-  if (!result || utf8Text(result.get()) != text) {
-    throw std::invalid_argument("A text is not UTF-8.");
+  // Core Foundation drops one leading U+FEFF, whatever isExternalRepresentation says: a string that
+  // begins with one needs another in front. It also accepts some invalid bytes, and replaces them.
+  for (const std::string& given : {text, "\xef\xbb\xbf" + text}) {
+    auto result = CoreFoundationReference<CFStringRef>::adopt(::CFStringCreateWithBytes(
+        kCFAllocatorDefault, reinterpret_cast<const UInt8*>(given.data()),
+        static_cast<CFIndex>(given.size()), kCFStringEncodingUTF8, isExternalRepresentation));
+    if (result && utf8Text(result.get()) == text) {
+      return result;
+    }
   }
-  return result;
+  throw std::invalid_argument("A text is not UTF-8.");
 }
 
 Bytes bytes(CFDataRef data) {

@@ -3,6 +3,8 @@
 
 #include <array>
 
+#include "LumaretMacHelper/macOS/CoreFoundationValues.hpp"
+
 namespace lumaret {
 
 MatchingIdentities copyMatchingIdentities() {
@@ -11,8 +13,26 @@ MatchingIdentities copyMatchingIdentities() {
   const auto query = CoreFoundationReference<CFDictionaryRef>::adopt(
       ::CFDictionaryCreate(kCFAllocatorDefault, keys.data(), values.data(), keys.size(),
                            &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
+  CoreFoundationReference<CFTypeRef> result;
   MatchingIdentities answer;
-  answer.status = ::SecItemCopyMatching(query.get(), answer.result.receive());
+  answer.status = ::SecItemCopyMatching(query.get(), result.receive());
+  if (answer.status == errSecItemNotFound) {
+    return {};
+  }
+  if (answer.status != errSecSuccess) {
+    return answer;
+  }
+  const auto* array = objectAs<CFArrayRef>(result.get(), ::CFArrayGetTypeID());
+  for (const CFTypeRef object : array != nullptr ? elements(array) : std::vector{result.get()}) {
+    if (auto* identity = objectAs<SecIdentityRef>(object, ::SecIdentityGetTypeID())) {
+      answer.identities.push_back(CoreFoundationReference<SecIdentityRef>::retain(identity));
+    } else {
+      answer.hasOnlyIdentities = false;
+    }
+  }
+  if (result && array == nullptr && !answer.hasOnlyIdentities) {
+    answer.status = errSecInternalComponent;
+  }
   return answer;
 }
 

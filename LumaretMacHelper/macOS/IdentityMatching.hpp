@@ -3,14 +3,19 @@
 
 #include <Security/Security.h>
 
-#include "LumaretMacHelper/macOS/CoreFoundationReference.hpp"
+#include <vector>
+
+#include "LumaretMacHelper/macOS/CoreFoundationValues.hpp"
 
 namespace lumaret {
 
-/// After success, the result is an identity, an array, or nothing.
 struct MatchingIdentities {
+  /// Success also if there are none; errSecInternalComponent if the call succeeded with neither an
+  /// identity nor an array.
   OSStatus status = errSecSuccess;
-  CoreFoundationReference<CFTypeRef> result;
+  std::vector<CoreFoundationReference<SecIdentityRef>> identities;
+  /// False if the call succeeded with null, or with an array that has other elements, too.
+  bool hasOnlyIdentities = true;
 };
 
 /// Asks for every identity of the current user, in every keychain that is searched by default.

@@ -2,7 +2,6 @@
 #include <CoreFoundation/CoreFoundation.h>
 
 #include "LumaretMacHelper/PlatformFunctions.hpp"
-#include "LumaretMacHelper/macOS/CoreFoundationReference.hpp"
 #include "LumaretMacHelper/macOS/CoreFoundationValues.hpp"
 
 namespace lumaret {

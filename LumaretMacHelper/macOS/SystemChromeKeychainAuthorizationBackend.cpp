@@ -7,10 +7,6 @@
 #include "LumaretMacHelper/macOS/CoreFoundationValues.hpp"
 #include "LumaretMacHelper/macOS/IdentityMatching.hpp"
 
-// The access lists of the file-based Keychain have been deprecated since macOS 10.10. Nothing has
-// replaced them for existing keys.
-#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
-
 namespace lumaret {
 namespace {
 
@@ -42,43 +38,8 @@ Object required(Object object) {
   return object;
 }
 
-/// The array's elements. Throws if one of them is of another type.
-template <typename Object>
-std::vector<CoreFoundationReference<Object>> retainedElements(CFArrayRef array, CFTypeID type) {
-  std::vector<CoreFoundationReference<Object>> retained;
-  for (const CFTypeRef element : elements(array)) {
-    retained.push_back(
-        CoreFoundationReference<Object>::retain(required(objectAs<Object>(element, type))));
-  }
-  return retained;
-}
-
 SecKeychainItemRef keychainItem(const Backend::PrivateKey& privateKey) {
   return reinterpret_cast<SecKeychainItemRef>(privateKey.get());
-}
-
-/// Throws `unsupported` for a key that is not an item of a file-based keychain, such as a smart
-/// card's. The access-list calls must not see such a key: since macOS 15 they take it for a null
-/// object and crash. The call here is safe with it on every macOS.
-void requireKeychainItem(const Backend::PrivateKey& privateKey) {
-  CoreFoundationReference<SecKeychainRef> keychain;
-  const OSStatus status =
-      ::SecKeychainItemCopyKeychain(keychainItem(privateKey), keychain.receive());
-  if (status == errSecInvalidItemRef || status == errSecNoSuchKeychain ||
-      status == errSecNoAccessForItem) {
-    throw KeychainAuthorizationBackendError::unsupported();
-  }
-  requireSuccess(status);
-  required(std::move(keychain));
-}
-
-bool authorizesSigning(SecACLRef acl) {
-  const auto tags =
-      required(CoreFoundationReference<CFArrayRef>::adopt(::SecACLCopyAuthorizations(acl)));
-  return std::ranges::any_of(elements(tags.get()), [](CFTypeRef tag) {
-    return ::CFEqual(tag, kSecACLAuthorizationSign) != 0 ||
-           ::CFEqual(tag, kSecACLAuthorizationAny) != 0;
-  });
 }
 
 }  // namespace
@@ -87,19 +48,9 @@ KeychainChromePrivateKeyAuthorizer::KeychainChromePrivateKeyAuthorizer()
     : KeychainChromePrivateKeyAuthorizer(SystemChromeKeychainAuthorizationBackend()) {}
 
 std::vector<Backend::Identity> Backend::copyIdentities() const {
-  const MatchingIdentities answer = copyMatchingIdentities();
-  if (answer.status == errSecItemNotFound) {
-    return {};
-  }
-  requireSuccess(answer.status);
-  required(answer.result.get());
-
-  const CFTypeID identityType = ::SecIdentityGetTypeID();
-  if (auto* identity = objectAs<SecIdentityRef>(answer.result.get(), identityType)) {
-    return {Identity::retain(identity)};
-  }
-  const auto* array = required(objectAs<CFArrayRef>(answer.result.get(), ::CFArrayGetTypeID()));
-  return retainedElements<SecIdentityRef>(array, identityType);
+  MatchingIdentities answer = copyMatchingIdentities();
+  requireSuccess(answer.hasOnlyIdentities ? answer.status : errSecInternalComponent);
+  return std::move(answer.identities);
 }
 
 Bytes Backend::certificateData(const Identity& identity) const {
@@ -120,8 +71,26 @@ std::optional<Backend::PrivateKey> Backend::copyPrivateKey(const Identity& ident
   return privateKey ? std::optional(std::move(privateKey)) : std::nullopt;
 }
 
+// The access lists of the file-based Keychain have been deprecated since macOS 10.10. Nothing has
+// replaced them for existing keys.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+
 Backend::Access Backend::copyAccess(const PrivateKey& privateKey) const {
-  requireKeychainItem(privateKey);
+  // The access-list calls must see only keys of a file-based keychain: since macOS 15 they take any
+  // other, such as a smart card's, for a null object and crash. This call is safe with every key.
+  // Up to macOS 14 it costs more for such a key: it exports the key within this process, if the key
+  // allows that, or else searches all identities for one with the same public key. (Apple's
+  // Security 61901, SecBridge.h; 60420 and 61123, SecKey.cpp, KeyItem::fromSecKeyRef.)
+  CoreFoundationReference<SecKeychainRef> keychain;
+  const OSStatus status =
+      ::SecKeychainItemCopyKeychain(keychainItem(privateKey), keychain.receive());
+  if (status == errSecInvalidItemRef || status == errSecNoSuchKeychain) {
+    throw KeychainAuthorizationBackendError::unsupported();
+  }
+  requireSuccess(status);
+  required(keychain.get());
+
   Access access;
   requireLegacyAccessSuccess(
       ::SecKeychainItemCopyAccess(keychainItem(privateKey), access.receive()));
@@ -135,7 +104,12 @@ std::vector<Backend::ACL> Backend::copySigningACLs(const Access& access) const {
   std::vector<ACL> signing;
   for (const CFTypeRef element : elements(required(list.get()))) {
     auto* acl = required(objectAs<SecACLRef>(element, ::SecACLGetTypeID()));
-    if (authorizesSigning(acl)) {
+    const auto tags =
+        required(CoreFoundationReference<CFArrayRef>::adopt(::SecACLCopyAuthorizations(acl)));
+    if (std::ranges::any_of(elements(tags.get()), [](CFTypeRef tag) {
+          return ::CFEqual(tag, kSecACLAuthorizationSign) != 0 ||
+                 ::CFEqual(tag, kSecACLAuthorizationAny) != 0;
+        })) {
       signing.push_back(ACL::retain(acl));
     }
   }
@@ -154,8 +128,11 @@ ChromeKeychainACLContents<Backend::TrustedApplication> Backend::copyContents(con
   contents.description = *required(utf8Text(required(description.get())));
   contents.promptSelector = promptSelector;
   if (applications) {
-    contents.trustedApplications = retainedElements<SecTrustedApplicationRef>(
-        applications.get(), ::SecTrustedApplicationGetTypeID());
+    auto& trusted = contents.trustedApplications.emplace();
+    for (const CFTypeRef element : elements(applications.get())) {
+      trusted.push_back(TrustedApplication::retain(required(
+          objectAs<SecTrustedApplicationRef>(element, ::SecTrustedApplicationGetTypeID()))));
+    }
   }
   return contents;
 }
@@ -186,5 +163,7 @@ Bytes Backend::identityData(const TrustedApplication& application) const {
   requireSuccess(::SecTrustedApplicationCopyData(application.get(), data.receive()));
   return bytes(required(data.get()));
 }
+
+#pragma GCC diagnostic pop
 
 }  // namespace lumaret

@@ -7,15 +7,16 @@
 #include <vector>
 
 #include "LumaretMacHelper/KeychainChromePrivateKeyAuthorizer.hpp"
-#include "LumaretMacHelper/macOS/CoreFoundationReference.hpp"
+#include "LumaretMacHelper/macOS/CoreFoundationValues.hpp"
 
 namespace lumaret {
 
-/// The access lists of the file-based Keychain. A key that is not an item of such a Keychain, such
-/// as a smart card's, is `unsupported`; so is one for which an access-list call fails with -25304
-/// (`errSecInvalidItemRef`) or -25306 (`errSecNoSuchClass`). From any other call, these statuses
-/// are ordinary failures. A call that succeeds but returns nothing, or an object of another type,
-/// is a failure with -2070 (`errSecInternalComponent`).
+/// The access lists of the file-based Keychain. A key is `unsupported` if
+/// SecKeychainItemCopyKeychain fails for it with -25304 (`errSecInvalidItemRef`, as with a smart
+/// card's) or -25294
+/// (`errSecNoSuchKeychain`), or an access-list call with -25304 or -25306 (`errSecNoSuchClass`).
+/// From any other call, these are ordinary failures. A call that succeeds but returns nothing, or
+/// an object of another type, is a failure with -2070 (`errSecInternalComponent`).
 class SystemChromeKeychainAuthorizationBackend {
  public:
   using Identity = CoreFoundationReference<SecIdentityRef>;

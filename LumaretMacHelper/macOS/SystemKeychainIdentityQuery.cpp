@@ -5,7 +5,6 @@
 #include <utility>
 
 #include "LumaretMacHelper/PlatformServices.hpp"
-#include "LumaretMacHelper/macOS/CoreFoundationReference.hpp"
 #include "LumaretMacHelper/macOS/CoreFoundationValues.hpp"
 #include "LumaretMacHelper/macOS/IdentityMatching.hpp"
 
@@ -13,14 +12,6 @@ namespace lumaret {
 namespace {
 
 OptionalCertificateProperty optionalProperty(CFTypeRef value);
-
-/// A date that Date cannot represent becomes a value of a type that nothing reads.
-CertificateProperty dateProperty(CFAbsoluteTime secondsSinceReferenceDate) {
-  const auto number =
-      std::make_shared<const CertificateProperty>(CertificateProperty{secondsSinceReferenceDate});
-  const auto date = CertificateValueParser::date(number);
-  return date ? CertificateProperty{*date} : CertificateProperty{};
-}
 
 CertificateProperty property(CFTypeRef value) {
   if (const auto* text = objectAs<CFStringRef>(value, ::CFStringGetTypeID())) {
@@ -34,7 +25,7 @@ CertificateProperty property(CFTypeRef value) {
     return {seconds};
   }
   if (const auto* date = objectAs<CFDateRef>(value, ::CFDateGetTypeID())) {
-    return dateProperty(::CFDateGetAbsoluteTime(date));
+    return {::CFDateGetAbsoluteTime(date)};  // The same instant as a number.
   }
   if (const auto* array = objectAs<CFArrayRef>(value, ::CFArrayGetTypeID())) {
     CertificatePropertyArray converted;
@@ -55,93 +46,52 @@ OptionalCertificateProperty optionalProperty(CFTypeRef value) {
   return value == nullptr ? nullptr : std::make_shared<const CertificateProperty>(property(value));
 }
 
-/// Nothing if the Security framework cannot read the certificate.
-std::optional<CertificateValues> copyCertificateValues(SecCertificateRef certificate) {
+bool hasPrivateKey(SecIdentityRef identity) {
+  CoreFoundationReference<SecKeyRef> privateKey;
+  const OSStatus status = ::SecIdentityCopyPrivateKey(identity, privateKey.receive());
+  return status == errSecSuccess && privateKey;
+}
+
+std::optional<KeychainCertificate> copyCertificate(SecIdentityRef identity) {
+  CoreFoundationReference<SecCertificateRef> certificate;
+  const OSStatus status = ::SecIdentityCopyCertificate(identity, certificate.receive());
+  if (status != errSecSuccess || !certificate) {
+    return std::nullopt;
+  }
+  KeychainCertificate copied;
   std::array<const void*, 3> oids = {kSecOIDX509V1SubjectName, kSecOIDX509V1IssuerName,
                                      kSecOIDX509V1ValidityNotAfter};
   const auto keys = CoreFoundationReference<CFArrayRef>::adopt(
       ::CFArrayCreate(kCFAllocatorDefault, oids.data(), oids.size(), &kCFTypeArrayCallBacks));
-  const auto values = CoreFoundationReference<CFDictionaryRef>::adopt(
-      ::SecCertificateCopyValues(certificate, keys.get(), /*error=*/nullptr));
-  if (!values) {
-    return std::nullopt;
+  if (const auto values = CoreFoundationReference<CFDictionaryRef>::adopt(
+          ::SecCertificateCopyValues(certificate.get(), keys.get(), /*error=*/nullptr))) {
+    const auto value = [&values](CFStringRef oid) {
+      return optionalProperty(::CFDictionaryGetValue(values.get(), oid));
+    };
+    copied.values = {value(kSecOIDX509V1SubjectName), value(kSecOIDX509V1IssuerName),
+                     value(kSecOIDX509V1ValidityNotAfter)};
   }
-  const auto value = [&values](CFStringRef oid) {
-    return optionalProperty(::CFDictionaryGetValue(values.get(), oid));
-  };
-  return CertificateValues{value(kSecOIDX509V1SubjectName), value(kSecOIDX509V1IssuerName),
-                           value(kSecOIDX509V1ValidityNotAfter)};
+  if (const auto data =
+          CoreFoundationReference<CFDataRef>::adopt(::SecCertificateCopyData(certificate.get()))) {
+    copied.data = bytes(data.get());
+  }
+  return copied;
 }
-
-class SystemKeychainCertificate final : public KeychainCertificate {
- public:
-  explicit SystemKeychainCertificate(CoreFoundationReference<SecCertificateRef> certificate)
-      : certificate_(std::move(certificate)) {}
-
-  [[nodiscard]] std::optional<CertificateValues> copyValues() const override {
-    return copyCertificateValues(certificate_.get());
-  }
-  [[nodiscard]] Bytes data() const override {
-    const auto data =
-        CoreFoundationReference<CFDataRef>::adopt(::SecCertificateCopyData(certificate_.get()));
-    return data ? bytes(data.get()) : Bytes();
-  }
-
- private:
-  CoreFoundationReference<SecCertificateRef> certificate_;
-};
-
-class SystemKeychainIdentity final : public KeychainIdentity {
- public:
-  explicit SystemKeychainIdentity(CoreFoundationReference<SecIdentityRef> identity)
-      : identity_(std::move(identity)) {}
-
-  [[nodiscard]] bool hasPrivateKey() const override {
-    CoreFoundationReference<SecKeyRef> privateKey;
-    const OSStatus status = ::SecIdentityCopyPrivateKey(identity_.get(), privateKey.receive());
-    return status == errSecSuccess && privateKey;
-  }
-  [[nodiscard]] std::unique_ptr<KeychainCertificate> copyCertificate() const override {
-    CoreFoundationReference<SecCertificateRef> certificate;
-    const OSStatus status = ::SecIdentityCopyCertificate(identity_.get(), certificate.receive());
-    if (status != errSecSuccess || !certificate) {
-      return nullptr;
-    }
-    return std::make_unique<SystemKeychainCertificate>(std::move(certificate));
-  }
-
- private:
-  CoreFoundationReference<SecIdentityRef> identity_;
-};
 
 }  // namespace
 
 KeychainIdentityLoader::KeychainIdentityLoader()
     : KeychainIdentityLoader(std::make_shared<SystemKeychainIdentityQuery>()) {}
 
-std::vector<std::unique_ptr<KeychainIdentity>> SystemKeychainIdentityQuery::copyIdentities() const {
+std::vector<KeychainIdentity> SystemKeychainIdentityQuery::copyIdentities() const {
   const MatchingIdentities answer = copyMatchingIdentities();
-  if (answer.status != errSecSuccess && answer.status != errSecItemNotFound) {
+  if (answer.status != errSecSuccess) {
     throw CertificateSelectorError::keychainFailure(answer.status);
   }
-  std::vector<std::unique_ptr<KeychainIdentity>> identities;
-  const auto add = [&identities](CFTypeRef object) {
-    auto* identity = objectAs<SecIdentityRef>(object, ::SecIdentityGetTypeID());
-    if (identity != nullptr) {
-      identities.push_back(std::make_unique<SystemKeychainIdentity>(
-          CoreFoundationReference<SecIdentityRef>::retain(identity)));
-    }
-    return identity != nullptr;
-  };
-  if (answer.status == errSecItemNotFound || !answer.result || add(answer.result.get())) {
-    return identities;
-  }
-  const auto* array = objectAs<CFArrayRef>(answer.result.get(), ::CFArrayGetTypeID());
-  if (array == nullptr) {
-    throw CertificateSelectorError::keychainFailure(keychainStatusInternalComponent);
-  }
-  for (const CFTypeRef element : elements(array)) {
-    add(element);
+  std::vector<KeychainIdentity> identities;
+  for (const auto& identity : answer.identities) {
+    identities.push_back({[identity] { return hasPrivateKey(identity.get()); },
+                          [identity] { return copyCertificate(identity.get()); }});
   }
   return identities;
 }

@@ -9,7 +9,6 @@
 #include <string>
 #include <vector>
 
-#include "LumaretMacHelper/Fingerprint.hpp"
 #include "LumaretMacHelper/KeychainChromePrivateKeyAuthorizer.hpp"
 #include "LumaretMacHelper/KeychainIdentityLoader.hpp"
 #include "Tests/Conformance/ConformanceIdentity.hpp"
@@ -125,8 +124,16 @@ TYPED_TEST_P(KeychainConformance, ReportsTheStatusOfAnUnreadableKeychain) {
             CertificateSelectorError::keychainAuthorizationFailed(status));
 }
 
-REGISTER_TYPED_TEST_SUITE_P(KeychainConformance, FindsNothingWithoutAnIdentity,
-                            ListsFingerprintNamesAndExpiry,
+// One block, and many.
+TYPED_TEST_P(KeychainConformance, FingerprintsEveryByte) {
+  EXPECT_EQ(fingerprint(Bytes(64, 'a')),
+            "ffe054fe7ae0cb6dc65c3af9b61d5209f439851db43d0ba5997337df154668eb");
+  EXPECT_EQ(fingerprint(Bytes(1'000'000, 'a')),
+            "cdc76e5c9914fb9281a1c7e284d73e67f1809a48a497200e046d39ccc7112cd0");
+}
+
+REGISTER_TYPED_TEST_SUITE_P(KeychainConformance, FingerprintsEveryByte,
+                            FindsNothingWithoutAnIdentity, ListsFingerprintNamesAndExpiry,
                             ListsCompleteUnicodeAndLeavesOutMissingAttributes,
                             ListsEveryIdentityAndChangesNothing,
                             AuthorizesAKeyForAnyApplicationAsItIs, ListsAndRejectsAKeyOfAToken,

@@ -42,11 +42,10 @@ class LaunchingConformance : public testing::Test {
 
   [[nodiscard]] std::string log() const { return readFile(folder_ / "log"); }
 
-  /// Runs the commands and waits for their end. Returns their status if they failed.
-  std::optional<int> failure(const std::string& commands) {
-    const auto error = thrownBy<ChromeProcessError>(
+  /// Runs the commands and waits for their end.
+  std::optional<ChromeProcessError> failure(const std::string& commands) {
+    return thrownBy<ChromeProcessError>(
         [&] { environment_.run(script(commands), {}, /*waitUntilExit=*/true); });
-    return error ? std::optional(error->status()) : std::nullopt;
   }
 
   Desktop desktop_;
@@ -76,10 +75,12 @@ TYPED_TEST_P(LaunchingConformance, FindsOnlyExecutableFiles) {
 TYPED_TEST_P(LaunchingConformance, AwaitsTheEndAndItsStatus) {
   EXPECT_EQ(this->failure("sleep 0.2; echo done > log"), std::nullopt);
   EXPECT_EQ(this->log(), "done\n");
-  EXPECT_EQ(this->failure("exit 3"), 3);
-  EXPECT_EQ(this->failure("exit 255"), 255);
-  EXPECT_EQ(this->failure("kill -TERM $$"), SIGTERM);
-  EXPECT_EQ(this->failure("kill -KILL $$"), SIGKILL);
+  for (const auto& [commands, status] : {std::pair("exit 3", 3),
+                                         {"exit 255", 255},
+                                         {"kill -TERM $$", SIGTERM},
+                                         {"kill -KILL $$", SIGKILL}}) {
+    EXPECT_EQ(this->failure(commands), ChromeProcessError::unsuccessfulExit(status)) << commands;
+  }
 }
 
 TYPED_TEST_P(LaunchingConformance, ReportsAFileThatCannotBeStarted) {

@@ -113,7 +113,15 @@ TYPED_TEST_P(OrderConformance, IgnoresCase) {
   });
 }
 
+TYPED_TEST_P(OrderConformance, FoldsTheTurkishLetters) {
+  this->languages_.choose("tr");
+  const TextComparison compare = localizedCaseInsensitiveComparison();
+  EXPECT_EQ(compare("ISIK", "\u0131s\u0131k"), std::weak_ordering::equivalent);
+  EXPECT_EQ(compare("\u0130pek", "ipek"), std::weak_ordering::equivalent);
+  EXPECT_NE(compare("I", "i"), std::weak_ordering::equivalent);
+}
+
 REGISTER_TYPED_TEST_SUITE_P(OrderConformance, IsAntisymmetricAndTransitive,
-                            EquatesCanonicalEquivalents, IgnoresCase);
+                            EquatesCanonicalEquivalents, IgnoresCase, FoldsTheTurkishLetters);
 
 }  // namespace lumaret::tests::conformance

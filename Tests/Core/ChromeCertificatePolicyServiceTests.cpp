@@ -94,6 +94,7 @@ TEST(RulePattern, IsTheStoredText) {
            {R"({"pattern":""})", ""},
            {" \r\n{ \"pattern\" :\t\"\\u002a\" } ", "*"},
            {"\ufeff{\"pattern\":\"*\"}", "*"},
+           {R"({"pattern":"*","pattern":"https://a.example"})", "https://a.example"},
            {R"({"n":)" + nested('[') + nested(']') + R"(,"pattern":"*"})", "*"}}) {
     EXPECT_EQ(Service::rulePattern(rule), pattern);
   }
@@ -103,7 +104,7 @@ TEST(RulePattern, IsAbsentFromAnythingElse) {
   Texts rules = words(R"(
       {"pattern":"*"  {"pattern":"*"}junk  {"pattern":"*"}{"pattern":"*"}  {"pattern":"*",}
       {pattern:"*"}  {'pattern':'*'}  /**/{"pattern":"*"}  {"pattern":"*","filter":NaN}
-      {"pattern":"*","name":"\ud800"}
+      {"pattern":"*","name":"\ud800"}  {"pattern":"*","n":1e999}  {"pattern":"*","pattern":7}
       [{"pattern":"*"}]  ["pattern","*"]  "*"  7  null  true
       {}  {"filter":{}}  {"Pattern":"*"}  {"filter":{"pattern":"*"}}  {"pattern":7}
       {"pattern":null}  {"pattern":["*"]}  {"pattern":{"pattern":"*"}})");

@@ -6,9 +6,13 @@
 #include <limits>
 #include <optional>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
-#include "LumaretMacHelper/Contracts.hpp"
+#include "LumaretMacHelper/ChromeCertificatePolicyService.hpp"
+#include "LumaretMacHelper/ChromeLauncher.hpp"
+#include "LumaretMacHelper/KeychainChromePrivateKeyAuthorizer.hpp"
+#include "LumaretMacHelper/LumaretMacHelper.hpp"
 #include "Tests/Support/Cpp/Messages.hpp"
 #include "Tests/Support/Cpp/Principals.hpp"
 
@@ -17,7 +21,6 @@ namespace {
 
 namespace m = messages;
 using Error = CertificateSelectorError;
-using K = Error::Kind;
 
 const CertificatePrincipal allFields = {"Ana Example", "Example Org", "Sales", "Lisbon"};
 
@@ -48,7 +51,6 @@ TEST(ClientIdentity, EqualsOnlyWithEveryField) {
 }
 
 struct ErrorCase {
-  K kind;
   Error error;
   std::string message;
 };
@@ -58,52 +60,63 @@ const std::vector<ErrorCase>& errors() {
   using Status = std::numeric_limits<KeychainStatus>;
   const std::string withZero("a\0b", 3);
   static const std::vector<ErrorCase> all = {
-      {K::keychainFailure, Error::keychainFailure(0), m::told(m::keychainFailure, "0")},
-      {K::keychainFailure, Error::keychainFailure(-25300), m::told(m::keychainFailure, "-25300")},
-      {K::keychainFailure, Error::keychainFailure(Status::max()),
-       m::told(m::keychainFailure, "2147483647")},
-      {K::chromeLaunchFailed, Error::chromeLaunchFailed(""), "Google Chrome could not be opened: "},
-      {K::chromeLaunchFailed, Error::chromeLaunchFailed(" Nada\n"),
-       m::told(m::chromeLaunchFailed, " Nada\n")},
-      {K::chromeLaunchFailed, Error::chromeLaunchFailed(withZero),
-       m::told(m::chromeLaunchFailed, withZero)},
-      {K::keychainAuthorizationFailed, Error::keychainAuthorizationFailed(-25300),
+      {Error::keychainFailure(0), m::told(m::keychainFailure, "0")},
+      {Error::keychainFailure(-25300), m::told(m::keychainFailure, "-25300")},
+      {Error::keychainFailure(Status::max()), m::told(m::keychainFailure, "2147483647")},
+      {Error::chromeLaunchFailed(""), "Google Chrome could not be opened: "},
+      {Error::chromeLaunchFailed(" Nada\n"), m::told(m::chromeLaunchFailed, " Nada\n")},
+      {Error::chromeLaunchFailed("a"), m::told(m::chromeLaunchFailed, "a")},
+      {Error::chromeLaunchFailed(withZero), m::told(m::chromeLaunchFailed, withZero)},
+      {Error::keychainAuthorizationFailed(-25300),
        m::told(m::keychainAuthorizationFailed, "-25300")},
-      {K::keychainAuthorizationFailed, Error::keychainAuthorizationFailed(Status::min()),
+      {Error::keychainAuthorizationFailed(Status::min()),
        m::told(m::keychainAuthorizationFailed, "-2147483648")},
-      {K::certificateHasNoSubject, Error::certificateHasNoSubject(), m::certificateHasNoSubject},
-      {K::policyEncodingFailed, Error::policyEncodingFailed(), m::policyEncodingFailed},
-      {K::policyWriteFailed, Error::policyWriteFailed(), m::policyWriteFailed},
-      {K::policyVerificationFailed, Error::policyVerificationFailed(), m::policyVerificationFailed},
-      {K::chromeNotInstalled, Error::chromeNotInstalled(), m::chromeNotInstalled},
-      {K::selectedIdentityNotFound, Error::selectedIdentityNotFound(), m::selectedIdentityNotFound},
-      {K::selectedIdentityAmbiguous, Error::selectedIdentityAmbiguous(),
-       m::selectedIdentityAmbiguous},
-      {K::selectedIdentityHasNoPrivateKey, Error::selectedIdentityHasNoPrivateKey(),
-       m::selectedIdentityHasNoPrivateKey},
-      {K::chromeKeyAuthorizationUnsupported, Error::chromeKeyAuthorizationUnsupported(),
-       m::chromeKeyAuthorizationUnsupported},
-      {K::keychainAuthorizationCancelled, Error::keychainAuthorizationCancelled(),
-       m::keychainAuthorizationCancelled},
+      {Error::certificateHasNoSubject(), m::certificateHasNoSubject},
+      {Error::policyEncodingFailed(), m::policyEncodingFailed},
+      {Error::policyWriteFailed(), m::policyWriteFailed},
+      {Error::policyVerificationFailed(), m::policyVerificationFailed},
+      {Error::chromeNotInstalled(), m::chromeNotInstalled},
+      {Error::selectedIdentityNotFound(), m::selectedIdentityNotFound},
+      {Error::selectedIdentityAmbiguous(), m::selectedIdentityAmbiguous},
+      {Error::selectedIdentityHasNoPrivateKey(), m::selectedIdentityHasNoPrivateKey},
+      {Error::chromeKeyAuthorizationUnsupported(), m::chromeKeyAuthorizationUnsupported},
+      {Error::keychainAuthorizationCancelled(), m::keychainAuthorizationCancelled},
   };
   return all;
 }
 
-TEST(SelectorError, HasKindAndMessage) {
-  for (const auto& [kind, error, message] : errors()) {
-    EXPECT_EQ(error.kind(), kind) << message;
+TEST(SelectorError, HasItsMessage) {
+  for (const auto& [error, message] : errors()) {
     EXPECT_EQ(error.errorDescription(), message);
     EXPECT_STREQ(error.what(), message.c_str());
   }
 }
 
-TEST(SelectorError, EqualsOnlyWithKindAndPayload) {
-  for (std::size_t left = 0; left < errors().size(); ++left) {
-    for (std::size_t right = 0; right < errors().size(); ++right) {
-      const Error copy = errors()[right].error;
-      EXPECT_EQ(errors()[left].error == copy, left == right) << copy.what();
+/// Expects these different errors to be values: each equals its copy alone, and hashes like it.
+template <typename Type>
+void expectValues(const std::vector<Type>& errors) {
+  const std::vector<Type> copies = errors;
+  const std::unordered_set<Type> set(errors.begin(), errors.end());
+  for (std::size_t left = 0; left < errors.size(); ++left) {
+    EXPECT_TRUE(set.contains(copies[left])) << copies[left].what();
+    for (std::size_t right = 0; right < errors.size(); ++right) {
+      EXPECT_EQ(errors[left] == copies[right], left == right) << copies[right].what();
     }
   }
+}
+
+TEST(Errors, AreValues) {
+  std::vector<Error> selectorErrors;
+  for (const ErrorCase& error : errors()) {
+    selectorErrors.push_back(error.error);
+  }
+  expectValues(selectorErrors);
+  expectValues<CommandError>({CommandError::usage()});
+  expectValues<ChromePreferencesError>({ChromePreferencesError()});
+  using Process = ChromeProcessError;
+  expectValues<Process>({Process::unsuccessfulExit(-15), Process::unsuccessfulExit(15)});
+  using Backend = KeychainAuthorizationBackendError;
+  expectValues<Backend>({Backend::status(-128), Backend::status(128), Backend::unsupported()});
 }
 
 }  // namespace

@@ -116,34 +116,6 @@ struct FakeSystem {
 /// One to standard error prints all calls up to then to that of the process.
 FakeSystem& fakeSystem();
 
-/// An identity, and its certificate.
-class FakeIdentity final : public KeychainIdentity, public KeychainCertificate {
- public:
-  FakeIdentity(FakeSystem& system, FakeKeychainEntry entry)
-      : system_(system), entry_(std::move(entry)) {}
-
-  [[nodiscard]] bool hasPrivateKey() const override {
-    system_.called("hasPrivateKey " + entry_.certificate);
-    return entry_.hasPrivateKey;
-  }
-  [[nodiscard]] std::unique_ptr<KeychainCertificate> copyCertificate() const override {
-    system_.called("copyCertificate " + entry_.certificate);
-    return entry_.hasCertificate ? std::make_unique<FakeIdentity>(*this) : nullptr;
-  }
-  [[nodiscard]] std::optional<CertificateValues> copyValues() const override {
-    system_.called("copyValues " + entry_.certificate);
-    return entry_.values;
-  }
-  [[nodiscard]] Bytes data() const override {
-    system_.called("data " + entry_.certificate);
-    return bytes(entry_.certificate);
-  }
-
- private:
-  FakeSystem& system_;
-  FakeKeychainEntry entry_;
-};
-
 template <typename Interface>
 class Fake : public Interface {
  public:
@@ -157,11 +129,21 @@ class FakeQuery final : public Fake<KeychainIdentityQuerying> {
  public:
   using Fake::Fake;
 
-  [[nodiscard]] std::vector<std::unique_ptr<KeychainIdentity>> copyIdentities() const override {
+  [[nodiscard]] std::vector<KeychainIdentity> copyIdentities() const override {
     system_.called("copyIdentities");
-    std::vector<std::unique_ptr<KeychainIdentity>> identities;
+    std::vector<KeychainIdentity> identities;
     for (const FakeKeychainEntry& entry : system_.identities) {
-      identities.push_back(std::make_unique<FakeIdentity>(system_, entry));
+      identities.push_back(
+          {[this, entry] {
+             system_.called("hasPrivateKey " + entry.certificate);
+             return entry.hasPrivateKey;
+           },
+           [this, entry] {
+             system_.called("copyCertificate " + entry.certificate);
+             return entry.hasCertificate
+                        ? std::optional(KeychainCertificate{entry.values, bytes(entry.certificate)})
+                        : std::nullopt;
+           }});
     }
     return identities;
   }

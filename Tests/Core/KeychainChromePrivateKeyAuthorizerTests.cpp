@@ -234,13 +234,6 @@ TEST(ACLContents, EqualOnlyWithEveryField) {
   EXPECT_FALSE((Contents{std::nullopt, "", 0} == Contents{Texts(), "", 0}));
 }
 
-TEST(BackendErrors, EqualOnlyWithTheSameStatus) {
-  EXPECT_TRUE(BackendError::status(-128) == BackendError::status(-128));
-  EXPECT_FALSE(BackendError::status(-128) == BackendError::status(128));
-  EXPECT_TRUE(BackendError::unsupported() == BackendError::unsupported());
-  EXPECT_FALSE(BackendError::unsupported() == BackendError::status(0));
-}
-
 ClientIdentity identityWithId(const std::string& id) {
   return {id, {"Ana", "Example Org", "Sales", "Lisbon"}, noFields, Date()};
 }

@@ -10,7 +10,7 @@ namespace lumaret::tests {
 /// has no other place for it. The value that a test leaves there is removed.
 ///
 /// Throws a std::runtime_error if the user already has a value, which would be at risk, and if
-/// testKeychainFolder throws one.
+/// requirePermission throws one.
 class ChromePreferences {
  public:
   ChromePreferences();

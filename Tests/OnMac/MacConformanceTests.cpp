@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <chrono>
 #include <set>
 #include <string>
 
@@ -11,6 +13,7 @@
 #include "Tests/Conformance/Suites.hpp"
 #include "Tests/OnMac/ChromePreferences.hpp"
 #include "Tests/OnMac/TestKeychain.hpp"
+#include "Tests/Support/Cpp/CertificateBytes.hpp"
 
 namespace lumaret::tests::conformance {
 namespace {
@@ -70,6 +73,18 @@ class Desktop {
   void startChrome() { leaveOut("The user's Chrome is left alone."); }
   void stopChrome() {}
 };
+
+TEST(CertificateThatNeverExpires, IsListed) {
+  const TestKeychain keychain;
+  const TemporaryFolder folder;
+  const auto never = tests::makeIdentity(folder, "/CN=Never", KeyType::rsa, "99991231235959Z");
+  keychain.addIdentity(never);
+  const auto identities = KeychainIdentityLoader().loadIdentities();
+  const auto found = std::ranges::find(identities, fingerprint(never.der), &ClientIdentity::id);
+  ASSERT_NE(found, identities.end());
+  EXPECT_EQ(found->expiresAt, std::chrono::sys_days(std::chrono::year(9999) / 12 / 31) +
+                                  std::chrono::seconds(24 * 60 * 60 - 1));
+}
 
 }  // namespace
 

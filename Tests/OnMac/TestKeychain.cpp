@@ -1,71 +1,32 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "Tests/OnMac/TestKeychain.hpp"
 
-#include <unistd.h>
-
-#include <array>
-#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <string_view>
 #include <vector>
 
 #include "LumaretMacHelper/macOS/CoreFoundationValues.hpp"
-#include "Tests/Support/Cpp/TemporaryFolder.hpp"
 
 // Keychain files have been deprecated since macOS 10.10 and 12. Identities are still stored in
 // them.
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
 
 namespace lumaret::tests {
-namespace {
-
-std::filesystem::path newFolder() {
-  const auto parent = testKeychainFolder();
-  std::filesystem::create_directories(parent);
-  std::string name = (parent / "XXXXXX").string();
-  if (::mkdtemp(name.data()) == nullptr) {
-    throw std::runtime_error("no folder below " + parent.string());
-  }
-  // The system expects this folder in every home.
-  std::filesystem::create_directories(std::filesystem::path(name) / "Library/Preferences");
-  return name;
-}
-
-CoreFoundationReference<CFArrayRef> currentSearchList() {
-  CoreFoundationReference<CFArrayRef> list;
-  require(::SecKeychainCopySearchList(list.receive()), "SecKeychainCopySearchList");
-  return list;
-}
-
-std::vector<std::string> paths(const CoreFoundationReference<CFArrayRef>& keychains) {
-  std::vector<std::string> paths;
-  for (const CFTypeRef keychain : elements(keychains.get())) {
-    std::array<char, PATH_MAX> path{};
-    auto length = static_cast<UInt32>(path.size());
-    require(::SecKeychainGetPath(objectAs<SecKeychainRef>(keychain, ::SecKeychainGetTypeID()),
-                                 &length, path.data()),
-            "SecKeychainGetPath");
-    paths.emplace_back(path.data(), length);
-  }
-  return paths;
-}
-
-}  // namespace
-
-std::filesystem::path testKeychainFolder() {
-  const char* folder = std::getenv("LUMARET_TEST_KEYCHAIN_FOLDER");
-  if (folder == nullptr || *folder != '/') {
+void requirePermission() {
+  if (std::getenv("LUMARET_MAY_CHANGE_THIS_MAC") == nullptr) {
     throw std::runtime_error(
         "These tests change this user's keychain search list and Chrome's preferences while they "
-        "run: let CTest run them, which names a folder in LUMARET_TEST_KEYCHAIN_FOLDER.");
+        "run: let CTest run them, which sets LUMARET_MAY_CHANGE_THIS_MAC.");
   }
-  return folder;
 }
 
-TestKeychain::TestKeychain()
-    : folder_(newFolder()), home_(std::getenv("HOME")), searchList_(currentSearchList()) {
-  ::setenv("HOME", folder_.c_str(), 1);
+TestKeychain::TestKeychain() {
+  requirePermission();
+  require(::SecKeychainCopySearchList(searchList_.receive()), "SecKeychainCopySearchList");
+  // The system expects this folder in every home.
+  std::filesystem::create_directories(folder_ / "Library/Preferences");
+  ::setenv("HOME", folder_.path().c_str(), 1);
   require(::SecKeychainSetUserInteractionAllowed(false), "SecKeychainSetUserInteractionAllowed");
   constexpr std::string_view password = "test";
   require(::SecKeychainCreate(file_.c_str(), password.size(), password.data(),
@@ -78,15 +39,9 @@ TestKeychain::TestKeychain()
 TestKeychain::~TestKeychain() {
   ::SecKeychainDelete(keychain_.get());
   ::setenv("HOME", home_.c_str(), 1);
-  try {
-    if (paths(currentSearchList()) != paths(searchList_)) {
-      require(::SecKeychainSetSearchList(searchList_.get()), "SecKeychainSetSearchList");
-    }
-  } catch (const std::exception& error) {
-    std::fprintf(stderr, "The keychain search list was not restored: %s\n", error.what());
+  if (::SecKeychainSetSearchList(searchList_.get()) != errSecSuccess) {
+    std::fputs("The keychain search list was not restored.\n", stderr);
   }
-  std::error_code ignored;
-  std::filesystem::remove_all(folder_, ignored);
 }
 
 void TestKeychain::addIdentity(const FreshIdentity& identity) const {

@@ -3,12 +3,14 @@
 
 #include <Security/Security.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <stdexcept>
 #include <string>
 
-#include "LumaretMacHelper/macOS/CoreFoundationReference.hpp"
+#include "LumaretMacHelper/macOS/CoreFoundationValues.hpp"
 #include "Tests/Support/Cpp/FreshIdentity.hpp"
+#include "Tests/Support/Cpp/TemporaryFolder.hpp"
 
 namespace lumaret::tests {
 
@@ -19,10 +21,9 @@ inline void require(OSStatus status, const std::string& call) {
   }
 }
 
-/// The folder LUMARET_TEST_KEYCHAIN_FOLDER, in which tests on a real Mac may create files. CTest
-/// sets the variable to a folder of the build. Throws a std::runtime_error if it is not set, since
-/// then nobody has allowed these tests to run as this user.
-std::filesystem::path testKeychainFolder();
+/// Throws a std::runtime_error unless the environment has LUMARET_MAY_CHANGE_THIS_MAC, which CTest
+/// sets: otherwise nobody has allowed these tests to run as this user.
+void requirePermission();
 
 /// A new keychain file, the only one of the user's that this process searches. Meanwhile nothing
 /// asks the user: calls that would have to ask fail. The destructor removes the file and restores
@@ -30,7 +31,7 @@ std::filesystem::path testKeychainFolder();
 ///
 /// The list is the user's own, in ~/Library/Preferences/com.apple.security.plist. That file is
 /// found through HOME (DLDBListCFPref.cpp of Apple's Security), which names another folder
-/// meanwhile. So the user's file should not change. The list is compared and restored nevertheless.
+/// meanwhile. So the user's file should not change. The list is restored nevertheless.
 class TestKeychain {
  public:
   TestKeychain();
@@ -45,9 +46,9 @@ class TestKeychain {
   [[nodiscard]] std::string bytes() const;
 
  private:
-  std::filesystem::path folder_;
+  TemporaryFolder folder_;
   std::filesystem::path file_ = folder_ / "test.keychain-db";
-  std::string home_;
+  std::string home_ = std::getenv("HOME");
   CoreFoundationReference<CFArrayRef> searchList_;
   CoreFoundationReference<SecKeychainRef> keychain_;
 };

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -10,52 +9,45 @@
 
 namespace lumaret::tests {
 
+using standin::json;
+
 inline constexpr const char* chromeApplication = "/Applications/Google Chrome.app";
 
-/// 2099-12-31 23:59:59 UTC, as a date. The Security framework returns a validity as the number.
-inline constexpr standin::Date farAhead = {3124137599};
-
-inline standin::Value text(standin::Text value) { return {std::move(value)}; }
+/// 2099-12-31 23:59:59 UTC, in seconds since 2001, as the Security framework returns a validity.
+inline constexpr double farAhead = 3124137599;
 
 /// A property of a certificate: an attribute of a name, or a section.
-inline standin::Value property(standin::Value label, standin::Value value) {
-  return {standin::Dictionary{{u"kSecPropertyKeyLabel", std::move(label)},
-                              {u"kSecPropertyKeyValue", std::move(value)}}};
+inline json property(json label, json value) {
+  return {{"kSecPropertyKeyLabel", std::move(label)}, {"kSecPropertyKeyValue", std::move(value)}};
 }
 
-inline standin::Value attribute(standin::Text identifier, standin::Text value) {
-  return property(text(std::move(identifier)), text(std::move(value)));
+inline json certificateValues(json subject, json notAfter = farAhead) {
+  return {{"kSecOIDX509V1SubjectName", property("Subject Name", std::move(subject))},
+          {"kSecOIDX509V1IssuerName",
+           property("Issuer Name", json::array({property("2.5.4.3", "Example CA")}))},
+          {"kSecOIDX509V1ValidityNotAfter", property("Not Valid After", std::move(notAfter))}};
 }
 
-inline standin::Value section(standin::Text label, standin::List attributes) {
-  return property(text(std::move(label)), {std::move(attributes)});
+/// An entry of an access list for these applications, which is null for any.
+inline json entry(const std::string& tag, json applications, std::string description = "key",
+                  int promptSelector = 0) {
+  return {{"authorizations", json::array({tag})},
+          {"applications", std::move(applications)},
+          {"description", std::move(description)},
+          {"promptSelector", promptSelector}};
 }
 
-/// A part of a name that holds several attributes: a section without a label.
-inline standin::Value multiValuedPart(standin::List attributes) {
-  return {standin::Dictionary{{u"kSecPropertyKeyValue", {std::move(attributes)}}}};
+inline json signingEntry(const std::vector<std::string>& applications) {
+  return entry("kSecACLAuthorizationSign", applications);
 }
 
-inline standin::Dictionary certificateValues(standin::List subject, standin::Value notAfter) {
-  return {
-      {u"kSecOIDX509V1SubjectName", section(u"Subject Name", std::move(subject))},
-      {u"kSecOIDX509V1IssuerName", section(u"Issuer Name", {attribute(u"2.5.4.3", u"Example CA")})},
-      {u"kSecOIDX509V1ValidityNotAfter", property(text(u"Not Valid After"), std::move(notAfter))}};
-}
-
-/// An entry of an access list that lets these applications sign.
-inline standin::AccessListEntry signingEntry(std::vector<std::string> applications) {
-  return {{"kSecACLAuthorizationSign"}, std::move(applications), u"Ana's key", 0};
-}
+inline const json openEntry = entry("kSecACLAuthorizationAny", nullptr);
 
 /// The bytes of its certificate are its name.
-inline standin::Identity identity(const std::string& name,
-                                  standin::AccessList accessList = {signingEntry({})}) {
-  return {
-      name,
-      {name.begin(), name.end()},
-      certificateValues({attribute(u"2.5.4.3", {name.begin(), name.end()})}, {farAhead.seconds}),
-      std::make_shared<standin::PrivateKey>(standin::PrivateKey{std::move(accessList)})};
+inline json identity(const std::string& name, json accessList = json::array({signingEntry({})})) {
+  return {{"certificate", name},
+          {"values", certificateValues(json::array({property("2.5.4.3", name)}))},
+          {"accessList", std::move(accessList)}};
 }
 
 }  // namespace lumaret::tests

@@ -15,20 +15,8 @@ namespace {
 using namespace std::string_literals;
 using namespace std::string_view_literals;
 
-class DecodedCertificate final : public KeychainCertificate {
- public:
-  explicit DecodedCertificate(Bytes der) : der_(std::move(der)) {}
-  [[nodiscard]] std::optional<CertificateValues> copyValues() const override {
-    return decodeCertificate(der_);
-  }
-  [[nodiscard]] Bytes data() const override { return der_; }
-
- private:
-  Bytes der_;
-};
-
 std::optional<ParsedCertificateValues> parsed(const Bytes& der) {
-  return CertificateValueParser::parse(DecodedCertificate(der));
+  return CertificateValueParser::parse({decodeCertificate(der), der});
 }
 
 /// The certificate with each occurrence of a byte string replaced by one of the same length. This

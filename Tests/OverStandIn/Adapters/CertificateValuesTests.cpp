@@ -18,78 +18,63 @@ namespace {
 
 using namespace std::chrono_literals;
 
+/// How the framework's values become those that the core parses.
 class CertificateValuesTest : public OverStandIn {
  protected:
-  static std::optional<ParsedCertificateValues> parsed(
-      std::optional<standin::Dictionary> certificateValues) {
-    machine().identities = {identity("ana")};
-    machine().identities[0].certificateValues = std::move(certificateValues);
-    const auto handles = SystemKeychainIdentityQuery().copyIdentities();
-    return CertificateValueParser::parse(*handles.at(0)->copyCertificate());
+  static std::optional<ClientIdentity> loaded(json values, Date now = Date::min()) {
+    machine()["identities"] = json::array({identity("ana")});
+    machine()["identities"][0]["values"] = std::move(values);
+    const auto identities =
+        KeychainIdentityLoader(std::make_shared<SystemKeychainIdentityQuery>(), [now] {
+          return now;
+        }).loadIdentities();
+    return identities.empty() ? std::nullopt : std::optional(identities[0]);
   }
 
-  static CertificatePrincipal subject(standin::List attributes) {
-    return parsed(certificateValues(std::move(attributes), {farAhead.seconds})).value().subject;
-  }
-
-  static std::optional<Date> expiry(standin::Value notAfter) {
-    const auto values = parsed(certificateValues({}, std::move(notAfter)));
-    return values ? std::optional(values->expiresAt) : std::nullopt;
+  static std::optional<Date> expiry(json notAfter) {
+    const auto identity = loaded(certificateValues(json::array(), std::move(notAfter)));
+    return identity ? std::optional(identity->expiresAt) : std::nullopt;
   }
 };
 
 TEST_F(CertificateValuesTest, MayBeMissing) {
-  EXPECT_EQ(parsed(std::nullopt), std::nullopt);
-  auto values = certificateValues({attribute(u"2.5.4.3", u"Ana")}, {farAhead});
-  values.erase(u"kSecOIDX509V1IssuerName");
-  EXPECT_EQ(parsed(values)->subject.commonName, "Ana");
-  EXPECT_EQ(parsed(values)->issuer, noFields);
-  values.erase(u"kSecOIDX509V1ValidityNotAfter");
-  EXPECT_EQ(parsed(values), std::nullopt);
+  auto values = certificateValues(json::array({property("2.5.4.3", "Ana")}));
+  values.erase("kSecOIDX509V1IssuerName");
+  EXPECT_EQ(loaded(values)->subject.commonName, "Ana");
+  EXPECT_EQ(loaded(values)->issuer, noFields);
+  values.erase("kSecOIDX509V1ValidityNotAfter");
+  EXPECT_EQ(loaded(values), std::nullopt);
 }
 
 TEST_F(CertificateValuesTest, ReadExpiryFromDateOrNumber) {
-  constexpr double infinite = std::numeric_limits<double>::infinity();
   constexpr Date referenceDate = std::chrono::sys_days(2001y / 1 / 1);
-  const std::vector<std::pair<double, std::optional<Date>>> instants = {
-      {0, referenceDate},    {86400.25, referenceDate + 24h + 250ms},
-      {1e13, std::nullopt},  {-1.5, referenceDate - 1500ms},
-      {-1e13, std::nullopt}, {infinite, std::nullopt}};
-  for (const auto& [seconds, instant] : instants) {
-    EXPECT_EQ(expiry({standin::Date{seconds}}), instant) << seconds;
-    EXPECT_EQ(expiry({seconds}), instant) << seconds;
+  const std::vector<std::pair<json, std::optional<Date>>> expiries = {
+      {86400.25, referenceDate + 24h + 250ms},
+      {252423993599, std::chrono::sys_days(9999y / 12 / 31) + 23h + 59min + 59s},
+      {{{"date", -1.5}}, referenceDate - 1500ms},
+      {{{"date", 1e13}}, std::nullopt},
+      {{{"date", std::numeric_limits<double>::infinity()}}, std::nullopt},
+      {"2099-12-31T23:59:59Z", std::nullopt},
+      {json::binary({1}), std::nullopt},
+      {true, std::nullopt},
+      {json::array({farAhead}), std::nullopt}};
+  for (const auto& [value, instant] : expiries) {
+    EXPECT_EQ(expiry(value), instant) << value;
   }
 }
 
-TEST_F(CertificateValuesTest, RejectExpiryOfAnotherType) {
-  EXPECT_EQ(expiry(text(u"2099-12-31T23:59:59Z")), std::nullopt);
-  EXPECT_EQ(expiry({standin::Bytes{1, 2}}), std::nullopt);
-  EXPECT_EQ(expiry({true}), std::nullopt);
-  EXPECT_EQ(expiry({standin::List{{farAhead}}}), std::nullopt);
-}
-
-TEST_F(CertificateValuesTest, ReadNestedNames) {
-  // Several attributes in one part of a name are a section without a label.
-  EXPECT_EQ(subject({section(u"Set", {section(u"Set", {attribute(u"2.5.4.3", u"Ana")})}),
-                     property({1.0}, {standin::List{attribute(u"2.5.4.10", u"Org")}}),
-                     attribute(u"2.5.4.3", u"later"),
-                     multiValuedPart({attribute(u"2.5.4.6", u"ES"), attribute(u"2.5.4.7", u"Vigo"),
-                                      attribute(u"2.5.4.11", u"R/D")})}),
-            (CertificatePrincipal{"Ana", "Org", "R/D", "Vigo"}));
-}
-
-TEST_F(CertificateValuesTest, IgnoreValuesThatAreNotText) {
-  EXPECT_EQ(
-      subject({property(text(u"2.5.4.3"), {7.0}),
-               property(text(u"2.5.4.3"), {farAhead}),
-               property(text(u"2.5.4.3"), {standin::Bytes{65}}),
-               text(u"2.5.4.3"),
-               {standin::Dictionary()},
-               attribute(u"2.5.4.3", {u'A', 0xd83d}),
-               attribute(u"2.5.4.3", {0xde00, u'A'}),
-               attribute({0xd800}, u"a label without UTF-8"),
-               attribute(u"2.5.4.3", u"whole \U0001f600")}),
-      (CertificatePrincipal{"whole \xf0\x9f\x98\x80", std::nullopt, std::nullopt, std::nullopt}));
+// Several attributes in one part of a name are a section without a label.
+TEST_F(CertificateValuesTest, ReadNestedNamesWithoutWhatIsNotText) {
+  const json part = {{"kSecPropertyKeyValue",
+                      json::array({property("2.5.4.7", "Vigo"), property("2.5.4.11", "R/D")})}};
+  const json subject = json::array({property("2.5.4.3", 7), property("2.5.4.3", {{"date", 0}}),
+                                    property("2.5.4.3", json::binary({65})), "2.5.4.3",
+                                    json::object(), property("2.5.4.3", "A\xed\xa0\xbd"),
+                                    property("\xed\xa0\x80", "a label without UTF-8"),
+                                    property("2.5.4.3", "whole \U0001f600"),
+                                    property(1, json::array({property("2.5.4.10", "Org")})), part});
+  EXPECT_EQ(loaded(certificateValues(subject))->subject,
+            (CertificatePrincipal{"whole \U0001f600", "Org", "R/D", "Vigo"}));
 }
 
 }  // namespace

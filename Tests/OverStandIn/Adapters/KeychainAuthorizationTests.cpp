@@ -2,7 +2,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <optional>
 #include <set>
 #include <string>
@@ -19,27 +18,35 @@
 namespace lumaret::tests {
 namespace {
 
-using standin::AccessList;
-using standin::Answer;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using Applications = std::vector<std::string>;
 using Backend = SystemChromeKeychainAuthorizationBackend;
 using BackendError = KeychainAuthorizationBackendError;
 
 const Backend backend;
 
-// Objects of the first identity in the Keychain.
 Backend::PrivateKey firstKey() {
   return backend.copyPrivateKey(backend.copyIdentities().at(0)).value();
 }
-Backend::ACL firstEntry() { return backend.copySigningACLs(backend.copyAccess(firstKey())).at(0); }
+std::vector<Backend::ACL> signingEntries() {
+  return backend.copySigningACLs(backend.copyAccess(firstKey()));
+}
 
 class KeychainAuthorization : public OverStandIn {
  protected:
-  void SetUp() override { machine().identities = {identity("ana", {signingEntry({"/Mail"})})}; }
+  void SetUp() override {
+    hold(json::array({signingEntry({"/Mail"})}));
+    machine()["applications"] = {{chromeApplication, chromeApplication}};
+  }
 
-  static AccessList& stored() { return *machine().identities[0].privateKey->accessList; }
+  static void hold(json accessList) {
+    machine()["identities"] = {identity("ana", std::move(accessList)), identity("mia")};
+  }
+  static json& stored() { return machine()["identities"][0]["accessList"]; }
+
+  static void authorize() {
+    KeychainChromePrivateKeyAuthorizer().authorize({idOf("ana"), noFields, noFields, {}});
+  }
 
   /// Makes every kind of call.
   static void useEveryCall() {
@@ -54,166 +61,169 @@ class KeychainAuthorization : public OverStandIn {
     backend.setAccess(access, key);
   }
 
-  /// How all of that fails if this function has this answer.
-  static std::optional<BackendError> failure(const std::string& function, Answer answer) {
-    machine().answers = {{function, {std::move(answer)}}};
-    return thrownBy<BackendError>(useEveryCall);
+  static std::optional<BackendError> failure() { return thrownBy<BackendError>(useEveryCall); }
+  static std::optional<BackendError> failure(const std::string& function, const json& answer) {
+    FreshMac::answer(function, answer);
+    return failure();
   }
 };
 
 TEST_F(KeychainAuthorization, AddsChromeToEverySigningEntryInOneStep) {
-  machine().identities = {
-      identity("ana", {{{"kSecACLAuthorizationSign"}, {{"/Mail"}}, u"Ana's key", 0x0001},
-                       {{"kSecACLAuthorizationDecrypt"}, {{"/Mail"}}, u"decrypt", 0},
-                       {{"kSecACLAuthorizationAny"}, Applications(), u"Cl\u00e9", 0x0050}}),
-      identity("mia")};
-  KeychainChromePrivateKeyAuthorizer().authorize({idOf("ana"), noFields, noFields, {}});
-  EXPECT_EQ(
-      stored(),
-      (AccessList{
-          {{"kSecACLAuthorizationSign"}, {{"/Mail", chromeApplication}}, u"Ana's key", 0x0001},
-          {{"kSecACLAuthorizationDecrypt"}, {{"/Mail"}}, u"decrypt", 0},
-          {{"kSecACLAuthorizationAny"}, {{chromeApplication}}, u"Cl\u00e9", 0x0050}}));
+  hold({entry("kSecACLAuthorizationSign", {"/Zoom", "/Mail", "/Zoom"}, "Ana's key", 0x0001),
+        entry("kSecACLAuthorizationDecrypt", {"/Mail"}),
+        entry("kSecACLAuthorizationAny", json::array(), "Cl\u00e9", 0x0050)});
+  authorize();
+  EXPECT_EQ(stored(),
+            json({entry("kSecACLAuthorizationSign", {"/Zoom", "/Mail", "/Zoom", chromeApplication},
+                        "Ana's key", 0x0001),
+                  entry("kSecACLAuthorizationDecrypt", {"/Mail"}),
+                  entry("kSecACLAuthorizationAny", json::array({chromeApplication}), "Cl\u00e9",
+                        0x0050)}));
   EXPECT_THAT(
       calls("Sec"),
-      ElementsAre(
-          "SecItemCopyMatching({kSecClass: kSecClassIdentity, kSecMatchLimit: kSecMatchLimitAll, "
-          "kSecReturnRef: true})",
-          "SecIdentityCopyCertificate(ana)", "SecCertificateCopyData(ana)",
-          "SecIdentityCopyCertificate(mia)", "SecCertificateCopyData(mia)",
-          "SecIdentityCopyPrivateKey(ana)", "SecKeychainItemCopyKeychain(ana)",
-          "SecKeychainItemCopyAccess(ana)", "SecAccessCopyACLList(ana)",
-          "SecACLCopyAuthorizations(entry 0)", "SecACLCopyAuthorizations(entry 1)",
-          "SecACLCopyAuthorizations(entry 2)", "SecACLCopyContents(entry 0)",
-          "SecACLCopyContents(entry 2)",
-          "SecTrustedApplicationCreateFromPath(/Applications/Google Chrome.app)",
-          "SecTrustedApplicationCopyData(/Applications/Google Chrome.app)",
-          "SecTrustedApplicationCopyData(/Mail)",
-          "SecACLSetContents(entry 0, [/Mail, /Applications/Google Chrome.app], Ana's key, 1)",
-          "SecACLSetContents(entry 2, [/Applications/Google Chrome.app], Cl\xc3\xa9, 80)",
-          "SecKeychainItemSetAccess(ana, ana)"));
+      ElementsAre("SecItemCopyMatching()", "SecIdentityCopyCertificate(ana)",
+                  "SecCertificateCopyData(ana)", "SecIdentityCopyCertificate(mia)",
+                  "SecCertificateCopyData(mia)", "SecIdentityCopyPrivateKey(ana)",
+                  "SecKeychainItemCopyKeychain(ana)", "SecKeychainItemCopyAccess(ana)",
+                  "SecAccessCopyACLList()", "SecACLCopyAuthorizations(entry 0)",
+                  "SecACLCopyAuthorizations(entry 1)", "SecACLCopyAuthorizations(entry 2)",
+                  "SecACLCopyContents(entry 0)", "SecACLCopyContents(entry 2)",
+                  "SecTrustedApplicationCreateFromPath(/Applications/Google Chrome.app)",
+                  "SecTrustedApplicationCopyData(/Applications/Google Chrome.app)",
+                  "SecTrustedApplicationCopyData(/Zoom)", "SecTrustedApplicationCopyData(/Mail)",
+                  "SecTrustedApplicationCopyData(/Zoom)", "SecACLSetContents(entry 0)",
+                  "SecACLSetContents(entry 2)", "SecKeychainItemSetAccess(ana)"));
 }
 
 TEST_F(KeychainAuthorization, FailedCallIsUnsupportedOrHasItsStatus) {
-  const std::set<OSStatus> none;
-  const std::set<OSStatus> noKeychainItem = {-25304, -25294, -25243};
-  const std::set<OSStatus> noAccessList = {-25304, -25306};
-  const std::vector<std::pair<std::string, std::set<OSStatus>>> unsupported = {
-      {"SecItemCopyMatching", none},
-      {"SecIdentityCopyCertificate", none},
-      {"SecIdentityCopyPrivateKey", none},
-      {"SecKeychainItemCopyKeychain", noKeychainItem},
-      {"SecKeychainItemCopyAccess", noAccessList},
-      {"SecAccessCopyACLList", noAccessList},
-      {"SecACLCopyContents", noAccessList},
-      {"SecTrustedApplicationCreateFromPath", none},
-      {"SecTrustedApplicationCopyData", none},
-      {"SecACLSetContents", noAccessList},
-      {"SecKeychainItemSetAccess", noAccessList}};
-  for (const auto& [function, statuses] : unsupported) {
-    for (const OSStatus status : {-25304, -25306, -25294, -25243, -128, 1}) {
-      EXPECT_EQ(
-          failure(function, Answer::statusAndObject(status)),
-          statuses.contains(status) ? BackendError::unsupported() : BackendError::status(status))
-          << function << " " << status;
+  const std::vector<std::pair<std::set<OSStatus>, std::vector<std::string>>> unsupported = {
+      {{},
+       {"SecItemCopyMatching", "SecIdentityCopyCertificate", "SecIdentityCopyPrivateKey",
+        "SecTrustedApplicationCreateFromPath", "SecTrustedApplicationCopyData"}},
+      {{-25304, -25294}, {"SecKeychainItemCopyKeychain"}},
+      {{-25304, -25306},
+       {"SecKeychainItemCopyAccess", "SecAccessCopyACLList", "SecACLCopyContents",
+        "SecACLSetContents", "SecKeychainItemSetAccess"}}};
+  for (const auto& [statuses, functions] : unsupported) {
+    for (const std::string& function : functions) {
+      for (const OSStatus status : {-25304, -25306, -25294, -128, 1}) {
+        EXPECT_EQ(
+            failure(function, {{"status", status}, {"leavesObject", true}}),
+            statuses.contains(status) ? BackendError::unsupported() : BackendError::status(status))
+            << function << " " << status;
+      }
     }
   }
-  EXPECT_EQ(stored(), AccessList{signingEntry({"/Mail"})});
+  EXPECT_EQ(stored(), json::array({signingEntry({"/Mail"})}));
 }
 
-TEST_F(KeychainAuthorization, SuccessWithoutAnObjectIsAFailure) {
+TEST_F(KeychainAuthorization, MissingOrForeignObjectIsAFailure) {
   for (const char* function :
        {"SecItemCopyMatching", "SecIdentityCopyCertificate", "SecCertificateCopyData",
         "SecKeychainItemCopyKeychain", "SecKeychainItemCopyAccess", "SecAccessCopyACLList",
         "SecACLCopyAuthorizations", "SecTrustedApplicationCreateFromPath",
         "SecTrustedApplicationCopyData"}) {
-    EXPECT_EQ(failure(function, Answer::nothing()), BackendError::status(-2070)) << function;
+    EXPECT_EQ(failure(function, standin::nothing()), BackendError::status(-2070)) << function;
   }
-}
-
-TEST_F(KeychainAuthorization, ObjectOfAnotherTypeIsAFailure) {
   for (const char* function :
        {"SecItemCopyMatching", "SecAccessCopyACLList", "SecACLCopyContents"}) {
     for (const std::size_t index : {0U, 1U}) {
-      EXPECT_EQ(failure(function, Answer::foreignElement(index)), BackendError::status(-2070))
+      EXPECT_EQ(failure(function, standin::foreignElement(index)), BackendError::status(-2070))
           << function << " " << index;
     }
   }
-  EXPECT_EQ(failure("SecItemCopyMatching", Answer::object(text(u"identity"))),
+  EXPECT_EQ(failure("SecItemCopyMatching", standin::object("identity")),
             BackendError::status(-2070));
 }
 
-TEST_F(KeychainAuthorization, NothingFoundIsNoIdentityAndNoKey) {
-  const auto identity = backend.copyIdentities().at(0);
-  machine().answers = {{"SecItemCopyMatching", {Answer::status(-25300)}},
-                       {"SecIdentityCopyPrivateKey", {Answer::status(-25300)}}};
+TEST_F(KeychainAuthorization, IdentityMayBeAloneOrMissingOrWithoutAKey) {
+  EXPECT_EQ(failure("SecItemCopyMatching", standin::firstElement()), std::nullopt);
+  answer("SecItemCopyMatching", standin::status(-25300));
   EXPECT_THAT(backend.copyIdentities(), IsEmpty());
-  EXPECT_FALSE(backend.copyPrivateKey(identity));
-  machine().answers = {{"SecItemCopyMatching", {Answer::object({standin::List()})}},
-                       {"SecIdentityCopyPrivateKey", {Answer::nothing()}}};
-  EXPECT_THAT(backend.copyIdentities(), IsEmpty());
-  EXPECT_FALSE(backend.copyPrivateKey(identity));
+  for (const json& none : {standin::status(-25300), standin::nothing()}) {
+    answer("SecIdentityCopyPrivateKey", none);
+    EXPECT_FALSE(backend.copyPrivateKey(backend.copyIdentities().at(0)).has_value()) << none;
+  }
 }
 
-TEST_F(KeychainAuthorization, SingleIdentityIsAListOfOne) {
-  EXPECT_EQ(failure("SecItemCopyMatching", Answer::firstElement()), std::nullopt);
-}
-
-// Since macOS 15, asking such a key for its access list crashes.
-TEST_F(KeychainAuthorization, KeyOfATokenIsUnsupported) {
-  machine().identities[0].privateKey->accessList.reset();
-  EXPECT_EQ(thrownBy<BackendError>(useEveryCall), BackendError::unsupported());
+// Since macOS 15, asking a token's key for its access list crashes.
+TEST_F(KeychainAuthorization, KeyOfATokenOrInNoKeychainIsUnsupported) {
+  machine()["identities"][0]["isInNoKeychain"] = true;
+  EXPECT_EQ(failure(), BackendError::unsupported());
+  hold(nullptr);
+  EXPECT_EQ(failure(), BackendError::unsupported());
   EXPECT_THAT(calls("SecKeychainItemCopyAccess"), IsEmpty());
 }
 
+// The framework reads a tag that it does not know as any operation.
 TEST_F(KeychainAuthorization, SigningEntriesAreThoseForSigningOrAnyOperation) {
-  stored() = {{{"kSecACLAuthorizationDecrypt"}, {}, u"decrypt", 0},
-              {{"kSecACLAuthorizationAny"}, {}, u"any", 0},
-              {{}, {}, u"nothing", 0},
-              {{"kSecACLAuthorizationEncrypt", "kSecACLAuthorizationSign"}, {}, u"second", 0}};
+  json several = signingEntry({});
+  several["authorizations"] = {"kSecACLAuthorizationEncrypt", "kSecACLAuthorizationSign"};
+  several["description"] = "several";
+  json none = signingEntry({});
+  none["authorizations"].clear();
+  hold({entry("kSecACLAuthorizationDecrypt", json::array()),
+        entry("kSecACLAuthorizationAny", json::array(), "any"), none, several,
+        entry("1000", json::array(), "unknown")});
   std::vector<std::string> descriptions;
-  for (const auto& entry : backend.copySigningACLs(backend.copyAccess(firstKey()))) {
-    descriptions.push_back(backend.copyContents(entry).description);
+  for (const auto& acl : signingEntries()) {
+    descriptions.push_back(backend.copyContents(acl).description);
   }
-  EXPECT_THAT(descriptions, ElementsAre("any", "second"));
-  machine().answer("SecACLCopyAuthorizations",
-                   Answer::object({standin::List{{7.0}, {farAhead}, {standin::List()}}}));
-  EXPECT_THAT(backend.copySigningACLs(backend.copyAccess(firstKey())), IsEmpty());
+  EXPECT_THAT(descriptions, ElementsAre("any", "several", "unknown"));
+  answer("SecACLCopyAuthorizations", standin::object({7, {{"date", 0}}, json::array()}));
+  EXPECT_THAT(signingEntries(), IsEmpty());
 }
 
-// An absent list of applications and an empty one are different.
-TEST_F(KeychainAuthorization, ContentsAreStoredAsTheyWereRead) {
-  stored() = {{{"kSecACLAuthorizationSign"}, std::nullopt, u"any", 0x0001},
-              {{"kSecACLAuthorizationSign"}, Applications(), u"none", 0x0050},
-              {{"kSecACLAuthorizationSign"}, {{"/Zoom", "/Mail", "/Zoom"}}, u"Cl\u00e9", 0}};
-  AccessList turned = stored();
-  std::rotate(turned.begin(), turned.begin() + 1, turned.end());
+TEST_F(KeychainAuthorization, AbsentListOpensTheEntry) {
   const auto key = firstKey();
   const auto access = backend.copyAccess(key);
-  const auto entries = backend.copySigningACLs(access);
-  std::vector<ChromeKeychainACLContents<Backend::TrustedApplication>> contents;
-  for (const auto& entry : entries) {
-    contents.push_back(backend.copyContents(entry));
-  }
-  for (std::size_t index = 0; index < entries.size(); ++index) {
-    backend.setContents(contents.at((index + 1) % entries.size()), entries[index]);
-  }
+  const auto acl = backend.copySigningACLs(access).at(0);
+  auto contents = backend.copyContents(acl);
+  contents.trustedApplications.reset();
+  backend.setContents(contents, acl);
   backend.setAccess(access, key);
-  EXPECT_EQ(stored(), turned);
+  EXPECT_EQ(stored(), json::array({entry("kSecACLAuthorizationSign", nullptr)}));
+  EXPECT_FALSE(backend.copyContents(signingEntries().at(0)).trustedApplications);
 }
 
-TEST_F(KeychainAuthorization, EntryWithoutAUTF8DescriptionIsAFailure) {
-  const auto copyContents = [] { (void)backend.copyContents(firstEntry()); };
-  stored()[0].description = standin::Text{0xd800};
-  EXPECT_EQ(thrownBy<BackendError>(copyContents), BackendError::status(-2070));
+// The framework reads up to a zero byte, and what is not UTF-8 byte by byte.
+TEST_F(KeychainAuthorization, DescriptionIsStoredAsTheFrameworkReadsIt) {
+  hold({entry("kSecACLAuthorizationSign", {"/Mail"}, std::string("a\0b", 3)),
+        entry("kSecACLAuthorizationSign", {"/Mail"}, "Cl\xe9"),
+        entry("kSecACLAuthorizationSign", {"/Mail"}, "")});
+  authorize();
+  EXPECT_EQ(stored()[0]["description"], "a");
+  EXPECT_EQ(stored()[1]["description"], "Cl\u00e9");
+  EXPECT_EQ(stored()[2]["description"], "");
+}
+
+TEST_F(KeychainAuthorization, EntryThatCannotBeReadIsAFailure) {
   // The framework returns no description for an open entry with an empty one.
-  stored() = {{{"kSecACLAuthorizationAny"}, std::nullopt, u"", 0}};
-  EXPECT_EQ(thrownBy<BackendError>(copyContents), BackendError::status(-2070));
+  hold(json::array({entry("kSecACLAuthorizationAny", nullptr, "")}));
+  EXPECT_EQ(failure(), BackendError::status(-2070));
+  json custom = entry("kSecACLAuthorizationDecrypt", json::array());
+  custom["isCustom"] = true;
+  hold({custom, signingEntry({})});
+  EXPECT_EQ(failure(), std::nullopt);
+  custom["authorizations"] = {"kSecACLAuthorizationSign"};
+  hold({signingEntry({}), custom});
+  EXPECT_EQ(selectorErrorOf(authorize),
+            CertificateSelectorError::keychainAuthorizationFailed(-25240));
+  EXPECT_EQ(stored(), json({signingEntry({}), custom}));
 }
 
-TEST_F(KeychainAuthorization, ApplicationMayHaveEmptyData) {
-  machine().answer("SecTrustedApplicationCopyData", Answer::object({standin::Bytes()}));
-  EXPECT_THAT(backend.identityData(backend.chromeTrustedApplication()), IsEmpty());
+TEST_F(KeychainAuthorization, ChromeMustBeThere) {
+  machine()["applications"].clear();
+  EXPECT_EQ(failure(), BackendError::status(100002));
+}
+
+// The entries have canonical paths, too.
+TEST_F(KeychainAuthorization, ChromeHasItsCanonicalPath) {
+  machine()["applications"][chromeApplication] = "/Chrome.app";
+  authorize();
+  EXPECT_EQ(stored(), json::array({signingEntry({"/Mail", "/Chrome.app"})}));
+  authorize();
+  EXPECT_EQ(calls("SecKeychainItemSetAccess").size(), 1U);
 }
 
 }  // namespace

@@ -3,11 +3,16 @@
 
 #include <gtest/gtest.h>
 
+#include <string>
+#include <utility>
+
 #include "Tests/OverStandIn/AppleFrameworks/StandIn.hpp"
 
 namespace lumaret::tests {
 
 using standin::calls;
+using standin::json;
+using standin::machine;
 
 /// A new Mac for a test. The test fails if it does not release every object.
 class FreshMac {
@@ -17,8 +22,10 @@ class FreshMac {
   FreshMac& operator=(const FreshMac&) = delete;
   ~FreshMac() { EXPECT_EQ(standin::liveObjects(), 0U); }
 
- protected:
-  static standin::Machine& machine() { return standin::machine(); }
+  /// From now on, only this answer is given in place of the Mac's own.
+  static void answer(const std::string& function, json answer) {
+    machine()["answers"] = {{function, json::array({std::move(answer)})}};
+  }
 };
 
 class OverStandIn : public testing::Test, protected FreshMac {};

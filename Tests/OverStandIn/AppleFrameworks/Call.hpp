@@ -10,63 +10,54 @@
 
 namespace standin {
 
-/// A call that reaches the machine. It is traced. Its answer is the one that the test has set, or
-/// else the machine's own.
+/// A call that reaches the Mac. It is traced. Its answer is the one that the test has set, or else
+/// the Mac's own.
 class Call {
  public:
-  Call(const char* function, const std::string& arguments);
+  explicit Call(const std::string& object, const char* function = __builtin_FUNCTION());
 
   /// The test has set no answer for it.
-  [[nodiscard]] bool answersItself() const { return answer_ == nullptr; }
+  [[nodiscard]] bool answersItself() const { return answer_.empty(); }
+  [[nodiscard]] bool fails() const { return answer_.contains("status"); }
 
-  [[nodiscard]] bool fails() const {
-    return answer_ != nullptr && answer_->kind == Answer::Kind::status;
-  }
-
-  /// For a function that returns an owned object. `own` makes the machine's own answer, which may
-  /// be null.
+  /// For a function that returns an owned object. `own` makes the Mac's own answer, which may be
+  /// null.
   template <typename Reference, typename Own>
   Reference result(Own own) const {
-    if (answersItself()) {
-      return own();
-    }
-    if (fails()) {
-      return nullptr;
-    }
-    const bool isMadeFromOwn = answer_->kind != Answer::Kind::object;
-    const CFTypeRef object = instead(isMadeFromOwn ? CFTypeRef(own()) : nullptr);
-    return static_cast<Reference>(const_cast<void*>(object));
+    return fails() ? nullptr : as<Reference>(answersWithObject() ? answered() : changed(own()));
   }
 
   /// For a function that returns a status and stores an owned object at `place`. After a failure,
-  /// `place` keeps its value, unless the test has set an object too.
+  /// which the Mac's own answer may be, too, `place` keeps its value, unless the test has set an
+  /// object too.
   template <typename Reference, typename Own>
-  OSStatus leave(Reference* place, Own own) const {
-    if (place == nullptr) {
-      refuse(function_, "null in the place of a result");
+  OSStatus leave(Reference* place, Own own, OSStatus ownStatus = 0) const {
+    require(place != nullptr, "a place for its result", function_);
+    if (answer_.empty() && ownStatus != 0) {
+      return ownStatus;
     }
-    if (fails()) {
-      if (answer_->leavesObject) {
-        *place = Reference(own());
-      }
-      return answer_->failure;
+    if (!fails()) {
+      *place = result<Reference>(own);
+    } else if (answer_.value("leavesObject", false)) {
+      *place = as<Reference>(own());
     }
-    *place = result<Reference>(own);
-    return 0;
+    return status();
   }
 
   /// How many entries of an access list stay stored if storing it fails.
-  [[nodiscard]] std::size_t storedEntries() const { return answer_->storedEntries; }
+  [[nodiscard]] std::size_t storedEntries() const { return answer_.value("storedEntries", 0U); }
 
   /// For a function that returns only a status.
-  [[nodiscard]] OSStatus status() const { return fails() ? answer_->failure : 0; }
+  [[nodiscard]] OSStatus status() const { return answer_.value("status", 0); }
 
  private:
-  /// Takes ownership of the machine's own answer.
-  [[nodiscard]] CFTypeRef instead(CFTypeRef own) const;
+  [[nodiscard]] bool answersWithObject() const { return answer_.contains("object"); }
+  [[nodiscard]] CFTypeRef answered() const { return create(answer_["object"]); }
+  /// Takes ownership of the Mac's own answer.
+  [[nodiscard]] CFTypeRef changed(CFTypeRef own) const;
 
   const char* function_;
-  const Answer* answer_ = nullptr;
+  json answer_ = json::object();
 };
 
 }  // namespace standin

@@ -19,7 +19,6 @@ static_assert(kCFCompareCaseInsensitive == 1 && kCFCompareLocalized == 32);
 static_assert(kCFStringNormalizationFormC == 2);
 static_assert(errSecSuccess == 0);
 static_assert(errSecInternalComponent == -2070);
-static_assert(errSecNoAccessForItem == -25243);
 static_assert(errSecNoSuchKeychain == -25294);
 static_assert(errSecItemNotFound == -25300);
 static_assert(errSecInvalidItemRef == -25304);

@@ -3,17 +3,16 @@
 #include <CoreFoundation/CoreFoundation.h>
 
 #include "Tests/OverStandIn/AppleFrameworks/Call.hpp"
-#include "Tests/OverStandIn/AppleFrameworks/MachineFile.hpp"
-#include "Tests/OverStandIn/AppleFrameworks/Objects.hpp"
 
 using namespace standin;
 
 namespace {
 
-std::string domain(CFStringRef application, CFStringRef user, CFStringRef host,
-                   const char* function) {
-  return described(application, function) + ", " + described(user, function) + ", " +
-         described(host, function);
+void requireCurrentUserOnAnyHost(CFStringRef user, CFStringRef host,
+                                 const char* function = __builtin_FUNCTION()) {
+  require(
+      CFEqual(user, kCFPreferencesCurrentUser) != 0 && CFEqual(host, kCFPreferencesAnyHost) != 0,
+      "the current user on any host", function);
 }
 
 }  // namespace
@@ -22,46 +21,32 @@ extern "C" {
 
 CFPropertyListRef CFPreferencesCopyValue(CFStringRef key, CFStringRef application, CFStringRef user,
                                          CFStringRef host) {
-  const Call call(__func__,
-                  described(key, __func__) + ", " + domain(application, user, host, __func__));
-  return call.result<CFPropertyListRef>([&]() -> CFPropertyListRef {
-    const std::string name = described(application, __func__);
-    for (const auto* preferences : {&machine().pendingPreferences, &machine().preferences}) {
-      const auto values = preferences->find(name);
-      if (values == preferences->end()) {
-        continue;
-      }
-      const auto value = values->second.find(textOf(key, __func__));
-      if (value != values->second.end()) {
-        return create(value->second);
-      }
-    }
-    return nullptr;
+  requireCurrentUserOnAnyHost(user, host);
+  const Call call(*textOf(key));
+  return call.result<CFPropertyListRef>([&] {
+    const json::json_pointer place("/" + *textOf(application) + "/" + *textOf(key));
+    const json stored = machine()["preferences"].value(place, json());
+    return create(machine()["unsynchronized"].value(place, stored));
   });
 }
 
 void CFPreferencesSetValue(CFStringRef key, CFPropertyListRef value, CFStringRef application,
                            CFStringRef user, CFStringRef host) {
-  const Call call(__func__, described(key, __func__) + ", " + described(value, __func__) + ", " +
-                                domain(application, user, host, __func__));
-  if (call.fails()) {
-    return;
+  requireCurrentUserOnAnyHost(user, host);
+  if (const Call call(*textOf(key)); !call.fails()) {
+    machine()["unsynchronized"][*textOf(application)][*textOf(key)] = valueOf(value);
   }
-  machine().pendingPreferences[described(application, __func__)][textOf(key, __func__)] =
-      valueOf(value, __func__);
 }
 
 Boolean CFPreferencesSynchronize(CFStringRef application, CFStringRef user, CFStringRef host) {
-  const Call call(__func__, domain(application, user, host, __func__));
-  if (call.fails()) {
-    return false;
+  requireCurrentUserOnAnyHost(user, host);
+  const std::string name = *textOf(application);
+  const Call call(name);
+  if (!call.fails() && machine()["unsynchronized"].contains(name)) {
+    machine()["preferences"][name].update(machine()["unsynchronized"][name]);
+    machine()["unsynchronized"].erase(name);
+    save();
   }
-  const std::string name = described(application, __func__);
-  for (auto& [key, value] : machine().pendingPreferences[name]) {
-    machine().preferences[name][key] = std::move(value);
-  }
-  machine().pendingPreferences.erase(name);
-  writeMachineFile();
-  return true;
+  return call.fails() ? 0 : 1;
 }
 }

@@ -1,33 +1,41 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <Security/Security.h>
 
+#include <algorithm>
+
 #include "Tests/OverStandIn/AppleFrameworks/Call.hpp"
-#include "Tests/OverStandIn/AppleFrameworks/MachineFile.hpp"
-#include "Tests/OverStandIn/AppleFrameworks/Objects.hpp"
-#include "Tests/OverStandIn/AppleFrameworks/UnicodeConversion.hpp"
 
 using namespace standin;
+using Type = Object::Type;
 
 namespace {
 
-AccessListEntry& entryOf(SecACLRef acl, const char* function) {
-  const ACLObject& object = as<ACLObject>(acl, function);
-  return object.list->entries.at(object.index);
+constexpr OSStatus notSimple = -25240;          // errSecACLNotSimple
+constexpr OSStatus noSuchApplication = 100002;  // POSIX's ENOENT, as the framework reports it
+
+json& identityOf(const Object& object) { return machine()["identities"].at(object.index); }
+
+/// Since macOS 15, the access-list calls crash for a key that is not a keychain item.
+const Object& keychainItem(CFTypeRef key, const char* function = __builtin_FUNCTION()) {
+  const Object& object = content(key, Type::key, function);
+  require(!identityOf(object)["accessList"].is_null(), "a keychain item", function);
+  return object;
 }
 
-CFTypeRef applicationArray(const std::vector<std::string>& paths) {
-  std::vector<CFTypeRef> applications;
-  for (const std::string& path : paths) {
-    applications.push_back(create(ApplicationObject{path}));
-  }
-  return createArray(applications);
+json& entryOf(const Object& acl) { return acl.list->entries.at(acl.index); }
+
+bool asks(CFDictionaryRef query, CFStringRef key, CFTypeRef wanted) {
+  const void* value = CFDictionaryGetValue(query, key);
+  return value != nullptr && CFEqual(value, wanted) != 0;
 }
 
-// Since macOS 15, the access-list calls crash for another key.
-void requireKeychainItem(const KeyObject& key, const char* function) {
-  if (!key.key->accessList) {
-    refuse(function, "a key that is no keychain item");
-  }
+/// The framework reads a stored description up to a zero byte, as UTF-8 or else byte by byte.
+CFTypeRef createDescription(const std::string& stored) {
+  const std::string bytes = stored.c_str();
+  const auto* const first = reinterpret_cast<const UInt8*>(bytes.data());
+  const CFStringRef text = CFStringCreateWithBytes(
+      nullptr, first, static_cast<CFIndex>(bytes.size()), kCFStringEncodingUTF8, 0);
+  return text != nullptr ? text : createText(std::u16string(first, first + bytes.size()));
 }
 
 }  // namespace
@@ -44,184 +52,200 @@ const CFStringRef kSecOIDX509V1SubjectName = constantText("kSecOIDX509V1SubjectN
 const CFStringRef kSecOIDX509V1ValidityNotAfter = constantText("kSecOIDX509V1ValidityNotAfter");
 const CFStringRef kSecPropertyKeyLabel = constantText("kSecPropertyKeyLabel");
 const CFStringRef kSecPropertyKeyValue = constantText("kSecPropertyKeyValue");
-
-OSStatus SecItemCopyMatching(CFDictionaryRef query, CFTypeRef* result) {
-  const Call call(__func__, described(query, __func__));
-  if (machine().identities.empty() && call.answersItself()) {
-    return errSecItemNotFound;
-  }
-  return call.leave(result, [] {
-    std::vector<CFTypeRef> identities;
-    for (const Identity& identity : machine().identities) {
-      identities.push_back(create(IdentityObject{identity}));
-    }
-    return createArray(identities);
-  });
-}
-
-CFTypeID SecIdentityGetTypeID() { return typeIdentifier<IdentityObject>(); }
-
-OSStatus SecIdentityCopyCertificate(SecIdentityRef identity, SecCertificateRef* certificate) {
-  const Identity& stored = as<IdentityObject>(identity, __func__).identity;
-  const Call call(__func__, stored.name);
-  return call.leave(certificate,
-                    [&] { return createAs<SecCertificateRef>(CertificateObject{stored}); });
-}
-
-OSStatus SecIdentityCopyPrivateKey(SecIdentityRef identity, SecKeyRef* privateKey) {
-  const Identity& stored = as<IdentityObject>(identity, __func__).identity;
-  const Call call(__func__, stored.name);
-  if (!stored.privateKey && call.answersItself()) {
-    return errSecItemNotFound;
-  }
-  const auto createKey = [&stored] {
-    return createAs<SecKeyRef>(KeyObject{stored.name, stored.privateKey});
-  };
-  return call.leave(privateKey, createKey);
-}
-
-CFDataRef SecCertificateCopyData(SecCertificateRef certificate) {
-  const Identity& stored = as<CertificateObject>(certificate, __func__).identity;
-  const Call call(__func__, stored.name);
-  return call.result<CFDataRef>([&] { return createAs<CFDataRef>(Value{stored.certificate}); });
-}
-
-// Returns all values of the certificate, whichever are requested.
-CFDictionaryRef SecCertificateCopyValues(SecCertificateRef certificate, CFArrayRef keys,
-                                         CFErrorRef* error) {
-  const Identity& stored = as<CertificateObject>(certificate, __func__).identity;
-  const Call call(__func__, stored.name + ", " + described(keys, __func__) + ", " +
-                                (error == nullptr ? "null" : "error"));
-  return call.result<CFDictionaryRef>([&]() -> CFDictionaryRef {
-    return stored.certificateValues ? createAs<CFDictionaryRef>(Value{*stored.certificateValues})
-                                    : nullptr;
-  });
-}
-
 const CFStringRef kSecACLAuthorizationAny = constantText("kSecACLAuthorizationAny");
 const CFStringRef kSecACLAuthorizationSign = constantText("kSecACLAuthorizationSign");
 
-// Safe with any key. A key that is not a keychain item counts as null.
+OSStatus SecItemCopyMatching(CFDictionaryRef query, CFTypeRef* result) {
+  require(asks(query, kSecClass, kSecClassIdentity) && asks(query, kSecReturnRef, kCFBooleanTrue) &&
+              asks(query, kSecMatchLimit, kSecMatchLimitAll),
+          "a query for all identities");
+  const Call call("");
+  const json& stored = machine()["identities"];
+  const auto own = [&] {
+    std::vector<CFTypeRef> identities;
+    for (const json& identity : stored) {
+      identities.push_back(
+          create(Object{Type::identity, identity["certificate"], identities.size()}));
+    }
+    return createArray(identities);
+  };
+  return call.leave(result, own, stored.empty() ? errSecItemNotFound : errSecSuccess);
+}
+
+CFTypeID SecIdentityGetTypeID() { return typeIdentifier(Type::identity); }
+
+OSStatus SecIdentityCopyCertificate(SecIdentityRef identity, SecCertificateRef* certificate) {
+  Object object = content(identity, Type::identity);
+  const Call call(object.name);
+  object.type = Type::certificate;
+  return call.leave(certificate, [&] { return create(object); });
+}
+
+OSStatus SecIdentityCopyPrivateKey(SecIdentityRef identity, SecKeyRef* privateKey) {
+  Object object = content(identity, Type::identity);
+  const Call call(object.name);
+  object.type = Type::key;
+  return call.leave(
+      privateKey, [&] { return create(object); },
+      identityOf(object).contains("accessList") ? errSecSuccess : errSecItemNotFound);
+}
+
+CFDataRef SecCertificateCopyData(SecCertificateRef certificate) {
+  const std::string& bytes = content(certificate, Type::certificate).name;
+  const Call call(bytes);
+  return call.result<CFDataRef>([&] { return create(json::binary({bytes.begin(), bytes.end()})); });
+}
+
+// Returns only the values that are requested.
+CFDictionaryRef SecCertificateCopyValues(SecCertificateRef certificate, CFArrayRef keys,
+                                         CFErrorRef* /*error*/) {
+  const Object& object = content(certificate, Type::certificate);
+  const Call call(object.name);
+  return call.result<CFDictionaryRef>([&] {
+    const json stored = identityOf(object).value("values", json());
+    const json wanted = valueOf(keys);
+    json requested = stored;
+    for (const auto& [key, value] : stored.items()) {
+      if (std::find(wanted.begin(), wanted.end(), key) == wanted.end()) {
+        requested.erase(key);
+      }
+    }
+    return create(requested);
+  });
+}
+
+// Safe with any key.
 OSStatus SecKeychainItemCopyKeychain(SecKeychainItemRef item, SecKeychainRef* keychain) {
-  const KeyObject& key = as<KeyObject>(item, __func__);
-  const Call call(__func__, key.name);
-  if (!key.key->accessList && call.answersItself()) {
-    return errSecInvalidItemRef;
-  }
-  return call.leave(keychain, [] { return createAs<SecKeychainRef>(KeychainObject()); });
+  const Object& object = content(item, Type::key);
+  const Call call(object.name);
+  const json& identity = identityOf(object);
+  return call.leave(
+      keychain, [] { return create(Object{Type::keychain}); },
+      identity["accessList"].is_null()          ? errSecInvalidItemRef
+      : identity.value("isInNoKeychain", false) ? errSecNoSuchKeychain
+                                                : errSecSuccess);
 }
 
 OSStatus SecKeychainItemCopyAccess(SecKeychainItemRef item, SecAccessRef* access) {
-  const KeyObject& key = as<KeyObject>(item, __func__);
-  const Call call(__func__, key.name);
-  requireKeychainItem(key, __func__);
+  const Object& key = keychainItem(item);
+  const Call call(key.name);
   return call.leave(access, [&] {
-    return createAs<SecAccessRef>(AccessObject{
-        key.name, std::make_shared<EditedAccessList>(EditedAccessList{*key.key->accessList})});
+    const EditedAccessList list = {.entries = identityOf(key)["accessList"]};
+    return create(Object{Type::access, "", 0, std::make_shared<EditedAccessList>(list)});
   });
 }
 
 // Stores entry by entry. Entries that were stored before a failure stay.
 OSStatus SecKeychainItemSetAccess(SecKeychainItemRef item, SecAccessRef access) {
-  const KeyObject& key = as<KeyObject>(item, __func__);
-  EditedAccessList& list = *as<AccessObject>(access, __func__).list;
-  const Call call(__func__, key.name + ", " + described(access, __func__));
-  requireKeychainItem(key, __func__);
+  const Object& key = keychainItem(item);
+  EditedAccessList& list = *content(access, Type::access).list;
+  const Call call(key.name);
   for (std::size_t stored = 0; !list.edited.empty(); ++stored) {
     if (call.fails() && stored == call.storedEntries()) {
       break;
     }
     const std::size_t index = *list.edited.begin();
-    key.key->accessList->at(index) = list.entries.at(index);
+    identityOf(key)["accessList"].at(index) = list.entries.at(index);
     list.edited.erase(index);
   }
-  writeMachineFile();
+  save();
   return call.status();
 }
 
 OSStatus SecAccessCopyACLList(SecAccessRef access, CFArrayRef* list) {
-  const AccessObject& object = as<AccessObject>(access, __func__);
-  const Call call(__func__, object.name);
+  const auto& edited = content(access, Type::access).list;
+  const Call call("");
   return call.leave(list, [&] {
     std::vector<CFTypeRef> entries;
-    for (std::size_t index = 0; index < object.list->entries.size(); ++index) {
-      entries.push_back(create(ACLObject{object.list, index}));
+    for (std::size_t index = 0; index < edited->entries.size(); ++index) {
+      entries.push_back(create(Object{Type::acl, "entry " + std::to_string(index), index, edited}));
     }
-    return static_cast<CFArrayRef>(createArray(entries));
+    return createArray(entries);
   });
 }
 
-CFTypeID SecACLGetTypeID() { return typeIdentifier<ACLObject>(); }
+CFTypeID SecACLGetTypeID() { return typeIdentifier(Type::acl); }
 
+// A tag without a constant reads as any operation.
 CFArrayRef SecACLCopyAuthorizations(SecACLRef acl) {
-  const Call call(__func__, described(acl, __func__));
+  const Object& object = content(acl, Type::acl);
+  const Call call(object.name);
   return call.result<CFArrayRef>([&] {
-    std::vector<CFTypeRef> tags;
-    for (const std::string& tag : entryOf(acl, __func__).authorizations) {
-      tags.push_back(create(Value{*fromUTF8(tag)}));
+    json tags = entryOf(object)["authorizations"];
+    for (json& tag : tags) {
+      if (!tag.get_ref<const std::string&>().starts_with("kSecACLAuthorization")) {
+        tag = "kSecACLAuthorizationAny";
+      }
     }
-    return static_cast<CFArrayRef>(createArray(tags));
+    return create(tags);
   });
 }
 
 // An answer that a test has set is the application list. The rest comes from the entry.
 OSStatus SecACLCopyContents(SecACLRef acl, CFArrayRef* applications, CFStringRef* description,
                             SecKeychainPromptSelector* promptSelector) {
-  const AccessListEntry& entry = entryOf(acl, __func__);
-  const Call call(__func__, described(acl, __func__));
-  const OSStatus status = call.leave(applications, [&]() -> CFArrayRef {
-    return entry.applications ? static_cast<CFArrayRef>(applicationArray(*entry.applications))
-                              : nullptr;
-  });
+  const Object& object = content(acl, Type::acl);
+  const json& entry = entryOf(object);
+  const Call call(object.name);
+  const bool isOpen = entry["applications"].is_null();
+  const auto own = [&]() -> CFTypeRef {
+    std::vector<CFTypeRef> list;
+    for (const json& path : entry["applications"]) {
+      list.push_back(create(Object{Type::application, path}));
+    }
+    return isOpen ? nullptr : createArray(list);
+  };
+  const OSStatus status =
+      call.leave(applications, own, entry.value("isCustom", false) ? notSimple : errSecSuccess);
   if (status == errSecSuccess) {
     // An entry for any application keeps a description only if it is not empty.
-    const bool isDescribed =
-        entry.description && (entry.applications || !entry.description->empty());
-    *description = isDescribed ? createAs<CFStringRef>(Value{*entry.description}) : nullptr;
-    *promptSelector = entry.promptSelector;
+    const std::string stored = entry["description"];
+    *description = isOpen && stored.empty() ? nullptr : as<CFStringRef>(createDescription(stored));
+    *promptSelector = entry["promptSelector"];
   }
   return status;
 }
 
 OSStatus SecACLSetContents(SecACLRef acl, CFArrayRef applications, CFStringRef description,
                            SecKeychainPromptSelector promptSelector) {
-  const Call call(__func__, described(acl, __func__) + ", " + described(applications, __func__) +
-                                ", " + described(description, __func__) + ", " +
-                                std::to_string(promptSelector));
+  const Object& object = content(acl, Type::acl);
+  const Call call(object.name);
   if (call.fails()) {
     return call.status();
   }
-  const ACLObject& object = as<ACLObject>(acl, __func__);
   object.list->edited.insert(object.index);
-  AccessListEntry& entry = object.list->entries.at(object.index);
-  entry.applications.reset();
-  if (applications != nullptr) {
-    std::vector<std::string> paths;
-    for (const CFTypeRef element : elementsOf(applications, __func__)) {
-      paths.push_back(as<ApplicationObject>(element, __func__).path);
-    }
-    entry.applications = std::move(paths);
+  json& entry = entryOf(object);
+  entry["applications"] = applications == nullptr ? json() : json::array();
+  for (const CFTypeRef application : elementsOf(applications)) {
+    entry["applications"].push_back(content(application, Type::application).name);
   }
-  entry.description = textOf(description, __func__);
-  entry.promptSelector = promptSelector;
+  // A description ends at a zero byte. One without a form in UTF-8 becomes empty.
+  entry["description"] = textOf(description).value_or("").c_str();
+  entry["promptSelector"] = promptSelector;
   return errSecSuccess;
 }
 
-CFTypeID SecTrustedApplicationGetTypeID() { return typeIdentifier<ApplicationObject>(); }
+CFTypeID SecTrustedApplicationGetTypeID() { return typeIdentifier(Type::application); }
 
 OSStatus SecTrustedApplicationCreateFromPath(const char* path,
                                              SecTrustedApplicationRef* application) {
-  const Call call(__func__, path);
-  return call.leave(application,
-                    [&] { return createAs<SecTrustedApplicationRef>(ApplicationObject{path}); });
+  const Call call(path);
+  const json& canonicalPaths = machine()["applications"];
+  return call.leave(
+      application,
+      [&] {
+        return create(Object{Type::application, canonicalPaths.at(path)});
+      },
+      canonicalPaths.contains(path) ? errSecSuccess : noSuchApplication);
 }
 
+// The path and a zero byte.
 OSStatus SecTrustedApplicationCopyData(SecTrustedApplicationRef application, CFDataRef* data) {
-  const ApplicationObject& object = as<ApplicationObject>(application, __func__);
-  const Call call(__func__, object.path);
-  return call.leave(data, [&] {  // The path and a zero byte.
-    const char* const path = object.path.c_str();
-    return createAs<CFDataRef>(Value{Bytes(path, path + object.path.size() + 1)});
+  const std::string& path = content(application, Type::application).name;
+  const Call call(path);
+  return call.leave(data, [&] {
+    const char* const bytes = path.c_str();
+    return create(json::binary({bytes, bytes + path.size() + 1}));
   });
 }
 }

@@ -11,13 +11,13 @@
 namespace lumaret {
 namespace {
 
-std::int32_t launch(const char* function, std::string commandLine,
+std::int32_t launch(const char* function, const std::string& executable,
                     const std::vector<std::string>& arguments) {
-  const std::string executable = commandLine;
+  std::string commandLine = executable;
   for (const std::string& argument : arguments) {
     commandLine += ", " + argument;
   }
-  const standin::Call call(function, commandLine);
+  const standin::Call call(commandLine, function);
   if (!call.answersItself() && !call.fails()) {
     throw std::system_error(std::make_error_code(std::errc::no_such_file_or_directory), executable);
   }
@@ -27,7 +27,7 @@ std::int32_t launch(const char* function, std::string commandLine,
 }  // namespace
 
 bool isExecutableFile(const std::filesystem::path& path) {
-  return !standin::Call("NSFileManager", path.string()).fails();
+  return !standin::Call(path.string(), "NSFileManager").fails();
 }
 
 void startProcess(const std::filesystem::path& executable,

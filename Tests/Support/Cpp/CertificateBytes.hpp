@@ -5,7 +5,6 @@
 #include <string_view>
 
 #include "LumaretMacHelper/Contracts.hpp"
-#include "LumaretMacHelper/Fingerprint.hpp"
 
 // If only the bytes of a certificate matter, they are a short string.
 namespace lumaret::tests {

@@ -61,20 +61,16 @@ def signing(*applications: str, description: str = "key", prompt: int = 0, tag: 
     }
 
 
-def any_application() -> dict:
-    return signing(tag="Any") | {"applications": None}
-
-
-def identity(name: str, *entries: dict, certificate: str | None = None, expiry=None, **attributes: str) -> dict:
+def identity(name: str, *entries: dict, expiry=FAR_AHEAD, **attributes: str) -> dict:
     """An identity with these entries in the access list of its key. `oid10` and so on add attributes to its name."""
     subject = [property_of("2.5.4.3", name)]
     subject += [property_of(f"2.5.4.{number.removeprefix('oid')}", value) for number, value in attributes.items()]
     values = {
         "kSecOIDX509V1SubjectName": property_of("Subject Name", subject),
         "kSecOIDX509V1IssuerName": property_of("Issuer Name", [property_of("2.5.4.3", "Example CA")]),
-        "kSecOIDX509V1ValidityNotAfter": property_of("Not Valid After", FAR_AHEAD if expiry is None else expiry),
+        "kSecOIDX509V1ValidityNotAfter": property_of("Not Valid After", expiry),
     }
-    return {"certificate": certificate or f"certificate of {name}", "values": values, "accessList": list(entries)}
+    return {"certificate": f"certificate of {name}", "values": values, "accessList": list(entries)}
 
 
 def rule(name: str) -> str:
@@ -93,18 +89,16 @@ class MacTestCase(unittest.TestCase):
         machine.environment["LUMARET_STAND_IN_MACHINE"] = str(self._file)
         self.mac = {
             "identities": [],
+            "applications": {},
             "preferences": {},
             "runningApplications": [],
-            "failures": {},
+            "answers": {},
         }
 
-    def install_chrome(self, refresh_status: int = 0) -> None:
+    def install_chrome(self) -> None:
         EXECUTABLE.parent.mkdir(parents=True)
-        self._machine.write_program(
-            EXECUTABLE,
-            f"#!/bin/sh\necho \"$@\" >> '{self._launches}'\n"
-            f"case $1 in --refresh-platform-policy) exit {refresh_status};; esac\n",
-        )
+        self._machine.write_program(EXECUTABLE, f"#!/bin/sh\necho \"$@\" >> '{self._launches}'\n")
+        self.mac["applications"] = {CHROME: CHROME}
 
     def helper(self, *arguments: str | bytes) -> Outcome:
         """Runs the executable. Afterwards `mac` has its changes."""
@@ -122,14 +116,8 @@ class MacTestCase(unittest.TestCase):
         self._machine.await_quiet()
         return self._launches.read_text().splitlines() if self._launches.exists() else []
 
-    def forget_launches(self) -> None:
-        self._launches.unlink()
-
     def access_list(self) -> list[dict]:
         return self.mac["identities"][0]["accessList"]
 
     def rules(self):
         return self.mac["preferences"].get(DOMAIN, {}).get(KEY)
-
-    def store_rules(self, value) -> None:
-        self.mac["preferences"] = {DOMAIN: {KEY: value}}

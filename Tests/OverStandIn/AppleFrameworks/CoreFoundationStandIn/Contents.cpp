@@ -1,200 +1,196 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "Tests/OverStandIn/AppleFrameworks/CoreFoundationStandIn/Contents.hpp"
 
-#include <map>
+#include <algorithm>
+#include <cstring>
+#include <memory>
 #include <unordered_map>
 
-#include "Tests/OverStandIn/AppleFrameworks/Objects.hpp"
-#include "Tests/OverStandIn/AppleFrameworks/UnicodeConversion.hpp"
+using namespace standin;
 
-namespace standin {
+// Callers pass the addresses of these callbacks. The collections of the stand-in own their
+// elements, whatever the callbacks are.
+struct CFArrayCallBacks {};
+struct CFDictionaryKeyCallBacks {};
+struct CFDictionaryValueCallBacks {};
+
 namespace {
 
-struct Object {
+struct Counted {
   Content content;
+  bool isConstant;
   std::size_t references = 1;
-  bool isConstant = false;
 };
 
 /// Released objects stay here without references. No other object gets their addresses, so that a
 /// use after release is recognized.
-std::unordered_map<CFTypeRef, std::unique_ptr<Object>>& objects() {
-  static auto& all = *new std::unordered_map<CFTypeRef, std::unique_ptr<Object>>();
+auto& objects() {
+  static auto& all = *new std::unordered_map<CFTypeRef, std::unique_ptr<Counted>>();
   return all;
 }
 
-CFTypeRef add(Content content, bool isConstant) {
-  auto object = std::make_unique<Object>(Object{std::move(content), 1, isConstant});
+Counted& live(CFTypeRef reference, const char* function) {
+  const auto found = objects().find(reference);
+  require(found != objects().end(), "an object", function);
+  require(found->second->references > 0, "an object that was not released", function);
+  return *found->second;
+}
+
+}  // namespace
+
+namespace standin {
+
+CFTypeRef make(Content content, bool isConstant) {
+  auto object = std::make_unique<Counted>(Counted{std::move(content), isConstant});
   const CFTypeRef reference = object.get();
   objects().emplace(reference, std::move(object));
   return reference;
 }
 
-Object& live(CFTypeRef reference, const char* function) {
-  if (reference == nullptr) {
-    refuse(function, "null in the place of an object");
-  }
-  const auto found = objects().find(reference);
-  if (found == objects().end()) {
-    refuse(function, "not an object");
-  }
-  if (found->second->references == 0) {
-    refuse(function, "an object that was released");
-  }
-  return *found->second;
+Content& contentOf(CFTypeRef object, const char* function) {
+  return live(object, function).content;
 }
 
-struct Creator {
-  CFTypeRef operator()(const Text& text) const { return createContent(TextObject{text}); }
-  CFTypeRef operator()(double number) const { return createContent(NumberObject{number}); }
-  CFTypeRef operator()(bool value) const { return createContent(BooleanObject{value}); }
-  CFTypeRef operator()(Date date) const { return createContent(DateObject{date.seconds}); }
-  CFTypeRef operator()(const Bytes& bytes) const { return createContent(DataObject{bytes}); }
-  CFTypeRef operator()(const List& list) const {
-    ArrayObject array;
-    for (const Value& element : list) {
-      array.elements.push_back(create(element));
-    }
-    return createContent(std::move(array));
-  }
-  CFTypeRef operator()(const Dictionary& dictionary) const {
-    DictionaryObject object;
-    for (const auto& [key, value] : dictionary) {
-      object.entries.emplace_back(createContent(TextObject{key}), create(value));
-    }
-    return createContent(std::move(object));
-  }
-};
+CFTypeRef create(Object object) { return make(std::move(object)); }
 
-struct Describer {
-  const char* function;
-
-  std::string operator()(const TextObject& text) const { return toUTF8(text.text).text; }
-  std::string operator()(const BooleanObject& boolean) const {
-    return boolean.value ? "true" : "false";
-  }
-  std::string operator()(const ArrayObject& array) const {
-    std::string list;
-    for (const CFTypeRef element : array.elements) {
-      list += (list.empty() ? "" : ", ") + described(element, function);
-    }
-    return "[" + list + "]";
-  }
-  // Sorted, because a dictionary has no order.
-  std::string operator()(const DictionaryObject& dictionary) const {
-    std::map<std::string, std::string> entries;
-    for (const auto& [key, value] : dictionary.entries) {
-      entries.emplace(described(key, function), described(value, function));
-    }
-    std::string list;
-    for (const auto& [key, value] : entries) {
-      list += (list.empty() ? "" : ", ") + key + ": " + value;
-    }
-    return "{" + list + "}";
-  }
-  std::string operator()(const LocaleObject&) const { return "locale"; }
-  std::string operator()(const SecurityObject& object) const { return standin::described(object); }
-  template <typename Other>
-  std::string operator()(const Other&) const {
-    return "value";
-  }
-};
-
-}  // namespace
-
-CFTypeRef createContent(Content content) { return add(std::move(content), /*isConstant=*/false); }
-
-CFTypeRef create(SecurityObject object) { return createContent(std::move(object)); }
-
-CFTypeRef createArray(const std::vector<CFTypeRef>& elements) {
-  return createContent(ArrayObject{elements});
+Object& content(CFTypeRef object, Object::Type type, const char* function) {
+  auto& found = contentAs<Object>(object, function);
+  require(found.type == type, "an object of the right type", function);
+  return found;
 }
 
-CFTypeRef create(const Value& value) { return std::visit(Creator(), value.content); }
+CFTypeID typeIdentifier(Object::Type type) {
+  return std::variant_size_v<Content> + static_cast<std::size_t>(type);
+}
 
 CFStringRef constantText(const char* name) {
-  return static_cast<CFStringRef>(add(TextObject{*fromUTF8(name)}, /*isConstant=*/true));
-}
-
-CFBooleanRef constantTrue() {
-  return static_cast<CFBooleanRef>(add(BooleanObject{true}, /*isConstant=*/true));
-}
-
-void retain(CFTypeRef reference, const char* function) {
-  Object& object = live(reference, function);
-  object.references += object.isConstant ? 0 : 1;
-}
-
-void release(CFTypeRef reference, const char* function) {
-  Object& object = live(reference, function);
-  if (object.isConstant || --object.references > 0) {
-    return;
-  }
-  if (const auto* array = std::get_if<ArrayObject>(&object.content)) {
-    for (const CFTypeRef element : array->elements) {
-      release(element, function);
-    }
-  } else if (const auto* dictionary = std::get_if<DictionaryObject>(&object.content)) {
-    for (const auto& [key, value] : dictionary->entries) {
-      release(key, function);
-      release(value, function);
-    }
-  }
-  object.content = LocaleObject();
-}
-
-Content& content(CFTypeRef reference, const char* function) {
-  return live(reference, function).content;
-}
-
-SecurityObject& securityObject(CFTypeRef object, const char* function) {
-  return contentAs<SecurityObject>(object, function);
-}
-
-CFTypeID typeIdentifierOf(const Content& content) {
-  const auto* const security = std::get_if<SecurityObject>(&content);
-  return security != nullptr ? securityTypeIdentifier(security->index()) : content.index();
-}
-
-CFTypeID securityTypeIdentifier(std::size_t index) { return std::variant_size_v<Content> + index; }
-
-Text textOf(CFTypeRef text, const char* function) {
-  return contentAs<TextObject>(text, function).text;
-}
-
-std::vector<CFTypeRef> elementsOf(CFTypeRef array, const char* function) {
-  return contentAs<ArrayObject>(array, function).elements;
-}
-
-Value valueOf(CFTypeRef reference, const char* function) {
-  const Content& object = content(reference, function);
-  if (const auto* text = std::get_if<TextObject>(&object)) {
-    return {text->text};
-  }
-  if (const auto* array = std::get_if<ArrayObject>(&object)) {
-    List list;
-    for (const CFTypeRef element : array->elements) {
-      list.push_back(valueOf(element, function));
-    }
-    return {std::move(list)};
-  }
-  refuse(function, "an object that is no text and no list of texts");
-}
-
-std::string described(CFTypeRef object, const char* function) {
-  return object == nullptr ? "null" : std::visit(Describer{function}, content(object, function));
+  return as<CFStringRef>(make(Text(name, name + std::strlen(name)), /*isConstant=*/true));
 }
 
 std::size_t liveObjects() {
-  std::size_t count = 0;
-  for (const auto& [reference, object] : objects()) {
-    count += !object->isConstant && object->references > 0 ? 1 : 0;
-  }
-  return count;
+  return static_cast<std::size_t>(std::ranges::count_if(objects(), [](const auto& object) {
+    return !object.second->isConstant && object.second->references > 0;
+  }));
 }
 
 void forgetEveryObject() {
-  std::erase_if(objects(), [](const auto& entry) { return !entry.second->isConstant; });
+  std::erase_if(objects(), [](const auto& object) { return !object.second->isConstant; });
 }
 
 }  // namespace standin
+
+extern "C" {
+
+const CFAllocatorRef kCFAllocatorDefault = nullptr;
+const CFArrayCallBacks kCFTypeArrayCallBacks;
+const CFDictionaryKeyCallBacks kCFTypeDictionaryKeyCallBacks;
+const CFDictionaryValueCallBacks kCFTypeDictionaryValueCallBacks;
+const CFBooleanRef kCFBooleanTrue = as<CFBooleanRef>(make(True(), /*isConstant=*/true));
+const CFStringRef kCFPreferencesAnyHost = constantText("kCFPreferencesAnyHost");
+const CFStringRef kCFPreferencesCurrentUser = constantText("kCFPreferencesCurrentUser");
+
+CFTypeID CFGetTypeID(CFTypeRef object) {
+  const Content& content = contentOf(object);
+  const auto* const security = std::get_if<Object>(&content);
+  return security != nullptr ? typeIdentifier(security->type) : content.index();
+}
+
+CFTypeRef CFRetain(CFTypeRef object) {
+  ++live(object, __func__).references;
+  return object;
+}
+
+void CFRelease(CFTypeRef object) {
+  Counted& counted = live(object, __func__);
+  if (counted.isConstant || --counted.references > 0) {
+    return;
+  }
+  if (const auto* elements = std::get_if<Elements>(&counted.content)) {
+    std::ranges::for_each(*elements, CFRelease);
+  } else if (const auto* members = std::get_if<Members>(&counted.content)) {
+    for (const auto& [key, value] : *members) {
+      CFRelease(key);
+      CFRelease(value);
+    }
+  }
+  counted.content = True();
+}
+
+Boolean CFEqual(CFTypeRef left, CFTypeRef right) {
+  const auto* const leftText = std::get_if<Text>(&contentOf(left));
+  const auto* const rightText = std::get_if<Text>(&contentOf(right));
+  return leftText != nullptr && rightText != nullptr ? *leftText == *rightText : left == right;
+}
+
+CFTypeID CFArrayGetTypeID() { return typeIdentifier<Elements>(); }
+
+CFArrayRef CFArrayCreate(CFAllocatorRef, const void** values, CFIndex count,
+                         const CFArrayCallBacks* callBacks) {
+  require(callBacks == &kCFTypeArrayCallBacks, "callbacks that own the elements");
+  Elements elements(values, values + count);
+  std::ranges::for_each(elements, CFRetain);
+  return as<CFArrayRef>(make(std::move(elements)));
+}
+
+CFIndex CFArrayGetCount(CFArrayRef array) {
+  return static_cast<CFIndex>(contentAs<Elements>(array).size());
+}
+
+const void* CFArrayGetValueAtIndex(CFArrayRef array, CFIndex index) {
+  const auto& elements = contentAs<Elements>(array);
+  require(index >= 0 && static_cast<std::size_t>(index) < elements.size(), "an index");
+  return elements[static_cast<std::size_t>(index)];
+}
+
+CFTypeID CFDictionaryGetTypeID() { return typeIdentifier<Members>(); }
+
+CFDictionaryRef CFDictionaryCreate(CFAllocatorRef, const void** keys, const void** values,
+                                   CFIndex count, const CFDictionaryKeyCallBacks* keyCallBacks,
+                                   const CFDictionaryValueCallBacks* valueCallBacks) {
+  require(keyCallBacks == &kCFTypeDictionaryKeyCallBacks &&
+              valueCallBacks == &kCFTypeDictionaryValueCallBacks,
+          "callbacks that own the members");
+  Members members;
+  for (CFIndex index = 0; index < count; ++index) {
+    members.emplace_back(CFRetain(keys[index]), CFRetain(values[index]));
+  }
+  return as<CFDictionaryRef>(make(std::move(members)));
+}
+
+const void* CFDictionaryGetValue(CFDictionaryRef dictionary, const void* key) {
+  const auto& members = contentAs<Members>(dictionary);
+  const auto found = std::ranges::find_if(
+      members, [key](const auto& member) { return CFEqual(member.first, key) != 0; });
+  return found == members.end() ? nullptr : found->second;
+}
+
+CFTypeID CFNumberGetTypeID() { return typeIdentifier<double>(); }
+
+CFNumberRef CFNumberCreate(CFAllocatorRef, CFNumberType, const void* value) {
+  return as<CFNumberRef>(make(*static_cast<const double*>(value)));
+}
+
+Boolean CFNumberGetValue(CFNumberRef number, CFNumberType type, void* value) {
+  require(type == kCFNumberDoubleType, "the type double");
+  *static_cast<double*>(value) = contentAs<double>(number);
+  return 0;  // As for a number that has been rounded to the nearest double.
+}
+
+CFTypeID CFDateGetTypeID() { return typeIdentifier<Date>(); }
+
+CFDateRef CFDateCreate(CFAllocatorRef, CFAbsoluteTime seconds) {
+  return as<CFDateRef>(make(Date{seconds}));
+}
+
+CFAbsoluteTime CFDateGetAbsoluteTime(CFDateRef date) { return contentAs<Date>(date).seconds; }
+
+CFDataRef CFDataCreate(CFAllocatorRef, const UInt8* bytes, CFIndex length) {
+  return as<CFDataRef>(make(Bytes(bytes, bytes + length)));
+}
+
+CFIndex CFDataGetLength(CFDataRef data) {
+  return static_cast<CFIndex>(contentAs<Bytes>(data).size());
+}
+
+const UInt8* CFDataGetBytePtr(CFDataRef data) { return contentAs<Bytes>(data).data(); }
+}

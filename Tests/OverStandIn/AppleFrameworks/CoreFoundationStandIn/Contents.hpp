@@ -3,6 +3,8 @@
 
 #include <CoreFoundation/CoreFoundation.h>
 
+#include <cstdint>
+#include <string>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -12,63 +14,39 @@
 /// Contents of the objects of the stand-in for Core Foundation.
 namespace standin {
 
-struct TextObject {
-  Text text;
-};
-struct NumberObject {
-  double number;
-};
-struct BooleanObject {
-  bool value;
-};
-struct DateObject {
+struct True {};
+/// A string in the form of Core Foundation: UTF-16, which may be malformed.
+using Text = std::u16string;
+struct Date {
   double seconds;
 };
-struct DataObject {
-  Bytes bytes;
+using Bytes = std::vector<std::uint8_t>;
+/// Owned by the array.
+using Elements = std::vector<CFTypeRef>;
+/// Owned by the dictionary.
+using Members = std::vector<std::pair<CFTypeRef, CFTypeRef>>;
+struct Locale {
+  std::string name;
 };
-/// Owns its elements.
-struct ArrayObject {
-  std::vector<CFTypeRef> elements;
-};
-/// Owns its keys and values.
-struct DictionaryObject {
-  std::vector<std::pair<CFTypeRef, CFTypeRef>> entries;
-};
-struct LocaleObject {};
 
-using Content = std::variant<SecurityObject, TextObject, NumberObject, BooleanObject, DateObject,
-                             DataObject, ArrayObject, DictionaryObject, LocaleObject>;
-
-CFTypeRef createContent(Content content);
-
-template <typename Reference, typename Type>
-Reference createContentAs(Type content) {
-  return static_cast<Reference>(const_cast<void*>(createContent(Content(std::move(content)))));
-}
-
-CFBooleanRef constantTrue();
+using Content = std::variant<True, Text, double, Date, Bytes, Elements, Members, Locale, Object>;
 
 /// The content of a live object. Refuses every other.
-Content& content(CFTypeRef object, const char* function);
+Content& contentOf(CFTypeRef object, const char* function = __builtin_FUNCTION());
 
-/// Also refuses an object of another type.
+/// Also refuses an object of the right type.
 template <typename Type>
-Type& contentAs(CFTypeRef object, const char* function) {
-  auto* const typed = std::get_if<Type>(&content(object, function));
-  if (typed == nullptr) {
-    refuse(function, "an object of the wrong type");
-  }
+Type& contentAs(CFTypeRef object, const char* function = __builtin_FUNCTION()) {
+  auto* const typed = std::get_if<Type>(&contentOf(object, function));
+  require(typed != nullptr, "an object of the right type", function);
   return *typed;
 }
 
-/// The type identifier of an object with this content. Those of the Security framework follow those
-/// of Core Foundation.
-CFTypeID typeIdentifierOf(const Content& content);
+CFTypeRef make(Content content, bool isConstant = false);
 
 template <typename Type>
-CFTypeID contentTypeIdentifier() {
-  return typeIdentifierOf(Content(Type{}));
+CFTypeID typeIdentifier() {
+  return Content(Type()).index();
 }
 
 }  // namespace standin

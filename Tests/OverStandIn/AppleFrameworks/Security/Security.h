@@ -22,15 +22,12 @@ using SecKeychainPromptSelector = std::uint16_t;
 enum : OSStatus {
   errSecSuccess = 0,
   errSecInternalComponent = -2070,
-  errSecNoAccessForItem = -25243,
   errSecNoSuchKeychain = -25294,
   errSecItemNotFound = -25300,
   errSecInvalidItemRef = -25304,
   errSecNoSuchClass = -25306,
 };
 #endif
-
-// Identities
 
 extern const CFStringRef kSecClass;
 extern const CFStringRef kSecClassIdentity;
@@ -43,8 +40,6 @@ CFTypeID SecIdentityGetTypeID();
 OSStatus SecIdentityCopyCertificate(SecIdentityRef identity, SecCertificateRef* certificate);
 OSStatus SecIdentityCopyPrivateKey(SecIdentityRef identity, SecKeyRef* privateKey);
 
-// Certificates
-
 extern const CFStringRef kSecOIDX509V1IssuerName;
 extern const CFStringRef kSecOIDX509V1SubjectName;
 extern const CFStringRef kSecOIDX509V1ValidityNotAfter;
@@ -54,8 +49,6 @@ extern const CFStringRef kSecPropertyKeyValue;
 CFDataRef SecCertificateCopyData(SecCertificateRef certificate);
 CFDictionaryRef SecCertificateCopyValues(SecCertificateRef certificate, CFArrayRef keys,
                                          CFErrorRef* error);
-
-// Access lists
 
 extern const CFStringRef kSecACLAuthorizationAny;
 extern const CFStringRef kSecACLAuthorizationSign;

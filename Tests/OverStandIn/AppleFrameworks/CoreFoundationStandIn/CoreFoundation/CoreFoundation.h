@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-// What the adapters use of Core Foundation. Declarations.cpp compares it with Apple's own header.
+// What the adapters use of Core Foundation, and with which the stand-in for the other frameworks
+// makes values. Declarations.cpp compares it with Apple's own header.
 
 #include <cstdint>
 
@@ -9,6 +10,7 @@ extern "C" {
 
 using Boolean = unsigned char;
 using UInt8 = unsigned char;
+using UniChar = unsigned short;
 using UInt32 = unsigned int;
 using SInt32 = int;
 using OSStatus = SInt32;
@@ -64,8 +66,6 @@ CFTypeRef CFRetain(CFTypeRef object);
 void CFRelease(CFTypeRef object);
 Boolean CFEqual(CFTypeRef left, CFTypeRef right);
 
-// Arrays and dictionaries
-
 extern const CFArrayCallBacks kCFTypeArrayCallBacks;
 extern const CFDictionaryKeyCallBacks kCFTypeDictionaryKeyCallBacks;
 extern const CFDictionaryValueCallBacks kCFTypeDictionaryValueCallBacks;
@@ -82,27 +82,28 @@ CFDictionaryRef CFDictionaryCreate(CFAllocatorRef allocator, const void** keys, 
                                    const CFDictionaryValueCallBacks* valueCallBacks);
 const void* CFDictionaryGetValue(CFDictionaryRef dictionary, const void* key);
 
-// Booleans, numbers, dates, data
-
 extern const CFBooleanRef kCFBooleanTrue;
 
 CFTypeID CFNumberGetTypeID();
+CFNumberRef CFNumberCreate(CFAllocatorRef allocator, CFNumberType type, const void* value);
 Boolean CFNumberGetValue(CFNumberRef number, CFNumberType type, void* value);
 
 using CFTimeInterval = double;
 using CFAbsoluteTime = CFTimeInterval;
 
 CFTypeID CFDateGetTypeID();
+CFDateRef CFDateCreate(CFAllocatorRef allocator, CFAbsoluteTime seconds);
 CFAbsoluteTime CFDateGetAbsoluteTime(CFDateRef date);
 
+CFDataRef CFDataCreate(CFAllocatorRef allocator, const UInt8* bytes, CFIndex length);
 CFIndex CFDataGetLength(CFDataRef data);
 const UInt8* CFDataGetBytePtr(CFDataRef data);
-
-// Texts
 
 CFTypeID CFStringGetTypeID();
 CFStringRef CFStringCreateWithBytes(CFAllocatorRef allocator, const UInt8* bytes, CFIndex count,
                                     CFStringEncoding encoding, Boolean isExternalRepresentation);
+CFStringRef CFStringCreateWithCharacters(CFAllocatorRef allocator, const UniChar* characters,
+                                         CFIndex count);
 CFIndex CFStringGetLength(CFStringRef text);
 CFIndex CFStringGetBytes(CFStringRef text, CFRange range, CFStringEncoding encoding, UInt8 lossByte,
                          Boolean isExternalRepresentation, UInt8* buffer, CFIndex maxBufLen,
@@ -117,8 +118,6 @@ void CFStringNormalize(CFMutableStringRef text, CFStringNormalizationForm form);
 void CFStringFold(CFMutableStringRef text, CFStringCompareFlags flags, CFLocaleRef locale);
 
 CFLocaleRef CFLocaleCopyCurrent();
-
-// Preferences
 
 extern const CFStringRef kCFPreferencesAnyHost;
 extern const CFStringRef kCFPreferencesCurrentUser;

@@ -6,10 +6,9 @@
 //
 // The keychain must be unlocked. The passphrase of the bundle is that of the tests.
 
+#import <Foundation/Foundation.h>
 #include <Security/Security.h>
 
-#include <array>
-#include <cstdlib>
 #include <exception>
 #include <iostream>
 #include <vector>
@@ -24,6 +23,8 @@
 namespace lumaret::tests {
 namespace {
 
+const CFStringRef description = CFSTR("Lumaret test key");
+
 /// An application of the system that no test starts.
 CoreFoundationReference<CFArrayRef> oneApplication(const char* path) {
   CoreFoundationReference<SecTrustedApplicationRef> application;
@@ -33,24 +34,23 @@ CoreFoundationReference<CFArrayRef> oneApplication(const char* path) {
 }
 
 CoreFoundationReference<SecAccessRef> accessWithTwoSigningEntries() {
-  const auto description = coreFoundationText("Lumaret test key");
   CoreFoundationReference<SecAccessRef> access;
-  require(::SecAccessCreate(description.get(), oneApplication("/usr/bin/codesign").get(),
-                            access.receive()),
-          "SecAccessCreate");
+  require(
+      ::SecAccessCreate(description, oneApplication("/usr/bin/codesign").get(), access.receive()),
+      "SecAccessCreate");
   CoreFoundationReference<SecACLRef> second;
   require(
       ::SecACLCreateWithSimpleContents(access.get(), oneApplication("/usr/bin/productsign").get(),
-                                       description.get(), 0, second.receive()),
+                                       description, 0, second.receive()),
       "SecACLCreateWithSimpleContents");
-  const auto signing = coreFoundationArray(
-      std::vector{CoreFoundationReference<CFStringRef>::retain(kSecACLAuthorizationSign)});
-  require(::SecACLUpdateAuthorizations(second.get(), signing.get()), "SecACLUpdateAuthorizations");
+  NSArray* signing = @[ (__bridge NSString*)kSecACLAuthorizationSign ];
+  require(::SecACLUpdateAuthorizations(second.get(), (__bridge CFArrayRef)signing),
+          "SecACLUpdateAuthorizations");
   const auto owners = CoreFoundationReference<CFArrayRef>::adopt(
       ::SecAccessCopyMatchingACLList(access.get(), kSecACLAuthorizationChangeACL));
   for (const CFTypeRef entry : owners ? elements(owners.get()) : std::vector<CFTypeRef>()) {
     require(::SecACLSetContents(objectAs<SecACLRef>(entry, ::SecACLGetTypeID()),
-                                /*applicationList=*/nullptr, description.get(), 0),
+                                /*applicationList=*/nullptr, description, 0),
             "SecACLSetContents");
   }
   return access;
@@ -60,29 +60,22 @@ void importIdentity(const char* keychainPath, const char* bundle) {
   CoreFoundationReference<SecKeychainRef> keychain;
   require(::SecKeychainOpen(keychainPath, keychain.receive()), "SecKeychainOpen");
   const auto access = accessWithTwoSigningEntries();
-  const std::string file = readFile(bundle);
-  const auto data = CoreFoundationReference<CFDataRef>::adopt(
-      ::CFDataCreate(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(file.data()),
-                     static_cast<CFIndex>(file.size())));
-  const auto passphrase = coreFoundationText(FreshIdentity::passphrase);
-  std::array<const void*, 3> keys = {kSecImportExportPassphrase, kSecImportExportKeychain,
-                                     kSecImportExportAccess};
-  std::array<const void*, 3> values = {passphrase.get(), keychain.get(), access.get()};
-  const auto options = CoreFoundationReference<CFDictionaryRef>::adopt(
-      ::CFDictionaryCreate(kCFAllocatorDefault, keys.data(), values.data(), keys.size(),
-                           &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
+  NSDictionary* options = @{
+    (__bridge NSString*)kSecImportExportPassphrase : @(FreshIdentity::passphrase),
+    (__bridge NSString*)kSecImportExportKeychain : (__bridge id)keychain.get(),
+    (__bridge NSString*)kSecImportExportAccess : (__bridge id)access.get()
+  };
+  NSData* data = [NSData dataWithContentsOfFile:@(bundle)];
   CoreFoundationReference<CFArrayRef> imported;
-  require(::SecPKCS12Import(data.get(), options.get(), imported.receive()), "SecPKCS12Import");
+  require(::SecPKCS12Import((__bridge CFDataRef)data, (__bridge CFDictionaryRef)options,
+                            imported.receive()),
+          "SecPKCS12Import");
 }
 
 }  // namespace
 }  // namespace lumaret::tests
 
-int main(int argumentCount, char** arguments) {
-  if (argumentCount != 3) {
-    std::cerr << "ImportGuardedIdentity KEYCHAIN BUNDLE\n";
-    return 2;
-  }
+int main(int /*argumentCount*/, char** arguments) {
   try {
     lumaret::tests::importIdentity(arguments[1], arguments[2]);
   } catch (const std::exception& error) {
