@@ -8,20 +8,65 @@
 #include <secmod.h>
 
 #include <algorithm>
-#include <filesystem>
+#include <array>
+#include <fstream>
 #include <iterator>
 #include <memory>
 #include <set>
 #include <string>
+#include <system_error>
 #include <utility>
 
-#include "LumaretMacHelper/Linux/DatabaseFolder.hpp"
 #include "LumaretMacHelper/Linux/TokenModules.hpp"
 #include "LumaretMacHelper/Linux/TokenSession.hpp"
+#include "LumaretMacHelper/Linux/UserFolders.hpp"
 #include "LumaretMacHelper/POSIX/ScopeExit.hpp"
 
 namespace lumaret {
 namespace {
+
+/// Also true if the path cannot be examined: that does not mean that nothing is there.
+bool mayExist(const std::filesystem::path& path) {
+  std::error_code error;
+  return std::filesystem::symlink_status(path, error).type() !=
+         std::filesystem::file_type::not_found;
+}
+
+bool isDatabaseMissing(const std::filesystem::path& folder) {
+  std::error_code ignored;
+  const bool isElsewhere = mayExist(folder) && !std::filesystem::is_directory(folder, ignored);
+  return !isElsewhere && !mayExist(folder / "cert9.db") && !mayExist(folder / "key4.db") &&
+         !mayExist(folder / "pkcs11.txt");
+}
+
+/// A SQLite file consists of whole pages, whose size is in its header. SQLite would read the
+/// missing part of the last page as zeros.
+bool isCutShort(const std::filesystem::path& file) {
+  std::array<unsigned char, 18> header{};
+  std::ifstream stream(file, std::ios::binary);
+  if (!stream.read(reinterpret_cast<char*>(header.data()), header.size())) {
+    return false;  // NSS reports what is wrong with it.
+  }
+  const unsigned pageSize = header[16] * 256U + header[17];
+  std::error_code error;
+  const auto size = std::filesystem::file_size(file, error);
+  return !error && size % (pageSize == 1 ? 65536 : std::max(pageSize, 1U)) != 0;
+}
+
+/// Whether a file is cut short, which NSS would not notice, or is not a regular file: opening a
+/// pipe waits for somebody at its other end, and reading a device may never end.
+bool isDatabaseDamaged(const std::filesystem::path& folder) {
+  // SQLite also opens the journals, in which an interrupted program left its changes.
+  constexpr std::array files = {"pkcs11.txt",      "cert9.db",     "key4.db",    "cert9.db-journal",
+                                "key4.db-journal", "cert9.db-wal", "key4.db-wal"};
+  const auto isSomethingElse = [&](const char* file) {
+    std::error_code ignored;
+    return std::filesystem::exists(folder / file, ignored) &&
+           !std::filesystem::is_regular_file(folder / file, ignored);
+  };
+  return std::ranges::any_of(files, isSomethingElse) || isCutShort(folder / "cert9.db") ||
+         isCutShort(folder / "key4.db");
+}
 
 using SlotList =
     std::unique_ptr<PK11SlotList, decltype([](auto* slots) { PK11_FreeSlotList(slots); })>;
@@ -67,8 +112,10 @@ std::vector<StoredIdentity> identitiesOf(PK11SlotInfo* slot) {
       PK11_IsInternalKeySlot(slot) != PR_FALSE && PK11_NeedLogin(slot) == PR_FALSE;
   std::vector<StoredIdentity> identities;
   for (const CK_OBJECT_HANDLE certificate : token.objects(CKO_CERTIFICATE)) {
-    if (keys.contains(token.attribute(certificate, CKA_ID))) {
-      const std::string der = token.attribute(certificate, CKA_VALUE);
+    if (!keys.contains(token.attribute(certificate, CKA_ID))) {
+      continue;
+    }
+    if (const std::string der = token.attribute(certificate, CKA_VALUE); !der.empty()) {
       identities.push_back({{der.begin(), der.end()}, unguarded});
     }
   }
@@ -76,6 +123,15 @@ std::vector<StoredIdentity> identitiesOf(PK11SlotInfo* slot) {
 }
 
 }  // namespace
+
+std::filesystem::path databaseFolder() {
+  const auto folder = homeFolder() / ".pki/nssdb";
+  std::error_code error;
+  // A dangling link counts as missing, as it does for Chrome.
+  const bool isMissing =
+      std::filesystem::status(folder, error).type() == std::filesystem::file_type::not_found;
+  return isMissing ? dataHomeFolder() / "pki/nssdb" : folder;
+}
 
 std::vector<StoredIdentity> readStoredIdentities() {
   const auto folder = databaseFolder();

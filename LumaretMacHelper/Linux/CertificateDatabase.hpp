@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <exception>
-#include <optional>
+#include <filesystem>
+#include <stdexcept>
 #include <vector>
 
 #include "LumaretMacHelper/Contracts.hpp"
@@ -18,24 +18,22 @@ struct StoredIdentity {
 };
 
 /// A call of NSS or of a PKCS#11 module failed.
-class CertificateDatabaseError : public std::exception {
- public:
-  explicit CertificateDatabaseError(KeychainStatus status) : status_(status) {}
+struct CertificateDatabaseError : std::runtime_error {
+  explicit CertificateDatabaseError(KeychainStatus number)
+      : std::runtime_error("The certificate database could not be read"), status(number) {}
 
-  /// NSS's error number, which is negative.
-  [[nodiscard]] KeychainStatus status() const noexcept { return status_; }
-  [[nodiscard]] const char* what() const noexcept override {
-    return "The certificate database could not be read";
-  }
-
- private:
-  KeychainStatus status_;
+  KeychainStatus status;  // NSS's error number, which is negative
 };
+
+/// The folder of the NSS database that Chrome for Linux uses, even if it is missing: `~/.pki/nssdb`
+/// if that exists, or else `pki/nssdb` in the user's data folder.
+std::filesystem::path databaseFolder();
 
 /// Every identity in the store that Chrome for Linux uses, in NSS's order: the user's NSS database,
 /// if there is one, and the PKCS#11 modules that it names. Only reads, never logs in, and never
-/// prompts; behind a password, an identity is found by its public key. A token that fails counts as
-/// absent. Throws CertificateDatabaseError if the database itself fails.
+/// prompts; behind a password, an identity is found by its public key. Leaves out an identity whose
+/// certificate or identifier is oversized (see TokenSession), and a token that fails. Throws
+/// CertificateDatabaseError if the database itself fails.
 std::vector<StoredIdentity> readStoredIdentities();
 
 }  // namespace lumaret

@@ -24,15 +24,15 @@ constexpr Product chromium = {"Chromium", "/usr/bin/chromium", "/etc/chromium/po
 /// Follows Chrome: a variable may name the folder itself, or the configuration folder that contains
 /// the product's folder.
 std::filesystem::path chosenUserDataFolder(const char* product) {
-  if (const char* folder = std::getenv("CHROME_USER_DATA_DIR");
-      folder != nullptr && *folder != '\0') {
+  const auto folderIn = [](const char* variable) {
+    const char* value = std::getenv(variable);
+    return std::filesystem::path(value != nullptr ? value : "");
+  };
+  if (auto folder = folderIn("CHROME_USER_DATA_DIR"); !folder.empty()) {
     return folder;
   }
-  if (const char* folder = std::getenv("CHROME_CONFIG_HOME");
-      folder != nullptr && *folder != '\0') {
-    return std::filesystem::path(folder) / product;
-  }
-  return configHomeFolder() / product;
+  const auto configuration = folderIn("CHROME_CONFIG_HOME");
+  return (configuration.empty() ? configHomeFolder() : configuration) / product;
 }
 
 }  // namespace

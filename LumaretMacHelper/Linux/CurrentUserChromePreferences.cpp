@@ -22,16 +22,13 @@ bool isRoot() { return ::geteuid() == 0; }
 /// Has the rule service store the rule. polkit may show the user a dialog, which closes when
 /// busctl ends: after five minutes, or together with this process.
 void askRuleService(const std::string& rule) {
-  std::vector<std::string> arguments = {"--pdeathsig", "KILL"};
-  for (const char* word : {"/usr/bin/busctl", "--system", "--allow-interactive-authorization=yes",
-                           "--timeout=300", "call", ruleService::busName, ruleService::objectPath,
-                           ruleService::interfaceName, ruleService::storeRule, "ss"}) {
-    arguments.emplace_back(word);
-  }
-  arguments.emplace_back(ChromeInstallation::current().name);
-  arguments.push_back(rule);
-  require(runUnseen("/usr/bin/setpriv", arguments) == 0, std::errc::permission_denied,
-          "rule service");
+  const int status =
+      runUnseen("/usr/bin/setpriv", {"--pdeathsig", "KILL", "/usr/bin/busctl", "--system",
+                                     "--allow-interactive-authorization=yes", "--timeout=300",
+                                     "call", ruleService::busName, ruleService::objectPath,
+                                     ruleService::interfaceName, ruleService::storeRule, "ss",
+                                     std::string(ChromeInstallation::current().name), rule});
+  require(status == 0, std::errc::permission_denied, "rule service");
 }
 
 }  // namespace

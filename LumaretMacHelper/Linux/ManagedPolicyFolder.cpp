@@ -8,7 +8,7 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <optional>
+#include <nlohmann/json.hpp>
 #include <system_error>
 #include <utility>
 
@@ -19,37 +19,89 @@
 namespace lumaret {
 namespace {
 
-bool isBlank(const std::string& text) {
-  return text.find_first_not_of(" \t\r\n") == std::string::npos;
+using nlohmann::json;
+
+/// In levels. Chrome reads no policy from an object that nests deeper (measured with Chromium 156).
+constexpr std::size_t maximumDepth = 199;
+
+bool isNestedWithin(const json& value, std::size_t depth) {
+  return !value.is_structured() ||
+         (depth > 0 && std::all_of(value.begin(), value.end(), [&](const json& member) {
+            return isNestedWithin(member, depth - 1);
+          }));
 }
 
-/// The file's policies if they have a value for the rules, or else nothing.
-std::optional<PolicyText> textWithRules(const std::string& text, bool isOwnFile) {
-  std::optional<PolicyText> policies = PolicyText::parse(text);
-  if (!policies && (isOwnFile ? !isBlank(text) : PolicyText::maySpeakOfRules(text))) {
+/// Whether Chrome, which accepts more, may find rules in a text that is not an object here. Escape
+/// sequences may spell their name, too.
+bool mayHaveRules(const std::string& text) {
+  return text.find(rulesPolicy) != std::string::npos || text.find("\\u") != std::string::npos ||
+         text.find("\\x") != std::string::npos;
+}
+
+/// The file's policies, an object; empty if the file is missing or blank, or is not the tool's own
+/// and certainly has no rules. Throws ChromePreferencesError if neither is certain.
+json policiesIn(const std::filesystem::path& file) {
+  const std::string text = readPolicyFile(file).value_or("");
+  if (text.find_first_not_of(" \t\r\n") == std::string::npos) {
+    return json::object();
+  }
+  json policies = json::parse(text, nullptr, /*allow_exceptions=*/false, /*ignore_comments=*/true);
+  // The parser takes a zero byte for the end of the text.
+  if (text.find('\0') == std::string::npos && policies.is_object() &&
+      isNestedWithin(policies, maximumDepth)) {
+    return policies;
+  }
+  if (file.filename() == ManagedPolicyFolder::ownFileName || mayHaveRules(text)) {
     throw ChromePreferencesError();
   }
-  return policies && policies->hasRules() ? std::move(policies) : std::nullopt;
+  return json::object();
 }
 
-/// Whether it is a dangling link or one that leads to itself, which is not a file. After any other
-/// error it is unknown what Chrome finds there.
+std::vector<std::string> rulesOf(const json& value) {
+  try {
+    return value.get<std::vector<std::string>>();
+  } catch (const json::exception&) {
+    throw ChromePreferencesError();
+  }
+}
+
+/// Even a file that another overrules is checked: it comes into force if the other is removed.
+std::vector<std::string> rulesIn(const std::vector<std::filesystem::path>& files) {
+  json effective = json::array();
+  for (const auto& file : files) {
+    json policies = policiesIn(file);
+    if (const auto rules = policies.find(rulesPolicy); rules != policies.end()) {
+      effective = std::move(*rules);
+    }
+  }
+  return rulesOf(effective);
+}
+
+void replace(const std::filesystem::path& file, const json& policies) {
+  const auto folder = file.parent_path();
+  require(isOpenToEveryUser(folder), std::errc::permission_denied, folder.c_str());
+  try {
+    replacePolicyFile(file, policies.dump(2) + "\n");
+  } catch (const json::exception&) {
+    throw ChromePreferencesError();
+  }
+}
+
+/// Whether this is the error of a dangling link or of one that leads to itself, which is not a
+/// file. After any other error it is unknown what Chrome finds there.
 bool leadsNowhere(const std::error_code& error) {
   return error == std::errc::no_such_file_or_directory || error == std::errc::not_a_directory ||
          error == std::errc::too_many_symbolic_link_levels;
 }
 
-/// Sorted by the bytes of their names. In this order, Chrome lets a later file win.
+/// Sorted by the bytes of their names, as by Chrome, for which a later file wins.
 std::vector<std::filesystem::path> regularFiles(const std::filesystem::path& folder) {
-  std::vector<std::filesystem::path> files;
   std::error_code error;
   const std::filesystem::directory_iterator entries(folder, error);
-  if (error == std::errc::no_such_file_or_directory) {
-    return files;
-  }
-  if (error) {
+  if (error && error != std::errc::no_such_file_or_directory) {
     throw std::system_error(error, folder.string());
   }
+  std::vector<std::filesystem::path> files;
   for (const auto& entry : entries) {
     if (entry.is_regular_file(error)) {
       files.push_back(entry.path());
@@ -57,8 +109,7 @@ std::vector<std::filesystem::path> regularFiles(const std::filesystem::path& fol
       throw std::system_error(error, entry.path().string());
     }
   }
-  std::sort(files.begin(), files.end(),
-            [](const auto& left, const auto& right) { return left.native() < right.native(); });
+  std::ranges::sort(files, {}, [](const auto& file) { return file.native(); });
   return files;
 }
 
@@ -82,59 +133,42 @@ FileDescriptor ManagedPolicyFolder::takeTurn() {
   return folder;
 }
 
-std::vector<std::string> ManagedPolicyFolder::rulesIn(
-    const std::vector<std::filesystem::path>& files) const {
-  // Even a file that another overrules is checked: it comes into force if the other is removed.
-  std::optional<PolicyText> effective;
-  for (const auto& file : files) {
-    if (auto policies = textWithRules(readPolicyFile(file).value_or(""), file == ownFile())) {
-      effective = std::move(policies);
-    }
-  }
-  return effective ? effective->rules() : std::vector<std::string>();
-}
-
-PolicyText ManagedPolicyFolder::ownPolicies() const {
-  const std::string text = readPolicyFile(ownFile()).value_or("");
-  std::optional<PolicyText> policies = PolicyText::parse(isBlank(text) ? "{}" : text);
-  if (!policies) {
-    throw ChromePreferencesError();
-  }
-  return *std::move(policies);
-}
-
-void ManagedPolicyFolder::replaceOwnFile(const std::string& text) const {
-  require(isOpenToEveryUser(folder_), std::errc::permission_denied, folder_.c_str());
-  replacePolicyFile(ownFile(), text);
-}
-
 std::vector<std::string> ManagedPolicyFolder::readRules() const {
   return rulesIn(regularFiles(folder_));
 }
 
 void ManagedPolicyFolder::writeRules(const std::vector<std::string>& rules) const {
-  replaceOwnFile(ownPolicies().withRules(rules));
+  json policies = policiesIn(ownFile());
+  policies[rulesPolicy] = rules;
+  replace(ownFile(), policies);
 }
 
 bool ManagedPolicyFolder::withdrawRule() const {
-  const PolicyText policies = ownPolicies();
-  if (!policies.hasRules()) {
+  json policies = policiesIn(ownFile());
+  const auto own = policies.find(rulesPolicy);
+  if (own == policies.end()) {
     return false;
   }
   std::vector<std::filesystem::path> others = regularFiles(folder_);
-  others.erase(std::remove(others.begin(), others.end(), ownFile()), others.end());
+  std::erase(others, ownFile());
   const std::vector<std::string> rules =
-      ChromeCertificatePolicyService::withdrawingRule(policies.rules(), rulesIn(others));
+      ChromeCertificatePolicyService::withdrawingRule(rulesOf(*own), rulesIn(others));
   if (!rules.empty()) {
-    replaceOwnFile(policies.withRules(rules));
-  } else if (const auto text = policies.withoutRules()) {
-    replaceOwnFile(*text);
+    *own = rules;
+  } else {
+    policies.erase(own);
+  }
+  if (!policies.empty()) {
+    replace(ownFile(), policies);
   } else {
     removePolicyFile(ownFile());
   }
   return true;
 }
 
-bool ManagedPolicyFolder::synchronize() const { return synchronizeFolder(folder_); }
+bool ManagedPolicyFolder::synchronize() const {
+  const FileDescriptor folder(::open(folder_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  return folder && ::fsync(folder.number()) == 0;
+}
 
 }  // namespace lumaret

@@ -5,14 +5,14 @@
 #include <string>
 #include <vector>
 
-#include "LumaretMacHelper/Linux/PolicyText.hpp"
 #include "LumaretMacHelper/POSIX/FileDescriptor.hpp"
 
 namespace lumaret {
 
 /// A folder of Chrome's managed policies. Chrome reads every regular file in it, whatever its
 /// suffix, and for one key takes the value from the file that sorts last. The tool's own file has a
-/// name that sorts after those that administrators usually choose.
+/// name that sorts after those that administrators usually choose. Time and memory are proportional
+/// to the files' size, however many keys they have.
 class ManagedPolicyFolder {
  public:
   static constexpr const char* ownFileName = "zz-lumaret-macos-helper.json";
@@ -20,7 +20,7 @@ class ManagedPolicyFolder {
   /// The folder need not exist.
   explicit ManagedPolicyFolder(std::filesystem::path folder);
 
-  /// Waits until no other process of root's changes policies, and keeps others waiting until the
+  /// Waits until no other process of root is changing policies, and keeps others waiting until the
   /// descriptor is closed. Whoever reads rules in order to write them takes a turn first, or a rule
   /// that somebody writes in between is lost. The lock is on /run/lumaret-macos-helper, which only
   /// root may open, so no other user can hold it. Throws std::system_error, also if that folder
@@ -49,10 +49,6 @@ class ManagedPolicyFolder {
 
  private:
   [[nodiscard]] std::filesystem::path ownFile() const { return folder_ / ownFileName; }
-  [[nodiscard]] std::vector<std::string> rulesIn(
-      const std::vector<std::filesystem::path>& files) const;
-  [[nodiscard]] PolicyText ownPolicies() const;
-  void replaceOwnFile(const std::string& text) const;
 
   std::filesystem::path folder_;
 };

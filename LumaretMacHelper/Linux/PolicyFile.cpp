@@ -10,11 +10,10 @@
 #include <cerrno>
 #include <cstdlib>
 #include <iterator>
-#include <string_view>
 #include <system_error>
-#include <utility>
 
 #include "LumaretMacHelper/POSIX/FileDescriptor.hpp"
+#include "LumaretMacHelper/POSIX/ScopeExit.hpp"
 #include "LumaretMacHelper/POSIX/SystemCalls.hpp"
 
 namespace lumaret {
@@ -40,45 +39,15 @@ void makeFolder(const std::filesystem::path& folder) {
   requireSuccess(error == EEXIST ? 0 : error, folder.c_str());
 }
 
-/// A file with a temporary name. It is deleted unless it is renamed.
-class StagedFile {
- public:
-  explicit StagedFile(const std::filesystem::path& folder)
-      : path_(folder / ".lumaret-macos-helper.XXXXXX"),
-        descriptor_(checked(::mkostemp(path_.data(), O_CLOEXEC), folder.c_str())) {}
-  StagedFile(const StagedFile&) = delete;
-  StagedFile& operator=(const StagedFile&) = delete;
-  ~StagedFile() {
-    if (!path_.empty()) {
-      ::unlink(path_.c_str());
-    }
+/// Lets every user read the file and only its owner write it, once a group or an ACL that the
+/// folder hands down to new files is removed.
+void openToEveryUser(int file, const char* path) {
+  checked(::fchown(file, ::geteuid(), ::getegid()), path);
+  if (::fremovexattr(file, "system.posix_acl_access") != 0 && errno != EOPNOTSUPP) {
+    requireSuccess(errno == ENODATA ? 0 : errno, path);
   }
-
-  void write(std::string_view bytes) {
-    writeAll(descriptor_.number(), bytes, path_.c_str());
-    checked(::fsync(descriptor_.number()), path_.c_str());
-  }
-
-  /// Lets every user read the file and only its owner write it, once a group or an ACL that the
-  /// folder hands down to new files is removed.
-  void openToEveryUser() {
-    checked(::fchown(descriptor_.number(), ::geteuid(), ::getegid()), path_.c_str());
-    if (::fremovexattr(descriptor_.number(), "system.posix_acl_access") != 0 && errno != ENODATA &&
-        errno != EOPNOTSUPP) {
-      checked(-1, path_.c_str());
-    }
-    checked(::fchmod(descriptor_.number(), S_IRUSR | S_IWUSR | S_IRGRP | S_IROTH), path_.c_str());
-  }
-
-  void renameTo(const std::filesystem::path& file) {
-    checked(::rename(path_.c_str(), file.c_str()), file.c_str());
-    path_.clear();
-  }
-
- private:
-  std::string path_;
-  FileDescriptor descriptor_;
-};
+  checked(::fchmod(file, S_IRUSR | S_IWUSR | S_IRGRP | S_IROTH), path);
+}
 
 mode_t modeOf(const FileDescriptor& file, const std::filesystem::path& path) {
   struct stat status = {};
@@ -150,10 +119,15 @@ void replacePolicyFile(const std::filesystem::path& file, const std::string& byt
   makeFolder(file.parent_path());
   refuseLink(file);
   // Beside the target of a folder that is a link: a file is only renamed within one file system.
-  StagedFile staged(std::filesystem::canonical(file.parent_path()).parent_path());
-  staged.write(bytes);
-  staged.openToEveryUser();
-  staged.renameTo(file);
+  std::string staged =
+      std::filesystem::canonical(file.parent_path()).parent_path() / ".lumaret-macos-helper.XXXXXX";
+  const FileDescriptor descriptor(checked(::mkostemp(staged.data(), O_CLOEXEC), staged.c_str()));
+  const ScopeExit removeStaged([&] { ::unlink(staged.c_str()); });
+  writeAll(descriptor.number(), bytes, staged.c_str());
+  openToEveryUser(descriptor.number(), staged.c_str());
+  checked(::fsync(descriptor.number()), staged.c_str());
+  checked(::rename(staged.c_str(), file.c_str()), file.c_str());
+  staged.clear();  // Nothing is left to remove.
 }
 
 void removePolicyFile(const std::filesystem::path& file) {
@@ -162,27 +136,21 @@ void removePolicyFile(const std::filesystem::path& file) {
 }
 
 bool isOpenToEveryUser(const std::filesystem::path& folder) {
-  const auto letsThrough = [](const std::filesystem::path& place, mode_t wanted) {
-    struct stat status = {};
-    return ::stat(place.c_str(), &status) == 0 ? (status.st_mode & wanted) == wanted
-                                               : errno == ENOENT;
-  };
   std::error_code missing;
   for (std::filesystem::path place : {folder, std::filesystem::weakly_canonical(folder, missing)}) {
-    mode_t wanted = S_IROTH | S_IXOTH;
-    for (; place.has_relative_path(); place = place.parent_path()) {
-      if (!letsThrough(place, wanted)) {
+    for (mode_t wanted = S_IROTH | S_IXOTH;; wanted = S_IXOTH) {
+      struct stat status = {};
+      if (::stat(place.c_str(), &status) != 0 ? errno != ENOENT
+                                              : (status.st_mode & wanted) != wanted) {
         return false;
       }
-      wanted = S_IXOTH;
+      if (!place.has_relative_path()) {
+        break;
+      }
+      place = place.parent_path();
     }
   }
-  return letsThrough("/", S_IXOTH);
-}
-
-bool synchronizeFolder(const std::filesystem::path& folder) {
-  const FileDescriptor descriptor(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  return descriptor && ::fsync(descriptor.number()) == 0;
+  return true;
 }
 
 }  // namespace lumaret

@@ -32,11 +32,8 @@ void replacePolicyFile(const std::filesystem::path& file, const std::string& byt
 /// Removes the file, if there is one. Throws std::system_error, also for a symbolic link.
 void removePolicyFile(const std::filesystem::path& file);
 
-/// Whether every user may look for files in the folder: may enter each folder on the path to it,
-/// both as the path is written and with its links resolved. Missing folders do not count.
+/// Whether every user may list the folder and enter it and each folder on the path to it, both as
+/// the path is written and with its links resolved. Missing folders do not count.
 bool isOpenToEveryUser(const std::filesystem::path& folder);
-
-/// Makes the entries of a folder permanent. Returns false if that failed.
-bool synchronizeFolder(const std::filesystem::path& folder);
 
 }  // namespace lumaret

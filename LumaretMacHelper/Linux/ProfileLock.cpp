@@ -54,34 +54,26 @@ bool isLiveProcessOfThisUser(pid_t process) {
   return live;
 }
 
-/// The path of the browser's socket: the link's target or, for an old browser, the link's own path.
-std::optional<std::filesystem::path> socketPlace(const std::filesystem::path& socketLink) {
-  std::error_code error;
-  auto target = std::filesystem::read_symlink(socketLink, error);
-  if (error == std::errc::invalid_argument) {
-    return socketLink;  // It is not a link.
-  }
-  return error ? std::nullopt : std::optional(socketLink.parent_path() / target);
-}
-
 /// Whether it is certain that nobody listens at the browser's socket. If anything is unknown, it is
 /// not certain.
 bool isAbandoned(const std::filesystem::path& socketLink) {
-  const auto place = socketPlace(socketLink);
-  if (!place) {
+  std::error_code error;
+  auto place = socketLink.parent_path() / std::filesystem::read_symlink(socketLink, error);
+  if (error == std::errc::invalid_argument) {
+    place = socketLink;  // Not a link, but the socket of an old browser.
+  } else if (error) {
     return false;
   }
-  std::error_code ignored;
-  const auto type = std::filesystem::status(*place, ignored).type();
+  const auto type = std::filesystem::status(place, error).type();
   if (type != std::filesystem::file_type::socket) {
     return type != std::filesystem::file_type::none && type != std::filesystem::file_type::unknown;
   }
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
-  if (place->native().size() >= sizeof(address.sun_path)) {
+  if (place.native().size() >= sizeof(address.sun_path)) {
     return false;
   }
-  place->native().copy(address.sun_path, place->native().size());
+  place.native().copy(address.sun_path, place.native().size());
   const FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   return socket &&
          ::connect(socket.number(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) !=

@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <memory>
 #include <optional>
-#include <utility>
 #include <vector>
 
 #include "LumaretMacHelper/KeychainChromePrivateKeyAuthorizer.hpp"
@@ -16,32 +14,28 @@ namespace {
 /// written.
 class SystemChromeKeychainAuthorizationBackend {
  public:
-  using Identity = std::shared_ptr<const StoredIdentity>;
-  using PrivateKey = Identity;
+  using Identity = StoredIdentity;
+  using PrivateKey = StoredIdentity;
   struct Access {};
   struct ACL {};
   struct TrustedApplication {};
   using Contents = ChromeKeychainACLContents<TrustedApplication>;
 
   [[nodiscard]] static std::vector<Identity> copyIdentities() {
-    std::vector<Identity> identities;
     try {
-      for (StoredIdentity& identity : readStoredIdentities()) {
-        identities.push_back(std::make_shared<const StoredIdentity>(std::move(identity)));
-      }
+      return readStoredIdentities();
     } catch (const CertificateDatabaseError& error) {
-      throw KeychainAuthorizationBackendError::status(error.status());
+      throw KeychainAuthorizationBackendError::status(error.status);
     }
-    return identities;
   }
   [[nodiscard]] static Bytes certificateData(const Identity& identity) {
-    return identity->certificate;
+    return identity.certificate;
   }
   [[nodiscard]] static std::optional<PrivateKey> copyPrivateKey(const Identity& identity) {
     return identity;
   }
   [[nodiscard]] static Access copyAccess(const PrivateKey& privateKey) {
-    if (!privateKey->keyIsUnguarded) {
+    if (!privateKey.keyIsUnguarded) {
       throw KeychainAuthorizationBackendError::unsupported();
     }
     return {};

@@ -26,11 +26,10 @@ void SystemChromeLaunchEnvironment::run(const std::filesystem::path& executableU
                                         const std::vector<std::string>& arguments,
                                         bool waitUntilExit) const {
   // If a browser is already running, the new process prints "Opening in existing browser session."
-  // The tool's standard output must contain only its result.
-  constexpr auto output = StandardOutput::toStandardError;
+  // So it does not get the caller's standard output, which must contain only the tool's result.
   if (!waitUntilExit) {
-    startProcess(executableURL, arguments, output);
-  } else if (const auto status = runProcess(executableURL, arguments, output); status != 0) {
+    startProcess(executableURL, arguments);
+  } else if (const auto status = runProcess(executableURL, arguments); status != 0) {
     throw ChromeProcessError::unsuccessfulExit(status);
   }
 }

@@ -19,7 +19,7 @@ std::vector<KeychainIdentity> SystemKeychainIdentityQuery::copyIdentities() cons
                             }});
     }
   } catch (const CertificateDatabaseError& error) {
-    throw CertificateSelectorError::keychainFailure(error.status());
+    throw CertificateSelectorError::keychainFailure(error.status);
   }
   return identities;
 }

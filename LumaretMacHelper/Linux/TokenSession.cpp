@@ -20,9 +20,13 @@ void check(CK_RV result) {
   }
 }
 
+void checkBound(CK_ULONG count, CK_ULONG most) {
+  check(count <= most ? CKR_OK : CKR_GENERAL_ERROR);
+}
+
 bool meansNoAttribute(CK_RV result) {
   return result == CKR_ATTRIBUTE_TYPE_INVALID || result == CKR_ATTRIBUTE_SENSITIVE ||
-         result == CKR_OBJECT_HANDLE_INVALID;
+         result == CKR_OBJECT_HANDLE_INVALID || result == CKR_BUFFER_TOO_SMALL;
 }
 
 }  // namespace
@@ -48,47 +52,22 @@ std::vector<CK_OBJECT_HANDLE> TokenSession::objects(CK_OBJECT_CLASS objectClass)
   CK_ULONG count = 0;
   do {
     check(functions_->C_FindObjects(session_, batch.data(), batch.size(), &count));
-    check(count > std::min(batch.size(), mostObjects - found.size()) ? CKR_GENERAL_ERROR : CKR_OK);
+    checkBound(count, std::min(batch.size(), mostObjects - found.size()));
     found.insert(found.end(), batch.begin(), batch.begin() + count);
   } while (count > 0);
   return found;
 }
 
-void TokenSession::countBytes(CK_ULONG length) {
-  if (length > std::min(mostAttributeBytes, mostBytes - bytes_)) {
-    check(CKR_GENERAL_ERROR);
-  }
-  bytes_ += length;
-}
-
 std::string TokenSession::attribute(CK_OBJECT_HANDLE object, CK_ATTRIBUTE_TYPE type) {
-  std::array<char, 4096> usual{};  // Enough for nearly every certificate.
-  CK_ATTRIBUTE wanted = {type, usual.data(), usual.size()};
-  const CK_RV result = functions_->C_GetAttributeValue(session_, object, &wanted, 1);
-  if (result == CKR_BUFFER_TOO_SMALL) {
-    return longAttribute(object, type);
-  }
-  if (meansNoAttribute(result)) {
-    return {};
-  }
-  check(wanted.ulValueLen > usual.size() ? CKR_GENERAL_ERROR : result);
-  countBytes(wanted.ulValueLen);
-  return {usual.data(), wanted.ulValueLen};
-}
-
-std::string TokenSession::longAttribute(CK_OBJECT_HANDLE object, CK_ATTRIBUTE_TYPE type) {
-  CK_ATTRIBUTE wanted = {type, nullptr, 0};
-  check(functions_->C_GetAttributeValue(session_, object, &wanted, 1));
-  countBytes(wanted.ulValueLen);
-  std::string bytes(wanted.ulValueLen, '\0');
-  wanted.pValue = bytes.data();
+  CK_ATTRIBUTE wanted = {type, buffer_.get(), mostAttributeBytes};
   const CK_RV result = functions_->C_GetAttributeValue(session_, object, &wanted, 1);
   if (meansNoAttribute(result)) {
     return {};
   }
-  // PKCS#11 requires the first call to return the exact length.
-  check(wanted.ulValueLen != bytes.size() ? CKR_GENERAL_ERROR : result);
-  return bytes;
+  check(result);
+  checkBound(wanted.ulValueLen, std::min(mostAttributeBytes, mostBytes - bytes_));
+  bytes_ += wanted.ulValueLen;
+  return {buffer_.get(), wanted.ulValueLen};
 }
 
 }  // namespace lumaret

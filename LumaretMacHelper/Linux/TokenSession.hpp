@@ -5,6 +5,7 @@
 #include <pkcs11t.h>
 
 #include <cstddef>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -35,15 +36,14 @@ class TokenSession {
   /// The token's objects of a class that are visible without logging in, in the token's order.
   [[nodiscard]] std::vector<CK_OBJECT_HANDLE> objects(CK_OBJECT_CLASS objectClass);
 
-  /// An attribute's bytes; empty if the object lacks it, does not show it, or no longer exists.
+  /// An attribute's bytes; empty if the object lacks it, does not show it, or no longer exists, or
+  /// if they are more than `mostAttributeBytes`, so that one oversized object hides no other.
   [[nodiscard]] std::string attribute(CK_OBJECT_HANDLE object, CK_ATTRIBUTE_TYPE type);
 
  private:
-  [[nodiscard]] std::string longAttribute(CK_OBJECT_HANDLE object, CK_ATTRIBUTE_TYPE type);
-  void countBytes(CK_ULONG length);
-
   CK_FUNCTION_LIST* functions_;
   CK_SESSION_HANDLE session_ = CK_INVALID_HANDLE;
+  std::unique_ptr<char[]> buffer_ = std::make_unique_for_overwrite<char[]>(mostAttributeBytes);
   std::size_t bytes_ = 0;
 };
 

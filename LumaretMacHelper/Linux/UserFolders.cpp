@@ -13,10 +13,8 @@ namespace {
 
 std::optional<std::filesystem::path> absolutePath(const char* variable) {
   const char* value = std::getenv(variable);
-  if (value == nullptr || *value != '/') {
-    return std::nullopt;
-  }
-  return value;
+  return value != nullptr && *value == '/' ? std::optional<std::filesystem::path>(value)
+                                           : std::nullopt;
 }
 
 }  // namespace

@@ -9,11 +9,9 @@
 
 #include <cerrno>
 #include <csignal>
-#include <optional>
 
 #include "LumaretMacHelper/POSIX/DescriptorInheritance.hpp"
 #include "LumaretMacHelper/POSIX/ScopeExit.hpp"
-#include "LumaretMacHelper/POSIX/StandardStreams.hpp"
 #include "LumaretMacHelper/POSIX/SystemCalls.hpp"
 
 // POSIX leaves this declaration to the program. glibc declares it as well.
@@ -22,19 +20,6 @@ extern char** environ;
 
 namespace lumaret {
 namespace {
-
-/// Without an output, the process reads nothing and what it prints is discarded.
-void directStreams(posix_spawn_file_actions_t* actions, std::optional<StandardOutput> output) {
-  if (output) {
-    const int place =
-        *output == StandardOutput::inherited ? callersStandardOutput() : STDERR_FILENO;
-    requireSuccess(::posix_spawn_file_actions_adddup2(actions, place, STDOUT_FILENO));
-    return;
-  }
-  for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
-    requireSuccess(::posix_spawn_file_actions_addopen(actions, stream, "/dev/null", O_RDWR, 0));
-  }
-}
 
 /// The caller may have ignored or blocked signals, and the tool itself ignores broken pipes. No
 /// process that it starts inherits that.
@@ -46,9 +31,10 @@ void resetSignals(posix_spawnattr_t* attributes) {
   requireSuccess(::posix_spawnattr_setsigmask(attributes, &signals));
 }
 
-/// `group` is the spawn flag of a new process group or session; 0 for the tool's own.
+/// `group` is the spawn flag of a new process group or session; 0 for the tool's own. In a new
+/// session, all three streams are /dev/null.
 pid_t spawn(const std::filesystem::path& executable, const std::vector<std::string>& arguments,
-            std::optional<StandardOutput> output, int group) {
+            int output, int group) {
   // posix_spawn takes pointers to writable strings, but does not write to them.
   std::vector<char*> argv = {const_cast<char*>(executable.c_str())};
   for (const std::string& argument : arguments) {
@@ -59,7 +45,13 @@ pid_t spawn(const std::filesystem::path& executable, const std::vector<std::stri
   posix_spawn_file_actions_t actions{};
   requireSuccess(::posix_spawn_file_actions_init(&actions));
   const ScopeExit destroyActions([&] { ::posix_spawn_file_actions_destroy(&actions); });
-  directStreams(&actions, output);
+  if (group == POSIX_SPAWN_SETSID) {
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+      requireSuccess(::posix_spawn_file_actions_addopen(&actions, stream, "/dev/null", O_RDWR, 0));
+    }
+  } else {
+    requireSuccess(::posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO));
+  }
 
   posix_spawnattr_t attributes{};
   requireSuccess(::posix_spawnattr_init(&attributes));
@@ -76,17 +68,11 @@ pid_t spawn(const std::filesystem::path& executable, const std::vector<std::stri
   return process;
 }
 
-/// Returns the exit status of the process that `start` starts, or the signal that ended it. The
-/// caller may have ignored SIGCHLD, for which the kernel would drop the status.
-template <typename Start>
-std::int32_t awaitEnd(Start start) {
-  struct sigaction before = {};
-  struct sigaction action = {};
-  action.sa_handler = SIG_DFL;
-  ::sigaction(SIGCHLD, &action, &before);
-  const ScopeExit restore([&] { ::sigaction(SIGCHLD, &before, nullptr); });
-
-  const pid_t process = start();
+std::int32_t spawnAndAwait(const std::filesystem::path& executable,
+                           const std::vector<std::string>& arguments, int output, int group) {
+  // If the caller has ignored SIGCHLD, the kernel drops the status.
+  static_cast<void>(std::signal(SIGCHLD, SIG_DFL));
+  const pid_t process = spawn(executable, arguments, output, group);
   int status = 0;
   while (::waitpid(process, &status, 0) < 0) {
     requireSuccess(errno == EINTR ? 0 : errno);
@@ -101,18 +87,18 @@ bool isExecutableFile(const std::filesystem::path& path) {
 }
 
 void startProcess(const std::filesystem::path& executable,
-                  const std::vector<std::string>& arguments, StandardOutput output) {
+                  const std::vector<std::string>& arguments, int output) {
   spawn(executable, arguments, output, POSIX_SPAWN_SETPGROUP);
 }
 
 std::int32_t runProcess(const std::filesystem::path& executable,
-                        const std::vector<std::string>& arguments, StandardOutput output) {
-  return awaitEnd([&] { return spawn(executable, arguments, output, 0); });
+                        const std::vector<std::string>& arguments, int output) {
+  return spawnAndAwait(executable, arguments, output, 0);
 }
 
 std::int32_t runUnseen(const std::filesystem::path& executable,
                        const std::vector<std::string>& arguments) {
-  return awaitEnd([&] { return spawn(executable, arguments, {}, POSIX_SPAWN_SETSID); });
+  return spawnAndAwait(executable, arguments, STDOUT_FILENO, POSIX_SPAWN_SETSID);
 }
 
 }  // namespace lumaret

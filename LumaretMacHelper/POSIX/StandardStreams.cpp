@@ -18,16 +18,6 @@ namespace {
 // NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables)
 int resultDescriptor = STDOUT_FILENO;
 
-/// Reserves the caller's standard output for results, since libraries and modules of this process
-/// may print. If no descriptor is left for this, nothing that would print can be loaded either.
-void keepStandardOutputApart() noexcept {
-  const int kept = ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-  if (kept >= 0) {
-    resultDescriptor = kept;
-    ::dup2(STDERR_FILENO, STDOUT_FILENO);
-  }
-}
-
 }  // namespace
 
 void prepareStandardStreams() noexcept {
@@ -37,7 +27,12 @@ void prepareStandardStreams() noexcept {
       ::open("/dev/null", descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY);
     }
   }
-  keepStandardOutputApart();
+  // Reserves the caller's standard output for results, since libraries and modules of this process
+  // may print. If no descriptor is left for this, nothing that would print can be loaded either.
+  if (const int kept = ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1); kept >= 0) {
+    resultDescriptor = kept;
+    ::dup2(STDERR_FILENO, STDOUT_FILENO);
+  }
   static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
   static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));  // A file over its limit is an error too.
 }

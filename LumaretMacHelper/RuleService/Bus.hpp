@@ -19,27 +19,13 @@ struct BusRelease {
   void operator()(sd_bus_creds* credentials) const { ::sd_bus_creds_unref(credentials); }
 };
 
-using BusOwner = std::unique_ptr<sd_bus, BusRelease>;
-using BusMessage = std::unique_ptr<sd_bus_message, BusRelease>;
-using BusSlot = std::unique_ptr<sd_bus_slot, BusRelease>;
-using BusTrack = std::unique_ptr<sd_bus_track, BusRelease>;
-using BusCredentials = std::unique_ptr<sd_bus_creds, BusRelease>;
+template <typename Object>
+using BusOwner = std::unique_ptr<Object, BusRelease>;
 
 /// Returns the result of a call of sd-bus. Throws std::system_error if it is a negative errno.
 inline int checkBus(int result, const char* call) {
   requireSuccess(result < 0 ? -result : 0, call);
   return result;
-}
-
-/// Calls a function of sd-bus that returns its result through a first argument of type Handle**,
-/// and takes ownership. Throws std::system_error.
-template <typename Owner, typename Function>
-Owner obtainFromBus(const char* call, Function function) {
-  typename Owner::pointer handle = nullptr;
-  const int result = function(&handle);
-  Owner owner(handle);
-  checkBus(result, call);
-  return owner;
 }
 
 }  // namespace lumaret

@@ -1,36 +1,30 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "LumaretMacHelper/RuleService/RuleChange.hpp"
 
-#include <system_error>
-#include <utility>
+#include <stdexcept>
 
 #include "LumaretMacHelper/ChromeCertificatePolicyService.hpp"
 #include "LumaretMacHelper/Linux/ChromeInstallation.hpp"
 #include "LumaretMacHelper/Linux/ManagedPolicyFolder.hpp"
+#include "LumaretMacHelper/POSIX/SystemCalls.hpp"
 
 namespace lumaret {
 
-RuleChange::RuleChange(std::string_view browser, std::optional<std::string> rule)
-    : browser_(browser), rule_(std::move(rule)) {
+RuleChange::RuleChange(std::string_view browser, std::optional<std::string_view> rule) {
   const auto folder = ChromeInstallation::managedPoliciesOf(browser);
   if (!folder) {
-    throw InvalidArgument("The browser must be Google Chrome or Chromium.");
+    throw std::invalid_argument("The browser must be Google Chrome or Chromium.");
   }
+  if (rule && rule->size() > longestRule) {
+    throw std::invalid_argument("The rule is longer than 64 KiB.");
+  }
+  browser_ = browser;
   managedPolicies_ = *folder;
-}
-
-RuleChange RuleChange::storing(std::string_view browser, std::string_view rule) {
-  if (rule.size() > longestRule) {
-    throw InvalidArgument("The rule is longer than 64 KiB.");
+  rule_ = rule;
+  if (rule_ && !ChromeCertificatePolicyService::isEncodedRule(*rule_)) {
+    throw std::invalid_argument("The rule is not one that lumaret-macos-helper writes.");
   }
-  std::string text(rule);
-  if (!ChromeCertificatePolicyService::isEncodedRule(text)) {
-    throw InvalidArgument("The rule is not one that lumaret-macos-helper writes.");
-  }
-  return {browser, std::move(text)};
 }
-
-RuleChange RuleChange::clearing(std::string_view browser) { return {browser, std::nullopt}; }
 
 void RuleChange::carryOut() const {
   const FileDescriptor turn = ManagedPolicyFolder::takeTurn();
@@ -40,9 +34,7 @@ void RuleChange::carryOut() const {
   } else if (!folder.withdrawRule()) {
     return;
   }
-  if (!folder.synchronize()) {
-    throw std::system_error(std::make_error_code(std::errc::io_error), managedPolicies_.string());
-  }
+  require(folder.synchronize(), std::errc::io_error, managedPolicies_.c_str());
 }
 
 std::string RuleChange::description() const {

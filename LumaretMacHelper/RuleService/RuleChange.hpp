@@ -4,7 +4,6 @@
 #include <cstddef>
 #include <filesystem>
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 
@@ -14,20 +13,13 @@ namespace lumaret {
 /// or taken back. Nothing else can be expressed, so nothing else has to be refused.
 class RuleChange {
  public:
-  /// The arguments do not name such a change. The message says why.
-  struct InvalidArgument : std::invalid_argument {
-    using std::invalid_argument::invalid_argument;
-  };
-
   /// In bytes. The names in a certificate take some hundreds.
   static constexpr std::size_t longestRule = 64UL << 10;
 
-  /// The rule must be one that `activate` writes, byte for byte, and have at most `longestRule`
-  /// bytes. Throws InvalidArgument, also for an unknown browser.
-  static RuleChange storing(std::string_view browser, std::string_view rule);
-
-  /// Throws InvalidArgument for an unknown browser.
-  static RuleChange clearing(std::string_view browser);
+  /// Without a rule, the change takes the browser's rule back. The rule must be one that `activate`
+  /// writes, byte for byte, and have at most `longestRule` bytes. Throws std::invalid_argument,
+  /// also for an unknown browser. Its message says why.
+  RuleChange(std::string_view browser, std::optional<std::string_view> rule);
 
   /// Waits for root's turn (see ManagedPolicyFolder), makes the change to the rules that are in
   /// force then, and makes it permanent. Throws std::system_error or ChromePreferencesError; then
@@ -38,8 +30,6 @@ class RuleChange {
   [[nodiscard]] std::string description() const;
 
  private:
-  RuleChange(std::string_view browser, std::optional<std::string> rule);
-
   std::string browser_;
   std::filesystem::path managedPolicies_;
   std::optional<std::string> rule_;

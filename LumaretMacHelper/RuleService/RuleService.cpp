@@ -5,7 +5,6 @@
 #include <array>
 #include <cstdint>
 #include <stdexcept>
-#include <utility>
 
 #include "LumaretMacHelper/PlatformFunctions.hpp"
 #include "LumaretMacHelper/RuleService/Address.hpp"
@@ -39,19 +38,32 @@ int answerFailures(sd_bus_message* call, uid_t user, Work work) {
     return 1;
   } catch (const Refusal& refusal) {
     return answerWithError(call, user, refusal.name, refusal.what());
-  } catch (const RuleChange::InvalidArgument& error) {
+  } catch (const std::invalid_argument& error) {
     return answerWithError(call, user, SD_BUS_ERROR_INVALID_ARGS, error.what());
   } catch (const std::exception& error) {
     return answerWithError(call, user, SD_BUS_ERROR_FAILED, error.what());
   }
 }
 
-BusMessage callOfPolkit(sd_bus* bus, const char* method) {
-  return obtainFromBus<BusMessage>(method, [&](sd_bus_message** result) {
-    return ::sd_bus_message_new_method_call(bus, result, "org.freedesktop.PolicyKit1",
-                                            "/org/freedesktop/PolicyKit1/Authority",
-                                            "org.freedesktop.PolicyKit1.Authority", method);
-  });
+/// The change that a call asks for. sd-bus has compared its arguments with the methods' signatures.
+RuleChange changeIn(sd_bus_message* call) {
+  const char* browser = nullptr;
+  const char* rule = nullptr;
+  checkBus(::sd_bus_message_read(call, "s", &browser), "sd_bus_message_read");
+  if (::sd_bus_message_has_signature(call, "ss") > 0) {
+    checkBus(::sd_bus_message_read(call, "s", &rule), "sd_bus_message_read");
+  }
+  return {browser, rule != nullptr ? std::optional<std::string_view>(rule) : std::nullopt};
+}
+
+/// Calls a method of polkit without waiting for the answer.
+template <typename... Arguments>
+int callPolkit(sd_bus* bus, sd_bus_slot** slot, const char* method,
+               sd_bus_message_handler_t handler, void* userdata, const char* types,
+               Arguments... arguments) {
+  return ::sd_bus_call_method_async(
+      bus, slot, "org.freedesktop.PolicyKit1", "/org/freedesktop/PolicyKit1/Authority",
+      "org.freedesktop.PolicyKit1.Authority", method, handler, userdata, types, arguments...);
 }
 
 /// Throws Refusal unless this is polkit's yes.
@@ -66,7 +78,7 @@ void checkAnswer(sd_bus_message* answer) {
   if (isAuthorized == 0) {
     throw isChallenge == 0 ? Refusal(SD_BUS_ERROR_ACCESS_DENIED, "polkit does not allow it.")
                            : Refusal(SD_BUS_ERROR_INTERACTIVE_AUTHORIZATION_REQUIRED,
-                                     "polkit has to ask, and nothing can show its question.");
+                                     "polkit has to ask, but nothing can show its question.");
   }
 }
 
@@ -75,106 +87,84 @@ void checkAnswer(sd_bus_message* answer) {
 /// A call that waits for polkit's answer.
 struct RuleService::Question {
   RuleService& service;
-  BusMessage call;
+  BusOwner<sd_bus_message> call;
   uid_t user;
   RuleChange change;
   /// The name by which polkit takes the question back.
   std::string name;
-  BusTrack caller;
-  BusSlot answer;
+  BusOwner<sd_bus_track> caller;
+  BusOwner<sd_bus_slot> answer;
 };
 
 RuleService::RuleService(sd_bus* calls, sd_bus* questions) : bus_(questions) {
   static const std::array<sd_bus_vtable, 4> methods = {
       {SD_BUS_VTABLE_START(0),
        SD_BUS_METHOD_WITH_NAMES(ruleService::storeRule, "ss",
-                                SD_BUS_PARAM(browser) SD_BUS_PARAM(rule), "", "", handleStoreRule,
+                                SD_BUS_PARAM(browser) SD_BUS_PARAM(rule), "", "", handleCall,
                                 SD_BUS_VTABLE_UNPRIVILEGED),
        SD_BUS_METHOD_WITH_NAMES(ruleService::clearRule, "s", SD_BUS_PARAM(browser), "", "",
-                                handleClearRule, SD_BUS_VTABLE_UNPRIVILEGED),
+                                handleCall, SD_BUS_VTABLE_UNPRIVILEGED),
        SD_BUS_VTABLE_END}};
-  methods_ = obtainFromBus<BusSlot>("sd_bus_add_object_vtable", [&](sd_bus_slot** result) {
-    return ::sd_bus_add_object_vtable(calls, result, ruleService::objectPath,
-                                      ruleService::interfaceName, methods.data(), this);
-  });
+  checkBus(::sd_bus_add_object_vtable(calls, nullptr, ruleService::objectPath,
+                                      ruleService::interfaceName, methods.data(), this),
+           "sd_bus_add_object_vtable");
+  checkBus(::sd_bus_set_method_call_timeout(questions,
+                                            std::chrono::microseconds(longestQuestion).count()),
+           "sd_bus_set_method_call_timeout");
 }
 
 RuleService::~RuleService() = default;
 
 bool RuleService::isIdle() const noexcept { return questions_.empty(); }
 
-int RuleService::handleStoreRule(sd_bus_message* call, void* userdata, sd_bus_error* /*error*/) {
-  return static_cast<RuleService*>(userdata)->handleCall(call, [call] {
-    const char* browser = nullptr;
-    const char* rule = nullptr;
-    checkBus(::sd_bus_message_read(call, "ss", &browser, &rule), "sd_bus_message_read");
-    return RuleChange::storing(browser, rule);
-  });
-}
-
-int RuleService::handleClearRule(sd_bus_message* call, void* userdata, sd_bus_error* /*error*/) {
-  return static_cast<RuleService*>(userdata)->handleCall(call, [call] {
-    const char* browser = nullptr;
-    checkBus(::sd_bus_message_read(call, "s", &browser), "sd_bus_message_read");
-    return RuleChange::clearing(browser);
-  });
-}
-
-uid_t RuleService::userOf(sd_bus_message* call) const {
-  const auto credentials =
-      obtainFromBus<BusCredentials>("sd_bus_get_name_creds", [&](sd_bus_creds** result) {
-        return ::sd_bus_get_name_creds(bus_, ::sd_bus_message_get_sender(call), SD_BUS_CREDS_EUID,
-                                       result);
-      });
-  uid_t user = 0;
-  checkBus(::sd_bus_creds_get_euid(credentials.get(), &user), "sd_bus_creds_get_euid");
-  return user;
-}
-
-template <typename Parse>
-int RuleService::handleCall(sd_bus_message* call, Parse parse) {
+int RuleService::handleCall(sd_bus_message* call, void* userdata, sd_bus_error* /*error*/) {
+  auto& service = *static_cast<RuleService*>(userdata);
   try {
-    const uid_t user = userOf(call);
-    return answerFailures(call, user, [&] { ask(call, user, parse()); });
+    const uid_t user = service.userOf(call);
+    return answerFailures(call, user, [&] { service.ask(call, user, changeIn(call)); });
   } catch (const std::system_error& error) {
     return -error.code().value();  // The caller has left the bus. sd-bus answers.
   }
 }
 
+uid_t RuleService::userOf(sd_bus_message* call) const {
+  sd_bus_creds* credentials = nullptr;
+  checkBus(::sd_bus_get_name_creds(bus_, ::sd_bus_message_get_sender(call), SD_BUS_CREDS_EUID,
+                                   &credentials),
+           "sd_bus_get_name_creds");
+  const BusOwner<sd_bus_creds> owner(credentials);
+  uid_t user = 0;
+  checkBus(::sd_bus_creds_get_euid(credentials, &user), "sd_bus_creds_get_euid");
+  return user;
+}
+
 void RuleService::ask(sd_bus_message* call, uid_t user, const RuleChange& change) {
-  const auto isOfUser = [user](const Question& question) { return question.user == user; };
   const auto ofUser =
-      static_cast<std::size_t>(std::count_if(questions_.begin(), questions_.end(), isOfUser));
+      static_cast<std::size_t>(std::ranges::count(questions_, user, &Question::user));
   if (ofUser >= mostQuestionsOfOneUser ||
       questions_.size() >= (ofUser == 0 ? mostQuestions : mostQuestions / 2)) {
-    throw Refusal(SD_BUS_ERROR_LIMITS_EXCEEDED, "Too many calls wait for an answer of polkit.");
+    throw Refusal(SD_BUS_ERROR_LIMITS_EXCEEDED, "Too many calls are waiting for polkit's answer.");
   }
 
   const char* const caller = ::sd_bus_message_get_sender(call);
+  std::list<Question> asked;
   Question& question =
-      questions_.emplace_back(Question{*this, BusMessage(::sd_bus_message_ref(call)), user, change,
-                                       std::to_string(++questionsSoFar_), nullptr, nullptr});
-  try {
-    question.caller = obtainFromBus<BusTrack>("sd_bus_track_new", [&](sd_bus_track** result) {
-      return ::sd_bus_track_new(bus_, result, handleCallerGone, &question);
-    });
-    checkBus(::sd_bus_track_add_name(question.caller.get(), caller), "sd_bus_track_add_name");
+      asked.emplace_back(Question{*this, BusOwner<sd_bus_message>(::sd_bus_message_ref(call)), user,
+                                  change, std::to_string(++questionsSoFar_), nullptr, nullptr});
+  sd_bus_track* track = nullptr;
+  checkBus(::sd_bus_track_new(bus_, &track, handleCallerGone, &question), "sd_bus_track_new");
+  question.caller.reset(track);
+  checkBus(::sd_bus_track_add_name(track, caller), "sd_bus_track_add_name");
 
-    const BusMessage asking = callOfPolkit(bus_, "CheckAuthorization");
-    constexpr std::uint32_t allowUserInteraction = 1;
-    const bool mayAsk = ::sd_bus_message_get_allow_interactive_authorization(call) > 0;
-    checkBus(::sd_bus_message_append(asking.get(), "(sa{sv})sa{ss}us", "system-bus-name", 1, "name",
-                                     "s", caller, actionName, 0, mayAsk ? allowUserInteraction : 0,
-                                     question.name.c_str()),
-             "sd_bus_message_append");
-    question.answer = obtainFromBus<BusSlot>("sd_bus_call_async", [&](sd_bus_slot** result) {
-      return ::sd_bus_call_async(bus_, result, asking.get(), handleAnswer, &question,
-                                 std::chrono::microseconds(longestQuestion).count());
-    });
-  } catch (...) {
-    questions_.pop_back();
-    throw;
-  }
+  constexpr std::uint32_t allowUserInteraction = 1;
+  const bool mayAsk = ::sd_bus_message_get_allow_interactive_authorization(call) > 0;
+  sd_bus_slot* answer = nullptr;
+  checkBus(callPolkit(bus_, &answer, "CheckAuthorization", handleAnswer, &question,
+                      "(sa{sv})sa{ss}us", "system-bus-name", 1, "name", "s", caller, actionName, 0,
+                      mayAsk ? allowUserInteraction : 0, question.name.c_str()),
+           "CheckAuthorization");
+  question.answer.reset(answer);
+  questions_.splice(questions_.end(), asked);
 }
 
 int RuleService::handleAnswer(sd_bus_message* answer, void* userdata, sd_bus_error* /*error*/) {
@@ -200,22 +190,16 @@ int RuleService::handleCallerGone(sd_bus_track* /*track*/, void* userdata) {
   return 0;
 }
 
-void RuleService::forget(const Question& question) {
-  questions_.remove_if([&](const Question& other) { return &other == &question; });
+/// Has polkit close a dialog that nobody waits for any more. Whatever it answers, nobody listens.
+void RuleService::withdraw(const Question& question) {
+  if (callPolkit(bus_, nullptr, "CancelCheckAuthorization", nullptr, nullptr, "s",
+                 question.name.c_str()) < 0) {
+    log(question.user, "polkit could not be told that its answer is no longer awaited");
+  }
 }
 
-/// Has polkit close a dialog that nobody waits for any more.
-void RuleService::withdraw(const Question& question) {
-  try {
-    const BusMessage message = callOfPolkit(bus_, "CancelCheckAuthorization");
-    checkBus(::sd_bus_message_append(message.get(), "s", question.name.c_str()),
-             "sd_bus_message_append");
-    checkBus(::sd_bus_message_set_expect_reply(message.get(), 0),
-             "sd_bus_message_set_expect_reply");
-    checkBus(::sd_bus_send(bus_, message.get(), nullptr), "sd_bus_send");
-  } catch (const std::system_error& error) {
-    log(question.user, error.what());  // Whatever polkit answers, nobody listens.
-  }
+void RuleService::forget(const Question& question) {
+  questions_.remove_if([&](const Question& other) { return &other == &question; });
 }
 
 }  // namespace lumaret

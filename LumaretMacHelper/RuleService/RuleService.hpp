@@ -13,20 +13,20 @@
 
 namespace lumaret {
 
-/// Changes the rule for every site for users whom polkit lets (see Address.hpp for the methods).
+/// Changes the rule for every site for users whom polkit allows to (see Address.hpp).
 ///
 /// The arguments are checked before polkit is asked. polkit may then show the caller a dialog. The
 /// service does not wait for that: it goes on serving others, and the change is made when polkit
-/// answers yes. If the caller leaves the bus before, the question is withdrawn and nothing is
+/// answers yes. If the caller leaves the bus first, the question is withdrawn and nothing is
 /// changed. Without an answer from polkit, nothing is changed either.
 ///
-/// Every call with the right arguments is answered, and standard error gets one line about it, with
-/// the caller's user number.
+/// Every call with the right signature is answered, and one line about it, with the caller's user
+/// number, is written to standard error.
 class RuleService {
  public:
   /// Questions to polkit that may wait at the same time. A call beyond that is refused, so neither
   /// memory nor polkit is exhausted. Half of them are for users who have no other question waiting,
-  /// so a few cannot shut out the rest. The bus lets one connection wait for 128 answers: this one
+  /// so a few cannot shut out the rest. The bus lets a connection wait for 128 answers: this one
   /// for polkit's, and polkit's for those of dialogs.
   static constexpr std::size_t mostQuestionsOfOneUser = 16;
   static constexpr std::size_t mostQuestions = 112;
@@ -48,20 +48,16 @@ class RuleService {
  private:
   struct Question;
 
-  static int handleStoreRule(sd_bus_message* call, void* userdata, sd_bus_error* error);
-  static int handleClearRule(sd_bus_message* call, void* userdata, sd_bus_error* error);
+  static int handleCall(sd_bus_message* call, void* userdata, sd_bus_error* error);
   static int handleAnswer(sd_bus_message* answer, void* userdata, sd_bus_error* error);
   static int handleCallerGone(sd_bus_track* track, void* userdata);
 
   [[nodiscard]] uid_t userOf(sd_bus_message* call) const;
-  template <typename Parse>
-  int handleCall(sd_bus_message* call, Parse parse);
   void ask(sd_bus_message* call, uid_t user, const RuleChange& change);
-  void forget(const Question& question);
   void withdraw(const Question& question);
+  void forget(const Question& question);
 
   sd_bus* bus_;  // for questions
-  BusSlot methods_;
   std::list<Question> questions_;
   std::size_t questionsSoFar_ = 0;
 };

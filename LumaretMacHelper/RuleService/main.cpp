@@ -32,8 +32,10 @@ constexpr int leastReturnedBlock = 1 << 20;
 
 /// Like sd_bus_open_system, but the bus hands over no files of callers: calls that wait would use
 /// up all descriptors.
-BusOwner connect() {
-  auto bus = obtainFromBus<BusOwner>("sd_bus_new", ::sd_bus_new);
+BusOwner<sd_bus> connect() {
+  sd_bus* unconnected = nullptr;
+  checkBus(::sd_bus_new(&unconnected), "sd_bus_new");
+  BusOwner<sd_bus> bus(unconnected);
   checkBus(::sd_bus_set_address(bus.get(), "unix:path=/run/dbus/system_bus_socket"),
            "sd_bus_set_address");
   checkBus(::sd_bus_set_bus_client(bus.get(), 1), "sd_bus_set_bus_client");
@@ -64,8 +66,8 @@ int handleNameReleased(sd_bus_message* /*answer*/, void* isReleased, sd_bus_erro
 }
 
 void serve() {
-  const BusOwner calls = connect();
-  const BusOwner questions = connect();
+  const BusOwner<sd_bus> calls = connect();
+  const BusOwner<sd_bus> questions = connect();
   const RuleService service(calls.get(), questions.get());
   const std::array<sd_bus*, 2> connections = {calls.get(), questions.get()};
   checkBus(

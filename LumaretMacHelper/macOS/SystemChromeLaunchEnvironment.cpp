@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "LumaretMacHelper/POSIX/Process.hpp"
+#include "LumaretMacHelper/POSIX/StandardStreams.hpp"
 #include "LumaretMacHelper/PlatformFunctions.hpp"
 #include "LumaretMacHelper/PlatformServices.hpp"
 #include "LumaretMacHelper/macOS/RunningApplications.hpp"
@@ -26,8 +27,9 @@ void SystemChromeLaunchEnvironment::run(const std::filesystem::path& executableU
                                         const std::vector<std::string>& arguments,
                                         bool waitUntilExit) const {
   if (!waitUntilExit) {
-    startProcess(executableURL, arguments);
-  } else if (const auto status = runProcess(executableURL, arguments); status != 0) {
+    startProcess(executableURL, arguments, callersStandardOutput());
+  } else if (const auto status = runProcess(executableURL, arguments, callersStandardOutput());
+             status != 0) {
     throw ChromeProcessError::unsuccessfulExit(status);
   }
 }

@@ -1,9 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <array>
 #include <chrono>
-#include <ctime>
 #include <string>
 #include <utility>
 #include <vector>
@@ -18,8 +16,10 @@ struct Certificate {
   /// Short names of attributes ("CN", "O", "OU", "L", "C") and their values in UTF-8, in the order
   /// of the certificate. Both subject and issuer have this name.
   std::vector<std::pair<std::string, std::string>> name;
-  /// In whole seconds.
-  Date expiresAt = std::chrono::sys_days(std::chrono::year(2099) / 12 / 31);
+
+  static constexpr Date expiresAt =
+      std::chrono::sys_days(std::chrono::year(2087) / 3 / 1) + std::chrono::seconds(45296);
+  static constexpr const char* expiry = "20870301123456Z";
 };
 
 inline Certificate named(std::string commonName) { return {{{"CN", std::move(commonName)}}}; }
@@ -34,15 +34,7 @@ inline FreshIdentity makeIdentity(const TemporaryFolder& folder, const Certifica
       subject += character == '/' ? "\\/" : std::string(1, character);
     }
   }
-  const std::time_t seconds =
-      std::chrono::floor<std::chrono::seconds>(certificate.expiresAt).time_since_epoch().count();
-  std::tm utc{};
-  ::gmtime_r(&seconds, &utc);
-  // X.509 has a UTCTime up to 2049, and a GeneralizedTime after it.
-  std::array<char, 32> expiry{};
-  std::strftime(expiry.data(), expiry.size(), utc.tm_year < 150 ? "%y%m%d%H%M%SZ" : "%Y%m%d%H%M%SZ",
-                &utc);
-  return tests::makeIdentity(folder, subject, keyType, expiry.data());
+  return tests::makeIdentity(folder, subject, keyType, Certificate::expiry);
 }
 
 }  // namespace lumaret::tests::conformance

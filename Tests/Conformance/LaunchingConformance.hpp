@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -17,7 +17,6 @@
 
 #include "LumaretMacHelper/ChromeLauncher.hpp"
 #include "LumaretMacHelper/PlatformServices.hpp"
-#include "Tests/Support/Cpp/ShellCommands.hpp"
 #include "Tests/Support/Cpp/TemporaryFolder.hpp"
 #include "Tests/Support/Cpp/ThrownError.hpp"
 
@@ -35,12 +34,19 @@ class LaunchingConformance : public testing::Test {
  protected:
   std::filesystem::path script(const std::string& commands) {
     const auto path = folder_ / "Google Chrome";
-    writeFile(path, "#!/bin/sh\ncd \"$(dirname \"$0\")\"\n" + commands + '\n');
+    writeFile(path, "#!/bin/sh\nfolder=${0%/*}\n" + commands + '\n');
     std::filesystem::permissions(path, std::filesystem::perms::owner_all);
     return path;
   }
 
   [[nodiscard]] std::string log() const { return readFile(folder_ / "log"); }
+
+  void awaitLog(const std::string& expected) const {
+    for (int attempt = 0; attempt < 1000 && log() != expected; ++attempt) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    EXPECT_EQ(log(), expected);
+  }
 
   /// Runs the commands and waits for their end.
   std::optional<ChromeProcessError> failure(const std::string& commands) {
@@ -64,34 +70,36 @@ TYPED_TEST_P(LaunchingConformance, FindsChromeWhileItRuns) {
   EXPECT_FALSE(this->environment_.isApplicationRunning("com.google.Chrome"));
 }
 
-TYPED_TEST_P(LaunchingConformance, FindsOnlyExecutableFiles) {
+TYPED_TEST_P(LaunchingConformance, FindsExecutableFiles) {
   const auto path = this->script("");
+  const auto link = this->folder_ / "link";
+  std::filesystem::create_symlink(path, link);
   EXPECT_TRUE(this->environment_.isExecutableFile(path));
+  EXPECT_TRUE(this->environment_.isExecutableFile(link));
   std::filesystem::permissions(path, std::filesystem::perms::owner_read);
   EXPECT_FALSE(this->environment_.isExecutableFile(path));
-  EXPECT_FALSE(this->environment_.isExecutableFile(this->folder_ / "missing"));
+  std::filesystem::remove(path);
+  EXPECT_FALSE(this->environment_.isExecutableFile(link));
+  EXPECT_FALSE(this->environment_.isExecutableFile(""));
 }
 
-TYPED_TEST_P(LaunchingConformance, AwaitsTheEndAndItsStatus) {
-  EXPECT_EQ(this->failure("sleep 0.2; echo done > log"), std::nullopt);
+TYPED_TEST_P(LaunchingConformance, ReportsFailures) {
+  EXPECT_EQ(this->failure("sleep 0.2; echo done >$folder/log"), std::nullopt);
   EXPECT_EQ(this->log(), "done\n");
-  for (const auto& [commands, status] : {std::pair("exit 3", 3),
-                                         {"exit 255", 255},
-                                         {"kill -TERM $$", SIGTERM},
-                                         {"kill -KILL $$", SIGKILL}}) {
+  for (const auto& [commands, status] :
+       {std::pair("exit 3", 3), {"exit 255", 255}, {"kill -KILL $$", SIGKILL}}) {
     EXPECT_EQ(this->failure(commands), ChromeProcessError::unsuccessfulExit(status)) << commands;
   }
-}
-
-TYPED_TEST_P(LaunchingConformance, ReportsAFileThatCannotBeStarted) {
   for (const bool waitUntilExit : {true, false}) {
     EXPECT_TRUE(thrownBy<std::system_error>(
         [&] { this->environment_.run(this->folder_ / "missing", {}, waitUntilExit); }));
   }
 }
 
-TYPED_TEST_P(LaunchingConformance, LetsAProcessOutliveWhatStartedIt) {
-  const auto path = this->script(awaitFile("go") + "echo done > log; exit 7");
+TYPED_TEST_P(LaunchingConformance, LetsAProcessOutliveItsStarter) {
+  const auto path = this->script(
+      "for attempt in $(seq 1000); do [ -e $folder/go ] && break; sleep 0.01; done\n"
+      "echo done >$folder/log; exit 7");
   EXPECT_EXIT(
       {
         this->environment_.run(path, {}, /*waitUntilExit=*/false);
@@ -100,29 +108,39 @@ TYPED_TEST_P(LaunchingConformance, LetsAProcessOutliveWhatStartedIt) {
       testing::ExitedWithCode(0), "");
   EXPECT_EQ(this->log(), "");
   writeFile(this->folder_ / "go", "");
-  for (int attempt = 0; attempt < 1000 && this->log().empty(); ++attempt) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  }
-  EXPECT_EQ(this->log(), "done\n");
+  this->awaitLog("done\n");
 }
 
 TYPED_TEST_P(LaunchingConformance, PassesArgumentsEnvironmentAndFolderButNoOpenFiles) {
   ::setenv("LUMARET_TEST", "inherited", 1);
   ASSERT_EQ(::dup2(STDIN_FILENO, 47), 47);
-  const auto path = this->script("");
-  writeFile(path, R"(#!/bin/sh
-exec > "$(dirname "$0")/log"; printf '<%s>' "$@"; echo; echo $LUMARET_TEST; pwd; ls /dev/fd)");
-  this->environment_.run(path, {"--new-window", "", "a b", "\"'$HOME`*", "\u00e1"}, true);
+  const auto path = this->script(
+      R"(exec >$folder/log; printf '<%s>' "$@"; echo; echo $LUMARET_TEST; pwd; ls /dev/fd)");
+  this->environment_.run(path, {"--new-window", "", "a b", "\"'\\$HOME`*\n", "\u00e1\xff"}, true);
   ::close(47);
   EXPECT_THAT(this->log(),
-              testing::StartsWith("<--new-window><><a b><\"'$HOME`*><\u00e1>\ninherited\n" +
+              testing::StartsWith("<--new-window><><a b><\"'\\$HOME`*\n><\u00e1\xff>\ninherited\n" +
                                   std::filesystem::current_path().string() + "\n"));
   EXPECT_THAT(this->log(), testing::Not(testing::HasSubstr("\n47\n")));
 }
 
-REGISTER_TYPED_TEST_SUITE_P(LaunchingConformance, FindsChromeWhileItRuns, FindsOnlyExecutableFiles,
-                            AwaitsTheEndAndItsStatus, ReportsAFileThatCannotBeStarted,
-                            LetsAProcessOutliveWhatStartedIt,
-                            PassesArgumentsEnvironmentAndFolderButNoOpenFiles);
+TYPED_TEST_P(LaunchingConformance, PassesStandardInput) {
+  const int before = ::dup(STDIN_FILENO);
+  for (const bool waitUntilExit : {true, false}) {
+    const std::string text = waitUntilExit ? "awaited\n" : "not awaited\n";
+    writeFile(this->folder_ / "input", text);
+    const int input = ::open((this->folder_ / "input").c_str(), O_RDONLY);
+    ::dup2(input, STDIN_FILENO);
+    ::close(input);
+    this->environment_.run(this->script("cat >$folder/log"), {}, waitUntilExit);
+    ::dup2(before, STDIN_FILENO);
+    this->awaitLog(text);
+  }
+  ::close(before);
+}
+
+REGISTER_TYPED_TEST_SUITE_P(LaunchingConformance, FindsChromeWhileItRuns, FindsExecutableFiles,
+                            ReportsFailures, LetsAProcessOutliveItsStarter,
+                            PassesArgumentsEnvironmentAndFolderButNoOpenFiles, PassesStandardInput);
 
 }  // namespace lumaret::tests::conformance

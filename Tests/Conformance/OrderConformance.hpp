@@ -3,9 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <compare>
 #include <cstddef>
-#include <random>
 #include <string>
 #include <utility>
 #include <vector>
@@ -13,16 +13,6 @@
 #include "LumaretMacHelper/PlatformFunctions.hpp"
 
 namespace lumaret::tests::conformance {
-
-/// A string of this many pieces, chosen at random.
-inline std::string madeOf(const std::vector<std::string>& pieces, std::size_t count,
-                          std::mt19937& generator) {
-  std::string text;
-  for (std::size_t index = 0; index < count; ++index) {
-    text += pieces[generator() % pieces.size()];
-  }
-  return text;
-}
 
 /// The order of names.
 ///
@@ -38,15 +28,14 @@ class OrderConformance : public testing::Test {
   static std::vector<std::string> names() {
     // clang-format off
     static const std::vector<std::string> pieces = {
-        "a", "A", "b", "Z", "z", "e", "\u00e9", "E\u0301", "o", "\u00f6", "O\u0308", "\u00df", "ss",
+        "", "a", "A", "b", "Z", "z", "e", "\u00e9", "E\u0301", "o", "\u00f6", "O\u0308", "\u00df", "ss",
         "SS", "\uff41", "\uff21", "n", "\u00f1", " ", "-", "1", "10", "\u3042", "\u30a2", "\uff71",
         "\u00e5", "\u00c5", "\u00e6", "\u0131", "\u0130", "i", "I", "\ufb01", "Jos\u00e9",
         "Jose\u0301"};
     // clang-format on
-    std::mt19937 generator(1);  // NOLINT(cert-msc51-cpp): Each run has the same names.
-    std::vector<std::string> made = {""};
-    while (made.size() < 60) {
-      made.push_back(madeOf(pieces, 1 + generator() % 3, generator));
+    std::vector<std::string> made = pieces;
+    for (std::size_t index = 0; index < pieces.size(); index += 2) {
+      made.push_back(pieces[index] + pieces[pieces.size() - 1 - index]);
     }
     return made;
   }
@@ -66,32 +55,28 @@ class OrderConformance : public testing::Test {
 
 TYPED_TEST_SUITE_P(OrderConformance);
 
-TYPED_TEST_P(OrderConformance, IsAntisymmetricAndTransitive) {
-  this->inEachLanguage([names = this->names()](const TextComparison& compare) {
-    std::vector<std::vector<std::weak_ordering>> order;
-    for (const std::string& left : names) {
-      auto& row = order.emplace_back();
-      for (const std::string& right : names) {
-        row.push_back(compare(left, right));
-      }
+TYPED_TEST_P(OrderConformance, RanksNames) {
+  this->inEachLanguage([names = this->names()](const TextComparison& compare) mutable {
+    std::stable_sort(names.begin(), names.end(),
+                     [&](const auto& left, const auto& right) { return compare(left, right) < 0; });
+    std::vector<int> ranks = {0};
+    for (std::size_t next = 1; next < names.size(); ++next) {
+      ranks.push_back(ranks.back() + (compare(names[next - 1], names[next]) < 0 ? 1 : 0));
     }
     for (std::size_t a = 0; a < names.size(); ++a) {
       for (std::size_t b = 0; b < names.size(); ++b) {
-        ASSERT_EQ(order[a][b], 0 <=> order[b][a]) << names[a] << " " << names[b];
-        for (std::size_t c = 0; c < names.size(); ++c) {
-          ASSERT_FALSE(order[a][b] <= 0 && order[b][c] <= 0 && order[a][c] > 0)
-              << names[a] << " " << names[b] << " " << names[c];
-        }
+        ASSERT_EQ(compare(names[a], names[b]), std::weak_ordering(ranks[a] <=> ranks[b]))
+            << names[a] << " " << names[b];
       }
     }
   });
 }
 
-TYPED_TEST_P(OrderConformance, EquatesCanonicalEquivalents) {
+TYPED_TEST_P(OrderConformance, EquatesCaseAndCompositionAlone) {
   this->inEachLanguage([names = this->names()](const TextComparison& compare) {
     for (const auto& [left, right] : {std::pair<std::string, std::string>("\u00e9", "e\u0301"),
+                                      {"\u00c9va", "\u00e9VA"},
                                       {"\u00d6", "O\u0308"},
-                                      {"\u00c5", "A\u030a"},
                                       {"\u212b", "A\u030a"},
                                       {"\u00f1", "n\u0303"},
                                       {"\u304c", "\u304b\u3099"}}) {
@@ -100,16 +85,10 @@ TYPED_TEST_P(OrderConformance, EquatesCanonicalEquivalents) {
         EXPECT_EQ(compare(left + name, right + name), std::weak_ordering::equivalent) << name;
       }
     }
-  });
-}
-
-TYPED_TEST_P(OrderConformance, IgnoresCase) {
-  this->inEachLanguage([](const TextComparison& compare) {
-    EXPECT_EQ(compare("Anna", "aNNA"), std::weak_ordering::equivalent);
-    EXPECT_EQ(compare("\u00c9va", "\u00e9VA"), std::weak_ordering::equivalent);
     EXPECT_EQ(compare("alpha", "Beta"), std::weak_ordering::less);
     EXPECT_EQ(compare("BETA", "alpha"), std::weak_ordering::greater);
     EXPECT_EQ(compare("", "a"), std::weak_ordering::less);
+    EXPECT_NE(compare("resume", "r\u00e9sum\u00e9"), std::weak_ordering::equivalent);
   });
 }
 
@@ -121,7 +100,7 @@ TYPED_TEST_P(OrderConformance, FoldsTheTurkishLetters) {
   EXPECT_NE(compare("I", "i"), std::weak_ordering::equivalent);
 }
 
-REGISTER_TYPED_TEST_SUITE_P(OrderConformance, IsAntisymmetricAndTransitive,
-                            EquatesCanonicalEquivalents, IgnoresCase, FoldsTheTurkishLetters);
+REGISTER_TYPED_TEST_SUITE_P(OrderConformance, RanksNames, EquatesCaseAndCompositionAlone,
+                            FoldsTheTurkishLetters);
 
 }  // namespace lumaret::tests::conformance

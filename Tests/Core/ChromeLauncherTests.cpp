@@ -1,11 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
-#include <memory>
 #include <new>
-#include <optional>
-#include <string>
 
 #include "LumaretMacHelper/ChromeLauncher.hpp"
 #include "Tests/Core/FakeSystem.hpp"
@@ -43,7 +39,7 @@ class Launcher : public testing::Test {
   }
 
   FakeSystem system;
-  ChromeLauncher launcher{"/opt/Chrome Example/chrome", std::make_shared<FakeEnvironment>(system)};
+  ChromeLauncher launcher{"/opt/Chrome Example/chrome", std::make_shared<FakeServices>(system)};
 };
 
 TEST_F(Launcher, StartsNothingWithoutAnExecutable) {
@@ -74,14 +70,12 @@ TEST_F(Launcher, RejectsAnyOtherSchemeAfterTheRefresh) {
   using Scheme = std::optional<std::string>;
   for (const Scheme& scheme : {Scheme("ftp"), Scheme("file"), Scheme("javascript"),
                                Scheme("httpss"), Scheme("xhttp"), Scheme(""), Scheme()}) {
-    system.isRunning = false;
-    EXPECT_EQ(errorOfOpening(URL{"https://a.example", scheme}),
-              Error::chromeLaunchFailed(messages::unsupportedScheme));
-    EXPECT_THAT(system.calls, ElementsAre(installedTest, runningTest));
-    system.isRunning = true;
-    EXPECT_EQ(errorOfOpening(URL{"https://a.example", scheme}),
-              Error::chromeLaunchFailed(messages::unsupportedScheme));
-    EXPECT_EQ(system.calls.back(), refresh);
+    for (const bool isRunning : {false, true}) {
+      system.isRunning = isRunning;
+      EXPECT_EQ(errorOfOpening(URL{"https://a.example", scheme}),
+                Error::chromeLaunchFailed(messages::unsupportedScheme));
+      EXPECT_EQ(system.calls.back(), isRunning ? refresh : runningTest);
+    }
   }
 }
 
@@ -93,15 +87,12 @@ TEST_F(Launcher, EndsAtAFailureWithItsText) {
               Error::chromeLaunchFailed(messages::told(messages::unsuccessfulExit, 3)));
     system.fail(call, std::bad_alloc());
     EXPECT_EQ(errorOfOpening(), Error::chromeLaunchFailed(std::bad_alloc().what()));
+    system.fail(call, Error::keychainFailure(-61));
+    EXPECT_EQ(errorOfOpening(), Error::keychainFailure(-61));
     system.fail(call, 7);
     EXPECT_EQ(errorOfOpening(), Error::chromeLaunchFailed("Unknown error."));
     EXPECT_EQ(system.calls.back(), call);
   }
-}
-
-TEST_F(Launcher, RethrowsASelectorErrorUnchanged) {
-  system.fail(openWindow, Error::keychainFailure(-61));
-  EXPECT_EQ(errorOfOpening(), Error::keychainFailure(-61));
 }
 
 TEST(ChromeProcess, HasItsStatus) {

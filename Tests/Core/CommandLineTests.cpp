@@ -1,14 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <chrono>
 #include <exception>
-#include <optional>
 #include <stdexcept>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "LumaretMacHelper/Contracts.hpp"
 #include "LumaretMacHelper/LumaretMacHelper.hpp"
@@ -54,18 +49,12 @@ class CommandLine : public testing::Test {
   }
 };
 
-using Main = CommandLine;
-using List = CommandLine;
-
-TEST_F(Main, RejectsOtherCommands) {
+TEST_F(CommandLine, RejectsOtherCommands) {
   for (const Texts& arguments :
-       {Texts{}, Texts{"List"}, Texts{"LIST"}, Texts{" list"}, Texts{"help", "list"}, Texts{"lis"},
-        Texts{"Activate", "--fingerprint", "5d2a"}, Texts{""}, Texts{"--help"}, Texts{"-h"},
-        Texts{"--fingerprint", "5d2a"}, Texts{"activate"}, Texts{"activate", "5d2a"},
-        Texts{"activate", "--url", "https://a.example"}, Texts{"activate", "--Fingerprint", "5d2a"},
-        Texts{"activate", "--fingerprint"},
+       {Texts{}, Texts{""}, Texts{"List"}, Texts{" list"}, Texts{"lis"}, Texts{"help", "list"},
+        Texts{"--help"}, Texts{"Activate", "--fingerprint", "5d2a"}, Texts{"activate"},
+        Texts{"activate", "5d2a"}, Texts{"activate", "--Fingerprint", "5d2a"},
         Texts{"activate", "--url", "https://a.example", "--fingerprint"},
-        Texts{"activate", "--fingerprint", ""},
         Texts{"activate", "--fingerprint", "", "--fingerprint", "5d2a"}}) {
     EXPECT_TRUE(thrownBy<CommandError>([&] { LumaretMacHelper::run(arguments); }))
         << listed(arguments);
@@ -73,42 +62,42 @@ TEST_F(Main, RejectsOtherCommands) {
   }
 }
 
-TEST_F(Main, WritesTheUsageAtOnce) {
+TEST_F(CommandLine, WritesTheUsageAtOnce) {
   const std::string calls =
       "[prepareStandardStreams, error " + std::string(messages::usage) + "\n]";
   EXPECT_EXIT(runMain({}), ExitedWithCode(1), testing::Eq(calls));
   EXPECT_EXIT(runMain({"list"}), ExitedWithCode(1), testing::Eq(calls));  // The program's path.
-  EXPECT_EXIT(runMain({"list", "List"}), ExitedWithCode(1), testing::Eq(calls));
 }
 
-TEST_F(Main, WritesAnyErrorAtOnce) {
-  const std::string calls = "[prepareStandardStreams, copyIdentities, error ";
+TEST_F(CommandLine, WritesAnyErrorAtOnce) {
   const std::string text("a\0b", 3);
+  const auto expectMessage = [](const std::string& message) {
+    EXPECT_EXIT(
+        runMain({"tool", "list"}), ExitedWithCode(1),
+        testing::ResultOf([](const std::string& told) { return told; },
+                          "[prepareStandardStreams, copyIdentities, error " + message + "\n]"));
+  };
   fakeSystem().fail("copyIdentities", Error::chromeLaunchFailed(text));
-  EXPECT_EXIT(
-      runMain({"tool", "list"}), ExitedWithCode(1),
-      testing::ResultOf([](const std::string& told) { return told; },
-                        calls + messages::told(messages::chromeLaunchFailed, text) + "\n]"));
+  expectMessage(messages::told(messages::chromeLaunchFailed, text));
   fakeSystem().fail("copyIdentities", std::runtime_error("No such device"));
-  EXPECT_EXIT(runMain({"tool", "list"}), ExitedWithCode(1),
-              testing::Eq(calls + "No such device\n]"));
+  expectMessage("No such device");
   fakeSystem().fail("copyIdentities", 7);
-  EXPECT_EXIT(runMain({"tool", "list"}), ExitedWithCode(1),
-              testing::Eq(calls + "Unknown error.\n]"));
+  expectMessage("Unknown error.");
 }
 
-TEST_F(Main, ReturnsAfterASuccess) {
+TEST_F(CommandLine, ReturnsAfterASuccess) {
   runMain({"tool", "list"});
   EXPECT_THAT(fakeSystem().calls,
               ElementsAre("prepareStandardStreams", "copyIdentities", "output []", "output \n"));
 }
 
-TEST_F(List, PrintsSortedCompactJSONThenALineFeed) {
+TEST_F(CommandLine, PrintsSortedCompactJSONThenALineFeed) {
   const auto issuer = name({attribute("2.5.4.3", "CA \"1\""), attribute("2.5.4.11", "R/D")});
   const auto subject = name({attribute("2.5.4.10", "Org"), attribute("2.5.4.7", "Málaga")});
   fakeSystem().identities = {{"z", {{subject, issuer, notAfter({never})}}}};
   add("a", "Zoe");
   const std::string expiry = R"({"expiresAt":"9999-12-31T23:59:59Z","id":")";
+  const std::string noOthers = R"(,"locality":null,"organization":null,"organizationalUnit":null})";
   EXPECT_THAT(callsOf({"list", "further", "--words"}),
               ElementsAre("copyIdentities",
                           "output [" + expiry + idOf("z") +
@@ -116,15 +105,12 @@ TEST_F(List, PrintsSortedCompactJSONThenALineFeed) {
                               R"("organization":null,"organizationalUnit":"R/D"},)"
                               R"("subject":{"commonName":null,"locality":"Málaga",)"
                               R"("organization":"Org","organizationalUnit":null}},)" +
-                              expiry + idOf("a") +
-                              R"(","issuer":{"commonName":null,"locality":null,)"
-                              R"("organization":null,"organizationalUnit":null},)"
-                              R"("subject":{"commonName":"Zoe","locality":null,)"
-                              R"("organization":null,"organizationalUnit":null}}])",
+                              expiry + idOf("a") + R"(","issuer":{"commonName":null)" + noOthers +
+                              R"(,"subject":{"commonName":"Zoe")" + noOthers + "}]",
                           "output \n"));
 }
 
-TEST_F(List, WritesDatesToTheSecondWithLeadingZeros) {
+TEST_F(CommandLine, WritesDatesToTheSecondWithLeadingZeros) {
   for (const auto& [date, text] :
        {std::pair(Date(sys_days(2101y / 2 / 3) + 4h + 5min + 6s), "\"2101-02-03T04:05:06Z\""),
         {sys_days(2345y / 11 / 28) + 19h + 37min + 52s, "\"2345-11-28T19:37:52Z\""},
@@ -136,7 +122,7 @@ TEST_F(List, WritesDatesToTheSecondWithLeadingZeros) {
   }
 }
 
-TEST_F(List, PrintsNothingWithTextThatIsNotUTF8) {
+TEST_F(CommandLine, PrintsNothingWithTextThatIsNotUTF8) {
   add("a", "An\xff");
   EXPECT_TRUE(thrownBy<std::exception>([] { LumaretMacHelper::run({"list"}); }));
   EXPECT_EQ(fakeSystem().calls.back(), "copyCertificate a");
@@ -217,31 +203,15 @@ TEST_F(Activate, EndsAtTheFirstFailure) {
   }
 }
 
-TEST_F(Activate, LeavesWhatIsDoneWhenChromeCannotBeOpened) {
-  fakeSystem().isInstalled = false;
-  EXPECT_EQ(errorOf(idOf("bea")), Error::chromeNotInstalled());
-  EXPECT_EQ(fakeSystem().calls.back(), "isExecutableFile /opt/chrome");
-  fakeSystem().isInstalled = true;
-  EXPECT_EQ(errorOf(idOf("bea"), {"--url", "ftp://a.example"}),
-            Error::chromeLaunchFailed(messages::unsupportedScheme));
-  EXPECT_EQ(fakeSystem().rules.size(), 1U);
-}
-
-std::optional<std::string> url(const Texts& arguments) {
-  return LumaretMacHelper::value("--url", arguments);
-}
-
 TEST(OptionValue, FollowsTheFirstOccurrence) {
+  const auto url = [](const Texts& arguments) {
+    return LumaretMacHelper::value("--url", arguments);
+  };
   EXPECT_EQ(url({"word", "--url", "a", "--url", "b"}), "a");
   EXPECT_EQ(url({"--url", "--url", "a"}), "--url");
-  EXPECT_EQ(url({"--url", "--url"}), "--url");
   EXPECT_EQ(url({"--url", ""}), "");
-  EXPECT_EQ(url({"--fingerprint", "--url", "a"}), "a");
-}
-
-TEST(OptionValue, IsAbsentWithoutTheFlagOrAfterItsEnd) {
   for (const Texts& arguments :
-       {Texts{}, Texts{"--url"}, Texts{"--fingerprint", "5d2a"}, Texts{"a", "--url"},
+       {Texts{}, Texts{"--url"}, Texts{"a", "--url"},
         Texts{"--URL", "a", "-url", "b", "--url=c", "d", "--url ", "e", "--ur", "f"}}) {
     EXPECT_EQ(url(arguments), std::nullopt) << listed(arguments);
   }

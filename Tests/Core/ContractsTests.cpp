@@ -1,11 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <cstddef>
 #include <limits>
 #include <optional>
-#include <string>
 #include <unordered_set>
 #include <vector>
 
@@ -14,7 +12,6 @@
 #include "LumaretMacHelper/KeychainChromePrivateKeyAuthorizer.hpp"
 #include "LumaretMacHelper/LumaretMacHelper.hpp"
 #include "Tests/Support/Cpp/Messages.hpp"
-#include "Tests/Support/Cpp/Principals.hpp"
 
 namespace lumaret::tests {
 namespace {
@@ -22,31 +19,13 @@ namespace {
 namespace m = messages;
 using Error = CertificateSelectorError;
 
-const CertificatePrincipal allFields = {"Ana Example", "Example Org", "Sales", "Lisbon"};
-
-std::string displayNameOf(std::optional<std::string> commonName) {
-  return ClientIdentity{"5d2a", {std::move(commonName), "Org", "Unit", "City"}, allFields, Date()}
-      .displayName();
-}
-
 TEST(ClientIdentity, IsDisplayedByCommonNameAlone) {
-  EXPECT_EQ(displayNameOf("  Ana "), "  Ana ");
-  EXPECT_EQ(displayNameOf(""), "");
-  EXPECT_EQ(displayNameOf(std::nullopt), "Unnamed certificate");
-}
-
-TEST(ClientIdentity, EqualsOnlyWithEveryField) {
-  const ClientIdentity identity = {"5d2a", noFields, noFields, Date()};
-  EXPECT_EQ(identity, ClientIdentity(identity));
-  const Date later(std::chrono::microseconds(1));
-  for (const ClientIdentity& other : {ClientIdentity{"5D2A", noFields, noFields, Date()},
-                                      ClientIdentity{"5d2a", {"", {}, {}, {}}, noFields, Date()},
-                                      ClientIdentity{"5d2a", {{}, "", {}, {}}, noFields, Date()},
-                                      ClientIdentity{"5d2a", {{}, {}, "", {}}, noFields, Date()},
-                                      ClientIdentity{"5d2a", {{}, {}, {}, ""}, noFields, Date()},
-                                      ClientIdentity{"5d2a", noFields, allFields, Date()},
-                                      ClientIdentity{"5d2a", noFields, noFields, later}}) {
-    EXPECT_FALSE(other == identity);
+  for (const auto& [commonName, displayName] :
+       {std::pair<std::optional<std::string>, std::string>("  Ana ", "  Ana "),
+        {"", ""},
+        {std::nullopt, "Unnamed certificate"}}) {
+    const ClientIdentity identity = {"5d2a", {commonName, "Org", "Unit", "City"}, {}, Date()};
+    EXPECT_EQ(identity.displayName(), displayName);
   }
 }
 
@@ -57,20 +36,15 @@ struct ErrorCase {
 
 /// Every kind, and more than one payload of those that have one.
 const std::vector<ErrorCase>& errors() {
-  using Status = std::numeric_limits<KeychainStatus>;
+  constexpr KeychainStatus lowest = std::numeric_limits<KeychainStatus>::min();
   const std::string withZero("a\0b", 3);
   static const std::vector<ErrorCase> all = {
-      {Error::keychainFailure(0), m::told(m::keychainFailure, "0")},
-      {Error::keychainFailure(-25300), m::told(m::keychainFailure, "-25300")},
-      {Error::keychainFailure(Status::max()), m::told(m::keychainFailure, "2147483647")},
-      {Error::chromeLaunchFailed(""), "Google Chrome could not be opened: "},
-      {Error::chromeLaunchFailed(" Nada\n"), m::told(m::chromeLaunchFailed, " Nada\n")},
-      {Error::chromeLaunchFailed("a"), m::told(m::chromeLaunchFailed, "a")},
+      {Error::keychainFailure(0), m::told(m::keychainFailure, 0)},
+      {Error::keychainFailure(lowest), m::told(m::keychainFailure, lowest)},
+      {Error::chromeLaunchFailed(""), m::told(m::chromeLaunchFailed, "")},
       {Error::chromeLaunchFailed(withZero), m::told(m::chromeLaunchFailed, withZero)},
-      {Error::keychainAuthorizationFailed(-25300),
-       m::told(m::keychainAuthorizationFailed, "-25300")},
-      {Error::keychainAuthorizationFailed(Status::min()),
-       m::told(m::keychainAuthorizationFailed, "-2147483648")},
+      {Error::keychainAuthorizationFailed(-25300), m::told(m::keychainAuthorizationFailed, -25300)},
+      {Error::keychainAuthorizationFailed(25300), m::told(m::keychainAuthorizationFailed, 25300)},
       {Error::certificateHasNoSubject(), m::certificateHasNoSubject},
       {Error::policyEncodingFailed(), m::policyEncodingFailed},
       {Error::policyWriteFailed(), m::policyWriteFailed},

@@ -49,16 +49,16 @@ void writeStandardError(std::string_view text) noexcept {
 }
 
 KeychainIdentityLoader::KeychainIdentityLoader()
-    : KeychainIdentityLoader(std::make_shared<FakeQuery>(fakeSystem())) {}
+    : KeychainIdentityLoader(std::make_shared<FakeServices>(fakeSystem())) {}
 
 KeychainChromePrivateKeyAuthorizer::KeychainChromePrivateKeyAuthorizer()
     : KeychainChromePrivateKeyAuthorizer(AuthorizeOperation(
           [](const std::string& id) { fakeSystem().called("authorize " + id); })) {}
 
 ChromeCertificatePolicyService::ChromeCertificatePolicyService()
-    : ChromeCertificatePolicyService(std::make_shared<FakePreferences>(fakeSystem())) {}
+    : ChromeCertificatePolicyService(std::make_shared<FakeServices>(fakeSystem())) {}
 
 ChromeLauncher::ChromeLauncher()
-    : ChromeLauncher(defaultExecutableURL(), std::make_shared<FakeEnvironment>(fakeSystem())) {}
+    : ChromeLauncher(defaultExecutableURL(), std::make_shared<FakeServices>(fakeSystem())) {}
 
 }  // namespace lumaret

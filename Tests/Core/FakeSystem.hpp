@@ -36,6 +36,8 @@ inline std::string listed(const Texts& texts) {
   return list + "]";
 }
 
+// Certificate values
+
 inline OptionalCertificateProperty present(CertificateProperty property) {
   return std::make_shared<const CertificateProperty>(std::move(property));
 }
@@ -83,7 +85,7 @@ struct FakeKeychainEntry {
   bool hasCertificate = true;
 };
 
-/// What is below the core, in memory. The fakes below share one, and log each call in it.
+/// What is below the core, in memory, with a log of each call.
 struct FakeSystem {
   std::vector<FakeKeychainEntry> identities;
   Texts rules;
@@ -112,22 +114,15 @@ struct FakeSystem {
   }
 };
 
-/// The system below the platform of FakePlatform.cpp. Each write to a standard stream is a call.
-/// One to standard error prints all calls up to then to that of the process.
+/// That of FakePlatform.cpp. Writing to a standard stream is a call; writing to standard error
+/// prints all calls up to then to that of the process.
 FakeSystem& fakeSystem();
 
-template <typename Interface>
-class Fake : public Interface {
+class FakeServices final : public KeychainIdentityQuerying,
+                           public ChromePreferencesStoring,
+                           public ChromeLaunchEnvironment {
  public:
-  explicit Fake(FakeSystem& system) : system_(system) {}
-
- protected:
-  FakeSystem& system_;
-};
-
-class FakeQuery final : public Fake<KeychainIdentityQuerying> {
- public:
-  using Fake::Fake;
+  explicit FakeServices(FakeSystem& system) : system_(system) {}
 
   [[nodiscard]] std::vector<KeychainIdentity> copyIdentities() const override {
     system_.called("copyIdentities");
@@ -147,11 +142,6 @@ class FakeQuery final : public Fake<KeychainIdentityQuerying> {
     }
     return identities;
   }
-};
-
-class FakePreferences final : public Fake<ChromePreferencesStoring> {
- public:
-  using Fake::Fake;
 
   [[nodiscard]] Texts readRules() const override {
     system_.called(system_.isWritten ? "readBack" : "readRules");
@@ -166,11 +156,6 @@ class FakePreferences final : public Fake<ChromePreferencesStoring> {
     system_.called("synchronize");
     return system_.synchronizes;
   }
-};
-
-class FakeEnvironment final : public Fake<ChromeLaunchEnvironment> {
- public:
-  using Fake::Fake;
 
   [[nodiscard]] bool isExecutableFile(const std::filesystem::path& path) const override {
     system_.called("isExecutableFile " + path.string());
@@ -185,6 +170,9 @@ class FakeEnvironment final : public Fake<ChromeLaunchEnvironment> {
     system_.called((waitUntilExit ? "run and await " : "run ") + executableURL.string() + " " +
                    listed(arguments));
   }
+
+ private:
+  FakeSystem& system_;
 };
 
 }  // namespace lumaret::tests

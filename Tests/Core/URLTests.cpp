@@ -1,9 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <gtest/gtest.h>
 
-#include <optional>
-#include <string>
-
 #include "LumaretMacHelper/URL.hpp"
 #include "Tests/Core/FakeSystem.hpp"
 

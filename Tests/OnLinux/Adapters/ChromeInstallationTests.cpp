@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <cstdlib>
+
 #include "LumaretMacHelper/Linux/ChromeInstallation.hpp"
 #include "Tests/OnLinux/Adapters/PrivateMounts.hpp"
 #include "Tests/OnLinux/Adapters/TemporaryHome.hpp"
@@ -12,34 +14,36 @@ namespace {
 
 class Installation : public ::testing::Test {
  protected:
-  static void installGoogleChrome() {
-    writeFile("/opt/google/chrome/google-chrome", "");
-    ::chmod("/opt/google/chrome/google-chrome", 0755);
+  static void install(const std::filesystem::path& executable) {
+    writeFile(executable, "");
+    ::chmod(executable.c_str(), 0755);
+  }
+
+  void expectGoogleChrome() const {
+    const auto chrome = ChromeInstallation::current();
+    EXPECT_EQ(chrome.name, "Google Chrome");
+    EXPECT_EQ(chrome.executable, "/opt/google/chrome/google-chrome");
+    EXPECT_EQ(chrome.managedPolicies, "/etc/opt/chrome/policies/managed");
+    EXPECT_EQ(chrome.userDataFolder, home_ / ".config/google-chrome");
   }
 
   TemporaryHome home_;
-  PrivateMounts mounts_;
+  PrivateMounts mounts_{{"/usr/bin"}};
 };
 
-TEST_F(Installation, GoogleChromeIsPreferred) {
-  installGoogleChrome();
+TEST_F(Installation, IsGoogleChromesUnlessOnlyChromiumIsInstalled) {
+  expectGoogleChrome();
+  install("/usr/bin/chromium");
   const auto chrome = ChromeInstallation::current();
-  EXPECT_EQ(chrome.executable, "/opt/google/chrome/google-chrome");
-  EXPECT_EQ(chrome.managedPolicies, "/etc/opt/chrome/policies/managed");
-  EXPECT_EQ(chrome.userDataFolder, home_ / ".config/google-chrome");
-}
-
-TEST_F(Installation, ChromiumIsUsedIfItIsTheOnlyBrowser) {
-  const auto chrome = ChromeInstallation::current();
+  EXPECT_EQ(chrome.name, "Chromium");
   EXPECT_EQ(chrome.executable, "/usr/bin/chromium");
   EXPECT_EQ(chrome.managedPolicies, "/etc/chromium/policies/managed");
   EXPECT_EQ(chrome.userDataFolder, home_ / ".config/chromium");
+  install("/opt/google/chrome/google-chrome");
+  expectGoogleChrome();
 }
 
-TEST_F(Installation, KnowsBothBrowsersByName) {
-  EXPECT_EQ(ChromeInstallation::current().name, "Chromium");
-  installGoogleChrome();
-  EXPECT_EQ(ChromeInstallation::current().name, "Google Chrome");
+TEST_F(Installation, IsKnownByName) {
   EXPECT_EQ(ChromeInstallation::managedPoliciesOf("Google Chrome"),
             "/etc/opt/chrome/policies/managed");
   EXPECT_EQ(ChromeInstallation::managedPoliciesOf("Chromium"), "/etc/chromium/policies/managed");
@@ -47,27 +51,16 @@ TEST_F(Installation, KnowsBothBrowsersByName) {
   EXPECT_EQ(ChromeInstallation::managedPoliciesOf(""), std::nullopt);
 }
 
-TEST_F(Installation, TheProfileLiesInTheConfigurationFolder) {
-  ::setenv("XDG_CONFIG_HOME", "/config", 1);
-  EXPECT_EQ(ChromeInstallation::current().userDataFolder, "/config/chromium");
-}
-
-TEST_F(Installation, ChromesOwnVariableOverridesTheConfigurationFolder) {
-  ::setenv("XDG_CONFIG_HOME", "/config", 1);
-  ::setenv("CHROME_CONFIG_HOME", "/chrome", 1);
-  EXPECT_EQ(ChromeInstallation::current().userDataFolder, "/chrome/chromium");
-}
-
-TEST_F(Installation, AVariableForTheWholeProfileOverridesBoth) {
-  ::setenv("CHROME_CONFIG_HOME", "/chrome", 1);
-  ::setenv("CHROME_USER_DATA_DIR", "/profile", 1);
-  EXPECT_EQ(ChromeInstallation::current().userDataFolder, "/profile");
-}
-
-TEST_F(Installation, AnEmptyVariableCountsAsUnset) {
+TEST_F(Installation, HasTheProfileThatChromesVariablesName) {
+  const auto profile = [] { return ChromeInstallation::current().userDataFolder; };
   ::setenv("CHROME_CONFIG_HOME", "", 1);
   ::setenv("CHROME_USER_DATA_DIR", "", 1);
-  EXPECT_EQ(ChromeInstallation::current().userDataFolder, home_ / ".config/chromium");
+  ::setenv("XDG_CONFIG_HOME", "/config", 1);
+  EXPECT_EQ(profile(), "/config/google-chrome");
+  ::setenv("CHROME_CONFIG_HOME", "/chrome", 1);
+  EXPECT_EQ(profile(), "/chrome/google-chrome");
+  ::setenv("CHROME_USER_DATA_DIR", "/profile", 1);
+  EXPECT_EQ(profile(), "/profile");
 }
 
 }  // namespace

@@ -3,8 +3,6 @@
 
 #include <array>
 #include <nlohmann/json.hpp>
-#include <optional>
-#include <string>
 
 #include "LumaretMacHelper/Linux/ChromeInstallation.hpp"
 #include "Tests/Conformance/ConformanceIdentity.hpp"
@@ -22,48 +20,48 @@ class Keychain {
   Bytes addIdentity(const Certificate& certificate) { return add(certificate, ""); }
   Bytes addIdentityOfToken(const Certificate& certificate) { return add(certificate, "secret"); }
   void addCertificateWithoutKey(const Certificate& certificate) {
-    store("").addCertificate(made(certificate));
+    store("").addCertificate(makeIdentity(material_, certificate, KeyType::ec));
   }
 
   KeychainStatus damage() {
-    writeFile(folder() / "cert9.db", "this is no database, whatever its name says");
+    writeFile(folder_ / "cert9.db", "this is no database, whatever its name says");
     return -8174;  // SEC_ERROR_BAD_DATABASE
   }
 
   [[nodiscard]] auto contents() const { return tests::contents(home_.path()); }
 
  private:
-  [[nodiscard]] std::filesystem::path folder() const { return home_ / ".pki/nssdb"; }
-
   const CertificateStore& store(const std::string& password) {
-    return store_ ? *store_ : store_.emplace(folder(), password);
-  }
-
-  FreshIdentity made(const Certificate& certificate) {
-    return makeIdentity(material_, certificate, KeyType::ec);
+    return store_ ? *store_ : store_.emplace(folder_, password);
   }
 
   Bytes add(const Certificate& certificate, const std::string& password) {
-    const FreshIdentity identity = made(certificate);
+    const FreshIdentity identity = makeIdentity(material_, certificate, KeyType::ec);
     store(password).addIdentity(identity);
     return identity.der;
   }
 
   TemporaryHome home_;
   TemporaryFolder material_;
+  std::filesystem::path folder_ = home_ / ".pki/nssdb";
   std::optional<CertificateStore> store_;
 };
 
 class PreferenceStore {
  public:
+  PreferenceStore() {
+    std::filesystem::create_directories("/opt/google/chrome");
+    std::filesystem::create_symlink("/bin/true", "/opt/google/chrome/google-chrome");
+  }
+
   void store(const nlohmann::json& value) {
-    writeFile(folder() / "50-test.json", nlohmann::json{{key, value}}.dump());
+    writeFile(folder + std::string("/50-test.json"), nlohmann::json{{key, value}}.dump());
   }
 
   [[nodiscard]] std::optional<nlohmann::json> stored() const {
     std::optional<nlohmann::json> value;
-    if (std::filesystem::exists(folder())) {
-      for (const auto& [file, text] : contents(folder())) {  // Sorted by name.
+    if (std::filesystem::exists(folder)) {
+      for (const auto& [file, text] : contents(folder)) {  // Sorted by name.
         if (auto policies = nlohmann::json::parse(text); policies.contains(key)) {
           value = policies[key];
         }
@@ -76,8 +74,7 @@ class PreferenceStore {
 
  private:
   static constexpr const char* key = "AutoSelectCertificateForUrls";
-
-  static std::filesystem::path folder() { return ChromeInstallation::current().managedPolicies; }
+  static constexpr const char* folder = "/etc/opt/chrome/policies/managed";
 
   PrivateMounts mounts_;
 };

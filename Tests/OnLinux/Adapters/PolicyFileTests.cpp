@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <csignal>
-#include <string>
 #include <system_error>
 
 #include "LumaretMacHelper/Linux/PolicyFile.hpp"
@@ -15,9 +14,6 @@
 
 namespace lumaret::tests {
 namespace {
-
-constexpr const char* accessList = "system.posix_acl_access";
-constexpr const char* defaultList = "system.posix_acl_default";
 
 /// An access control list: version 2, and tag, permissions and identifier of each entry. User 65534
 /// may do everything, and all others may do nothing.
@@ -49,10 +45,10 @@ class PolicyFile : public ::testing::Test {
     return ::setxattr(path.c_str(), kind, listOfSomebody.data(), listOfSomebody.size(), 0) == 0;
   }
   static bool hasList(const std::filesystem::path& path) {
-    return ::getxattr(path.c_str(), accessList, nullptr, 0) >= 0;
+    return ::getxattr(path.c_str(), "system.posix_acl_access", nullptr, 0) >= 0;
   }
 
-  void expectRefused(const std::filesystem::path& file) const {
+  static void expectRejected(const std::filesystem::path& file) {
     EXPECT_THROW(static_cast<void>(readPolicyFile(file)), std::system_error);
   }
 
@@ -61,19 +57,25 @@ class PolicyFile : public ::testing::Test {
   std::filesystem::path file_ = managed_ / "own.json";
 };
 
-TEST_F(PolicyFile, EveryUserMayReadItWhateverTheUmask) {
-  ::umask(077);
+/// One for each umask.
+class PolicyFileUnderUmask : public PolicyFile, public ::testing::WithParamInterface<mode_t> {};
+
+TEST_P(PolicyFileUnderUmask, IsWorldReadable) {
+  ::umask(GetParam());
   replacePolicyFile("/opt/new/policies/managed/own.json", "{}");
+  ::umask(022);
   for (const char* folder : {"/opt/new", "/opt/new/policies", "/opt/new/policies/managed"}) {
-    EXPECT_EQ(mode(folder), 0755U);
+    EXPECT_EQ(mode(folder), 0755U) << folder;
   }
   EXPECT_EQ(mode("/opt/new/policies/managed/own.json"), 0644U);
 }
 
+INSTANTIATE_TEST_SUITE_P(Any, PolicyFileUnderUmask, ::testing::Values(002U, 022U, 027U, 077U));
+
 TEST_F(PolicyFile, KeepsNeitherOwnerNorPermissionsOfTheOldFile) {
   writeFile(file_, "old");
   ::chmod(file_.c_str(), 0666);
-  giveList(file_, accessList);
+  giveList(file_, "system.posix_acl_access");
   if (::geteuid() == 0) {
     static_cast<void>(::chown(file_.c_str(), 65534, 65534));
   }
@@ -85,23 +87,17 @@ TEST_F(PolicyFile, KeepsNeitherOwnerNorPermissionsOfTheOldFile) {
   EXPECT_FALSE(hasList(file_));
 }
 
-TEST_F(PolicyFile, InheritsNoAccessControlListFromItsFolder) {
-  if (!giveList("/opt/policies", defaultList) || !giveList(managed_, defaultList)) {
+TEST_F(PolicyFile, InheritsNoAccessControlList) {
+  if (!giveList("/opt/policies", "system.posix_acl_default")) {
     GTEST_SKIP() << "this file system has no access control lists";
   }
-  replacePolicyFile(file_, "{}");
-  EXPECT_EQ(mode(file_), 0644U);
-  EXPECT_FALSE(hasList(file_));
-}
-
-TEST_F(PolicyFile, IsInANewFolderThatEveryUserCanEnterWhateverAccessControlListIsInherited) {
-  if (!giveList("/opt/policies", defaultList)) {
-    GTEST_SKIP() << "this file system has no access control lists";
+  for (const std::filesystem::path folder : {"/opt/policies/managed", "/opt/policies/new"}) {
+    replacePolicyFile(folder / "own.json", "{}");
+    EXPECT_EQ(mode(folder), 0755U);
+    EXPECT_TRUE(isOpenToEveryUser(folder));
+    EXPECT_EQ(mode(folder / "own.json"), 0644U);
+    EXPECT_FALSE(hasList(folder / "own.json"));
   }
-  replacePolicyFile("/opt/policies/new/managed/own.json", "{}");
-  EXPECT_EQ(mode("/opt/policies/new"), 0755U);
-  EXPECT_EQ(mode("/opt/policies/new/managed"), 0755U);
-  EXPECT_TRUE(isOpenToEveryUser("/opt/policies/new/managed"));
 }
 
 TEST_F(PolicyFile, InheritsNoGroupFromItsFolder) {
@@ -117,60 +113,84 @@ TEST_F(PolicyFile, IsReplacedByANewFile) {
   writeFile(file_, "old");
   std::filesystem::create_hard_link(file_, "/opt/second");
   replacePolicyFile(file_, "new");
-  EXPECT_EQ(readFile("/opt/second"), "old");
+  EXPECT_EQ(contents("/opt"),
+            (std::map<std::string, std::string>{{"/opt/second", "old"}, {file_.string(), "new"}}));
 }
 
-TEST_F(PolicyFile, ThatOnlySomeMayReadIsRefused) {
+TEST_F(PolicyFile, IsNeitherReplacedNorRemovedIfItIsALink) {
+  writeFile("/opt/elsewhere", "{}");
+  std::filesystem::create_symlink("/opt/elsewhere", file_);
+  EXPECT_THROW(replacePolicyFile(file_, "new"), std::system_error);
+  EXPECT_THROW(removePolicyFile(file_), std::system_error);
+  EXPECT_EQ(contents("/opt"),
+            (std::map<std::string, std::string>{{"/opt/elsewhere", "{}"}, {file_.string(), "{}"}}));
+  EXPECT_TRUE(std::filesystem::is_symlink(file_));
+}
+
+TEST_F(PolicyFile, IsWrittenIntoALinkedFolderOnAnotherFileSystem) {
+  std::filesystem::create_directories("/run/real/managed");
+  std::filesystem::create_directory_symlink("/run/real/managed", "/opt/linked");
+  replacePolicyFile("/opt/linked/own.json", "{}");
+  EXPECT_EQ(readFile("/run/real/managed/own.json"), "{}");
+}
+
+TEST_F(PolicyFile, IsNotWrittenBehindADanglingLink) {
+  for (const std::filesystem::path link : {"/opt/a", "/opt/b/managed"}) {
+    std::filesystem::create_directories(link.parent_path());
+    std::filesystem::create_symlink("/opt/gone", link);
+    for (const char* file : {"own.json", "below/own.json"}) {
+      EXPECT_THROW(replacePolicyFile(link / file, "{}"), std::system_error) << link / file;
+    }
+  }
+  EXPECT_FALSE(std::filesystem::exists("/opt/gone"));
+  EXPECT_THAT(contents("/opt"), ::testing::IsEmpty());
+}
+
+TEST_F(PolicyFile, RejectsNonWorldReadable) {
   writeFile(file_, "{}");
   for (const mode_t some : {0600U, 0640U, 0000U}) {
     ::chmod(file_.c_str(), some);
-    expectRefused(file_);
+    expectRejected(file_);
   }
   ::chmod(file_.c_str(), 0604);
   EXPECT_EQ(readPolicyFile(file_), "{}");
 }
 
-TEST_F(PolicyFile, BehindALinkCountsIfEveryUserMayReadIt) {
+TEST_F(PolicyFile, IsReadBehindALinkOnlyWhereEveryUserMayGo) {
   writeFile("/opt/elsewhere/below/file", "{}");
   std::filesystem::create_symlink("elsewhere/below", "/opt/folder");
   std::filesystem::create_symlink("../../folder/file", file_);
-  EXPECT_EQ(readPolicyFile(file_), "{}");
-  ::chmod("/opt/elsewhere/below/file", 0640);
-  expectRefused(file_);
-}
-
-TEST_F(PolicyFile, BehindALinkInAFolderThatOthersCannotEnterIsRefused) {
-  writeFile("/opt/elsewhere/below/file", "{}");
-  std::filesystem::create_symlink("/opt/elsewhere/below/file", file_);
-  for (const char* folder : {"/opt", "/opt/elsewhere", "/opt/elsewhere/below"}) {
-    ::chmod(folder, 0750);
-    expectRefused(file_);
-    ::chmod(folder, 0711);
+  for (const char* place :
+       {"/opt", "/opt/elsewhere", "/opt/elsewhere/below", "/opt/elsewhere/below/file"}) {
+    ::chmod(place, 0750);
+    expectRejected(file_);
+    ::chmod(place, 0715);
     EXPECT_EQ(readPolicyFile(file_), "{}");
   }
 }
 
-TEST_F(PolicyFile, ThatIsNoRegularFileIsRefused) {
+TEST_F(PolicyFile, RejectsWhatIsNotARegularFile) {
   ASSERT_EQ(::mkfifo(file_.c_str(), 0644), 0);
-  expectRefused(file_);
+  expectRejected(file_);
   std::filesystem::create_symlink("/dev/zero", managed_ / "zero");
-  expectRefused(managed_ / "zero");
+  expectRejected(managed_ / "zero");
 }
 
-TEST_F(PolicyFile, IsReadAndWrittenUpToItsLargestSizeAndNoFurther) {
+TEST_F(PolicyFile, IsReadAndWrittenUpToItsLargestSize) {
   replacePolicyFile(file_, std::string(largestPolicyFile, ' '));
   EXPECT_EQ(readPolicyFile(file_)->size(), largestPolicyFile);
   EXPECT_THROW(replacePolicyFile(file_, std::string(largestPolicyFile + 1, ' ')),
                std::system_error);
   EXPECT_EQ(statusOf(file_).st_size, static_cast<off_t>(largestPolicyFile));
-  ASSERT_EQ(::truncate(file_.c_str(), static_cast<off_t>(largestPolicyFile + 1)), 0);
-  expectRefused(file_);
-  // The file is sparse. Its size is larger than any memory.
-  ASSERT_EQ(::truncate(file_.c_str(), static_cast<off_t>(1) << 42), 0);
-  expectRefused(file_);
+  // The file is sparse. Its second size is larger than any memory.
+  for (const off_t size :
+       {static_cast<off_t>(largestPolicyFile + 1), static_cast<off_t>(1) << 42}) {
+    ASSERT_EQ(::truncate(file_.c_str(), size), 0);
+    expectRejected(file_);
+  }
 }
 
-TEST_F(PolicyFile, OverTheFileSizeLimitIsNotWrittenAndLeavesNothingBehind) {
+TEST_F(PolicyFile, StaysAtAFailureAndLeavesNothingBehind) {
   writeFile(file_, "old");
   static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
   struct rlimit before = {};
@@ -183,29 +203,18 @@ TEST_F(PolicyFile, OverTheFileSizeLimitIsNotWrittenAndLeavesNothingBehind) {
   EXPECT_EQ(contents("/opt").size(), 1U);
 }
 
-TEST_F(PolicyFile, AFolderIsOpenIfEveryUserCanEnterItAndItsParents) {
-  EXPECT_TRUE(isOpenToEveryUser(managed_));
-  EXPECT_TRUE(isOpenToEveryUser(managed_ / "missing/below"));
-  for (const char* folder : {"/opt", "/opt/policies", "/opt/policies/managed"}) {
-    ::chmod(folder, 0750);
-    EXPECT_FALSE(isOpenToEveryUser(managed_)) << folder;
-    ::chmod(folder, 0755);
-  }
-  ::chmod("/opt/policies", 0711);
-  EXPECT_TRUE(isOpenToEveryUser(managed_));
-  ::chmod(managed_.c_str(), 0711);  // The browser must also list the folder.
-  EXPECT_FALSE(isOpenToEveryUser(managed_));
-}
-
-TEST_F(PolicyFile, AFolderBehindALinkIsOpenIfBothPathsAre) {
+TEST_F(PolicyFile, IsFoundByEveryUserWhoCanEnterBothPathsOfItsFolder) {
   std::filesystem::create_directories("/opt/elsewhere/below");
   std::filesystem::create_directory_symlink("/opt/elsewhere/below", managed_ / "link");
   EXPECT_TRUE(isOpenToEveryUser(managed_ / "link"));
-  for (const char* folder : {"/opt/elsewhere", "/opt/policies"}) {
-    ::chmod(folder, 0700);
+  EXPECT_TRUE(isOpenToEveryUser(managed_ / "missing/below"));
+  for (const char* folder : {"/opt", "/opt/policies", "/opt/policies/managed", "/opt/elsewhere"}) {
+    ::chmod(folder, 0750);
     EXPECT_FALSE(isOpenToEveryUser(managed_ / "link")) << folder;
-    ::chmod(folder, 0755);
+    ::chmod(folder, 0711);
+    EXPECT_TRUE(isOpenToEveryUser(managed_ / "link")) << folder;
   }
+  EXPECT_FALSE(isOpenToEveryUser(managed_));  // The browser must also list the folder.
 }
 
 }  // namespace

@@ -5,31 +5,32 @@
 #include <sys/mount.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <string>
-#include <system_error>
 #include <vector>
+
+#include "LumaretMacHelper/POSIX/SystemCalls.hpp"
 
 namespace lumaret::tests {
 
-/// Mounts empty folders over those of browsers and their policies, and over that of locks, for this
-/// process only.
+/// Mounts empty folders over those of browsers and their policies, over that of locks, and over
+/// the others, for this process only.
 class PrivateMounts {
  public:
-  PrivateMounts() {
+  explicit PrivateMounts(std::vector<std::string> others = {}) : mounted_(std::move(others)) {
     // A child of a process that has entered gets mounts apart from its parent's.
     static pid_t inside = 0;
     if (inside != ::getpid()) {
       enter();
       inside = ::getpid();
     }
-    for (const char* folder : {"/opt", "/etc/opt", "/etc/chromium", "/run"}) {
-      if (std::filesystem::is_directory(folder)) {
-        check(::mount("none", folder, "tmpfs", 0, "mode=0755"));
-        mounted_.emplace_back(folder);
-      }
+    mounted_.insert(mounted_.end(), {"/opt", "/etc/opt", "/run"});
+    if (std::filesystem::is_directory("/etc/chromium")) {
+      mounted_.emplace_back("/etc/chromium");
+    }
+    for (const std::string& folder : mounted_) {
+      checked(::mount("none", folder.c_str(), "tmpfs", 0, "mode=0755"), folder.c_str());
     }
   }
   PrivateMounts(const PrivateMounts&) = delete;
@@ -42,29 +43,23 @@ class PrivateMounts {
 
   void makeReadOnly() const {
     for (const std::string& folder : mounted_) {
-      check(::mount("none", folder.c_str(), nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr));
+      checked(::mount("none", folder.c_str(), nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr));
     }
   }
 
  private:
-  static void check(int result) {
-    if (result != 0) {
-      throw std::system_error(errno, std::generic_category(), "private mounts");
-    }
-  }
-
   static void enter() {
     const std::string user = std::to_string(::geteuid());
     const std::string group = std::to_string(::getegid());
     if (::geteuid() == 0) {
-      check(::unshare(CLONE_NEWNS));
+      checked(::unshare(CLONE_NEWNS));
     } else {
-      check(::unshare(CLONE_NEWUSER | CLONE_NEWNS));
+      checked(::unshare(CLONE_NEWUSER | CLONE_NEWNS), "a private user namespace");
       std::ofstream("/proc/self/uid_map") << "0 " << user << " 1";
       std::ofstream("/proc/self/setgroups") << "deny";
       std::ofstream("/proc/self/gid_map") << "0 " << group << " 1";
     }
-    check(::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr));
+    checked(::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr));
   }
 
   std::vector<std::string> mounted_;

@@ -1,93 +1,51 @@
 # SPDX-License-Identifier: Apache-2.0
-"""No value of an environment variable makes a run fail, or changes more than the variable is for."""
+"""No environment variable, small stack or damaged data of a library makes a run misbehave."""
 
 import json
 import os
+import re
 import resource
-import unittest
+import subprocess
+from pathlib import Path
 
 from Tests.Support.Python import private_machine
 from Tests.Support.Python.fault_test_case import FaultTestCase
 from Tests.Support.Python.outcome import ACTIVATED, printed
 from Tests.Support.Python.policy_files import effective_rules, policies
-from Tests.Support.Python.project import is_sanitized
-from Tests.Support.Python.users import needs_real_root
-
+from Tests.Support.Python.private_machine import CHROMIUM
+from Tests.Support.Python.project import HELPER, is_sanitized
 
 setUpModule = private_machine.enter
 
-LANGUAGES = ("LANG", "LC_ALL", "LC_COLLATE", "LANGUAGE", "LC_CTYPE", "LC_MESSAGES")
-# They lead to the certificates and to the browser's profile.
-FOLDERS = ("HOME", "XDG_DATA_HOME", "XDG_CONFIG_HOME", "CHROME_CONFIG_HOME", "CHROME_USER_DATA_DIR")
 OTHERS = (
-    "TMPDIR",
-    "SQLITE_TMPDIR",
-    "ICU_DATA",
-    "TZ",
-    "NSPR_FD_CACHE_SIZE_HIGH",
-    "NSPR_FD_CACHE_SIZE_LOW",
-    "NSPR_INHERIT_FDS",
-    "NSPR_LOG_FILE",
-    "NSPR_LOG_MODULES",
-    "NSPR_TRACE_LOG",
-    "NSRANDCOUNT",
-    "NSRANDFILE",
-    "NSS_ALLOW_WEAK_SIGNATURE_ALG",
-    "NSS_DEBUG_PKCS11_MODULE",
-    "NSS_DEFAULT_DB_TYPE",
-    "NSS_DISABLE_ARENA_FREE_LIST",
-    "NSS_DISABLE_UNLOAD",
-    "NSS_FIPS",
-    "NSS_HASH_ALG_SUPPORT",
-    "NSS_IGNORE_SYSTEM_POLICY",
-    "NSS_MAX_MP_PBE_ITERATION_COUNT",
-    "NSS_OUTPUT_FILE",
-    "NSS_SDB_USE_CACHE",
-    "NSS_SSL_CBC_RANDOM_IV",
-    "NSS_STRICT_NOFORK",
-    "NSS_STRICT_SHUTDOWN",
-    "NSS_TRACE_OCSP",
+    # They lead to the browser's profile.
+    *("XDG_CONFIG_HOME", "CHROME_CONFIG_HOME", "CHROME_USER_DATA_DIR"),
+    *("LANG", "LC_ALL", "LC_COLLATE", "LANGUAGE", "LC_CTYPE", "LC_MESSAGES"),
+    *("TMPDIR", "SQLITE_TMPDIR", "ICU_DATA", "TZ", "SSLDEBUG", "SSLKEYLOGFILE"),
+    *("NSPR_FD_CACHE_SIZE_HIGH", "NSPR_FD_CACHE_SIZE_LOW", "NSPR_INHERIT_FDS", "NSPR_LOG_FILE", "NSPR_LOG_MODULES"),
+    *("NSPR_TRACE_LOG", "NSRANDCOUNT", "NSRANDFILE", "NSS_ALLOW_WEAK_SIGNATURE_ALG", "NSS_DEBUG_PKCS11_MODULE"),
+    *("NSS_DEFAULT_DB_TYPE", "NSS_DISABLE_ARENA_FREE_LIST", "NSS_DISABLE_UNLOAD", "NSS_FIPS", "NSS_HASH_ALG_SUPPORT"),
+    *("NSS_IGNORE_SYSTEM_POLICY", "NSS_MAX_MP_PBE_ITERATION_COUNT", "NSS_OUTPUT_FILE", "NSS_SDB_USE_CACHE"),
+    *("NSS_SSL_CBC_RANDOM_IV", "NSS_STRICT_NOFORK", "NSS_STRICT_SHUTDOWN", "NSS_TRACE_OCSP"),
     "NSS_USE_SHEXP_IN_CERT_NAME",
-    "SSLDEBUG",
-    "SSLKEYLOGFILE",
 )
 TEXTS = (
-    b"",
-    b" ",
-    b"x",
-    b"abcdefghijkl",
-    b"a" * 156,
-    b"a" * 157,
+    *(b"", b" ", b"x", b"abcdefghijkl", b"a" * 156, b"a" * 157, b"x" * 10_000, b"\xff\xfe\x80", "é".encode() * 500),
     b"de_DE" + b"_x" * 100,
-    b"x" * 10_000,
     b"en@" + b"collation=x;" * 1_500,
-    b"_" * 1_000,
-    b"-" * 1_000,
-    b"@" * 1_000,
-    b"." * 1_000,
     b"en_US_POSIX@collation=search;colstrength=quaternary;colnumeric=yes",
     b"de-u-co-phonebk-ks-identic-" + b"x-" * 200,
-    b"\xff\xfe\x80",
-    "é".encode() * 500,
-    b"%s%n%d%x",
-    b"../" * 1_000,
-    b"/" * 5_000,
-    b"/dev/null",
-    b"/proc/self/mem",
-    b"-1",
-    b"0",
-    b"4294967296",
-    b"18446744073709551616",
-    b"1" * 5_000,
-    b"'\"\\`$(true);&|<>*?[]{}~#!\n\t\r\x01\x7f",
-    b"sql:/nowhere",
-    b"dbm:/nowhere",
-    b"all:5",
-    b"all:-1,bufsize:99999999999,timestamp,append,sync",
+    *(character * 1_000 for character in (b"_", b"-", b"@", b".")),
+    *(b"../" * 1_000, b"/" * 5_000, b"/dev/null", b"/proc/self/mem", b"sql:/nowhere", b"dbm:/nowhere"),
+    *(b"-1", b"0", b"4294967296", b"18446744073709551616", b"1" * 5_000),
+    *(b"%s%n%d%x", b"'\"\\`$(true);&|<>*?[]{}~#!\n\t\r\x01\x7f"),
+    *(b"all:5", b"all:-1,bufsize:99999999999,timestamp,append,sync"),
 )
 
 
 class EnvironmentTests(FaultTestCase):
+    """In each run, every variable has another text. In as many runs as there are texts, it has each of them once."""
+
     def setUp(self):
         super().setUp()
         self.identities = self.make_identities({"CN": "Ana"}, {"CN": "Ben"})
@@ -95,83 +53,64 @@ class EnvironmentTests(FaultTestCase):
         self.folder.mkdir()
         accounts = self.machine.folder / "passwd"
         accounts.write_text(f"tester:x:{os.geteuid()}:{os.getegid()}::{self.machine.home}:/bin/sh\n")
-        self.machine.mount_over(private_machine.Path("/etc/passwd"), accounts)
+        self.machine.mount_over(Path("/etc/passwd"), accounts)
 
-    def run_with(self, variables: dict[str, bytes], *arguments):
-        return self.helper(*arguments, environment=variables, cwd=self.folder, timeout=30)
+    def outcomes(self, names: tuple[str, ...], *arguments: str):
+        for run in range(len(TEXTS)):
+            variables = {name: TEXTS[(run + index) % len(TEXTS)] for index, name in enumerate(names)}
+            yield self.helper(*arguments, environment=variables, cwd=self.folder, timeout=30), variables
 
-    def test_language_variables_do_not_change_the_listing(self):
-        for name in LANGUAGES:
-            for text in TEXTS:
-                with self.subTest(name, text=text[:40]):
-                    self.assertEqual(self.run_with({name: text}, "list"), printed(self.line_of(*self.identities)))
+    def test_list_succeeds_whatever_variables_say(self):
+        """What NSS reports goes to standard error."""
+        expected = printed(self.line_of(*self.identities))[:2]
+        for names in (OTHERS, ("LC_ALL",)):
+            for outcome, variables in self.outcomes(names, "list"):
+                self.assertEqual(outcome[:2], expected, variables)
 
-    def test_folder_variables_do_not_make_list_fail(self):
+    def test_list_succeeds_whatever_home_variables_say(self):
         """If a value does not name a folder, the home of the account is used, or there are no certificates."""
-        for name in FOLDERS:
-            for text in TEXTS:
-                with self.subTest(name, text=text[:40]):
-                    outcome = self.run_with({name: text}, "list")
-                    self.assertEqual((outcome.status, outcome.stderr), (0, b""))
-                    expected = [[], [identity.fingerprint for identity in self.identities]]
-                    self.assertIn([identity["id"] for identity in json.loads(outcome.stdout)], expected)
+        expected = [printed("[]"), printed(self.line_of(*self.identities))]
+        for name in ("HOME", "XDG_DATA_HOME"):
+            for outcome, variables in self.outcomes((name,), "list"):
+                self.assertIn(outcome, expected, variables)
 
-    def test_variables_of_libraries_do_not_change_standard_output(self):
-        """NSS may report them on standard error, and never on standard output."""
-        expected = printed(self.line_of(*self.identities))
-        for name in OTHERS:
-            for text in TEXTS:
-                with self.subTest(name, text=text[:40]):
-                    outcome = self.run_with({name: text}, "list")
-                    self.assertEqual((outcome.status, outcome.stdout), (0, expected.stdout))
+    def test_activate_succeeds_whatever_variables_say(self):
+        chosen = self.identities[0]
+        names = ("XDG_DATA_HOME", *OTHERS)
+        for outcome, variables in self.outcomes(names, "activate", "--fingerprint", chosen.fingerprint):
+            self.assertEqual(outcome[:2], ACTIVATED[:2], variables)
+            self.assertEqual(effective_rules(), [self.rule_for(chosen)])
 
-    def test_activate_succeeds_whatever_language_and_library_variables_say(self):
-        for text in TEXTS:
-            with self.subTest(text[:40]):
-                variables = {name: text for name in (*LANGUAGES, *OTHERS) if name != "NSPR_LOG_FILE"}
-                outcome = self.run_with(variables, "activate", "--fingerprint", self.identities[0].fingerprint)
-                self.assertEqual((outcome.status, outcome.stdout), (0, ACTIVATED.stdout))
-                self.assertEqual(effective_rules(), [self.rule_for(self.identities[0])])
 
-    def test_activate_succeeds_whatever_folder_variables_say(self):
-        for name in FOLDERS[1:]:
-            for text in TEXTS:
-                with self.subTest(name, text=text[:40]):
-                    outcome = self.run_with({name: text}, "activate", "--fingerprint", self.identities[0].fingerprint)
-                    self.assertEqual(outcome, ACTIVATED)
+class DamagedDataTests(FaultTestCase):
+    def test_damaged_icu_data_is_an_error(self):
+        identity = self.make_identity()
+        libraries = subprocess.run(["ldd", HELPER], check=True, capture_output=True, text=True).stdout
+        data = Path(re.search(r"=> (/\S*/libicudata\.so\S*)", libraries)[1])
+        damaged = self.machine.folder / "damaged"
+        mark_of_data = b"CmnD"
+        damaged.write_bytes(data.read_bytes().replace(mark_of_data, bytes(len(mark_of_data))))
+        self.machine.mount_over(data, damaged)
+        for outcome in (self.helper("list"), self.activate(identity)):
+            self.assertEqual((outcome.status, outcome.stdout), (1, b""))
+            self.assertRegex(outcome.stderr, rb"\AU_[A-Z_]+_ERROR\n\Z")
+        self.assertEqual(self.machine.launches(), [])
+        self.assertFalse(CHROMIUM.policies.exists())
 
 
 class SmallStackTests(FaultTestCase):
-    """The stack is limited to far less than the usual eight megabytes."""
-
-    def setUp(self):
-        super().setUp()
+    def test_small_stack_suffices(self):
+        """48 kB are far less than the usual eight megabytes. JSON that is deeply nested does not exhaust them."""
         if is_sanitized():
             self.skipTest("the sanitizers require a larger stack")
-
-    def limited(self, kilobytes: int, *arguments: str):
-        size = kilobytes << 10
-        return self.helper(*arguments, preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_STACK, (size, size)))
-
-    def test_list_and_activate_succeed_with_a_small_stack(self):
+        size = 48 << 10
+        limited = {"preexec_fn": lambda: resource.setrlimit(resource.RLIMIT_STACK, (size, size))}
         identities = self.make_identities({"CN": "Ana"}, {"CN": "Ben"})  # so that names are ordered
-        for kilobytes in (48, 64, 128, 256, 1024):
-            with self.subTest(kilobytes):
-                self.assertEqual(self.limited(kilobytes, "list"), printed(self.line_of(*identities)))
-                chosen = identities[0].fingerprint
-                self.assertEqual(self.limited(kilobytes, "activate", "--fingerprint", chosen), ACTIVATED)
-
-    @needs_real_root
-    def test_deeply_nested_json_does_not_exhaust_a_small_stack(self):
-        identity = self.make_identity()
+        self.assertEqual(self.helper("list", **limited), printed(self.line_of(*identities)))
         nested = "[" * 1_000_000 + "]" * 1_000_000
-        self.machine.write_policies("10.json", f'{{"Other": {nested}}}')
         nested_to_the_limit = json.loads("[" * 197 + "]" * 197)
+        self.machine.write_policies("10.json", f'{{"Other": {nested}}}')
         self.write_own_file(policies(nested, Other=nested_to_the_limit))
-        self.assertEqual(self.limited(48, "activate", "--fingerprint", identity.fingerprint), ACTIVATED)
-        self.assertEqual(self.stored_rules(), [nested, self.rule_for(identity)])
+        self.assertEqual(self.activate(identities[0], **limited), ACTIVATED)
+        self.assertEqual(self.stored_rules(), [nested, self.rule_for(identities[0])])
         self.assertEqual(self.stored_policies()["Other"], nested_to_the_limit)
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -1,14 +1,10 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Callers that leave dialogs open, leave, or call too often do not harm others."""
+"""Callers of the rule service that leave dialogs open, leave, or call too often do not harm others."""
 
-import fcntl
 import os
-import pty
 import shutil
 import signal
 import subprocess
-import termios
-import unittest
 from pathlib import Path
 
 from Tests.Support.Python import messages, private_machine
@@ -20,16 +16,14 @@ from Tests.Support.Python.project import is_sanitized
 from Tests.Support.Python.rule_service_test_case import ANA, BEN, OWN, RuleServiceTestCase
 from Tests.Support.Python.users import needs_real_root
 
-
 setUpModule = private_machine.enter
 
 OTHER = rule({"CN": "x"}, None)
-MOST_OF_ONE_USER = 16
 MOST = 112
 
 
 @needs_real_root
-class DialogTests(RuleServiceTestCase):
+class RuleServiceDialogTests(RuleServiceTestCase):
     """Ana is permitted. All others are asked for an administrator's password."""
 
     def setUp(self):
@@ -37,37 +31,28 @@ class DialogTests(RuleServiceTestCase):
         self.bus.ask("ana")
         self.ana, self.ben, self.dialog = self.client(ANA), self.client(BEN), self.open_dialogs()
 
-    def test_stores_once_the_question_is_confirmed(self):
+    def test_open_dialog_holds_up_nobody(self):
         number = self.ben.send_store(OWN, interactive=True)
         question = self.dialog.await_question()
-        with self.unchanged():
-            self.assertFalse(self.ben.is_answered(number))
+        self.assertEqual(self.ana.store(OTHER, seconds=10), DONE)
+        self.assertFalse(self.ben.is_answered(number))
+        self.assertEqual(self.stored_rules(), [OTHER])
         self.dialog.confirm(question)
         self.assertEqual(self.ben.answer(number), DONE)
         self.assertEqual(self.stored_rules(), [OWN])
 
-    def test_an_open_dialog_holds_up_nobody(self):
+    def test_caller_of_killed_service_gets_error(self):
         number = self.ben.send_store(OWN, interactive=True)
         question = self.dialog.await_question()
-        self.assertEqual(self.ana.store(OTHER, seconds=10), DONE)
-        self.assertEqual(self.stored_rules(), [OTHER])
-        self.assertFalse(self.ben.is_answered(number))
-        self.dialog.cancel(question)
-        self.assertEqual(self.ben.answer(number).error, "AccessDenied")
-        self.assertEqual(self.stored_rules(), [OTHER])
-
-    def test_a_caller_that_leaves_changes_nothing(self):
-        self.ben.send_store(OWN, interactive=True)
-        question = self.dialog.await_question()
-        self.ben.close()
-        self.dialog.await_withdrawal(question)
-        self.dialog.confirm(question)  # too late
-        self.assert_only_other_changes(self.ana)
-        self.assertIn(f"user {BEN}: left before polkit answered\n", self.bus.log())
+        with self.unchanged():
+            self.bus.end_service()
+            self.assertEqual(self.ben.answer(number).error, "NoReply")
+            self.dialog.await_withdrawal(question)
+        self.assertEqual(self.ana.store(OWN), DONE)
 
 
 @needs_real_root
-class ActivateTests(RuleServiceTestCase):
+class RuleServiceActivateTests(RuleServiceTestCase):
     """`activate` of Ben, whose busctl runs once the test lets it: polkit asks only about a process that it knows."""
 
     def setUp(self):
@@ -77,18 +62,16 @@ class ActivateTests(RuleServiceTestCase):
         self.waiting = self.machine.folder / "waiting"
         self.begin = self.machine.folder / "begin"
         self.user = self.become(BEN)
-
-    def replace_busctl(self, first: str) -> None:
-        busctl = Path("/usr/bin/busctl")
-        real = self.machine.folder / "busctl"
+        busctl, real = Path("/usr/bin/busctl"), self.machine.folder / "busctl"
         shutil.copy(busctl, real)
-        self.machine.replace_program(busctl, f'#!/bin/sh\n{first}\nexec {real} "$@"\n')
+        wait = f"echo $$ >{self.waiting}; while ! [ -e {self.begin} ]; do sleep 0.02; done"
+        self.machine.replace_program(busctl, f'#!/bin/sh\n{wait}\nexec {real} "$@"\n')
 
     def start(self) -> subprocess.Popen:
         """Returns once the dialog is open."""
-        self.waiting.touch()
+        self.begin.unlink(missing_ok=True)
+        self.waiting.write_text("")
         self.waiting.chmod(0o666)
-        self.replace_busctl(f"echo $$ >>{self.waiting}; while ! [ -e {self.begin} ]; do sleep 0.02; done")
         tool = subprocess.Popen(
             [*self.user, *self.activate_command(self.identity)],
             env=self.machine.environment,
@@ -106,69 +89,34 @@ class ActivateTests(RuleServiceTestCase):
         self.question = self.dialog.await_question()
         return tool
 
-    def test_succeeds_once_the_question_is_confirmed(self):
-        tool = self.start()
-        self.dialog.confirm(self.question)
-        self.assertEqual(tool.communicate(timeout=30), (ACTIVATED.stdout, b""))
-        self.assertEqual(self.stored_rules(), [self.rule_for(self.identity)])
-
-    def test_a_cancelled_question_stores_nothing(self):
+    def test_stores_once_question_is_confirmed(self):
         with self.unchanged():
             tool = self.start()
             self.dialog.cancel(self.question)
             self.assertEqual(tool.communicate(timeout=30), (b"", failed(messages.POLICY_WRITE_FAILED).stderr))
             self.assertEqual(tool.returncode, 1)
         self.assertEqual(self.machine.launches(), [])
-
-    def assert_withdrawn_by(self, ending: signal.Signals) -> None:
-        """busctl ends together with the tool, so a confirmation is too late."""
         tool = self.start()
-        tool.send_signal(ending)
-        self.assertEqual(tool.wait(30), -ending)
-        await_until(lambda: not Path("/proc", str(self.busctl), "exe").exists(), "busctl to end")
-        self.dialog.await_withdrawal(self.question)
         self.dialog.confirm(self.question)
-        self.assert_only_other_changes(self.client(ANA))
+        self.assertEqual(tool.communicate(timeout=30), (ACTIVATED.stdout, b""))
+        self.assertEqual(self.stored_rules(), [self.rule_for(self.identity)])
+
+    def test_ending_it_withdraws_question(self):
+        """busctl ends together with the tool, so a confirmation is too late."""
+        for ending in (signal.SIGKILL, signal.SIGTERM, signal.SIGINT):
+            with self.subTest(ending):
+                tool = self.start()
+                tool.send_signal(ending)
+                self.assertEqual(tool.wait(30), -ending)
+                await_until(lambda: not Path("/proc", str(self.busctl), "exe").exists(), "busctl to end")
+                self.dialog.await_withdrawal(self.question)
+                self.dialog.confirm(self.question)
+                self.assert_only_other_changes(self.client(ANA))
         self.assertEqual(self.machine.launches(), [])
-
-    def test_killing_it_withdraws_the_question(self):
-        self.assert_withdrawn_by(signal.SIGKILL)
-
-    def test_terminating_it_withdraws_the_question(self):
-        self.assert_withdrawn_by(signal.SIGTERM)
-
-    def test_interrupting_it_withdraws_the_question(self):
-        self.assert_withdrawn_by(signal.SIGINT)
-
-    def test_busctl_has_neither_its_streams_nor_its_terminal(self):
-        self.bus.permit("ben")
-        seen = self.machine.folder / "seen"
-        seen.touch()
-        seen.chmod(0o666)
-        speak = "echo noise; echo noise >&2; (echo noise >/dev/tty) 2>/dev/null; read -r line"
-        self.replace_busctl(f'{speak}; echo "$line" >{seen}')
-        terminal, end = pty.openpty()
-        self.addCleanup(os.close, terminal)
-        attributes = termios.tcgetattr(end)
-        attributes[3] &= ~termios.ECHO
-        termios.tcsetattr(end, termios.TCSANOW, attributes)
-        os.write(terminal, b"typed\n")
-        with open(end, "wb") as stream:
-            outcome = self.machine.run(
-                *(*self.user, *self.activate_command(self.identity)),
-                stdin=stream,
-                start_new_session=True,
-                preexec_fn=lambda: fcntl.ioctl(0, termios.TIOCSCTTY),
-            )
-            self.assertEqual(outcome, ACTIVATED)
-            self.assertEqual(seen.read_text(), "\n")
-            os.set_blocking(terminal, False)
-            with self.assertRaises(BlockingIOError):
-                os.read(terminal, 100)
 
 
 @needs_real_root
-class BoundTests(RuleServiceTestCase):
+class RuleServiceBoundTests(RuleServiceTestCase):
     users = {"ana": ANA} | {f"user{number}": 3000 + number for number in range(4 + MOST // 2)}
 
     def setUp(self):
@@ -176,7 +124,7 @@ class BoundTests(RuleServiceTestCase):
         self.bus.ask("ana")
         self.dialog = self.open_dialogs()
 
-    def ask(self, client: Client, count: int = MOST_OF_ONE_USER) -> list:
+    def ask(self, client: Client, count: int = 16) -> list:
         """Returns the questions that polkit has then put."""
         for _ in range(count):
             client.send_store(OWN, interactive=True)
@@ -187,7 +135,7 @@ class BoundTests(RuleServiceTestCase):
         for question in questions:
             self.dialog.await_withdrawal(question)
 
-    def test_bounds_the_questions_of_one_user(self):
+    def test_bounds_questions_of_one_user(self):
         caller, same, other = self.client(3000), self.client(3000), self.client(3001)
         questions = self.ask(caller)
         self.assertEqual(same.store(OWN, interactive=True).error, "LimitsExceeded")
@@ -198,7 +146,7 @@ class BoundTests(RuleServiceTestCase):
         self.ask(same)
         self.assertEqual(same.store(OWN, interactive=True).error, "LimitsExceeded")
 
-    def test_bounds_the_questions_of_all_users(self):
+    def test_bounds_questions_of_all_users(self):
         """Half of them are for users who have no question waiting."""
         first, second, third, fourth, *others = [self.client(user) for user in self.users.values() if user != ANA]
         questions = self.ask(first)
@@ -213,8 +161,8 @@ class BoundTests(RuleServiceTestCase):
         self.leave(first, questions)
         self.assertEqual(self.client(ANA).store(OWN), DONE)
 
-    def test_files_that_come_with_calls_use_up_no_descriptors(self):
-        """The bus passes 16 files with a call."""
+    def test_rejects_files_that_come_with_calls(self):
+        """The bus passes 16 files with a call. They would use up the service's descriptors."""
         self.assertEqual(self.client(ANA).store(OTHER), DONE)
         caller = self.client(3000)
         with open("/dev/null") as file:
@@ -223,7 +171,7 @@ class BoundTests(RuleServiceTestCase):
 
 
 @needs_real_root
-class FloodTests(RuleServiceTestCase):
+class RuleServiceFloodTests(RuleServiceTestCase):
     users = {"ana": ANA} | {f"user{number}": 3000 + number for number in range(20)}
 
     def setUp(self):
@@ -235,10 +183,9 @@ class FloodTests(RuleServiceTestCase):
         if not is_sanitized():
             status = Path("/proc", str(self.bus.service), "status").read_text()
             peak = int(status.partition("VmHWM:")[2].split()[0])
-            print(f"{self.id().rpartition('.')[2]}: at most {peak} kB of memory", flush=True)
             self.assertLess(peak * 1024, 64_000_000)
 
-    def test_answers_a_thousand_calls_of_twenty_users(self):
+    def test_answers_thousand_calls_of_twenty_users(self):
         texts = (
             OWN,
             OWN[:-1],
@@ -280,7 +227,3 @@ class FloodTests(RuleServiceTestCase):
             self.assertEqual(ana.answer(sent[0]), DONE)
             self.assertEqual([caller.answer(number).error for number in sent[1:]], ["InvalidArgs"] * 3)
         self.assert_little_memory_used()
-
-
-if __name__ == "__main__":
-    unittest.main()

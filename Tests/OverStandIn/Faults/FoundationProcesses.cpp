@@ -31,12 +31,12 @@ bool isExecutableFile(const std::filesystem::path& path) {
 }
 
 void startProcess(const std::filesystem::path& executable,
-                  const std::vector<std::string>& arguments, StandardOutput /*output*/) {
+                  const std::vector<std::string>& arguments, int /*output*/) {
   launch("NSTask", executable, arguments);
 }
 
 std::int32_t runProcess(const std::filesystem::path& executable,
-                        const std::vector<std::string>& arguments, StandardOutput /*output*/) {
+                        const std::vector<std::string>& arguments, int /*output*/) {
   return launch("NSTask.waitUntilExit", executable, arguments);
 }
 

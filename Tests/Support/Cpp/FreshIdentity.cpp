@@ -6,6 +6,25 @@
 #include <stdexcept>
 
 namespace lumaret::tests {
+namespace {
+
+// The serial number is random, since no file specifies one.
+constexpr const char* script = R"(
+set -e
+PATH=/usr/bin:/bin
+printf '%s\n' '[req]' distinguished_name=any string_mask=utf8only '[ca]' default_ca=self \
+  '[self]' database=$n.index serial=$n.serial new_certs_dir=. default_md=sha256 policy=any \
+  '[any]' countryName=optional organizationName=optional organizationalUnitName=optional \
+  localityName=optional commonName=optional >$n.cnf
+touch $n.index
+openssl req -new -nodes -utf8 -config $n.cnf -subj "$subject" -newkey $key -keyout $n.key -out $n.csr
+openssl ca -batch -notext -selfsign -preserveDN -create_serial -config $n.cnf \
+  -startdate 600101000000Z -enddate $expiry -keyfile $n.key -in $n.csr -out $n.crt
+openssl x509 -outform der -in $n.crt -out $n.der
+openssl pkcs12 -export -passout pass:$passphrase -name $n -inkey $n.key -in $n.crt -out $n.p12
+)";
+
+}  // namespace
 
 std::string shell(const std::string& command) {
   std::FILE* pipe = ::popen(("exec 2>&1 </dev/null; " + command).c_str(), "r");
@@ -23,34 +42,13 @@ std::string shell(const std::string& command) {
 FreshIdentity makeIdentity(const TemporaryFolder& folder, const std::string& subject,
                            KeyType keyType, const std::string& expiry) {
   static int count = 0;
-  const std::string number = std::to_string(++count);
-  const std::string stem = (folder / ("identity" + number)).string();
-  FreshIdentity identity{stem + ".key", stem + ".crt", stem + ".p12", {}};
-  const std::string openssl = "/usr/bin/openssl ";
-  const std::string configuration = (folder / "authority.cnf").string();
-  writeFile(configuration,
-            "[req]\ndistinguished_name=any\nstring_mask=utf8only\n[ca]\ndefault_ca=self\n[self]"
-            "\ndatabase=" +
-                stem + ".index\nserial=" + stem +
-                ".serial\nnew_certs_dir=" + folder.path().string() +
-                "\ndefault_md=sha256\npolicy=any\n"
-                "[any]\ncountryName=optional\norganizationName=optional\n"
-                "organizationalUnitName=optional\nlocalityName=optional\ncommonName=optional\n");
-  writeFile(stem + ".index", "");
-  shell(openssl + "req -new -nodes -utf8 -config " + configuration + " -subj '" + subject +
-        "' -newkey " +
-        (keyType == KeyType::ec ? "ec -pkeyopt ec_paramgen_curve:P-256" : "rsa:2048") +
-        " -keyout " + stem + ".key -out " + stem + ".csr");
-  // The serial number is random, since no file specifies one.
-  shell(openssl + "ca -batch -notext -selfsign -preserveDN -create_serial -config " +
-        configuration + " -startdate 600101000000Z -enddate " + expiry + " -keyfile " + stem +
-        ".key -in " + stem + ".csr -out " + stem + ".crt");
-  shell(openssl + "x509 -outform der -in " + stem + ".crt -out " + stem + ".der");
-  shell(openssl + "pkcs12 -export -passout pass:" + FreshIdentity::passphrase + " -name identity" +
-        number + " -inkey " + stem + ".key -in " + stem + ".crt -out " + stem + ".p12");
-  const std::string der = readFile(stem + ".der");
-  identity.der.assign(der.begin(), der.end());
-  return identity;
+  const std::string name = "identity" + std::to_string(++count);
+  const char* key = keyType == KeyType::ec ? "ec -pkeyopt ec_paramgen_curve:P-256" : "rsa:2048";
+  shell("cd " + folder.path().string() + "; n=" + name + "; subject='" + subject + "'; key='" +
+        key + "'; expiry=" + expiry + "; passphrase=" + FreshIdentity::passphrase + script);
+  const std::string der = readFile(folder / (name + ".der"));
+  return {folder / (name + ".key"), folder / (name + ".crt"), folder / (name + ".p12"),
+          Bytes(der.begin(), der.end())};
 }
 
 }  // namespace lumaret::tests

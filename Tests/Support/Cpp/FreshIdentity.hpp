@@ -17,19 +17,17 @@ std::string shell(const std::string& command);
 struct FreshIdentity {
   std::filesystem::path key;
   std::filesystem::path certificate;
-  /// PKCS#12, protected by `passphrase`.
-  std::filesystem::path bundle;
+  std::filesystem::path bundle;  // PKCS#12
   Bytes der;
 
-  /// The Keychain does not import a bundle without a passphrase.
+  /// That of the bundle. The Keychain does not import one without.
   static constexpr const char* passphrase = "test";
 };
 
 enum class KeyType { ec, rsa };
 
-/// Makes the files in the folder with the system's openssl. This is OpenSSL on Debian. On a Mac it
-/// is LibreSSL, whose bundles the Keychain can read. The subject has the form of openssl's -subj,
-/// "/CN=Anna/O=Example", and the expiry has that of its -enddate.
+/// Makes the files with the system's openssl: OpenSSL on Debian; LibreSSL, whose bundles the
+/// Keychain can read, on a Mac. Subject and expiry have the form of its -subj and -enddate.
 FreshIdentity makeIdentity(const TemporaryFolder& folder, const std::string& subject,
                            KeyType keyType = KeyType::ec,
                            const std::string& expiry = "20991231235959Z");

@@ -6,14 +6,12 @@
 #include <string_view>
 #include <utility>
 
-/// The messages of the tool, for all tests. Tests/Support/Python/messages.py reads the constants
-/// from this file. "<status>" stands for a number, and "<text>" for a string.
+/// For all tests: Tests/Support/Python/messages.py reads this file, too. "<status>" stands for a
+/// number, and "<text>" for a string.
 namespace lumaret::tests::messages {
 
 inline constexpr const char* usage =
     "Uso: lumaret-macos-helper list | activate --fingerprint <sha256> [--url <https-url>]";
-
-// The messages of the errors, in the order of their kinds.
 inline constexpr const char* keychainFailure = "Keychain could not be read (error <status>).";
 inline constexpr const char* chromeLaunchFailed = "Google Chrome could not be opened: <text>";
 inline constexpr const char* keychainAuthorizationFailed =
@@ -43,12 +41,11 @@ inline constexpr const char* chromeKeyAuthorizationUnsupported =
 inline constexpr const char* keychainAuthorizationCancelled =
     "Chrome was not authorized because the Keychain confirmation was cancelled. No Chrome "
     "certificate rule was changed.";
-
-// Endings of the message of chromeLaunchFailed.
+// How the message of chromeLaunchFailed may end.
 inline constexpr const char* unsuccessfulExit = "Google Chrome exited with status <status>.";
 inline constexpr const char* unsupportedScheme = "Only HTTP and HTTPS destinations are supported.";
 
-/// The message with this value in place of its "<status>" or "<text>".
+/// The message with this in place of its "<status>" or "<text>".
 inline std::string told(std::string message, std::string_view text) {
   const std::size_t begin = message.find('<');
   return message.replace(begin, message.find('>') + 1 - begin, text);

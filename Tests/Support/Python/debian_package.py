@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""The Debian package of the build that is under test, and a Debian on which to install it.
+"""The Debian package of these sources, and a Debian on which to install it.
 
 CTest makes it once for all tests, as a fixture: `python3 -m Tests.Support.Python.debian_package FOLDER`. A test that
 somebody runs without CTest makes its own.
@@ -14,9 +14,9 @@ from pathlib import Path
 from stat import filemode
 
 from Tests.Support.Python.outcome import Outcome
-from Tests.Support.Python.packaging_test_case import PackagingTestCase, kept_manifest
+from Tests.Support.Python.packaging_test_case import PackagingTestCase
 from Tests.Support.Python.private_machine import contents
-from Tests.Support.Python.project import BUILD
+from Tests.Support.Python.project import SOURCES
 from Tests.Support.Python.users import accounts
 
 ENVIRONMENT = {
@@ -29,8 +29,7 @@ ENVIRONMENT = {
 
 def make(folder: Path) -> None:
     """Uses a umask that gives other users no access. The package must not depend on it."""
-    with kept_manifest():
-        subprocess.run(("cpack", "-G", "DEB", "-B", folder), cwd=BUILD, umask=0o077, check=True)
+    subprocess.run((SOURCES / "Packaging/make-debian-package", folder), umask=0o077, check=True)
 
 
 class DebianPackageTestCase(PackagingTestCase):
@@ -40,7 +39,7 @@ class DebianPackageTestCase(PackagingTestCase):
         folder = Path(made or self.machine.folder / "made")
         if not made:
             make(folder)
-        (self.package,) = folder.glob("*.deb")
+        (self.package,) = folder.glob("lumaret-macos-helper_*.deb")
 
 
 class DebianRootTestCase(DebianPackageTestCase):
