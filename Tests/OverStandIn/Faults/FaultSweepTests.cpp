@@ -16,7 +16,6 @@
 
 #include "LumaretMacHelper/LumaretMacHelper.hpp"
 #include "Tests/OverStandIn/SampleIdentities.hpp"
-#include "Tests/Support/Cpp/Case.hpp"
 #include "Tests/Support/Cpp/CertificateBytes.hpp"
 #include "Tests/Support/Cpp/Messages.hpp"
 
@@ -100,6 +99,9 @@ struct Scenario {
   json runningApplications = {"com.google.Chrome"};
 };
 
+/// A scenario and the name under which its test is listed.
+using NamedScenario = std::pair<std::string, Scenario>;
+
 std::vector<std::string> activate(const std::string& address = "") {
   return {"activate", "--fingerprint", idOf("ana"), "--url", address};
 }
@@ -120,7 +122,7 @@ const std::string anasRule =
     R"({"filter":{"ISSUER":{"CN":"Example CA"},"SUBJECT":{"CN":"ana"}},"pattern":"*"})";
 const std::string siteRule = R"({"pattern": "https://a.example"})";
 
-const std::vector<Case<Scenario>> scenarios = {
+const std::vector<NamedScenario> scenarios = {
     {"ListsSeveralIdentities",
      {{"list"}, {identity("zoe"), identity("ana"), old, identity("ana"), keyless, nameless}}},
     {"TwoSigningEntriesWithoutChrome",
@@ -234,10 +236,10 @@ void expectInvariants(const json& answer, const json& before, const json& whole,
   }
 }
 
-class FaultSweep : public testing::TestWithParam<Case<Scenario>> {};
+class FaultSweep : public testing::TestWithParam<NamedScenario> {};
 
 TEST_P(FaultSweep, KeepsInvariants) {
-  const Scenario& scenario = GetParam().value;
+  const Scenario& scenario = GetParam().second;
   const json before = begin(scenario);
   const json whole = finish(scenario);
   ASSERT_EQ(whole["message"], "");
@@ -261,7 +263,8 @@ TEST_P(FaultSweep, KeepsInvariants) {
   std::cout << "StandInFaultSweep: " << trace.size() << " calls, " << cases << " cases\n";
 }
 
-INSTANTIATE_TEST_SUITE_P(Of, FaultSweep, testing::ValuesIn(scenarios), caseName);
+INSTANTIATE_TEST_SUITE_P(Of, FaultSweep, testing::ValuesIn(scenarios),
+                         [](const auto& test) { return test.param.first; });
 
 }  // namespace
 }  // namespace lumaret::tests
