@@ -46,7 +46,9 @@ class AdministratorsTests(DebianRootTestCase):
         self.before = self.state()
 
     def assert_rolled_out_to(self, *users: str):
-        self.assertEqual(self.inside("dpkg-query", "-W", "-f", "${db:Status-Status}", "lumaret-macos-helper"), "installed")
+        self.assertEqual(
+            self.inside("dpkg-query", "-W", "-f", "${db:Status-Status}", "lumaret-macos-helper"), "installed"
+        )
         rules = self.root / "etc/polkit-1/rules.d" / RULES_FILE.name
         self.assertEqual((rules.read_bytes(), rules.stat().st_mode & 0o777), (RULES_FILE.read_bytes(), 0o644))
         group = self.inside("getent", "group", "lumaret-rule").strip()
