@@ -48,7 +48,9 @@ class DebianPackageTests(DebianPackageTestCase):
 
     def test_satisfies_lintian(self):
         """A program whose libraries are not among the dependencies would be one."""
-        self.assert_succeeds("lintian", "--allow-root", "--pedantic", "--fail-on", "error,warning,pedantic", self.package)
+        self.assert_succeeds(
+            "lintian", "--allow-root", "--pedantic", "--fail-on", "error,warning,pedantic", self.package
+        )
 
     def test_only_service_links_bus(self):
         of_the_language = {"libstdc++.so.6", "libm.so.6", "libgcc_s.so.1", "libc.so.6"}
