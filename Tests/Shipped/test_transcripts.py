@@ -18,7 +18,7 @@ from Tests.Support.Python.markdown import code_blocks
 from Tests.Support.Python.packaging_test_case import PackagingTestCase
 from Tests.Support.Python.policy_files import OWN_FILE, policies, rule
 from Tests.Support.Python.private_machine import CHROMIUM, GOOGLE_CHROME
-from Tests.Support.Python.project import SOURCES
+from Tests.Support.Python.project import CHROME_RULE, SOURCES
 from Tests.Support.Python.system_bus import SystemBus
 from Tests.Support.Python.users import as_user, needs_real_root
 
@@ -54,6 +54,7 @@ class TranscriptTestCase(PackagingTestCase):
 
     def setUp(self):
         super().setUp()
+        shutil.copy(CHROME_RULE, self.machine.folder / "bin")
         self.home = self.root_s_home = self.machine.home = Path("/home/ana")
         self.machine.mount_empty(self.home.parent)
         self.home.mkdir()
@@ -93,6 +94,9 @@ class TranscriptTestCase(PackagingTestCase):
         self.machine.environment["id"] = identity.fingerprint
         return identity
 
+    def store_rule(self) -> None:
+        self.machine.write_policies(OWN_FILE, policies(rule({"CN": "Ana Example"}, self.authority.name)))
+
     def issue(self) -> Identity:
         """An identity of ana that is in no database, whose fingerprint is $id."""
         identity = self.authority.issue({"CN": "Ana Example"})
@@ -107,13 +111,15 @@ class TranscriptTestCase(PackagingTestCase):
 @needs_real_root
 @with_transcripts_of(SOURCES / "README.md")
 class ReadmeTests(TranscriptTestCase):
-    pass
+    def change_clear(self):
+        self.store_rule()
 
 
 @needs_real_root
 @with_transcripts_of(SOURCES / "docs/inicio-rapido.md")
 class QuickStartTests(TranscriptTestCase):
-    pass
+    def change_clear(self):
+        self.store_rule()
 
 
 @needs_real_root
@@ -145,6 +151,9 @@ class ImportAndUndoTests(TranscriptTestCase):
 @needs_real_root
 @with_transcripts_of(SOURCES / "docs/troubleshooting.md")
 class TroubleshootingTests(TranscriptTestCase):
+    def change_show(self):
+        self.store_rule()
+
     def change_prompt(self):
         CHROMIUM.policies.mkdir(parents=True)
 
