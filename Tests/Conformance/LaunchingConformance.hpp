@@ -17,8 +17,8 @@
 
 #include "LumaretMacHelper/ChromeLauncher.hpp"
 #include "LumaretMacHelper/PlatformServices.hpp"
+#include "Tests/Support/Cpp/Contracts.hpp"
 #include "Tests/Support/Cpp/TemporaryFolder.hpp"
-#include "Tests/Support/Cpp/ThrownError.hpp"
 
 namespace lumaret::tests::conformance {
 

@@ -10,7 +10,7 @@
 
 #include "LumaretMacHelper/ChromeCertificatePolicyService.hpp"
 #include "LumaretMacHelper/PlatformServices.hpp"
-#include "Tests/Support/Cpp/ThrownError.hpp"
+#include "Tests/Support/Cpp/Contracts.hpp"
 
 namespace lumaret::tests::conformance {
 

@@ -3,7 +3,7 @@
 
 #include "LumaretMacHelper/ChromeCertificatePolicyService.hpp"
 #include "Tests/Core/FakeSystem.hpp"
-#include "Tests/Support/Cpp/ThrownError.hpp"
+#include "Tests/Support/Cpp/Contracts.hpp"
 
 namespace lumaret::tests {
 namespace {

@@ -5,8 +5,8 @@
 
 #include "LumaretMacHelper/ChromeLauncher.hpp"
 #include "Tests/Core/FakeSystem.hpp"
+#include "Tests/Support/Cpp/Contracts.hpp"
 #include "Tests/Support/Cpp/Messages.hpp"
-#include "Tests/Support/Cpp/ThrownError.hpp"
 
 namespace lumaret::tests {
 namespace {

@@ -8,9 +8,8 @@
 #include "LumaretMacHelper/Contracts.hpp"
 #include "LumaretMacHelper/LumaretMacHelper.hpp"
 #include "Tests/Core/FakeSystem.hpp"
-#include "Tests/Support/Cpp/CertificateBytes.hpp"
+#include "Tests/Support/Cpp/Contracts.hpp"
 #include "Tests/Support/Cpp/Messages.hpp"
-#include "Tests/Support/Cpp/ThrownError.hpp"
 
 namespace lumaret::tests {
 namespace {

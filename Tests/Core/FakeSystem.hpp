@@ -15,7 +15,7 @@
 #include "LumaretMacHelper/ChromeCertificatePolicyService.hpp"
 #include "LumaretMacHelper/ChromeLauncher.hpp"
 #include "LumaretMacHelper/KeychainIdentityLoader.hpp"
-#include "Tests/Support/Cpp/CertificateBytes.hpp"
+#include "Tests/Support/Cpp/Contracts.hpp"
 
 namespace lumaret::tests {
 

@@ -6,8 +6,7 @@
 
 #include "LumaretMacHelper/KeychainChromePrivateKeyAuthorizer.hpp"
 #include "Tests/Core/FakeSystem.hpp"
-#include "Tests/Support/Cpp/CertificateBytes.hpp"
-#include "Tests/Support/Cpp/ThrownError.hpp"
+#include "Tests/Support/Cpp/Contracts.hpp"
 
 namespace lumaret::tests {
 namespace {

@@ -7,9 +7,7 @@
 
 #include "LumaretMacHelper/KeychainIdentityLoader.hpp"
 #include "Tests/Core/FakeSystem.hpp"
-#include "Tests/Support/Cpp/CertificateBytes.hpp"
-#include "Tests/Support/Cpp/Principals.hpp"
-#include "Tests/Support/Cpp/ThrownError.hpp"
+#include "Tests/Support/Cpp/Contracts.hpp"
 
 namespace lumaret::tests {
 namespace {
@@ -50,7 +48,7 @@ TEST(Parser, RequiresNoNames) {
   for (const auto& value :
        {OptionalCertificateProperty(), present(text("CN=Ana")), present({7.0}), otherAttributes}) {
     EXPECT_EQ(parsed({{value, value, notAfter({start2030})}}),
-              (ParsedCertificateValues{noFields, noFields, start2030}));
+              (ParsedCertificateValues{{}, {}, start2030}));
   }
 }
 
@@ -237,10 +235,9 @@ TEST_F(Loader, KeepsTheLastOfAFingerprint) {
   add("A", "Earlier");
   add("A", "Later", now + 2h);
   add("A", "Expired", now);
-  EXPECT_THAT(
-      loader.loadIdentities(),
-      ElementsAre(ClientIdentity{
-          idOf("A"), {"Later", std::nullopt, std::nullopt, std::nullopt}, noFields, now + 2h}));
+  EXPECT_THAT(loader.loadIdentities(),
+              ElementsAre(ClientIdentity{
+                  idOf("A"), {"Later", std::nullopt, std::nullopt, std::nullopt}, {}, now + 2h}));
 }
 
 TEST_F(Loader, SortsUnnamedByThatName) {

@@ -97,7 +97,7 @@ TEST_F(CertificateDecoder, ReadsWellFormedTimes) {
       {"20991399999999Z", std::nullopt},
       {"not a time at a", std::nullopt}};
   for (const auto& [time, expected] : times) {
-    const auto values = parsed(patched("20991231235959Z", time));
+    const auto values = parsed(patched(FreshIdentity::expiry, time));
     EXPECT_EQ(values ? std::optional(values->expiresAt) : std::nullopt, expected) << time;
   }
 }

@@ -5,7 +5,6 @@
 #include <nlohmann/json.hpp>
 
 #include "LumaretMacHelper/Linux/ChromeInstallation.hpp"
-#include "Tests/Conformance/ConformanceIdentity.hpp"
 #include "Tests/Conformance/OrderConformance.hpp"
 #include "Tests/Conformance/Suites.hpp"
 #include "Tests/OnLinux/Adapters/CertificateStore.hpp"
@@ -17,10 +16,10 @@ namespace {
 
 class Keychain {
  public:
-  Bytes addIdentity(const Certificate& certificate) { return add(certificate, ""); }
-  Bytes addIdentityOfToken(const Certificate& certificate) { return add(certificate, "secret"); }
-  void addCertificateWithoutKey(const Certificate& certificate) {
-    store("").addCertificate(makeIdentity(material_, certificate, KeyType::ec));
+  Bytes addIdentity(const Name& name) { return add(name, ""); }
+  Bytes addIdentityOfToken(const Name& name) { return add(name, "secret"); }
+  void addCertificateWithoutKey(const Name& name) {
+    store("").addCertificate(makeIdentity(material_, name, KeyType::ec));
   }
 
   KeychainStatus damage() {
@@ -35,8 +34,8 @@ class Keychain {
     return store_ ? *store_ : store_.emplace(folder_, password);
   }
 
-  Bytes add(const Certificate& certificate, const std::string& password) {
-    const FreshIdentity identity = makeIdentity(material_, certificate, KeyType::ec);
+  Bytes add(const Name& name, const std::string& password) {
+    const FreshIdentity identity = makeIdentity(material_, name, KeyType::ec);
     store(password).addIdentity(identity);
     return identity.der;
   }

@@ -11,8 +11,8 @@
 #include <thread>
 
 #include "LumaretMacHelper/POSIX/Process.hpp"
+#include "Tests/Support/Cpp/Contracts.hpp"
 #include "Tests/Support/Cpp/TemporaryFolder.hpp"
-#include "Tests/Support/Cpp/ThrownError.hpp"
 
 namespace lumaret::tests {
 namespace {
