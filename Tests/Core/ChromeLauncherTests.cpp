@@ -95,10 +95,5 @@ TEST_F(Launcher, EndsAtAFailureWithItsText) {
   }
 }
 
-TEST(ChromeProcess, HasItsStatus) {
-  EXPECT_EQ(ChromeProcessError::unsuccessfulExit(-15).errorDescription(),
-            messages::told(messages::unsuccessfulExit, -15));
-}
-
 }  // namespace
 }  // namespace lumaret::tests

@@ -1,17 +1,72 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <chrono>
+#include <cstdio>
 #include <exception>
 #include <stdexcept>
 
-#include "LumaretMacHelper/Contracts.hpp"
+#include "LumaretMacHelper/KeychainChromePrivateKeyAuthorizer.hpp"
 #include "LumaretMacHelper/LumaretMacHelper.hpp"
+#include "LumaretMacHelper/PlatformFunctions.hpp"
 #include "Tests/Core/FakeSystem.hpp"
 #include "Tests/Support/Cpp/Contracts.hpp"
 #include "Tests/Support/Cpp/Messages.hpp"
 
-namespace lumaret::tests {
+namespace lumaret {
+namespace tests {
+
+// The platform below the command line. Writing to a standard stream is a call; writing to standard
+// error prints all calls up to then to that of the process.
+static FakeSystem system;
+
+}  // namespace tests
+
+/// No digest: the beginning of the bytes.
+std::array<std::uint8_t, 32> sha256(std::span<const std::uint8_t> bytes) {
+  std::array<std::uint8_t, 32> beginning{};
+  std::copy_n(bytes.begin(), std::min(bytes.size(), beginning.size()), beginning.begin());
+  return beginning;
+}
+
+TextComparison localizedCaseInsensitiveComparison() {
+  return [](const std::string& left, const std::string& right) -> std::weak_ordering {
+    return left <=> right;
+  };
+}
+
+std::filesystem::path chromeExecutable() { return "/opt/chrome"; }
+
+void prepareStandardStreams() noexcept {
+  tests::system.calls.emplace_back("prepareStandardStreams");
+}
+
+void writeStandardOutput(std::string_view text) {
+  tests::system.called("output " + std::string(text));
+}
+
+void writeStandardError(std::string_view text) noexcept {
+  tests::system.calls.push_back("error " + std::string(text));
+  const std::string log = tests::listed(tests::system.calls);
+  std::fwrite(log.data(), 1, log.size(), stderr);
+}
+
+KeychainIdentityLoader::KeychainIdentityLoader()
+    : KeychainIdentityLoader(std::make_shared<tests::FakeServices>(tests::system)) {}
+
+KeychainChromePrivateKeyAuthorizer::KeychainChromePrivateKeyAuthorizer()
+    : KeychainChromePrivateKeyAuthorizer(AuthorizeOperation(
+          [](const std::string& id) { tests::system.called("authorize " + id); })) {}
+
+ChromeCertificatePolicyService::ChromeCertificatePolicyService()
+    : ChromeCertificatePolicyService(std::make_shared<tests::FakeServices>(tests::system)) {}
+
+ChromeLauncher::ChromeLauncher()
+    : ChromeLauncher(defaultExecutableURL(), std::make_shared<tests::FakeServices>(tests::system)) {
+}
+
+namespace tests {
 namespace {
 
 using namespace std::chrono_literals;
@@ -25,11 +80,11 @@ constexpr Date never = sys_days(9999y / 12 / 31) + 23h + 59min + 59s;
 
 class CommandLine : public testing::Test {
  protected:
-  CommandLine() { fakeSystem() = {}; }
+  CommandLine() { system = {}; }
 
   static void add(const std::string& certificate, const std::string& commonName,
                   Date expiresAt = never) {
-    fakeSystem().identities.push_back({certificate, valuesNaming(commonName, expiresAt)});
+    system.identities.push_back({certificate, valuesNaming(commonName, expiresAt)});
   }
 
   static void runMain(const std::vector<const char*>& arguments) {
@@ -38,9 +93,9 @@ class CommandLine : public testing::Test {
 
   /// The calls of a run, without those that read an identity.
   static Texts callsOf(const Texts& arguments) {
-    fakeSystem().calls.clear();
+    system.calls.clear();
     LumaretMacHelper::run(arguments);
-    Texts calls = fakeSystem().calls;
+    Texts calls = system.calls;
     std::erase_if(calls, [](const std::string& call) {
       return call.starts_with("has") || call.starts_with("copyC");
     });
@@ -57,7 +112,7 @@ TEST_F(CommandLine, RejectsOtherCommands) {
         Texts{"activate", "--fingerprint", "", "--fingerprint", "5d2a"}}) {
     EXPECT_TRUE(thrownBy<CommandError>([&] { LumaretMacHelper::run(arguments); }))
         << listed(arguments);
-    EXPECT_THAT(fakeSystem().calls, IsEmpty());
+    EXPECT_THAT(system.calls, IsEmpty());
   }
 }
 
@@ -76,24 +131,24 @@ TEST_F(CommandLine, WritesAnyErrorAtOnce) {
         testing::ResultOf([](const std::string& told) { return told; },
                           "[prepareStandardStreams, copyIdentities, error " + message + "\n]"));
   };
-  fakeSystem().fail("copyIdentities", Error::chromeLaunchFailed(text));
+  system.fail("copyIdentities", Error::chromeLaunchFailed(text));
   expectMessage(messages::told(messages::chromeLaunchFailed, text));
-  fakeSystem().fail("copyIdentities", std::runtime_error("No such device"));
+  system.fail("copyIdentities", std::runtime_error("No such device"));
   expectMessage("No such device");
-  fakeSystem().fail("copyIdentities", 7);
+  system.fail("copyIdentities", 7);
   expectMessage("Unknown error.");
 }
 
 TEST_F(CommandLine, ReturnsAfterASuccess) {
   runMain({"tool", "list"});
-  EXPECT_THAT(fakeSystem().calls,
+  EXPECT_THAT(system.calls,
               ElementsAre("prepareStandardStreams", "copyIdentities", "output []", "output \n"));
 }
 
 TEST_F(CommandLine, PrintsSortedCompactJSONThenALineFeed) {
   const auto issuer = name({attribute("2.5.4.3", "CA \"1\""), attribute("2.5.4.11", "R/D")});
   const auto subject = name({attribute("2.5.4.10", "Org"), attribute("2.5.4.7", "Málaga")});
-  fakeSystem().identities = {{"z", {{subject, issuer, notAfter({never})}}}};
+  system.identities = {{"z", {{subject, issuer, notAfter({never})}}}};
   add("a", "Zoe");
   const std::string expiry = R"({"expiresAt":"9999-12-31T23:59:59Z","id":")";
   const std::string noOthers = R"(,"locality":null,"organization":null,"organizationalUnit":null})";
@@ -115,7 +170,7 @@ TEST_F(CommandLine, WritesDatesToTheSecondWithLeadingZeros) {
         {sys_days(2345y / 11 / 28) + 19h + 37min + 52s, "\"2345-11-28T19:37:52Z\""},
         {sys_days(2096y / 2 / 29) + 999'999us, "\"2096-02-29T00:00:00Z\""},
         {sys_days(12345y / 10 / 20), "\"12345-10-20T00:00:00Z\""}}) {
-    fakeSystem().identities.clear();
+    system.identities.clear();
     add("a", "Ana", date);
     EXPECT_THAT(callsOf({"list"})[1], testing::HasSubstr(text));
   }
@@ -124,7 +179,7 @@ TEST_F(CommandLine, WritesDatesToTheSecondWithLeadingZeros) {
 TEST_F(CommandLine, PrintsNothingWithTextThatIsNotUTF8) {
   add("a", "An\xff");
   EXPECT_TRUE(thrownBy<std::exception>([] { LumaretMacHelper::run({"list"}); }));
-  EXPECT_EQ(fakeSystem().calls.back(), "copyCertificate a");
+  EXPECT_EQ(system.calls.back(), "copyCertificate a");
 }
 
 class Activate : public CommandLine {
@@ -155,7 +210,7 @@ class Activate : public CommandLine {
 };
 
 TEST_F(Activate, AuthorizesThenStoresThenOpens) {
-  fakeSystem().isRunning = true;
+  system.isRunning = true;
   Texts calls = road();
   calls.insert(calls.end(), {"run /opt/chrome [--new-window, https://a.example/]",
                              R"(output {"ok":true})", "output \n"});
@@ -163,8 +218,8 @@ TEST_F(Activate, AuthorizesThenStoresThenOpens) {
        {Texts{"activate", "--fingerprint", idOf("bea"), "--url", "https://a.example/"},
         Texts{"activate", "word", "--url", "https://a.example/", "list", "--fingerprint",
               idOf("bea"), "--url", "b", "--fingerprint", "c"}}) {
-    fakeSystem().isWritten = false;
-    fakeSystem().rules.clear();
+    system.isWritten = false;
+    system.rules.clear();
     EXPECT_EQ(callsOf(arguments), calls);
   }
 }
@@ -173,8 +228,8 @@ TEST_F(Activate, OpensAWindowWithoutAUsableAddress) {
   for (const Texts& further :
        {Texts{}, Texts{"--url"}, Texts{"--url", ""}, Texts{"--url", "a b"}}) {
     EXPECT_EQ(errorOf(idOf("bea"), further), std::nullopt);
-    EXPECT_THAT(fakeSystem().calls, testing::Contains("run /opt/chrome [--new-window]"));
-    EXPECT_EQ(fakeSystem().calls.back(), "output \n");
+    EXPECT_THAT(system.calls, testing::Contains("run /opt/chrome [--new-window]"));
+    EXPECT_EQ(system.calls.back(), "output \n");
   }
 }
 
@@ -182,7 +237,7 @@ TEST_F(Activate, RequiresTheExactFingerprint) {
   for (const std::string& fingerprint : {std::string("--url"), " " + idOf("ana"), idOf("carla"),
                                          idOf("bea") + "\n", std::string("62656"), idOf("Bea")}) {
     EXPECT_EQ(errorOf(fingerprint, {"https://a.example/"}), Error::selectedIdentityNotFound());
-    EXPECT_EQ(fakeSystem().calls.back(), "copyCertificate bea");
+    EXPECT_EQ(system.calls.back(), "copyCertificate bea");
   }
   add("jkl", "Jo");  // Its fingerprint has letters.
   EXPECT_EQ(errorOf("6A6B6C" + std::string(58, '0')), Error::selectedIdentityNotFound());
@@ -190,31 +245,18 @@ TEST_F(Activate, RequiresTheExactFingerprint) {
 }
 
 TEST_F(Activate, EndsAtTheFirstFailure) {
-  fakeSystem().isRunning = true;
+  system.isRunning = true;
   Texts calls = road();
   calls.emplace_back("run /opt/chrome [--new-window]");
   for (const std::string& call : calls) {
-    const FakeSystem before = fakeSystem();
-    fakeSystem().fail(call, Error::keychainFailure(-61));
+    const FakeSystem before = system;
+    system.fail(call, Error::keychainFailure(-61));
     EXPECT_TRUE(errorOf(idOf("bea"))) << call;
-    EXPECT_EQ(fakeSystem().calls.back(), call);
-    fakeSystem() = before;
-  }
-}
-
-TEST(OptionValue, FollowsTheFirstOccurrence) {
-  const auto url = [](const Texts& arguments) {
-    return LumaretMacHelper::value("--url", arguments);
-  };
-  EXPECT_EQ(url({"word", "--url", "a", "--url", "b"}), "a");
-  EXPECT_EQ(url({"--url", "--url", "a"}), "--url");
-  EXPECT_EQ(url({"--url", ""}), "");
-  for (const Texts& arguments :
-       {Texts{}, Texts{"--url"}, Texts{"a", "--url"},
-        Texts{"--URL", "a", "-url", "b", "--url=c", "d", "--url ", "e", "--ur", "f"}}) {
-    EXPECT_EQ(url(arguments), std::nullopt) << listed(arguments);
+    EXPECT_EQ(system.calls.back(), call);
+    system = before;
   }
 }
 
 }  // namespace
-}  // namespace lumaret::tests
+}  // namespace tests
+}  // namespace lumaret

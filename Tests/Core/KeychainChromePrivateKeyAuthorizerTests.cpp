@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <gmock/gmock.h>
 
-#include <cstddef>
+#include <algorithm>
+#include <iterator>
 #include <stdexcept>
 
 #include "LumaretMacHelper/KeychainChromePrivateKeyAuthorizer.hpp"
@@ -16,84 +17,66 @@ using BackendError = KeychainAuthorizationBackendError;
 using Contents = ChromeKeychainACLContents<std::string>;
 using Error = CertificateSelectorError;
 
+/// A signing entry of the one private key.
+struct Entry {
+  std::string name;
+  Contents contents;
+};
+
 /// A Keychain in memory. The name of an identity is its certificate, and that of an application is
 /// its data.
 struct FakeKeychain : FakeSystem {
-  struct Entry {
-    std::string name;
-    Contents contents;
-  };
-
   Texts certificates = {"ana"};
   bool hasPrivateKey = true;
-  /// The signing entries of the one private key.
   std::vector<Entry> entries = {{"sign", {{{"Mail"}}, "Ana's key", 0}}};
   std::string chrome = "Chrome";
 };
 
-std::string described(const Contents& contents) {
-  return (contents.trustedApplications ? listed(*contents.trustedApplications) : "any") + " \"" +
-         contents.description + "\" " + std::to_string(contents.promptSelector);
-}
-
-/// The types differ, so that the compiler rejects a handle of another kind.
-template <int kind>
-struct Handle {
-  std::string certificate;
-};
-
 class FakeBackend {
  public:
-  using Identity = Handle<0>;
-  using PrivateKey = Handle<1>;
-  using Access = Handle<2>;
-  struct ACL {
-    std::size_t index;
-  };
+  using Identity = std::string;
+  using PrivateKey = std::string;
+  using Access = std::string;
+  using ACL = Entry*;
   using TrustedApplication = std::string;
 
   explicit FakeBackend(FakeKeychain& keychain) : keychain_(&keychain) {}
 
   [[nodiscard]] std::vector<Identity> copyIdentities() const {
     keychain_->called("copyIdentities");
-    std::vector<Identity> identities;
-    for (const std::string& certificate : keychain_->certificates) {
-      identities.push_back({certificate});
-    }
-    return identities;
+    return {keychain_->certificates.begin(), keychain_->certificates.end()};
   }
   [[nodiscard]] Bytes certificateData(const Identity& identity) const {
-    keychain_->called("certificateData " + identity.certificate);
-    return bytes(identity.certificate);
+    keychain_->called("certificateData " + identity);
+    return bytes(identity);
   }
   [[nodiscard]] std::optional<PrivateKey> copyPrivateKey(const Identity& identity) const {
-    keychain_->called("copyPrivateKey " + identity.certificate);
-    return keychain_->hasPrivateKey ? std::optional(PrivateKey{identity.certificate})
-                                    : std::nullopt;
+    keychain_->called("copyPrivateKey " + identity);
+    return keychain_->hasPrivateKey ? std::optional("key of " + identity) : std::nullopt;
   }
   [[nodiscard]] Access copyAccess(const PrivateKey& key) const {
-    keychain_->called("copyAccess " + key.certificate);
-    return {key.certificate};
+    keychain_->called("copyAccess " + key);
+    return "access of " + key;
   }
   [[nodiscard]] std::vector<ACL> copySigningACLs(const Access& access) const {
-    keychain_->called("copySigningACLs " + access.certificate);
+    keychain_->called("copySigningACLs " + access);
     std::vector<ACL> entries;
-    for (std::size_t index = 0; index < keychain_->entries.size(); ++index) {
-      entries.push_back({index});
-    }
+    std::ranges::transform(keychain_->entries, std::back_inserter(entries),
+                           [](Entry& entry) { return &entry; });
     return entries;
   }
   [[nodiscard]] Contents copyContents(const ACL& entry) const {
-    keychain_->called("copyContents " + keychain_->entries[entry.index].name);
-    return keychain_->entries[entry.index].contents;
+    keychain_->called("copyContents " + entry->name);
+    return entry->contents;
   }
   void setContents(const Contents& contents, const ACL& entry) const {
-    keychain_->called("setContents " + keychain_->entries[entry.index].name + " " +
-                      described(contents));
-    keychain_->entries[entry.index].contents = contents;
+    keychain_->called("setContents " + entry->name + " " +
+                      listed(contents.trustedApplications.value()) + " \"" + contents.description +
+                      "\" " + std::to_string(contents.promptSelector));
+    entry->contents = contents;
   }
   void setAccess(const Access& access, const PrivateKey& key) const {
-    keychain_->called("setAccess " + access.certificate + " " + key.certificate);
+    keychain_->called("setAccess " + access + " " + key);
   }
   [[nodiscard]] TrustedApplication chromeTrustedApplication() const {
     keychain_->called("chromeTrustedApplication");
@@ -119,7 +102,7 @@ class Workflow : public testing::Test {
   }
 
   /// The calls once the signing entries are known to be these.
-  Texts callsFor(std::vector<FakeKeychain::Entry> entries) {
+  Texts callsFor(std::vector<Entry> entries) {
     keychain.calls.clear();
     keychain.entries = std::move(entries);
     authorize();
@@ -133,9 +116,10 @@ TEST_F(Workflow, AddsChromeAndStoresTheAccessListLast) {
   authorize();
   EXPECT_THAT(keychain.calls,
               ElementsAre("copyIdentities", "certificateData ana", "copyPrivateKey ana",
-                          "copyAccess ana", "copySigningACLs ana", "copyContents sign",
-                          "chromeTrustedApplication", "identityData Chrome", "identityData Mail",
-                          "setContents sign [Mail, Chrome] \"Ana's key\" 0", "setAccess ana ana"));
+                          "copyAccess key of ana", "copySigningACLs access of key of ana",
+                          "copyContents sign", "chromeTrustedApplication", "identityData Chrome",
+                          "identityData Mail", "setContents sign [Mail, Chrome] \"Ana's key\" 0",
+                          "setAccess access of key of ana key of ana"));
 }
 
 TEST_F(Workflow, ReadsEveryCertificateAndRequiresAPrivateKey) {
@@ -160,7 +144,7 @@ TEST_F(Workflow, MatchesTheWholeFingerprintExactly) {
 TEST_F(Workflow, RequiresOneIdentityAndASigningEntry) {
   keychain.entries.clear();
   EXPECT_EQ(errorOf(), Error::chromeKeyAuthorizationUnsupported());
-  EXPECT_EQ(keychain.calls.back(), "copySigningACLs ana");
+  EXPECT_EQ(keychain.calls.back(), "copySigningACLs access of key of ana");
   keychain.certificates = {"ana", "bea", "ana"};
   EXPECT_EQ(errorOf(), Error::selectedIdentityAmbiguous());
   EXPECT_EQ(keychain.calls.back(), "certificateData ana");
@@ -191,15 +175,17 @@ TEST_F(Workflow, AddsChromeLastToEveryEntryAndKeepsTheRest) {
                           "identityData Chrome", "identityData Chrom", "identityData Chrome2",
                           "identityData chrome", "identityData ",
                           "setContents first [Chrom, Chrome2, chrome, , Chrome] \"One\" 1",
-                          "setContents second [Chrome] \"\" 65535", "setAccess ana ana"));
+                          "setContents second [Chrome] \"\" 65535",
+                          "setAccess access of key of ana key of ana"));
 }
 
 TEST_F(Workflow, EndsAtAnyFailureWithItsError) {
-  for (const char* call : {"copyIdentities", "certificateData bea", "copyPrivateKey ana",
-                           "copyAccess ana", "copySigningACLs ana", "copyContents sign",
-                           "chromeTrustedApplication", "identityData Chrome", "identityData Mail",
-                           "setContents sign [Mail, Chrome] \"Ana's key\" 0",
-                           "setContents next [Chrome] \"\" 0", "setAccess ana ana"}) {
+  for (const char* call :
+       {"copyIdentities", "certificateData bea", "copyPrivateKey ana", "copyAccess key of ana",
+        "copySigningACLs access of key of ana", "copyContents sign", "chromeTrustedApplication",
+        "identityData Chrome", "identityData Mail",
+        "setContents sign [Mail, Chrome] \"Ana's key\" 0", "setContents next [Chrome] \"\" 0",
+        "setAccess access of key of ana key of ana"}) {
     for (const BackendError& error : {BackendError::status(-128), BackendError::unsupported()}) {
       keychain = {};
       keychain.certificates = {"ana", "bea"};

@@ -178,13 +178,6 @@ class Loader : public testing::Test {
                                 }};
 };
 
-TEST(Fingerprint, IsSHA256InLowerCaseHexadecimal) {
-  EXPECT_EQ(fingerprint(bytes("abc")),
-            "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
-  EXPECT_EQ(idOf("certificate 47647"),
-            "0aff062ae3b3be3248ac18877d23308993d30898c9f9dc6fd2e3df6e5d980d8a");
-}
-
 TEST_F(Loader, ReturnsNothingFromAnEmptyKeychainAndNotFromAFailedQuery) {
   EXPECT_THAT(loadIds(), IsEmpty());
   system.calls.clear();

@@ -1,13 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <gtest/gtest.h>
+#include <pwd.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdlib>
 
 #include "LumaretMacHelper/Linux/ChromeInstallation.hpp"
-#include "Tests/OnLinux/Adapters/PrivateMounts.hpp"
-#include "Tests/OnLinux/Adapters/TemporaryHome.hpp"
-#include "Tests/Support/Cpp/TemporaryFolder.hpp"
+#include "LumaretMacHelper/Linux/UserFolders.hpp"
+#include "Tests/OnLinux/Adapters/PrivateMachine.hpp"
 
 namespace lumaret::tests {
 namespace {
@@ -61,6 +62,31 @@ TEST_F(Installation, HasTheProfileThatChromesVariablesName) {
   EXPECT_EQ(profile(), "/chrome/google-chrome");
   ::setenv("CHROME_USER_DATA_DIR", "/profile", 1);
   EXPECT_EQ(profile(), "/profile");
+}
+
+TEST(UserFolders, HomeIsTheAccountsUnlessTheEnvironmentNamesAFolder) {
+  const TemporaryHome home;
+  EXPECT_EQ(homeFolder(), home.path());
+  const passwd* account = ::getpwuid(::geteuid());
+  const std::string accountHome = account != nullptr ? account->pw_dir : "/";
+  for (const std::string& other :
+       {std::string("somewhere"), std::string(), (home / "missing").string()}) {
+    ::setenv("HOME", other.c_str(), 1);
+    EXPECT_EQ(homeFolder(), accountHome) << other;
+  }
+  ::unsetenv("HOME");
+  EXPECT_EQ(homeFolder(), accountHome);
+}
+
+TEST(UserFolders, BaseFoldersAreInHomeUnlessTheEnvironmentNamesAPath) {
+  const TemporaryHome home;
+  ::setenv("XDG_DATA_HOME", "data", 1);
+  EXPECT_EQ(dataHomeFolder(), home / ".local/share");
+  EXPECT_EQ(configHomeFolder(), home / ".config");
+  ::setenv("XDG_DATA_HOME", "/data", 1);
+  ::setenv("XDG_CONFIG_HOME", "/config", 1);
+  EXPECT_EQ(dataHomeFolder(), "/data");
+  EXPECT_EQ(configHomeFolder(), "/config");
 }
 
 }  // namespace

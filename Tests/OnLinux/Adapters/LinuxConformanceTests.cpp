@@ -8,8 +8,7 @@
 #include "Tests/Conformance/OrderConformance.hpp"
 #include "Tests/Conformance/Suites.hpp"
 #include "Tests/OnLinux/Adapters/CertificateStore.hpp"
-#include "Tests/OnLinux/Adapters/PrivateMounts.hpp"
-#include "Tests/OnLinux/Adapters/TemporaryHome.hpp"
+#include "Tests/OnLinux/Adapters/PrivateMachine.hpp"
 
 namespace lumaret::tests::conformance {
 namespace {

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "LumaretMacHelper/PlatformFunctions.hpp"
-#include "Tests/OnLinux/Adapters/TemporaryHome.hpp"
+#include "Tests/OnLinux/Adapters/PrivateMachine.hpp"
 
 namespace lumaret::tests {
 namespace {

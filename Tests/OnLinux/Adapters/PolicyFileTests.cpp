@@ -9,8 +9,7 @@
 #include <system_error>
 
 #include "LumaretMacHelper/Linux/PolicyFile.hpp"
-#include "Tests/OnLinux/Adapters/PrivateMounts.hpp"
-#include "Tests/Support/Cpp/TemporaryFolder.hpp"
+#include "Tests/OnLinux/Adapters/PrivateMachine.hpp"
 
 namespace lumaret::tests {
 namespace {
@@ -57,20 +56,17 @@ class PolicyFile : public ::testing::Test {
   std::filesystem::path file_ = managed_ / "own.json";
 };
 
-/// One for each umask.
-class PolicyFileUnderUmask : public PolicyFile, public ::testing::WithParamInterface<mode_t> {};
-
-TEST_P(PolicyFileUnderUmask, IsWorldReadable) {
-  ::umask(GetParam());
-  replacePolicyFile("/opt/new/policies/managed/own.json", "{}");
-  ::umask(022);
-  for (const char* folder : {"/opt/new", "/opt/new/policies", "/opt/new/policies/managed"}) {
-    EXPECT_EQ(mode(folder), 0755U) << folder;
+TEST_F(PolicyFile, IsWorldReadableWhateverTheUmask) {
+  for (const mode_t mask : {002U, 022U, 027U, 077U}) {
+    ::umask(mask);
+    replacePolicyFile("/opt/new/below/own.json", "{}");
+    for (const char* folder : {"/opt/new", "/opt/new/below"}) {
+      EXPECT_EQ(mode(folder), 0755U) << mask;
+    }
+    EXPECT_EQ(mode("/opt/new/below/own.json"), 0644U) << mask;
+    std::filesystem::remove_all("/opt/new");
   }
-  EXPECT_EQ(mode("/opt/new/policies/managed/own.json"), 0644U);
 }
-
-INSTANTIATE_TEST_SUITE_P(Any, PolicyFileUnderUmask, ::testing::Values(002U, 022U, 027U, 077U));
 
 TEST_F(PolicyFile, KeepsNeitherOwnerNorPermissionsOfTheOldFile) {
   writeFile(file_, "old");

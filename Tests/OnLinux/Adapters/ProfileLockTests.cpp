@@ -13,8 +13,7 @@
 
 #include "LumaretMacHelper/Linux/ProfileLock.hpp"
 #include "LumaretMacHelper/POSIX/FileDescriptor.hpp"
-#include "Tests/OnLinux/Adapters/PrivateMounts.hpp"
-#include "Tests/Support/Cpp/TemporaryFolder.hpp"
+#include "Tests/OnLinux/Adapters/PrivateMachine.hpp"
 
 namespace lumaret::tests {
 namespace {
