@@ -110,8 +110,7 @@ TEST_F(CommandLine, RejectsOtherCommands) {
         Texts{"activate", "5d2a"}, Texts{"activate", "--Fingerprint", "5d2a"},
         Texts{"activate", "--url", "https://a.example", "--fingerprint"},
         Texts{"activate", "--fingerprint", "", "--fingerprint", "5d2a"}}) {
-    EXPECT_TRUE(thrownBy<CommandError>([&] { LumaretMacHelper::run(arguments); }))
-        << listed(arguments);
+    EXPECT_THROW(LumaretMacHelper::run(arguments), CommandError) << listed(arguments);
     EXPECT_THAT(system.calls, IsEmpty());
   }
 }
@@ -178,7 +177,7 @@ TEST_F(CommandLine, WritesDatesToTheSecondWithLeadingZeros) {
 
 TEST_F(CommandLine, PrintsNothingWithTextThatIsNotUTF8) {
   add("a", "An\xff");
-  EXPECT_TRUE(thrownBy<std::exception>([] { LumaretMacHelper::run({"list"}); }));
+  EXPECT_THROW(LumaretMacHelper::run({"list"}), std::exception);
   EXPECT_EQ(system.calls.back(), "copyCertificate a");
 }
 

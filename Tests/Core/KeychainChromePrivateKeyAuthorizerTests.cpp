@@ -137,8 +137,6 @@ TEST_F(Workflow, MatchesTheWholeFingerprintExactly) {
         std::string("24D4B96F58DA6D4A8512313BBD02A28EBF0CA95DEC6E4C86EF78CE7F01E788AC")}) {
     EXPECT_EQ(errorOf(text), Error::selectedIdentityNotFound()) << text;
   }
-  keychain.certificates.clear();
-  EXPECT_EQ(errorOf(), Error::selectedIdentityNotFound());
 }
 
 TEST_F(Workflow, RequiresOneIdentityAndASigningEntry) {
@@ -177,24 +175,6 @@ TEST_F(Workflow, AddsChromeLastToEveryEntryAndKeepsTheRest) {
                           "setContents first [Chrom, Chrome2, chrome, , Chrome] \"One\" 1",
                           "setContents second [Chrome] \"\" 65535",
                           "setAccess access of key of ana key of ana"));
-}
-
-TEST_F(Workflow, EndsAtAnyFailureWithItsError) {
-  for (const char* call :
-       {"copyIdentities", "certificateData bea", "copyPrivateKey ana", "copyAccess key of ana",
-        "copySigningACLs access of key of ana", "copyContents sign", "chromeTrustedApplication",
-        "identityData Chrome", "identityData Mail",
-        "setContents sign [Mail, Chrome] \"Ana's key\" 0", "setContents next [Chrome] \"\" 0",
-        "setAccess access of key of ana key of ana"}) {
-    for (const BackendError& error : {BackendError::status(-128), BackendError::unsupported()}) {
-      keychain = {};
-      keychain.certificates = {"ana", "bea"};
-      keychain.entries.push_back({"next", {Texts(), "", 0}});
-      keychain.fail(call, error);
-      EXPECT_EQ(thrownBy<BackendError>([&] { authorize(); }), error) << call;
-      EXPECT_EQ(keychain.calls.back(), call);
-    }
-  }
 }
 
 /// The error that an authorizer reports if the operation fails.

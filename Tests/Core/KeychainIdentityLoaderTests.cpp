@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <gmock/gmock.h>
 
-#include <algorithm>
 #include <chrono>
 #include <limits>
 
@@ -252,17 +251,6 @@ TEST_F(Loader, SortsEqualNamesByFingerprintWhateverTheirCase) {
     add(certificate0a, name0a);
     EXPECT_THAT(loadIds(), ElementsAre(idOf(certificate0a), idOf(certificateB1)));
   }
-}
-
-TEST_F(Loader, SortsByNameWhateverTheOrderOfTheKeychain) {
-  Texts names = {"Bea", "Dora", "ana", "carla"};
-  do {
-    system.identities.clear();
-    for (const std::string& name : names) {
-      add(name, name);
-    }
-    EXPECT_THAT(loadIds(), ElementsAre(idOf("ana"), idOf("Bea"), idOf("carla"), idOf("Dora")));
-  } while (std::next_permutation(names.begin(), names.end()));
 }
 
 }  // namespace

@@ -57,15 +57,13 @@ class PreferenceStore {
   }
 
   [[nodiscard]] std::optional<nlohmann::json> stored() const {
-    std::optional<nlohmann::json> value;
+    auto policies = nlohmann::json::object();
     if (std::filesystem::exists(folder)) {
       for (const auto& [file, text] : contents(folder)) {  // Sorted by name.
-        if (auto policies = nlohmann::json::parse(text); policies.contains(key)) {
-          value = policies[key];
-        }
+        policies.update(nlohmann::json::parse(text));
       }
     }
-    return value;
+    return policies.contains(key) ? std::optional(policies[key]) : std::nullopt;
   }
 
   void refuseWrites() { mounts_.makeReadOnly(); }
