@@ -148,14 +148,11 @@ TEST_F(Workflow, RequiresOneIdentityAndASigningEntry) {
   EXPECT_EQ(keychain.calls.back(), "certificateData ana");
 }
 
-TEST_F(Workflow, StopsAtAnEntryForEveryApplication) {
+TEST_F(Workflow, StopsAtAnEntryForEveryApplicationOrWithChrome) {
   EXPECT_THAT(callsFor({{"first", {{{"Mail"}}, "", 0}},
                         {"second", {std::nullopt, "", 0}},
                         {"third", {{{"Mail"}}, "", 0}}}),
               ElementsAre("copyContents first", "copyContents second"));
-}
-
-TEST_F(Workflow, StopsAtAnEntryWithChrome) {
   EXPECT_THAT(callsFor({{"first", {{{"Mail"}}, "", 0}}, {"second", {{{"Chrome", "Mail"}}, "", 0}}}),
               ElementsAre("copyContents first", "copyContents second", "chromeTrustedApplication",
                           "identityData Chrome", "identityData Mail", "identityData Chrome"));

@@ -163,25 +163,18 @@ TEST_F(PolicyFolder, WithdrawingChangesNothingWithoutOwnRules) {
   EXPECT_EQ(contents(root_.path()), before);
 }
 
-TEST_F(PolicyFolder, WithdrawingRemovesAFileWithNothingElse) {
-  put("10-company.json", rules(R"(["company"])"));
-  put(own, rules(catchAll));
-  EXPECT_TRUE(folder_.withdrawRule());
-  EXPECT_FALSE(std::filesystem::exists(ownFile_));
-  EXPECT_THAT(read(), ElementsAre("company"));
-}
-
-TEST_F(PolicyFolder, WithdrawingKeepsOtherPolicies) {
-  put(own, R"({"A": 1, "AutoSelectCertificateForUrls": )" + std::string(catchAll) + "}");
-  EXPECT_TRUE(folder_.withdrawRule());
-  EXPECT_EQ(readFile(ownFile_), "{\n  \"A\": 1\n}\n");
-}
-
-TEST_F(PolicyFolder, WithdrawingKeepsASitesRuleThatStandsNowhereElse) {
+TEST_F(PolicyFolder, WithdrawingKeepsOtherPoliciesAndSites) {
   put("10-company.json", rules(R"(["company"])"));
   put(own, rules(R"(["site", "{\"pattern\":\"*\"}", "company"])"));
   EXPECT_TRUE(folder_.withdrawRule());
   EXPECT_THAT(read(), ElementsAre("company", "site"));
+  put(own, R"({"A": 1, "AutoSelectCertificateForUrls": )" + std::string(catchAll) + "}");
+  EXPECT_TRUE(folder_.withdrawRule());
+  EXPECT_EQ(readFile(ownFile_), "{\n  \"A\": 1\n}\n");
+  put(own, rules(catchAll));
+  EXPECT_TRUE(folder_.withdrawRule());
+  EXPECT_FALSE(std::filesystem::exists(ownFile_));
+  EXPECT_THAT(read(), ElementsAre("company"));
 }
 
 TEST_F(PolicyFolder, WithdrawingRequiresRulesThatCanBeRead) {

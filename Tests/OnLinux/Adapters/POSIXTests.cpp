@@ -71,15 +71,6 @@ TEST_F(Process, InheritsNoOpenFileAboveTheLimitEither) {
   EXPECT_EQ(::testing::internal::GetCapturedStdout(), "0\n1\n2\n3\n");  // 3 is the listed folder.
 }
 
-TEST_F(Process, MayPrintToStandardErrorInPlaceOfStandardOutput) {
-  const auto executable = script("#!/bin/sh\necho printed; echo reported >&2");
-  ::testing::internal::CaptureStdout();
-  ::testing::internal::CaptureStderr();
-  runProcess(executable, {}, STDERR_FILENO);
-  EXPECT_EQ(::testing::internal::GetCapturedStdout(), "");
-  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "printed\nreported\n");
-}
-
 TEST_F(Process, BeginsWithEverySignalAtItsDefaultAndNoneBlocked) {
   // These stand for all signals that a caller may have ignored or blocked.
   const auto signals = {SIGPIPE, SIGHUP, SIGINT, SIGTERM, SIGCHLD, SIGUSR1, SIGRTMIN + 1};
