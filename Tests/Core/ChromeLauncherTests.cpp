@@ -84,7 +84,7 @@ TEST_F(Launcher, EndsAtAFailureWithItsText) {
   for (const std::string& call : {openWindow, refresh, runningTest}) {
     system.fail(call, ChromeProcessError::unsuccessfulExit(3));
     EXPECT_EQ(errorOfOpening(),
-              Error::chromeLaunchFailed(messages::told(messages::unsuccessfulExit, 3)));
+              Error::chromeLaunchFailed(messages::told(messages::unsuccessfulExit, "3")));
     system.fail(call, std::bad_alloc());
     EXPECT_EQ(errorOfOpening(), Error::chromeLaunchFailed(std::bad_alloc().what()));
     system.fail(call, Error::keychainFailure(-61));

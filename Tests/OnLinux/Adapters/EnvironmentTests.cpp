@@ -26,12 +26,10 @@ class Installation : public ::testing::Test {
     ::chmod(executable.c_str(), 0755);
   }
 
-  void expectGoogleChrome() const {
+  /// Name, executable, managed policies and profile.
+  static std::vector<std::filesystem::path> current() {
     const auto chrome = ChromeInstallation::current();
-    EXPECT_EQ(chrome.name, "Google Chrome");
-    EXPECT_EQ(chrome.executable, "/opt/google/chrome/google-chrome");
-    EXPECT_EQ(chrome.managedPolicies, "/etc/opt/chrome/policies/managed");
-    EXPECT_EQ(chrome.userDataFolder, home_ / ".config/google-chrome");
+    return {chrome.name, chrome.executable, chrome.managedPolicies, chrome.userDataFolder};
   }
 
   TemporaryHome home_;
@@ -39,15 +37,15 @@ class Installation : public ::testing::Test {
 };
 
 TEST_F(Installation, IsGoogleChromesUnlessOnlyChromiumIsInstalled) {
-  expectGoogleChrome();
+  const auto google =
+      ElementsAre("Google Chrome", "/opt/google/chrome/google-chrome",
+                  "/etc/opt/chrome/policies/managed", home_ / ".config/google-chrome");
+  EXPECT_THAT(current(), google);
   install("/usr/bin/chromium");
-  const auto chrome = ChromeInstallation::current();
-  EXPECT_EQ(chrome.name, "Chromium");
-  EXPECT_EQ(chrome.executable, "/usr/bin/chromium");
-  EXPECT_EQ(chrome.managedPolicies, "/etc/chromium/policies/managed");
-  EXPECT_EQ(chrome.userDataFolder, home_ / ".config/chromium");
+  EXPECT_THAT(current(), ElementsAre("Chromium", "/usr/bin/chromium",
+                                     "/etc/chromium/policies/managed", home_ / ".config/chromium"));
   install("/opt/google/chrome/google-chrome");
-  expectGoogleChrome();
+  EXPECT_THAT(current(), google);
 }
 
 TEST_F(Installation, IsKnownByName) {

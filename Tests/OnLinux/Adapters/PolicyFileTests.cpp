@@ -59,17 +59,18 @@ class PolicyFile : public ::testing::Test {
 TEST_F(PolicyFile, IsWorldReadableWhateverTheUmask) {
   for (const mode_t mask : {002U, 022U, 027U, 077U}) {
     ::umask(mask);
-    replacePolicyFile("/opt/new/below/own.json", "{}");
-    for (const char* folder : {"/opt/new", "/opt/new/below"}) {
+    replacePolicyFile("/opt/new/policies/managed/own.json", "{}");
+    for (const char* folder : {"/opt/new", "/opt/new/policies", "/opt/new/policies/managed"}) {
       EXPECT_EQ(mode(folder), 0755U) << mask;
     }
-    EXPECT_EQ(mode("/opt/new/below/own.json"), 0644U) << mask;
+    EXPECT_EQ(mode("/opt/new/policies/managed/own.json"), 0644U) << mask;
     std::filesystem::remove_all("/opt/new");
   }
 }
 
-TEST_F(PolicyFile, KeepsNeitherOwnerNorPermissionsOfTheOldFile) {
+TEST_F(PolicyFile, IsReplacedByANewFileWithItsOwnOwnerAndPermissions) {
   writeFile(file_, "old");
+  std::filesystem::create_hard_link(file_, "/opt/second");
   ::chmod(file_.c_str(), 0666);
   giveList(file_, "system.posix_acl_access");
   if (::geteuid() == 0) {
@@ -77,6 +78,8 @@ TEST_F(PolicyFile, KeepsNeitherOwnerNorPermissionsOfTheOldFile) {
   }
   replacePolicyFile(file_, "new");
   EXPECT_EQ(readPolicyFile(file_), "new");
+  EXPECT_EQ(readFile("/opt/second"), "old");
+  EXPECT_EQ(contents("/opt").size(), 2U);
   EXPECT_EQ(mode(file_), 0644U);
   EXPECT_EQ(statusOf(file_).st_uid, ::geteuid());
   EXPECT_EQ(statusOf(file_).st_gid, ::getegid());
@@ -103,14 +106,6 @@ TEST_F(PolicyFile, InheritsNoGroupFromItsFolder) {
   }
   replacePolicyFile(file_, "{}");
   EXPECT_EQ(statusOf(file_).st_gid, ::getegid());
-}
-
-TEST_F(PolicyFile, IsReplacedByANewFile) {
-  writeFile(file_, "old");
-  std::filesystem::create_hard_link(file_, "/opt/second");
-  replacePolicyFile(file_, "new");
-  EXPECT_EQ(contents("/opt"),
-            (std::map<std::string, std::string>{{"/opt/second", "old"}, {file_.string(), "new"}}));
 }
 
 TEST_F(PolicyFile, IsNeitherReplacedNorRemovedIfItIsALink) {
