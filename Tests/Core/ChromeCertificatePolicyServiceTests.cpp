@@ -183,8 +183,6 @@ TEST_F(ApplyPolicy, RequiresWhatIsReadBackToBeWhatWasWritten) {
   }
 }
 
-// What the rule service accepts
-
 TEST(IsEncodedRule, AcceptsWhatEncodedRuleMakes) {
   for (const ClientIdentity& identity :
        {named("Ana"), named("R/D \"\\ \n"), named("\u00e1 \U0001f600"),
@@ -216,8 +214,6 @@ TEST(IsEncodedRule, RejectsAnyOther) {
     EXPECT_FALSE(Service::isEncodedRule(rule)) << rule;
   }
 }
-
-// What taking the rule back leaves
 
 TEST(WithdrawingRule, LeavesTheOtherListAlone) {
   EXPECT_EQ(Service::withdrawingRule({}, {}), Texts());

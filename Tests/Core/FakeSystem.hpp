@@ -36,8 +36,6 @@ inline std::string listed(const Texts& texts) {
   return list + "]";
 }
 
-// Certificate values
-
 inline OptionalCertificateProperty present(CertificateProperty property) {
   return std::make_shared<const CertificateProperty>(std::move(property));
 }

@@ -142,9 +142,9 @@ TEST_F(CertificateDatabase, RejectsDamageThatHidesAnIdentity) {
   for (const char* name : {"cert9.db", "key4.db"}) {
     const std::string whole = readFile(folder_ / name);
     // A truncated file still has the header and the definitions of the tables.
-    for (const std::size_t percent : {0U, 10U, 50U, 90U, 99U}) {
-      writeFile(folder_ / name, whole.substr(0, whole.size() * percent / 100));
-      EXPECT_NE(refusal(), 0) << name << " " << percent;
+    for (const std::size_t size : {0UL, whole.size() / 2, whole.size() - 2048, whole.size() - 1}) {
+      writeFile(folder_ / name, whole.substr(0, size));
+      EXPECT_NE(refusal(), 0) << name << " " << size;
     }
     // Overwrites each page in turn: those of indices, of tables and of their definitions.
     constexpr std::size_t pageSize = 4096;

@@ -150,8 +150,6 @@ TEST_F(PolicyFolder, RefusesToWriteWhereSomeCannotRead) {
   EXPECT_EQ(readFile(ownFile_), "{}");
 }
 
-// Taking the rule back
-
 constexpr const char* catchAll = R"(["{\"pattern\":\"*\"}"])";
 
 TEST_F(PolicyFolder, WithdrawingChangesNothingWithoutOwnRules) {
