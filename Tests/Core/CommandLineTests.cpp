@@ -1,72 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <gmock/gmock.h>
 
-#include <algorithm>
 #include <chrono>
-#include <cstdio>
 #include <exception>
 #include <stdexcept>
 
-#include "LumaretMacHelper/KeychainChromePrivateKeyAuthorizer.hpp"
 #include "LumaretMacHelper/LumaretMacHelper.hpp"
-#include "LumaretMacHelper/PlatformFunctions.hpp"
 #include "Tests/Core/FakeSystem.hpp"
 #include "Tests/Support/Cpp/Contracts.hpp"
 #include "Tests/Support/Cpp/Messages.hpp"
 
-namespace lumaret {
-namespace tests {
-
-// The platform below the command line. Writing to a standard stream is a call; writing to standard
-// error prints all calls up to then to that of the process.
-static FakeSystem system;
-
-}  // namespace tests
-
-/// No digest: the beginning of the bytes.
-std::array<std::uint8_t, 32> sha256(std::span<const std::uint8_t> bytes) {
-  std::array<std::uint8_t, 32> beginning{};
-  std::copy_n(bytes.begin(), std::min(bytes.size(), beginning.size()), beginning.begin());
-  return beginning;
-}
-
-TextComparison localizedCaseInsensitiveComparison() {
-  return [](const std::string& left, const std::string& right) -> std::weak_ordering {
-    return left <=> right;
-  };
-}
-
-std::filesystem::path chromeExecutable() { return "/opt/chrome"; }
-
-void prepareStandardStreams() noexcept {
-  tests::system.calls.emplace_back("prepareStandardStreams");
-}
-
-void writeStandardOutput(std::string_view text) {
-  tests::system.called("output " + std::string(text));
-}
-
-void writeStandardError(std::string_view text) noexcept {
-  tests::system.calls.push_back("error " + std::string(text));
-  const std::string log = tests::listed(tests::system.calls);
-  std::fwrite(log.data(), 1, log.size(), stderr);
-}
-
-KeychainIdentityLoader::KeychainIdentityLoader()
-    : KeychainIdentityLoader(std::make_shared<tests::FakeServices>(tests::system)) {}
-
-KeychainChromePrivateKeyAuthorizer::KeychainChromePrivateKeyAuthorizer()
-    : KeychainChromePrivateKeyAuthorizer(AuthorizeOperation(
-          [](const std::string& id) { tests::system.called("authorize " + id); })) {}
-
-ChromeCertificatePolicyService::ChromeCertificatePolicyService()
-    : ChromeCertificatePolicyService(std::make_shared<tests::FakeServices>(tests::system)) {}
-
-ChromeLauncher::ChromeLauncher()
-    : ChromeLauncher(defaultExecutableURL(), std::make_shared<tests::FakeServices>(tests::system)) {
-}
-
-namespace tests {
+namespace lumaret::tests {
 namespace {
 
 using namespace std::chrono_literals;
@@ -80,11 +24,11 @@ constexpr Date never = sys_days(9999y / 12 / 31) + 23h + 59min + 59s;
 
 class CommandLine : public testing::Test {
  protected:
-  CommandLine() { system = {}; }
+  CommandLine() { fakeSystem() = {}; }
 
   static void add(const std::string& certificate, const std::string& commonName,
                   Date expiresAt = never) {
-    system.identities.push_back({certificate, valuesNaming(commonName, expiresAt)});
+    fakeSystem().identities.push_back({certificate, valuesNaming(commonName, expiresAt)});
   }
 
   static void runMain(const std::vector<const char*>& arguments) {
@@ -93,9 +37,9 @@ class CommandLine : public testing::Test {
 
   /// The calls of a run, without those that read an identity.
   static Texts callsOf(const Texts& arguments) {
-    system.calls.clear();
+    fakeSystem().calls.clear();
     LumaretMacHelper::run(arguments);
-    Texts calls = system.calls;
+    Texts calls = fakeSystem().calls;
     std::erase_if(calls, [](const std::string& call) {
       return call.starts_with("has") || call.starts_with("copyC");
     });
@@ -111,7 +55,7 @@ TEST_F(CommandLine, RejectsOtherCommands) {
         Texts{"activate", "--url", "https://a.example", "--fingerprint"},
         Texts{"activate", "--fingerprint", "", "--fingerprint", "5d2a"}}) {
     EXPECT_THROW(LumaretMacHelper::run(arguments), CommandError) << listed(arguments);
-    EXPECT_THAT(system.calls, IsEmpty());
+    EXPECT_THAT(fakeSystem().calls, IsEmpty());
   }
 }
 
@@ -130,24 +74,24 @@ TEST_F(CommandLine, WritesAnyErrorAtOnce) {
         testing::ResultOf([](const std::string& told) { return told; },
                           "[prepareStandardStreams, copyIdentities, error " + message + "\n]"));
   };
-  system.fail("copyIdentities", Error::chromeLaunchFailed(text));
+  fakeSystem().fail("copyIdentities", Error::chromeLaunchFailed(text));
   expectMessage(messages::told(messages::chromeLaunchFailed, text));
-  system.fail("copyIdentities", std::runtime_error("No such device"));
+  fakeSystem().fail("copyIdentities", std::runtime_error("No such device"));
   expectMessage("No such device");
-  system.fail("copyIdentities", 7);
+  fakeSystem().fail("copyIdentities", 7);
   expectMessage("Unknown error.");
 }
 
 TEST_F(CommandLine, ReturnsAfterASuccess) {
   runMain({"tool", "list"});
-  EXPECT_THAT(system.calls,
+  EXPECT_THAT(fakeSystem().calls,
               ElementsAre("prepareStandardStreams", "copyIdentities", "output []", "output \n"));
 }
 
 TEST_F(CommandLine, PrintsSortedCompactJSONThenALineFeed) {
   const auto issuer = name({attribute("2.5.4.3", "CA \"1\""), attribute("2.5.4.11", "R/D")});
   const auto subject = name({attribute("2.5.4.10", "Org"), attribute("2.5.4.7", "Málaga")});
-  system.identities = {{"z", {{subject, issuer, notAfter({never})}}}};
+  fakeSystem().identities = {{"z", {{subject, issuer, notAfter({never})}}}};
   add("a", "Zoe");
   const std::string expiry = R"({"expiresAt":"9999-12-31T23:59:59Z","id":")";
   const std::string noOthers = R"(,"locality":null,"organization":null,"organizationalUnit":null})";
@@ -169,7 +113,7 @@ TEST_F(CommandLine, WritesDatesToTheSecondWithLeadingZeros) {
         {sys_days(2345y / 11 / 28) + 19h + 37min + 52s, "\"2345-11-28T19:37:52Z\""},
         {sys_days(2096y / 2 / 29) + 999'999us, "\"2096-02-29T00:00:00Z\""},
         {sys_days(12345y / 10 / 20), "\"12345-10-20T00:00:00Z\""}}) {
-    system.identities.clear();
+    fakeSystem().identities.clear();
     add("a", "Ana", date);
     EXPECT_THAT(callsOf({"list"})[1], testing::HasSubstr(text));
   }
@@ -178,7 +122,7 @@ TEST_F(CommandLine, WritesDatesToTheSecondWithLeadingZeros) {
 TEST_F(CommandLine, PrintsNothingWithTextThatIsNotUTF8) {
   add("a", "An\xff");
   EXPECT_THROW(LumaretMacHelper::run({"list"}), std::exception);
-  EXPECT_EQ(system.calls.back(), "copyCertificate a");
+  EXPECT_EQ(fakeSystem().calls.back(), "copyCertificate a");
 }
 
 class Activate : public CommandLine {
@@ -209,7 +153,7 @@ class Activate : public CommandLine {
 };
 
 TEST_F(Activate, AuthorizesThenStoresThenOpens) {
-  system.isRunning = true;
+  fakeSystem().isRunning = true;
   Texts calls = road();
   calls.insert(calls.end(), {"run /opt/chrome [--new-window, https://a.example/]",
                              R"(output {"ok":true})", "output \n"});
@@ -217,8 +161,8 @@ TEST_F(Activate, AuthorizesThenStoresThenOpens) {
        {Texts{"activate", "--fingerprint", idOf("bea"), "--url", "https://a.example/"},
         Texts{"activate", "word", "--url", "https://a.example/", "list", "--fingerprint",
               idOf("bea"), "--url", "b", "--fingerprint", "c"}}) {
-    system.isWritten = false;
-    system.rules.clear();
+    fakeSystem().isWritten = false;
+    fakeSystem().rules.clear();
     EXPECT_EQ(callsOf(arguments), calls);
   }
 }
@@ -227,8 +171,8 @@ TEST_F(Activate, OpensAWindowWithoutAUsableAddress) {
   for (const Texts& further :
        {Texts{}, Texts{"--url"}, Texts{"--url", ""}, Texts{"--url", "a b"}}) {
     EXPECT_EQ(errorOf(idOf("bea"), further), std::nullopt);
-    EXPECT_THAT(system.calls, testing::Contains("run /opt/chrome [--new-window]"));
-    EXPECT_EQ(system.calls.back(), "output \n");
+    EXPECT_THAT(fakeSystem().calls, testing::Contains("run /opt/chrome [--new-window]"));
+    EXPECT_EQ(fakeSystem().calls.back(), "output \n");
   }
 }
 
@@ -236,7 +180,7 @@ TEST_F(Activate, RequiresTheExactFingerprint) {
   for (const std::string& fingerprint : {std::string("--url"), " " + idOf("ana"), idOf("carla"),
                                          idOf("bea") + "\n", std::string("62656"), idOf("Bea")}) {
     EXPECT_EQ(errorOf(fingerprint, {"https://a.example/"}), Error::selectedIdentityNotFound());
-    EXPECT_EQ(system.calls.back(), "copyCertificate bea");
+    EXPECT_EQ(fakeSystem().calls.back(), "copyCertificate bea");
   }
   add("jkl", "Jo");  // Its fingerprint has letters.
   EXPECT_EQ(errorOf("6A6B6C" + std::string(58, '0')), Error::selectedIdentityNotFound());
@@ -244,18 +188,17 @@ TEST_F(Activate, RequiresTheExactFingerprint) {
 }
 
 TEST_F(Activate, EndsAtTheFirstFailure) {
-  system.isRunning = true;
+  fakeSystem().isRunning = true;
   Texts calls = road();
   calls.emplace_back("run /opt/chrome [--new-window]");
   for (const std::string& call : calls) {
-    const FakeSystem before = system;
-    system.fail(call, Error::keychainFailure(-61));
+    const FakeSystem before = fakeSystem();
+    fakeSystem().fail(call, Error::keychainFailure(-61));
     EXPECT_TRUE(errorOf(idOf("bea"))) << call;
-    EXPECT_EQ(system.calls.back(), call);
-    system = before;
+    EXPECT_EQ(fakeSystem().calls.back(), call);
+    fakeSystem() = before;
   }
 }
 
 }  // namespace
-}  // namespace tests
-}  // namespace lumaret
+}  // namespace lumaret::tests

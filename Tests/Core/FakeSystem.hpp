@@ -112,6 +112,10 @@ struct FakeSystem {
   }
 };
 
+/// That of FakePlatform.cpp. Writing to a standard stream is a call; writing to standard error
+/// prints all calls up to then to that of the process.
+FakeSystem& fakeSystem();
+
 class FakeServices final : public KeychainIdentityQuerying,
                            public ChromePreferencesStoring,
                            public ChromeLaunchEnvironment {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <chrono>
 #include <limits>
 
@@ -236,6 +237,11 @@ TEST_F(Loader, SortsEqualNamesByFingerprintWhateverTheirCase) {
     add("A", nameA);
     EXPECT_THAT(loadIds(), ElementsAre(idOf("A"), idOf("B")));  // 559aead0… and df7e70e5…
   }
+  for (int more = 0; more < 40; ++more) {  // So many that a sort is not stable by chance.
+    add(std::to_string(more), "Ana");
+  }
+  const Texts ids = loadIds();
+  EXPECT_TRUE(std::ranges::is_sorted(ids));
 }
 
 }  // namespace

@@ -37,8 +37,10 @@ class DebianPackageTests(DebianPackageTestCase):
         documents, place = "share/doc/lumaret-macos-helper", self.extract()
         self.assert_installed(
             place,
-            *(f"{documents}/changelog.gz", f"{documents}/copyright", "share/man/man1/lumaret-macos-helper.1.gz"),
-            *("share/zsh/vendor-completions/_lumaret-macos-helper", "share/lintian/overrides/lumaret-macos-helper"),
+            *(f"{documents}/changelog.gz", f"{documents}/copyright"),
+            *(f"share/man/man1/lumaret-{name}.1.gz" for name in ("chrome-rule", "macos-helper")),
+            *(f"share/zsh/vendor-completions/_lumaret-{name}" for name in ("chrome-rule", "macos-helper")),
+            "share/lintian/overrides/lumaret-macos-helper",
         )
         changelog = self.assert_succeeds("zcat", place / documents / "changelog.gz")
         self.assertTrue(changelog.startswith(f"lumaret-macos-helper ({self.field('Version')}) "))
@@ -48,7 +50,9 @@ class DebianPackageTests(DebianPackageTestCase):
 
     def test_satisfies_lintian(self):
         """A program whose libraries are not among the dependencies would be one."""
-        self.assert_succeeds("lintian", "--allow-root", "--pedantic", "--fail-on", "error,warning,pedantic", self.package)
+        self.assert_succeeds(
+            "lintian", "--allow-root", "--pedantic", "--fail-on", "error,warning,pedantic", self.package
+        )
 
     def test_only_service_links_bus(self):
         of_the_language = {"libstdc++.so.6", "libm.so.6", "libgcc_s.so.1", "libc.so.6"}

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <gmock/gmock.h>
+#include <sched.h>
 #include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -20,6 +21,12 @@ namespace {
 
 class ProfileLock : public ::testing::Test {
  protected:
+  ProfileLock() {
+    if (::unshare(CLONE_NEWUTS) == 0) {  // Root may name this process's host.
+      ::sethostname("a-host", 6);
+    }
+  }
+
   static std::string host() {
     std::array<char, 256> name{};
     ::gethostname(name.data(), name.size());
