@@ -62,6 +62,7 @@ TYPED_TEST_P(OrderConformance, RanksNamesAndEquatesCaseAndCompositionAlone) {
                                       {"\u00c9va", "\u00e9VA"},
                                       {"\u00d6", "O\u0308"},
                                       {"\u212b", "A\u030a"},
+                                      {"a\u0302\u0323", "a\u0323\u0302"},
                                       {"\u00f1", "n\u0303"},
                                       {"\u304c", "\u304b\u3099"}}) {
       for (const std::string& name : names) {
