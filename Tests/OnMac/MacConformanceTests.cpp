@@ -9,11 +9,10 @@
 #include <string>
 
 #include "LumaretMacHelper/KeychainIdentityLoader.hpp"
-#include "Tests/Conformance/ConformanceIdentity.hpp"
 #include "Tests/Conformance/Suites.hpp"
 #include "Tests/OnMac/ChromePreferences.hpp"
 #include "Tests/OnMac/TestKeychain.hpp"
-#include "Tests/Support/Cpp/CertificateBytes.hpp"
+#include "Tests/Support/Cpp/Contracts.hpp"
 
 namespace lumaret::tests::conformance {
 namespace {
@@ -34,14 +33,14 @@ class Keychain {
     }
   }
 
-  Bytes addIdentity(const Certificate& certificate) {
-    const FreshIdentity identity = makeIdentity(material_, certificate, KeyType::rsa);
+  Bytes addIdentity(const Name& name) {
+    const FreshIdentity identity = makeIdentity(material_, name, KeyType::rsa);
     keychain_.addIdentity(identity);
     return identity.der;
   }
-  Bytes addIdentityOfToken(const Certificate&) { leaveOut("There is no smart card in this Mac."); }
-  void addCertificateWithoutKey(const Certificate& certificate) {
-    keychain_.addCertificate(makeIdentity(material_, certificate, KeyType::rsa));
+  Bytes addIdentityOfToken(const Name&) { leaveOut("There is no smart card in this Mac."); }
+  void addCertificateWithoutKey(const Name& name) {
+    keychain_.addCertificate(makeIdentity(material_, name, KeyType::rsa));
   }
   KeychainStatus damage() {
     leaveOut("The search passes over a keychain file that it cannot read, and says nothing.");

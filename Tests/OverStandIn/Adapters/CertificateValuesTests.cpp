@@ -11,7 +11,7 @@
 #include "LumaretMacHelper/PlatformServices.hpp"
 #include "Tests/OverStandIn/Adapters/OverStandIn.hpp"
 #include "Tests/OverStandIn/SampleIdentities.hpp"
-#include "Tests/Support/Cpp/Principals.hpp"
+#include "Tests/Support/Cpp/Contracts.hpp"
 
 namespace lumaret::tests {
 namespace {
@@ -41,7 +41,7 @@ TEST_F(CertificateValuesTest, MayBeMissing) {
   auto values = certificateValues(json::array({property("2.5.4.3", "Ana")}));
   values.erase("kSecOIDX509V1IssuerName");
   EXPECT_EQ(loaded(values)->subject.commonName, "Ana");
-  EXPECT_EQ(loaded(values)->issuer, noFields);
+  EXPECT_EQ(loaded(values)->issuer, CertificatePrincipal());
   values.erase("kSecOIDX509V1ValidityNotAfter");
   EXPECT_EQ(loaded(values), std::nullopt);
 }

@@ -11,9 +11,7 @@
 #include "LumaretMacHelper/macOS/SystemChromeKeychainAuthorizationBackend.hpp"
 #include "Tests/OverStandIn/Adapters/OverStandIn.hpp"
 #include "Tests/OverStandIn/SampleIdentities.hpp"
-#include "Tests/Support/Cpp/CertificateBytes.hpp"
-#include "Tests/Support/Cpp/Principals.hpp"
-#include "Tests/Support/Cpp/ThrownError.hpp"
+#include "Tests/Support/Cpp/Contracts.hpp"
 
 namespace lumaret::tests {
 namespace {
@@ -45,7 +43,7 @@ class KeychainAuthorization : public OverStandIn {
   static json& stored() { return machine()["identities"][0]["accessList"]; }
 
   static void authorize() {
-    KeychainChromePrivateKeyAuthorizer().authorize({idOf("ana"), noFields, noFields, {}});
+    KeychainChromePrivateKeyAuthorizer().authorize({idOf("ana"), {}, {}, {}});
   }
 
   /// Makes every kind of call.

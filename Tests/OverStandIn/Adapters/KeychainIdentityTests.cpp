@@ -8,8 +8,7 @@
 #include "LumaretMacHelper/KeychainIdentityLoader.hpp"
 #include "Tests/OverStandIn/Adapters/OverStandIn.hpp"
 #include "Tests/OverStandIn/SampleIdentities.hpp"
-#include "Tests/Support/Cpp/Principals.hpp"
-#include "Tests/Support/Cpp/ThrownError.hpp"
+#include "Tests/Support/Cpp/Contracts.hpp"
 
 namespace lumaret::tests {
 namespace {

@@ -16,7 +16,7 @@
 
 #include "LumaretMacHelper/LumaretMacHelper.hpp"
 #include "Tests/OverStandIn/SampleIdentities.hpp"
-#include "Tests/Support/Cpp/CertificateBytes.hpp"
+#include "Tests/Support/Cpp/Contracts.hpp"
 #include "Tests/Support/Cpp/Messages.hpp"
 
 namespace lumaret::tests {
