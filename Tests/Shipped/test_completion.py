@@ -10,8 +10,8 @@ import unittest
 import pexpect
 
 from Tests.Support.Python import private_machine
-from Tests.Support.Python.compact_json import compact_json
 from Tests.Support.Python.packaging_test_case import PackagingTestCase
+from Tests.Support.Python.policy_files import compact_json
 from Tests.Support.Python.project import SOURCES
 
 setUpModule = private_machine.enter

@@ -9,7 +9,7 @@ import subprocess
 from pathlib import Path
 
 from Tests.Support.Python import private_machine
-from Tests.Support.Python.fault_test_case import FaultTestCase
+from Tests.Support.Python.helper_test_case import FaultTestCase
 from Tests.Support.Python.outcome import ACTIVATED, printed
 from Tests.Support.Python.policy_files import effective_rules, policies
 from Tests.Support.Python.private_machine import CHROMIUM

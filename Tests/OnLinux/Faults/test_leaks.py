@@ -3,7 +3,7 @@
 
 
 from Tests.Support.Python import private_machine
-from Tests.Support.Python.fault_test_case import FaultTestCase
+from Tests.Support.Python.helper_test_case import FaultTestCase
 from Tests.Support.Python.outcome import ACTIVATED, printed
 from Tests.Support.Python.project import BUILD
 

@@ -166,7 +166,7 @@ class RuleServiceBoundTests(RuleServiceTestCase):
         self.assertEqual(self.client(ANA).store(OTHER), DONE)
         caller = self.client(3000)
         with open("/dev/null") as file:
-            number = caller.send_store_with_files(OWN, [file.fileno()] * 16)
+            number = caller.send_store(OWN, interactive=True, files=[file.fileno()] * 16)
         self.assertEqual(caller.answer(number).error, "NotSupported")
 
 

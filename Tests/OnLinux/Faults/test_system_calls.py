@@ -12,7 +12,7 @@ from collections import Counter
 from typing import NamedTuple
 
 from Tests.Support.Python import private_machine
-from Tests.Support.Python.fault_test_case import DOCUMENTED_FAILURES, FaultTestCase
+from Tests.Support.Python.helper_test_case import DOCUMENTED_FAILURES, FaultTestCase
 from Tests.Support.Python.outcome import ACTIVATED, Outcome
 from Tests.Support.Python.policy_files import ELSEWHERE, OLD_CATCH_ALL, OWN_FILE, OWN_PATH, effective_rules, policies
 from Tests.Support.Python.private_machine import CHROMIUM, contents

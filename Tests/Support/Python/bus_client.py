@@ -101,9 +101,6 @@ class Client:
     def send_store(self, rule: str, browser: str = "Chromium", **settings) -> int:
         return self.send(SERVICE, "StoreRule", "ss", browser, rule, **settings)
 
-    def send_store_with_files(self, rule: str, files: list[int]) -> int:
-        return self.send_store(rule, interactive=True, files=files)
-
     def store(self, rule: str, browser: str = "Chromium", seconds: float = 60, **settings) -> Answer:
         return self.answer(self.send_store(rule, browser, **settings), seconds)
 

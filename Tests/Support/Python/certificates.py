@@ -72,13 +72,6 @@ class Authority:
         usage = x509.ExtendedKeyUsage([ExtendedKeyUsageOID.SERVER_AUTH])
         return self._sign({"CN": "Test server"}, FAR_AHEAD, usage, self._server_names)
 
-    def issue_with_malformed_expiry(self, name: Name) -> Identity:
-        """This breaks the signature, which is not verified when a certificate is only stored."""
-        identity = self.issue(name)
-        der = identity.der.replace(FAR_AHEAD.encode(), FAR_AHEAD.replace("1231", "1399").encode())
-        identity.certificate.write_text(ssl.DER_cert_to_PEM_cert(der))
-        return identity
-
     def _sign(self, name: Name, expires: str, *extensions: x509.ExtensionType) -> Identity:
         """The first certificate is the authority's own."""
         key = ec.generate_private_key(ec.SECP256R1())

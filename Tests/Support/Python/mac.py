@@ -87,13 +87,7 @@ class MacTestCase(unittest.TestCase):
         self._file = machine.folder / "mac.json"
         self._launches = machine.folder / "launches"
         machine.environment["LUMARET_STAND_IN_MACHINE"] = str(self._file)
-        self.mac = {
-            "identities": [],
-            "applications": {},
-            "preferences": {},
-            "runningApplications": [],
-            "answers": {},
-        }
+        self.mac = {"identities": [], "preferences": {}}
 
     def install_chrome(self) -> None:
         EXECUTABLE.parent.mkdir(parents=True)
@@ -111,8 +105,8 @@ class MacTestCase(unittest.TestCase):
         """Activates the Mac's first identity."""
         return self.helper("activate", "--fingerprint", fingerprint(self.mac["identities"][0]), *arguments)
 
-    def launches(self, count: int) -> list[str]:
-        """The arguments of each start of Chrome, once all have ended. There should be `count`."""
+    def launches(self) -> list[str]:
+        """The arguments of each start of Chrome, once all have ended."""
         self._machine.await_quiet()
         return self._launches.read_text().splitlines() if self._launches.exists() else []
 

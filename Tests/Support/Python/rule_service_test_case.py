@@ -7,7 +7,7 @@ import os
 from pathlib import Path
 
 from Tests.Support.Python.bus_client import DONE, Client, Dialog
-from Tests.Support.Python.fault_test_case import FaultTestCase
+from Tests.Support.Python.helper_test_case import FaultTestCase
 from Tests.Support.Python.policy_files import rule
 from Tests.Support.Python.private_machine import CHROMIUM, GOOGLE_CHROME, await_until, contents
 from Tests.Support.Python.system_bus import LOCK
