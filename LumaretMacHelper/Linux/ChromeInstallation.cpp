@@ -16,9 +16,9 @@ struct Product {
   const char* userDataFolder;  // below the configuration folder
 };
 
-constexpr Product googleChrome = {"Google Chrome", "/opt/google/chrome/google-chrome",
-                                  "/etc/opt/chrome/policies/managed", "google-chrome"};
-constexpr Product chromium = {"Chromium", "/usr/bin/chromium", "/etc/chromium/policies/managed",
+constexpr Product googleChrome = {"Google Chrome", LUMARET_GOOGLE_CHROME,
+                                  LUMARET_GOOGLE_CHROME_POLICIES "/managed", "google-chrome"};
+constexpr Product chromium = {"Chromium", LUMARET_CHROMIUM, LUMARET_CHROMIUM_POLICIES "/managed",
                               "chromium"};
 
 /// Follows Chrome: a variable may name the folder itself, or the configuration folder that contains

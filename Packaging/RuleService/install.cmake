@@ -27,6 +27,9 @@ find_folder(LUMARET_POLKIT_ACTIONS polkit-gobject-1 actiondir /usr/share/polkit-
 find_folder(LUMARET_UNITS systemd systemd_system_unit_dir /usr/lib/systemd/system ""
   "systemd finds units")
 
+# systemd names such folders by their paths below /etc.
+cmake_path(RELATIVE_PATH LUMARET_GOOGLE_CHROME_POLICIES BASE_DIRECTORY /etc OUTPUT_VARIABLE google_chrome_policies)
+cmake_path(RELATIVE_PATH LUMARET_CHROMIUM_POLICIES BASE_DIRECTORY /etc OUTPUT_VARIABLE chromium_policies)
 set(rule_service ${CMAKE_INSTALL_FULL_LIBEXECDIR}/lumaret-macos-helper/rule-service)
 foreach(file IN ITEMS com.lumaret.MacHelper1.service lumaret-rule-service.service)
   configure_file(${CMAKE_CURRENT_LIST_DIR}/${file}.in ${file} @ONLY)
