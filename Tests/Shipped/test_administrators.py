@@ -9,8 +9,8 @@ import shutil
 from Tests.Support.Python import private_machine
 from Tests.Support.Python.debian_package import DebianRootTestCase
 from Tests.Support.Python.markdown import code_blocks
-from Tests.Support.Python.outcome import Outcome
 from Tests.Support.Python.policy_files import OWN_FILE
+from Tests.Support.Python.private_machine import Outcome
 from Tests.Support.Python.project import SOURCES
 from Tests.Support.Python.users import needs_real_root
 
@@ -47,7 +47,9 @@ class AdministratorsTests(DebianRootTestCase):
         self.before = self.state()
 
     def assert_rolled_out_to(self, *users: str):
-        self.assertEqual(self.inside("dpkg-query", "-W", "-f", "${db:Status-Status}", "lumaret-macos-helper"), "installed")
+        self.assertEqual(
+            self.inside("dpkg-query", "-W", "-f", "${db:Status-Status}", "lumaret-macos-helper"), "installed"
+        )
         rules = self.root / "etc/polkit-1/rules.d" / RULES_FILE.name
         self.assertEqual((rules.read_bytes(), rules.stat().st_mode & 0o777), (RULES_FILE.read_bytes(), 0o644))
         group = self.inside("getent", "group", "lumaret-rule").strip()

@@ -7,9 +7,8 @@ from pathlib import Path
 
 from Tests.Support.Python import private_machine
 from Tests.Support.Python.debian_package import DebianPackageTestCase, DebianRootTestCase
-from Tests.Support.Python.outcome import ACTIVATED
 from Tests.Support.Python.policy_files import OWN_FILE
-from Tests.Support.Python.private_machine import contents
+from Tests.Support.Python.private_machine import ACTIVATED, contents
 from Tests.Support.Python.project import HELPER, RULE_SERVICE, VERSION
 from Tests.Support.Python.system_bus import PERMIT, start_bus
 from Tests.Support.Python.users import AS_NOBODY, NOBODY, needs_real_root
@@ -48,7 +47,9 @@ class DebianPackageTests(DebianPackageTestCase):
 
     def test_satisfies_lintian(self):
         """A program whose libraries are not among the dependencies would be one."""
-        self.assert_succeeds("lintian", "--allow-root", "--pedantic", "--fail-on", "error,warning,pedantic", self.package)
+        self.assert_succeeds(
+            "lintian", "--allow-root", "--pedantic", "--fail-on", "error,warning,pedantic", self.package
+        )
 
     def test_only_service_links_bus(self):
         of_the_language = {"libstdc++.so.6", "libm.so.6", "libgcc_s.so.1", "libc.so.6"}

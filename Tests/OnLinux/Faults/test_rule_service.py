@@ -7,12 +7,12 @@ import signal
 import stat
 
 from Tests.Support.Python import messages, private_machine
-from Tests.Support.Python.bus_client import DONE, POLKIT, Client, polkit_says_yes
-from Tests.Support.Python.outcome import ACTIVATED, failed
 from Tests.Support.Python.policy_files import ELSEWHERE, OLD_CATCH_ALL, OWN_PATH
 from Tests.Support.Python.policy_files import effective_rules, policies, rule
-from Tests.Support.Python.private_machine import CHROMIUM, GOOGLE_CHROME, await_until, other_processes
-from Tests.Support.Python.rule_service_test_case import ANA, BEN, OWN, RuleServiceTestCase
+from Tests.Support.Python.private_machine import ACTIVATED, CHROMIUM, GOOGLE_CHROME, await_until
+from Tests.Support.Python.private_machine import failed, other_processes
+from Tests.Support.Python.rule_service_test_case import ANA, BEN, DONE, OWN, POLKIT
+from Tests.Support.Python.rule_service_test_case import Client, RuleServiceTestCase, polkit_says_yes
 from Tests.Support.Python.system_bus import NAME, POLKIT as POLKIT_FILES
 from Tests.Support.Python.users import needs_real_root
 

@@ -8,12 +8,10 @@ import subprocess
 from pathlib import Path
 
 from Tests.Support.Python import messages, private_machine
-from Tests.Support.Python.bus_client import DONE, Client
-from Tests.Support.Python.outcome import ACTIVATED, failed
 from Tests.Support.Python.policy_files import rule
-from Tests.Support.Python.private_machine import await_until
+from Tests.Support.Python.private_machine import ACTIVATED, CHROMIUM, await_until, failed
 from Tests.Support.Python.project import is_sanitized
-from Tests.Support.Python.rule_service_test_case import ANA, BEN, OWN, RuleServiceTestCase
+from Tests.Support.Python.rule_service_test_case import ANA, BEN, DONE, OWN, Client, RuleServiceTestCase
 from Tests.Support.Python.users import needs_real_root
 
 setUpModule = private_machine.enter
@@ -111,7 +109,9 @@ class RuleServiceActivateTests(RuleServiceTestCase):
                 await_until(lambda: not Path("/proc", str(self.busctl), "exe").exists(), "busctl to end")
                 self.dialog.await_withdrawal(self.question)
                 self.dialog.confirm(self.question)
-                self.assert_only_other_changes(self.client(ANA))
+                # After this store for the other browser, polkit and the service have handled all that came before.
+                self.assertEqual(self.client(ANA).store(OWN, "Google Chrome"), DONE)
+                self.assertFalse(CHROMIUM.policies.exists())
         self.assertEqual(self.machine.launches(), [])
 
 

@@ -13,11 +13,9 @@ import time
 from pathlib import Path
 
 from Tests.Support.Python import messages, private_machine
-from Tests.Support.Python.bus_client import DONE
-from Tests.Support.Python.outcome import ACTIVATED, failed
 from Tests.Support.Python.policy_files import OWN_PATH, rule
-from Tests.Support.Python.private_machine import GOOGLE_CHROME, await_until
-from Tests.Support.Python.rule_service_test_case import ANA, BEN, OWN, RuleServiceTestCase
+from Tests.Support.Python.private_machine import ACTIVATED, GOOGLE_CHROME, await_until, failed
+from Tests.Support.Python.rule_service_test_case import ANA, BEN, DONE, OWN, RuleServiceTestCase
 from Tests.Support.Python.system_bus import CALL, LOCK
 from Tests.Support.Python.users import as_user, needs_real_root
 

@@ -212,11 +212,6 @@ TEST_F(KeychainAuthorization, EntryThatCannotBeReadIsAFailure) {
   EXPECT_EQ(stored(), json({signingEntry({}), custom}));
 }
 
-TEST_F(KeychainAuthorization, ChromeMustBeThere) {
-  machine()["applications"].clear();
-  EXPECT_EQ(failure(), BackendError::status(100002));
-}
-
 // The entries have canonical paths, too.
 TEST_F(KeychainAuthorization, ChromeHasItsCanonicalPath) {
   machine()["applications"][chromeApplication] = "/Chrome.app";

@@ -53,7 +53,6 @@ Object& content(CFTypeRef object, Object::Type type, const char* function = __bu
 CFTypeID typeIdentifier(Object::Type type);
 /// An object that is never released nor counted, like the constants of the frameworks.
 CFStringRef constantText(const char* name);
-void forgetEveryObject();
 
 // Values.cpp defines these for both.
 /// Null for null.

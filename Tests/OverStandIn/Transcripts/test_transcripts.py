@@ -7,7 +7,7 @@ import shutil
 from Tests.Support.Python import messages
 from Tests.Support.Python.mac import CHROME, DOMAIN, EXECUTABLE, FAR_AHEAD, KEY, MacTestCase
 from Tests.Support.Python.mac import enter, fingerprint, identity, property_of, rule, signing
-from Tests.Support.Python.outcome import ACTIVATED, Outcome, failed, printed
+from Tests.Support.Python.private_machine import ACTIVATED, Outcome, failed, printed
 
 ANA = identity("Ana", signing("/Mail"), signing("/Zoom"))
 AUTHORIZED = [signing("/Mail", CHROME), signing("/Zoom", CHROME)]
@@ -133,12 +133,6 @@ class ActivationTests(MacTestCase):
         EXECUTABLE.write_text("#!/bin/sh\necho printed; exit 3\n")
         message = messages.launch_failed(messages.told(messages.UNSUCCESSFUL_EXIT, 3))
         self.assertEqual(self.activate(), Outcome(1, b"printed\n", message.encode() + b"\n"))
-
-    def test_reports_a_chrome_that_cannot_be_started(self):
-        EXECUTABLE.write_bytes(b"\0no program")
-        outcome = self.activate()
-        self.assertEqual((outcome.status, outcome.stdout), (1, b""))
-        self.assertRegex(outcome.stderr, rb"^Google Chrome could not be opened: .*Exec format error\n$")
 
     def test_reports_a_missing_chrome_after_key_and_rule(self):
         shutil.rmtree(CHROME)

@@ -149,11 +149,10 @@ class Token:
         tokens.mkdir()
         settings.write_text(f"directories.tokendir = {tokens}\n")
         self.environment = {"SOFTHSM2_CONF": str(settings)}
-        self._run("softhsm2-util --init-token --free --label token --so-pin 12345678 --pin 1234")
-
-    def _run(self, *command) -> None:
-        _run(*command, environment=self.environment)
+        _run(
+            "softhsm2-util --init-token --free --label token --so-pin 12345678 --pin 1234", environment=self.environment
+        )
 
     def add(self, identity: Identity, database: Database) -> None:
         place = ("-d", f"sql:{database.folder}", "-h", "token")
-        self._run("pk12util -K 1234", "-i", bundle_of(identity), *place, "-W", "")
+        _run("pk12util -K 1234", "-i", bundle_of(identity), *place, "-W", "", environment=self.environment)

@@ -9,9 +9,8 @@ from pathlib import Path
 
 from Tests.Support.Python import messages
 from Tests.Support.Python.certificates import Authority, Database, Identity, Name
-from Tests.Support.Python.outcome import Outcome, failed
 from Tests.Support.Python.policy_files import OWN_FILE, POLICY, compact_json, rule
-from Tests.Support.Python.private_machine import CHROMIUM, Browser, PrivateMachine, contents
+from Tests.Support.Python.private_machine import CHROMIUM, Browser, Outcome, PrivateMachine, contents, failed
 from Tests.Support.Python.project import HELPER
 from Tests.Support.Python.system_bus import SystemBus
 from Tests.Support.Python.users import AS_NOBODY, NOBODY, as_user

@@ -9,8 +9,7 @@ import unittest
 from pathlib import Path
 
 from Tests.Support.Python import private_machine
-from Tests.Support.Python.outcome import Outcome
-from Tests.Support.Python.private_machine import PrivateMachine
+from Tests.Support.Python.private_machine import Outcome, PrivateMachine
 from Tests.Support.Python.project import executable
 
 HELPER = executable("development/Tests/OverStandIn/Transcripts/lumaret-macos-helper-over-stand-in")

@@ -20,7 +20,6 @@ import time
 from pathlib import Path
 from typing import NamedTuple
 
-from Tests.Support.Python.outcome import Outcome
 from Tests.Support.Python.users import accounts
 
 ENTERED = "LUMARET_PRIVATE_MACHINE"
@@ -94,6 +93,25 @@ def contents(folder: Path) -> dict[str, tuple]:
             content = os.fsencode(os.readlink(path))
         found[str(path.relative_to(folder))] = (stat.filemode(status.st_mode), content)
     return found
+
+
+class Outcome(NamedTuple):
+    """The exit status of a program and all of its output."""
+
+    status: int
+    stdout: bytes
+    stderr: bytes
+
+
+def printed(text: str) -> Outcome:
+    return Outcome(0, text.encode() + b"\n", b"")
+
+
+def failed(message: str) -> Outcome:
+    return Outcome(1, b"", message.encode() + b"\n")
+
+
+ACTIVATED = printed('{"ok":true}')
 
 
 class PrivateMachine:

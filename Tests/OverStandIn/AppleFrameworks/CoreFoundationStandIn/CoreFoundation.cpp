@@ -129,10 +129,6 @@ std::size_t liveObjects() {
   }));
 }
 
-void forgetEveryObject() {
-  std::erase_if(objects(), [](const auto& object) { return !object.second->isConstant; });
-}
-
 }  // namespace standin
 
 extern "C" {
