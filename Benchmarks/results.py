@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""The latest results, as they are stored in the sources, and README's table of them."""
+"""The latest results, as they are stored in the sources, and the table of them in the documents."""
 
 import json
 import re
@@ -7,7 +7,7 @@ import re
 from Tests.Support.Python.project import SOURCES
 
 FILE = SOURCES / "Benchmarks/results.json"
-README = SOURCES / "README.md"
+DOCUMENT = SOURCES / "docs/speed.md"
 
 # A key of the results, its heading, and what it means.
 TIMES = (
@@ -34,7 +34,7 @@ def load() -> dict:
 
 def save(results: dict) -> None:
     FILE.write_text(json.dumps(results, indent=2) + "\n")
-    README.write_text(replace_table(README.read_text(), results))
+    DOCUMENT.write_text(replace_table(DOCUMENT.read_text(), results))
 
 
 def time(milliseconds: float | None) -> str:
@@ -68,5 +68,5 @@ def table(results: dict) -> str:
 def replace_table(document: str, results: dict) -> str:
     changed, count = re.subn(r"^\| identities \|.*\n(\|.*\n)+", lambda _: table(results), document, flags=re.M)
     if count != 1:
-        raise RuntimeError(f"{README.name} has {count} tables of figures")
+        raise RuntimeError(f"{DOCUMENT.name} has {count} tables of figures")
     return changed

@@ -18,6 +18,18 @@ bool isWebAddress(const URL& url) {
   return scheme == "http" || scheme == "https";
 }
 
+/// Turns what the step throws into chromeLaunchFailed.
+template <typename Step>
+void reportingFailure(Step step) {
+  try {
+    step();
+  } catch (const CertificateSelectorError&) {
+    throw;
+  } catch (...) {
+    throw CertificateSelectorError::chromeLaunchFailed(descriptionOfCaughtError());
+  }
+}
+
 }  // namespace
 
 ChromeLauncher::ChromeLauncher(std::filesystem::path executableURL,
@@ -35,14 +47,20 @@ bool ChromeLauncher::isChromeInstalled() const {
 
 void ChromeLauncher::open() const { open(std::nullopt); }
 
+void ChromeLauncher::refreshPolicies() const {
+  reportingFailure([&] {
+    if (environment_->isApplicationRunning(chromeIdentifier)) {
+      environment_->run(executableURL_, {"--refresh-platform-policy"}, /*waitUntilExit=*/true);
+    }
+  });
+}
+
 void ChromeLauncher::open(const std::optional<URL>& destination) const {
   if (!isChromeInstalled()) {
     throw CertificateSelectorError::chromeNotInstalled();
   }
-  try {
-    if (environment_->isApplicationRunning(chromeIdentifier)) {
-      environment_->run(executableURL_, {"--refresh-platform-policy"}, /*waitUntilExit=*/true);
-    }
+  refreshPolicies();
+  reportingFailure([&] {
     std::vector<std::string> arguments = {"--new-window"};
     if (destination) {
       if (!isWebAddress(*destination)) {
@@ -52,11 +70,7 @@ void ChromeLauncher::open(const std::optional<URL>& destination) const {
       arguments.push_back(destination->absoluteString);
     }
     environment_->run(executableURL_, arguments, /*waitUntilExit=*/false);
-  } catch (const CertificateSelectorError&) {
-    throw;
-  } catch (...) {
-    throw CertificateSelectorError::chromeLaunchFailed(descriptionOfCaughtError());
-  }
+  });
 }
 
 }  // namespace lumaret

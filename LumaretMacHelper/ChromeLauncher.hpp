@@ -50,8 +50,12 @@ class ChromeLauncher final : public ChromeOpening {
   [[nodiscard]] bool isChromeInstalled() const override;
   void open() const override;
 
-  /// Makes a running Chrome reload its policies, and waits for that without a time limit. Then
-  /// opens a new window, at the destination if there is one (HTTP or HTTPS), without waiting.
+  /// Makes a running Chrome reload its policies, and waits for that without a time limit. Throws
+  /// CertificateSelectorError.
+  void refreshPolicies() const;
+
+  /// Refreshes the policies of a running Chrome. Then opens a new window, at the destination if
+  /// there is one (HTTP or HTTPS), without waiting.
   void open(const std::optional<URL>& destination) const;
 
  private:

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <nlohmann/json.hpp>
+#include <stdexcept>
 #include <system_error>
 #include <utility>
 
@@ -135,6 +136,32 @@ FileDescriptor ManagedPolicyFolder::takeTurn() {
 
 std::vector<std::string> ManagedPolicyFolder::readRules() const {
   return rulesIn(regularFiles(folder_));
+}
+
+std::vector<std::pair<std::filesystem::path, std::vector<std::string>>>
+ManagedPolicyFolder::rulesByFile() const {
+  std::vector<std::pair<std::filesystem::path, std::vector<std::string>>> found;
+  std::string fault;  // of the last one
+  for (const auto& file : regularFiles(folder_)) {
+    json policies;
+    try {
+      policies = policiesIn(file);
+      if (policies.contains(rulesPolicy)) {
+        found.emplace_back(file, std::vector<std::string>());
+        found.back().second = rulesOf(policies[rulesPolicy]);
+        fault.clear();
+      }
+    } catch (const ChromePreferencesError&) {
+      if (policies.is_null()) {
+        throw std::runtime_error(file.string() + " is not a JSON object.");
+      }
+      fault = file.string() + " does not list its rules.";
+    }
+  }
+  if (!fault.empty()) {
+    throw std::runtime_error(fault);
+  }
+  return found;
 }
 
 void ManagedPolicyFolder::writeRules(const std::vector<std::string>& rules) const {

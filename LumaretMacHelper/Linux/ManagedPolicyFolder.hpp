@@ -3,6 +3,7 @@
 
 #include <filesystem>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "LumaretMacHelper/POSIX/FileDescriptor.hpp"
@@ -32,6 +33,12 @@ class ManagedPolicyFolder {
   /// object, or another file is not one and Chrome, which accepts more, may still find rules in it.
   /// Throws std::system_error if a file cannot be read, or must not be: see readPolicyFile.
   [[nodiscard]] std::vector<std::string> readRules() const;
+
+  /// The files with a value for the rules, and that value, in the order in which a later one wins.
+  /// One that is overruled and not a list of strings counts as empty. Throws a std::exception that
+  /// names the file at fault where readRules throws.
+  [[nodiscard]] std::vector<std::pair<std::filesystem::path, std::vector<std::string>>>
+  rulesByFile() const;
 
   /// Writes the rules to the tool's own file and keeps the other policies in it: see
   /// replacePolicyFile. Throws ChromePreferencesError or std::system_error, also if some user's

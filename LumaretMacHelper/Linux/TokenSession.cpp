@@ -59,7 +59,7 @@ std::vector<CK_OBJECT_HANDLE> TokenSession::objects(CK_OBJECT_CLASS objectClass)
 }
 
 std::string TokenSession::attribute(CK_OBJECT_HANDLE object, CK_ATTRIBUTE_TYPE type) {
-  CK_ATTRIBUTE wanted = {type, buffer_.get(), mostAttributeBytes};
+  CK_ATTRIBUTE wanted = {type, buffer_->data(), mostAttributeBytes};
   const CK_RV result = functions_->C_GetAttributeValue(session_, object, &wanted, 1);
   if (meansNoAttribute(result)) {
     return {};
@@ -67,7 +67,7 @@ std::string TokenSession::attribute(CK_OBJECT_HANDLE object, CK_ATTRIBUTE_TYPE t
   check(result);
   checkBound(wanted.ulValueLen, std::min(mostAttributeBytes, mostBytes - bytes_));
   bytes_ += wanted.ulValueLen;
-  return {buffer_.get(), wanted.ulValueLen};
+  return {buffer_->data(), wanted.ulValueLen};
 }
 
 }  // namespace lumaret

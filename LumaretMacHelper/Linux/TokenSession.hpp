@@ -4,6 +4,7 @@
 #include <pk11pub.h>
 #include <pkcs11t.h>
 
+#include <array>
 #include <cstddef>
 #include <memory>
 #include <string>
@@ -43,7 +44,8 @@ class TokenSession {
  private:
   CK_FUNCTION_LIST* functions_;
   CK_SESSION_HANDLE session_ = CK_INVALID_HANDLE;
-  std::unique_ptr<char[]> buffer_ = std::make_unique_for_overwrite<char[]>(mostAttributeBytes);
+  using Buffer = std::array<char, mostAttributeBytes>;
+  std::unique_ptr<Buffer> buffer_ = std::make_unique_for_overwrite<Buffer>();
   std::size_t bytes_ = 0;
 };
 

@@ -13,4 +13,7 @@ inline constexpr const char* storeRule = "StoreRule";
 /// ClearRule(s browser)
 inline constexpr const char* clearRule = "ClearRule";
 
+/// The action by which polkit decides on both.
+inline constexpr const char* action = "com.lumaret.mac-helper.change-rule";
+
 }  // namespace lumaret::ruleService

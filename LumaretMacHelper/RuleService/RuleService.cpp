@@ -12,8 +12,6 @@
 namespace lumaret {
 namespace {
 
-constexpr const char* actionName = "com.lumaret.mac-helper.change-rule";
-
 /// Why a call is answered with an error: its name on the bus, and a sentence.
 struct Refusal : std::runtime_error {
   Refusal(const char* errorName, const std::string& sentence)
@@ -159,10 +157,11 @@ void RuleService::ask(sd_bus_message* call, uid_t user, const RuleChange& change
   constexpr std::uint32_t allowUserInteraction = 1;
   const bool mayAsk = ::sd_bus_message_get_allow_interactive_authorization(call) > 0;
   sd_bus_slot* answer = nullptr;
-  checkBus(callPolkit(bus_, &answer, "CheckAuthorization", handleAnswer, &question,
-                      "(sa{sv})sa{ss}us", "system-bus-name", 1, "name", "s", caller, actionName, 0,
-                      mayAsk ? allowUserInteraction : 0, question.name.c_str()),
-           "CheckAuthorization");
+  checkBus(
+      callPolkit(bus_, &answer, "CheckAuthorization", handleAnswer, &question, "(sa{sv})sa{ss}us",
+                 "system-bus-name", 1, "name", "s", caller, ruleService::action, 0,
+                 mayAsk ? allowUserInteraction : 0, question.name.c_str()),
+      "CheckAuthorization");
   question.answer.reset(answer);
   questions_.splice(questions_.end(), asked);
 }

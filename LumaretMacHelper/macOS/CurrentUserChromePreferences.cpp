@@ -3,6 +3,7 @@
 
 #include "LumaretMacHelper/PlatformServices.hpp"
 #include "LumaretMacHelper/macOS/CoreFoundationValues.hpp"
+#include "LumaretMacHelper/macOS/MandatoryRules.hpp"
 
 namespace lumaret {
 namespace {
@@ -11,18 +12,8 @@ CoreFoundationReference<CFStringRef> key() { return coreFoundationText(rulesPoli
 
 CoreFoundationReference<CFStringRef> application() { return coreFoundationText(chromeIdentifier); }
 
-}  // namespace
-
-ChromeCertificatePolicyService::ChromeCertificatePolicyService()
-    : ChromeCertificatePolicyService(std::make_shared<CurrentUserChromePreferences>()) {}
-
-std::vector<std::string> CurrentUserChromePreferences::readRules() const {
-  const auto value = CoreFoundationReference<CFPropertyListRef>::adopt(::CFPreferencesCopyValue(
-      key().get(), application().get(), kCFPreferencesCurrentUser, kCFPreferencesAnyHost));
-  if (!value) {
-    return {};
-  }
-  const auto* array = objectAs<CFArrayRef>(value.get(), ::CFArrayGetTypeID());
+std::vector<std::string> rulesIn(CFPropertyListRef value) {
+  const auto* array = objectAs<CFArrayRef>(value, ::CFArrayGetTypeID());
   if (array == nullptr) {
     throw ChromePreferencesError();
   }
@@ -39,19 +30,41 @@ std::vector<std::string> CurrentUserChromePreferences::readRules() const {
   return rules;
 }
 
+}  // namespace
+
+ChromeCertificatePolicyService::ChromeCertificatePolicyService()
+    : ChromeCertificatePolicyService(std::make_shared<CurrentUserChromePreferences>()) {}
+
+std::vector<std::string> CurrentUserChromePreferences::readRules() const {
+  const auto value = CoreFoundationReference<CFPropertyListRef>::adopt(::CFPreferencesCopyValue(
+      key().get(), application().get(), kCFPreferencesCurrentUser, kCFPreferencesAnyHost));
+  return value ? rulesIn(value.get()) : std::vector<std::string>();
+}
+
 void CurrentUserChromePreferences::writeRules(const std::vector<std::string>& rules) {
   std::vector<CoreFoundationReference<CFStringRef>> texts;
   texts.reserve(rules.size());
   for (const std::string& rule : rules) {
     texts.push_back(coreFoundationText(rule));
   }
-  ::CFPreferencesSetValue(key().get(), coreFoundationArray(texts).get(), application().get(),
+  const auto array = coreFoundationArray(texts);
+  // Null removes the value.
+  ::CFPreferencesSetValue(key().get(), rules.empty() ? nullptr : array.get(), application().get(),
                           kCFPreferencesCurrentUser, kCFPreferencesAnyHost);
 }
 
 bool CurrentUserChromePreferences::synchronize() {
   return ::CFPreferencesSynchronize(application().get(), kCFPreferencesCurrentUser,
                                     kCFPreferencesAnyHost) != 0;
+}
+
+std::optional<std::vector<std::string>> mandatoryRules() {
+  if (::CFPreferencesAppValueIsForced(key().get(), application().get()) == 0) {
+    return std::nullopt;
+  }
+  const auto value = CoreFoundationReference<CFPropertyListRef>::adopt(
+      ::CFPreferencesCopyAppValue(key().get(), application().get()));
+  return rulesIn(value.get());
 }
 
 }  // namespace lumaret

@@ -6,6 +6,7 @@ import re
 import shutil
 import subprocess
 import unittest
+from pathlib import Path
 
 import pexpect
 
@@ -170,6 +171,20 @@ class CompletionTests(PackagingTestCase):
                 self.assertEqual(self.complete(shell, f"activate --fingerprint {ben[:40]}")[0].split()[0], ben)
         _, inserted = self.press("\x0f", "bash", "activate --fingerprint ")
         self.assertEqual(inserted.split()[-1], people[0].fingerprint)  # without the name
+
+    def test_chrome_rule(self):
+        tool, ana = "lumaret-chrome-rule", self.make_identity().fingerprint
+        bash, fish = (self.share / Path(PLACES[shell]).with_stem(tool) for shell in ("bash", "fish"))
+        shutil.copy(COMPLETIONS / "chrome-rule.bash", bash)
+        shutil.copy(COMPLETIONS / "chrome-rule.fish", fish)
+        for words, expected in (("", ["check", "clear", "show"]), ("show -", ["--json"]), ("check " + ana[:9], [ana])):
+            script = f"source {fish}; complete --do-complete '{tool} {words}'"
+            found = self.assert_succeeds("fish", "--no-config", "--command", script).splitlines()
+            self.assertEqual(sorted(line.split("\t")[0] for line in found), expected)
+            count = len(words.split(" "))
+            script = f"COMP_WORDS=({tool} {words or chr(39) * 2}); COMP_CWORD={count}; _lumaret_chrome_rule"
+            found = self.assert_succeeds("bash", "-c", f'. {bash}; {script}; echo "${{COMPREPLY[@]}}"')
+            self.assertEqual(sorted(found.split()), expected)
 
     def test_hostile_names(self):
         people = self.make_identities(*({"CN": name} for name in HOSTILE + CONTROLS))

@@ -36,8 +36,10 @@ class DebianPackageTests(DebianPackageTestCase):
         documents, place = "share/doc/lumaret-macos-helper", self.extract()
         self.assert_installed(
             place,
-            *(f"{documents}/changelog.gz", f"{documents}/copyright", "share/man/man1/lumaret-macos-helper.1.gz"),
-            *("share/zsh/vendor-completions/_lumaret-macos-helper", "share/lintian/overrides/lumaret-macos-helper"),
+            *(f"{documents}/changelog.gz", f"{documents}/copyright"),
+            *(f"share/man/man1/lumaret-{name}.1.gz" for name in ("chrome-rule", "macos-helper")),
+            *(f"share/zsh/vendor-completions/_lumaret-{name}" for name in ("chrome-rule", "macos-helper")),
+            "share/lintian/overrides/lumaret-macos-helper",
         )
         changelog = self.assert_succeeds("zcat", place / documents / "changelog.gz")
         self.assertTrue(changelog.startswith(f"lumaret-macos-helper ({self.field('Version')}) "))

@@ -15,7 +15,9 @@ setUpModule = private_machine.enter
 TOOL = "lumaret_macos_helper"  # the tool's name in those of functions
 OTHERS = (
     "share/doc/lumaret-macos-helper/LICENSE",
+    "share/man/man1/lumaret-chrome-rule.1",
     "share/man/man1/lumaret-macos-helper.1",
+    "share/zsh/site-functions/_lumaret-chrome-rule",
     "share/zsh/site-functions/_lumaret-macos-helper",
 )
 
@@ -114,7 +116,8 @@ class MacPackageTests(PackagingTestCase):
     def test_packages_whole_installation(self):
         commands = self.make()
         self.assertNotIn("codesign", commands)  # The build has signed it ad hoc.
-        self.assertIn("lipo build/macos-universal/lumaret-macos-helper -verify_arch arm64 x86_64 \n", commands)
+        for program in ("lumaret-macos-helper", "lumaret-chrome-rule"):
+            self.assertIn(f"lipo build/macos-universal/{program} -verify_arch arm64 x86_64 \n", commands)
         packaged = self.machine.folder / "root"
         self.assert_installed(packaged / "usr/local", *OTHERS)
         self.assertEqual([folder.stat().st_mode & 0o777 for folder in (packaged, packaged / "usr")], [0o755, 0o755])

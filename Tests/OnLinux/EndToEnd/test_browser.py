@@ -2,11 +2,13 @@
 """The whole workflow, with a real Chromium and a server that requires a client certificate."""
 
 import json
+import time
 
 from Tests.Support.Python import chromium, private_machine
 from Tests.Support.Python.chromium import BrowserTestCase
 from Tests.Support.Python.policy_files import policies
 from Tests.Support.Python.private_machine import CHROMIUM
+from Tests.Support.Python.project import CHROME_RULE
 from Tests.Support.Python.tls_server import Visit
 
 setUpModule = private_machine.enter
@@ -38,6 +40,16 @@ class RealBrowserTests(BrowserTestCase):
         chromium.await_ready_for_refresh(self.machine)
         self.assert_activates(ben, "--url", self.server.url("/second", "other.localhost"))
         self.assert_presented(ben, "/second", "other.localhost")
+
+    def test_running_browser_asks_again_once_rule_is_cleared(self):
+        ana, _ = self.make_identities(ANA, BEN)
+        self.assert_activates(ana, "--url", self.server.url("/first"))
+        self.assert_presented(ana, "/first")
+        chromium.await_ready_for_refresh(self.machine)
+        self.assertEqual(self.machine.run(CHROME_RULE, "clear").stdout, b"Chromium asks again.\n")
+        self.machine.run(CHROMIUM.executable, "--new-window", self.server.url("/asked", "other.localhost"))
+        time.sleep(5)  # With a rule, the page is there after one.
+        self.assertNotIn("/asked", self.server.visited_paths())
 
     def test_rules_of_other_sites_stay_in_force(self):
         ana, ben, cara = self.make_identities(ANA, BEN, CARA)

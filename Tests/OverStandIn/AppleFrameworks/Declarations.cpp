@@ -23,4 +23,5 @@ static_assert(errSecNoSuchKeychain == -25294);
 static_assert(errSecItemNotFound == -25300);
 static_assert(errSecInvalidItemRef == -25304);
 static_assert(errSecNoSuchClass == -25306);
+static_assert(kSecKeyUsageDigitalSignature == 1);
 static_assert(CC_SHA256_DIGEST_LENGTH == 32);

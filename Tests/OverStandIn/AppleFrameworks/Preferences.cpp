@@ -34,7 +34,8 @@ void CFPreferencesSetValue(CFStringRef key, CFPropertyListRef value, CFStringRef
                            CFStringRef user, CFStringRef host) {
   requireCurrentUserOnAnyHost(user, host);
   if (const Call call(*textOf(key)); !call.fails()) {
-    machine()["unsynchronized"][*textOf(application)][*textOf(key)] = valueOf(value);
+    machine()["unsynchronized"][*textOf(application)][*textOf(key)] =
+        value == nullptr ? json() : valueOf(value);
   }
 }
 
@@ -43,10 +44,23 @@ Boolean CFPreferencesSynchronize(CFStringRef application, CFStringRef user, CFSt
   const std::string name = *textOf(application);
   const Call call(name);
   if (!call.fails() && machine()["unsynchronized"].contains(name)) {
-    machine()["preferences"][name].update(machine()["unsynchronized"][name]);
+    machine()["preferences"][name].merge_patch(machine()["unsynchronized"][name]);
     machine()["unsynchronized"].erase(name);
     save();
   }
   return call.fails() ? 0 : 1;
+}
+
+Boolean CFPreferencesAppValueIsForced(CFStringRef key, CFStringRef application) {
+  const Call call(*textOf(key));
+  const json::json_pointer place("/forced/" + *textOf(application) + "/" + *textOf(key));
+  return machine().contains(place) ? 1 : 0;
+}
+
+/// Only of a forced value.
+CFPropertyListRef CFPreferencesCopyAppValue(CFStringRef key, CFStringRef application) {
+  const Call call(*textOf(key));
+  return call.result<CFPropertyListRef>(
+      [&] { return create(machine().at("forced").at(*textOf(application)).at(*textOf(key))); });
 }
 }

@@ -50,6 +50,8 @@ const CFStringRef kSecReturnRef = constantText("kSecReturnRef");
 const CFStringRef kSecOIDX509V1IssuerName = constantText("kSecOIDX509V1IssuerName");
 const CFStringRef kSecOIDX509V1SubjectName = constantText("kSecOIDX509V1SubjectName");
 const CFStringRef kSecOIDX509V1ValidityNotAfter = constantText("kSecOIDX509V1ValidityNotAfter");
+const CFStringRef kSecOIDExtendedKeyUsage = constantText("kSecOIDExtendedKeyUsage");
+const CFStringRef kSecOIDKeyUsage = constantText("kSecOIDKeyUsage");
 const CFStringRef kSecPropertyKeyLabel = constantText("kSecPropertyKeyLabel");
 const CFStringRef kSecPropertyKeyValue = constantText("kSecPropertyKeyValue");
 const CFStringRef kSecACLAuthorizationAny = constantText("kSecACLAuthorizationAny");
@@ -88,6 +90,22 @@ OSStatus SecIdentityCopyPrivateKey(SecIdentityRef identity, SecKeyRef* privateKe
   return call.leave(
       privateKey, [&] { return create(object); },
       identityOf(object).contains("accessList") ? errSecSuccess : errSecItemNotFound);
+}
+
+// Knows the certificates of the identities.
+SecCertificateRef SecCertificateCreateWithData(CFAllocatorRef, CFDataRef data) {
+  const UInt8* const first = CFDataGetBytePtr(data);
+  const std::string bytes(first, first + CFDataGetLength(data));
+  const Call call(bytes);
+  return call.result<SecCertificateRef>([&]() -> CFTypeRef {
+    const json& identities = machine()["identities"];
+    for (std::size_t index = 0; index < identities.size(); ++index) {
+      if (identities[index]["certificate"] == bytes) {
+        return create(Object{Type::certificate, bytes, index});
+      }
+    }
+    return nullptr;
+  });
 }
 
 CFDataRef SecCertificateCopyData(SecCertificateRef certificate) {

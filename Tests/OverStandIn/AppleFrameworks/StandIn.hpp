@@ -30,6 +30,7 @@ using nlohmann::json;
 ///         isInNoKeychain       true if the key is in none
 ///     applications         the canonical path of each path where there is an application
 ///     preferences          the current user's on any host, by application and by key
+///     forced               those that an administrator forces
 ///     unsynchronized       those that were set in the same way, but not yet synchronized
 ///     runningApplications  bundle identifiers
 ///     locale               such as "sv". If it is empty, that of the library
@@ -44,7 +45,8 @@ using nlohmann::json;
 ///     isCustom        true if its form is none that the framework can show
 ///
 /// A value is JSON with additions: an object that has "date", in seconds since 2001, is a date, and
-/// binary is data. A string may contain a lone surrogate in the form of UTF-8.
+/// one that has "data", a list of bytes, is data, as binary is. A string may contain a lone
+/// surrogate in the form of UTF-8.
 json& machine();
 
 /// Replaces the Mac with an empty one.

@@ -77,6 +77,9 @@ CFTypeRef create(const json& value) {
     }
     return createArray(elements);
   }
+  if (value.contains("data")) {
+    return create(json::binary(value["data"]));
+  }
   return value.contains("date") ? CFDateCreate(nullptr, value["date"]) : createDictionary(value);
 }
 

@@ -22,6 +22,7 @@ FIELDS = {"commonName": "CN", "locality": "L", "organization": "O", "organizatio
 class HelperTestCase(unittest.TestCase):
     maxDiff = None
     server_names: tuple[str, ...] = ("localhost",)
+    database_folder = ".pki/nssdb"
 
     def setUp(self):
         self.machine = PrivateMachine()
@@ -65,7 +66,7 @@ class HelperTestCase(unittest.TestCase):
         if not hasattr(self, "authority"):
             self.make_authority()
         identities = [self.authority.issue(name, **settings) for name in names]
-        self.database = Database(self.machine.home / ".pki/nssdb", password)
+        self.database = Database(self.machine.home / self.database_folder, password)
         self.database.add(*identities, nickname=nickname)
         return identities
 

@@ -10,15 +10,17 @@ from Tests.Support.Python.markdown import dangling_links
 from Tests.Support.Python.private_machine import contents
 from Tests.Support.Python.project import BUILD, HELPER, SOURCES
 
-PROGRAMS = {"bin/lumaret-macos-helper", "libexec/lumaret-macos-helper/rule-service"}
+PROGRAMS = {"bin/lumaret-chrome-rule", "bin/lumaret-macos-helper", "libexec/lumaret-macos-helper/rule-service"}
 DOCUMENTS = ("CHANGELOG.md", "NOTICE", "README.md", "SECURITY.md", *(SOURCES / "docs").rglob("*.*"))
 # The files of an installation, below its prefix, but those that each kind of installation has elsewhere.
 INSTALLED = PROGRAMS | {
     "lib/systemd/system/lumaret-rule-service.service",
+    "share/bash-completion/completions/lumaret-chrome-rule",
     "share/bash-completion/completions/lumaret-macos-helper",
     "share/dbus-1/system-services/com.lumaret.MacHelper1.service",
     "share/dbus-1/system.d/com.lumaret.MacHelper1.conf",
     *(f"share/doc/lumaret-macos-helper/{(SOURCES / document).relative_to(SOURCES)}" for document in DOCUMENTS),
+    "share/fish/vendor_completions.d/lumaret-chrome-rule.fish",
     "share/fish/vendor_completions.d/lumaret-macos-helper.fish",
     "share/lumaret-macos-helper/identities.awk",
     "share/lumaret-macos-helper/listing.schema.json",

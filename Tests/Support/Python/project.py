@@ -17,6 +17,7 @@ def executable(default: str) -> str:
 HELPER = executable("release/lumaret-macos-helper")
 BUILD = Path(HELPER).parent  # the build folder
 RULE_SERVICE = BUILD / "rule-service"
+CHROME_RULE = BUILD / "lumaret-chrome-rule"
 MADE = BUILD / "Packaging"
 VERSION = re.search(r"^project\([^)]*\bVERSION (\S+)", (SOURCES / "CMakeLists.txt").read_text(), re.M)[1]
 

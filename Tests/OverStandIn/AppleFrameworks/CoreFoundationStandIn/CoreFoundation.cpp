@@ -236,6 +236,8 @@ CFDateRef CFDateCreate(CFAllocatorRef, CFAbsoluteTime seconds) {
 
 CFAbsoluteTime CFDateGetAbsoluteTime(CFDateRef date) { return contentAs<Date>(date).seconds; }
 
+CFTypeID CFDataGetTypeID() { return typeIdentifier<Bytes>(); }
+
 CFDataRef CFDataCreate(CFAllocatorRef, const UInt8* bytes, CFIndex length) {
   return as<CFDataRef>(make(Bytes(bytes, bytes + length)));
 }

@@ -27,6 +27,7 @@ enum : OSStatus {
   errSecInvalidItemRef = -25304,
   errSecNoSuchClass = -25306,
 };
+enum SecKeyUsage : std::uint32_t { kSecKeyUsageDigitalSignature = 1 };
 #endif
 
 extern const CFStringRef kSecClass;
@@ -43,9 +44,12 @@ OSStatus SecIdentityCopyPrivateKey(SecIdentityRef identity, SecKeyRef* privateKe
 extern const CFStringRef kSecOIDX509V1IssuerName;
 extern const CFStringRef kSecOIDX509V1SubjectName;
 extern const CFStringRef kSecOIDX509V1ValidityNotAfter;
+extern const CFStringRef kSecOIDExtendedKeyUsage;
+extern const CFStringRef kSecOIDKeyUsage;
 extern const CFStringRef kSecPropertyKeyLabel;
 extern const CFStringRef kSecPropertyKeyValue;
 
+SecCertificateRef SecCertificateCreateWithData(CFAllocatorRef allocator, CFDataRef data);
 CFDataRef SecCertificateCopyData(SecCertificateRef certificate);
 CFDictionaryRef SecCertificateCopyValues(SecCertificateRef certificate, CFArrayRef keys,
                                          CFErrorRef* error);

@@ -95,6 +95,7 @@ CFTypeID CFDateGetTypeID();
 CFDateRef CFDateCreate(CFAllocatorRef allocator, CFAbsoluteTime seconds);
 CFAbsoluteTime CFDateGetAbsoluteTime(CFDateRef date);
 
+CFTypeID CFDataGetTypeID();
 CFDataRef CFDataCreate(CFAllocatorRef allocator, const UInt8* bytes, CFIndex length);
 CFIndex CFDataGetLength(CFDataRef data);
 const UInt8* CFDataGetBytePtr(CFDataRef data);
@@ -127,4 +128,7 @@ CFPropertyListRef CFPreferencesCopyValue(CFStringRef key, CFStringRef applicatio
 void CFPreferencesSetValue(CFStringRef key, CFPropertyListRef value, CFStringRef application,
                            CFStringRef user, CFStringRef host);
 Boolean CFPreferencesSynchronize(CFStringRef application, CFStringRef user, CFStringRef host);
+
+Boolean CFPreferencesAppValueIsForced(CFStringRef key, CFStringRef application);
+CFPropertyListRef CFPreferencesCopyAppValue(CFStringRef key, CFStringRef application);
 }

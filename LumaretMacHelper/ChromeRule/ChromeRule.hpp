@@ -1,0 +1,82 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "LumaretMacHelper/Contracts.hpp"
+
+namespace lumaret {
+
+/// Runs the process's command. Returns its exit status: 1 also if a check has failed, 2 if the
+/// arguments are not a command.
+int runChromeRule(int argumentCount, const char* const* processArguments);
+
+/// What a command has found out or done.
+struct Report {
+  std::string text;  // whole lines, for people
+  nlohmann::json json;
+  bool isGood = true;
+};
+
+/// What `activate` needs, and what Chrome needs to present the identity with this fingerprint or,
+/// if it is empty, the only one.
+Report check(const std::string& fingerprint);
+
+/// The fields that a rule asks for, in "subject" and "issuer". Null if Chrome ignores the rule.
+nlohmann::json filterOf(const std::string& rule);
+
+/// The user's identities that Chrome, by any of these rules, presents to a server that takes them.
+std::vector<ClientIdentity> identitiesSelectedBy(const std::vector<std::string>& rules);
+
+/// The fingerprint and the name, for people.
+std::string shown(const ClientIdentity& identity);
+
+// What a platform defines for this program, beside what it defines for the core.
+
+/// A file or a preference that has a value for the rules.
+struct RuleSource {
+  std::string name;
+  /// 0 if it is the one that `activate` writes, and positive if it overrides that one.
+  int rank;
+  std::vector<std::string> rules;
+};
+/// In ascending order: only the last one is in force. If that is uncertain, throws a std::exception
+/// that names what is at fault.
+std::vector<RuleSource> ruleSources();
+
+/// Takes the rules for every site out of what `activate` writes. Throws a std::exception.
+void withdrawRule();
+
+/// Whether Chrome offers the certificate, given in DER, to servers.
+bool isOffered(const Bytes& certificate);
+
+/// Does what `activate` does so that Chrome may sign, without changing anything. Returns whether
+/// something would have to be changed. Throws what `activate` would throw.
+bool rehearseAuthorization(const ClientIdentity& identity);
+
+/// A condition for `activate`, and what to do if it does not hold; otherwise nothing.
+struct Finding {
+  std::string check;
+  std::string condition;
+  std::string cure;
+};
+/// Those that only this platform has.
+std::vector<Finding> platformFindings();
+
+struct PlatformTexts {
+  std::string browser;       // "Google Chrome" or "Chromium"
+  std::string database;      // the folder of the certificate database; empty without one
+  std::string certificates;  // where they are
+  // What to do about each. That about the database is empty unless it is missing.
+  std::string missingDatabase;
+  std::string unreadableCertificates;
+  std::string missingCertificate;
+  std::string guardedKey;
+  std::string unreadableRules;
+  std::string overridingRules;
+};
+PlatformTexts platformTexts();
+
+}  // namespace lumaret
