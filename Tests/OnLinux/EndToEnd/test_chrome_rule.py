@@ -3,7 +3,6 @@
 
 import json
 import shutil
-import unittest
 
 try:
     import jsonschema
@@ -205,7 +204,3 @@ class CheckTests(ChromeRuleTestCase):
         self.machine.hide(CHROMIUM)
         del self.machine.environment["DISPLAY"]
         self.assertEqual(self.failures().keys(), {"browser", "display"})
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -9,8 +9,7 @@
 #include <vector>
 
 #include "LumaretMacHelper/macOS/SystemChromeKeychainAuthorizationBackend.hpp"
-#include "Tests/OverStandIn/Adapters/OverStandIn.hpp"
-#include "Tests/OverStandIn/SampleIdentities.hpp"
+#include "Tests/OverStandIn/SampleMac.hpp"
 #include "Tests/Support/Cpp/CertificateBytes.hpp"
 #include "Tests/Support/Cpp/Principals.hpp"
 #include "Tests/Support/Cpp/ThrownError.hpp"

@@ -11,8 +11,7 @@
 
 #include "LumaretMacHelper/KeychainIdentityLoader.hpp"
 #include "LumaretMacHelper/PlatformServices.hpp"
-#include "Tests/OverStandIn/Adapters/OverStandIn.hpp"
-#include "Tests/OverStandIn/SampleIdentities.hpp"
+#include "Tests/OverStandIn/SampleMac.hpp"
 #include "Tests/Support/Cpp/Principals.hpp"
 #include "Tests/Support/Cpp/ThrownError.hpp"
 

@@ -31,10 +31,7 @@ class ChromeRuleTestCase(MacTestCase):
         self.mac["identities"] = [self.ana, identity("Ben", ANY_APPLICATION)]
 
     def run_rule(self, *arguments: str) -> Outcome:
-        self._file.write_text(json.dumps(self.mac))
-        outcome = self._machine.run(PROGRAM, *arguments)
-        self.mac = json.loads(self._file.read_text())
-        return outcome
+        return self.helper(*arguments, program=PROGRAM)
 
     def result(self, *arguments: str) -> dict:
         return json.loads(self.run_rule(*arguments, "--json").stdout)

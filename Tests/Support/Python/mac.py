@@ -93,10 +93,10 @@ class MacTestCase(unittest.TestCase):
         self._machine.write_program(EXECUTABLE, f"#!/bin/sh\necho \"$@\" >> '{self._launches}'\n")
         self.mac["applications"] = {CHROME: CHROME}
 
-    def helper(self, *arguments: str | bytes) -> Outcome:
+    def helper(self, *arguments: str | bytes, program: str = HELPER) -> Outcome:
         """Runs the executable. Afterwards `mac` has its changes."""
         self._file.write_text(json.dumps(self.mac))
-        outcome = self._machine.run(HELPER, *arguments)
+        outcome = self._machine.run(program, *arguments)
         self.mac = json.loads(self._file.read_text())
         return outcome
 

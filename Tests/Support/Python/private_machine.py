@@ -185,11 +185,6 @@ class PrivateMachine:
         subprocess.run(["mount", *arguments], check=True)
         self._mounts.append(Path(arguments[-1]))
 
-    def unmount(self, place: Path) -> None:
-        """Undoes one of the mounts above."""
-        subprocess.run(["umount", place], check=True)
-        self._mounts.remove(place)
-
     # Browsers
 
     def hide(self, browser: Browser) -> None:
