@@ -32,7 +32,7 @@ class RuleServiceTests(RuleServiceTestCase):
         identity = self.make_identity()
         before = policies(ELSEWHERE, OLD_CATCH_ALL, rule({"CN": "ä"}, None, "https://any.test"), ShowHomeButton=True)
         stored = []
-        for user in ((), self.become(ANA)):
+        for user in ((), self.become_ordinary_user(user=ANA)):
             self.write_own_file(before)
             os.chown(OWN_PATH, ANA, ANA)
             self.assertEqual(self.machine.run(*user, *self.activate_command(identity)), ACTIVATED)
@@ -47,7 +47,7 @@ class RuleServiceTests(RuleServiceTestCase):
         self.machine.install_stand_in(GOOGLE_CHROME)
         GOOGLE_CHROME.executable.chmod(0o750)
         identity = self.make_identity()
-        user = self.become(ANA)
+        user = self.become_ordinary_user(user=ANA)
         self.assertEqual(self.machine.run(*user, *self.activate_command(identity)), ACTIVATED)
         self.assertEqual(self.stored_rules(CHROMIUM), [self.rule_for(identity)])
         self.assertFalse(GOOGLE_CHROME.policies.exists())
@@ -200,7 +200,7 @@ class RuleServicePermissionTests(RuleServiceTestCase):
 
     def test_activate_fails_without_permission_and_without_bus(self):
         identity = self.make_identity()
-        command = (*self.become(BEN), *self.activate_command(identity))
+        command = (*self.become_ordinary_user(user=BEN), *self.activate_command(identity))
         self.write_own_file(policies(ELSEWHERE))
         os.chown(OWN_PATH, BEN, BEN)
         with self.unchanged():

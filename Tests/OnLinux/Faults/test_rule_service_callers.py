@@ -59,7 +59,7 @@ class RuleServiceActivateTests(RuleServiceTestCase):
         self.identity = self.make_identity()
         self.waiting = self.machine.folder / "waiting"
         self.begin = self.machine.folder / "begin"
-        self.user = self.become(BEN)
+        self.user = self.become_ordinary_user(user=BEN)
         busctl, real = Path("/usr/bin/busctl"), self.machine.folder / "busctl"
         shutil.copy(busctl, real)
         wait = f"echo $$ >{self.waiting}; while ! [ -e {self.begin} ]; do sleep 0.02; done"

@@ -142,7 +142,7 @@ class RuleServiceLockTests(RuleServiceTestCase):
         self.identity = self.make_identity()
 
     def test_only_root_may_open_the_lock(self):
-        for user in ((), self.become(ANA)):
+        for user in ((), self.become_ordinary_user(user=ANA)):
             self.assertEqual(self.machine.run(*user, *self.activate_command(self.identity)), ACTIVATED)
             self.assertEqual(stat.filemode(LOCK.stat().st_mode), "drwx------")
             done = self.machine.run(*as_user(ANA), "flock", "--nonblock", LOCK, "true")
@@ -169,7 +169,7 @@ class RuleServiceLockTests(RuleServiceTestCase):
 
     def test_root_and_user_wait_for_the_lock(self):
         """Both wait while somebody holds the lock, or shares it. Then both store."""
-        for user, operation in (((), fcntl.LOCK_EX), (self.become(ANA), fcntl.LOCK_SH)):
+        for user, operation in (((), fcntl.LOCK_EX), (self.become_ordinary_user(user=ANA), fcntl.LOCK_SH)):
             with self.holding_the_lock(operation):
                 command = [*user, *self.activate_command(self.identity)]
                 waiting = subprocess.Popen(command, env=self.machine.environment, stdout=subprocess.DEVNULL)

@@ -178,10 +178,6 @@ class RuleServiceTestCase(FaultTestCase):
         self.addCleanup(dialog.close)
         return dialog
 
-    def become(self, user: int) -> tuple[str, ...]:
-        """Gives the home to this user. Returns the prefix that runs a command as that user."""
-        return self.become_ordinary_user(user=user)
-
     def policies(self) -> list[dict]:
         """All that anybody may have stored for either browser."""
         return [contents(folder) for folder in (CHROMIUM.policies.parents[1], GOOGLE_CHROME.policies.parents[2])]
