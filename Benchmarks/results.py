@@ -13,6 +13,8 @@ DOCUMENT = SOURCES / "docs/speed.md"
 TIMES = (
     ("list", "`list`", "lists the identities"),
     ("activate", "`activate`", "also stores a rule, in memory; a script that does nothing is in the browser's place"),
+    ("service", "the same as a user", "through the rule service, which runs already; polkit permits it without asking"),
+    ("script", "a script", "lists the identities with certutil and openssl, a call of each for every one"),
     ("certutil", "`certutil -L`", "NSS's own program lists the certificates"),
     ("chrome", "Chrome's call", "opens the database and looks for client certificates as Chrome does"),
 )
@@ -47,7 +49,7 @@ def row(measured: dict) -> list[str]:
     return [
         f"{measured['identities']:,}",
         *(
-            time(measured["milliseconds"][key]["median"] if measured["milliseconds"][key] else None)
+            time(measured["milliseconds"][key]["median"] if key in measured["milliseconds"] else None)
             for key, *_ in TIMES
         ),
         *(f"{measured['peak_megabytes'][key]:.1f}" for key, _ in PEAKS),

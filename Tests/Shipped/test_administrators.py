@@ -2,6 +2,7 @@
 """The playbooks of the administrators' guide."""
 
 import json
+import os
 import re
 import shutil
 
@@ -102,3 +103,18 @@ class AdministratorsTests(DebianRootTestCase):
 
     def test_guide_shows_installed_rules(self):
         self.assertEqual(code_blocks(GUIDE, "js"), [RULES_FILE.read_text().partition("\n")[2]])
+
+    def test_nothing_of_version_0_1_0_remains(self):
+        lock, kept = self.root / "run/lumaret-macos-helper", self.policy.parent / "10-company.json"
+        grant = self.root / "etc/sudoers.d" / f"zz-lumaret-macos-helper-{ANNA}"
+        for folder in (lock, self.policy.parent, self.root / "etc/opt/chrome/policies"):
+            folder.mkdir(parents=True)
+        for file in (kept, self.policy, grant):
+            file.touch()
+            os.chown(file, ANNA, ANNA)
+        (commands,) = code_blocks(GUIDE, "sh")
+        self.inside("sh", "-euc", commands)
+        self.assertEqual([file for file in (kept, self.policy, grant, lock) if file.exists()], [kept])
+        self.policy.touch()  # which is root's
+        self.inside("sh", "-euc", commands)
+        self.assertTrue(self.policy.exists())
