@@ -9,8 +9,8 @@ import shutil
 from Tests.Support.Python import private_machine
 from Tests.Support.Python.debian_package import DebianRootTestCase
 from Tests.Support.Python.markdown import code_blocks
-from Tests.Support.Python.outcome import Outcome
 from Tests.Support.Python.policy_files import OWN_FILE
+from Tests.Support.Python.private_machine import Outcome
 from Tests.Support.Python.project import SOURCES
 from Tests.Support.Python.users import needs_real_root
 

@@ -8,9 +8,8 @@ import jsonschema
 
 from Tests.Support.Python import messages, private_machine
 from Tests.Support.Python.markdown import code_blocks
-from Tests.Support.Python.outcome import Outcome, failed, printed
 from Tests.Support.Python.packaging_test_case import PackagingTestCase
-from Tests.Support.Python.private_machine import CHROMIUM, other_processes
+from Tests.Support.Python.private_machine import CHROMIUM, Outcome, failed, other_processes, printed
 from Tests.Support.Python.project import HELPER, SOURCES
 
 setUpModule = private_machine.enter

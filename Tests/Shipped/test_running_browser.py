@@ -6,7 +6,7 @@ import signal
 import time
 
 from Tests.Support.Python import chromium, private_machine
-from Tests.Support.Python.browser_test_case import BrowserTestCase
+from Tests.Support.Python.chromium import BrowserTestCase
 from Tests.Support.Python.policy_files import OWN_FILE, policies, rule
 from Tests.Support.Python.private_machine import CHROMIUM, await_until, other_processes
 

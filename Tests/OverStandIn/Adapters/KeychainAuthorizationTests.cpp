@@ -9,8 +9,7 @@
 #include <vector>
 
 #include "LumaretMacHelper/macOS/SystemChromeKeychainAuthorizationBackend.hpp"
-#include "Tests/OverStandIn/Adapters/OverStandIn.hpp"
-#include "Tests/OverStandIn/SampleIdentities.hpp"
+#include "Tests/OverStandIn/SampleMac.hpp"
 #include "Tests/Support/Cpp/Contracts.hpp"
 
 namespace lumaret::tests {
@@ -208,11 +207,6 @@ TEST_F(KeychainAuthorization, EntryThatCannotBeReadIsAFailure) {
   EXPECT_EQ(selectorErrorOf(authorize),
             CertificateSelectorError::keychainAuthorizationFailed(-25240));
   EXPECT_EQ(stored(), json({signingEntry({}), custom}));
-}
-
-TEST_F(KeychainAuthorization, ChromeMustBeThere) {
-  machine()["applications"].clear();
-  EXPECT_EQ(failure(), BackendError::status(100002));
 }
 
 // The entries have canonical paths, too.

@@ -6,8 +6,7 @@
 
 #include "Tests/Conformance/OrderConformance.hpp"
 #include "Tests/Conformance/Suites.hpp"
-#include "Tests/OverStandIn/Adapters/OverStandIn.hpp"
-#include "Tests/OverStandIn/SampleIdentities.hpp"
+#include "Tests/OverStandIn/SampleMac.hpp"
 
 namespace lumaret::tests::conformance {
 namespace {
