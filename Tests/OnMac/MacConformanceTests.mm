@@ -81,9 +81,7 @@ class Keychain {
     }
   }
 
-  Bytes addIdentity(const Name& name) {
-    return add(makeIdentity(folder_, name, KeyType::rsa));
-  }
+  Bytes addIdentity(const Name& name) { return add(makeIdentity(folder_, name, KeyType::rsa)); }
   Bytes addIdentityOfToken(const Name&) { leaveOut("There is no smart card in this Mac."); }
   void addCertificateWithoutKey(const Name& name) {
     const Bytes der = makeIdentity(folder_, name, KeyType::rsa).der;
