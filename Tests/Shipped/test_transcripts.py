@@ -157,12 +157,6 @@ class TroubleshootingTests(TranscriptTestCase):
     def change_prompt(self):
         CHROMIUM.policies.mkdir(parents=True)
 
-    def set_up_two_match(self):
-        self.make_ana(nickname="ana", expires="20981231235959Z")
-        renewed = self.issue()
-        self.database.add(renewed, nickname="ana")
-        self.leave_file(renewed, nickname="ana")
-
     def change_database_of_another(self):
         self.root_s_files.update(self.database.folder.iterdir())
         for file in self.root_s_files:
