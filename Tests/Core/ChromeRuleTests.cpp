@@ -43,17 +43,19 @@ std::vector<RuleSource> ruleSources() {
                                          : throw std::runtime_error(tests::platform().fault);
 }
 void withdrawRule() { tests::platform().withdraw(); }
-bool isOffered(const Bytes& certificate) {
-  return !tests::platform().notOffered.contains({certificate.begin(), certificate.end()});
+std::function<bool(const Bytes&)> offerTest() {
+  return [](const Bytes& certificate) {
+    return !tests::platform().notOffered.contains({certificate.begin(), certificate.end()});
+  };
 }
 bool rehearseAuthorization(const ClientIdentity& /*identity*/) {
   return tests::platform().authorize();
 }
 std::vector<Finding> platformFindings() { return tests::platform().findings; }
 PlatformTexts platformTexts() {
-  return {"Browser",    "/folder",    "certificates", tests::platform().missingDatabase,
-          "Mend them.", "Import it.", "Free it.",     "Mend the rules.",
-          "Rename it."};
+  return {"Browser",         "/folder",    tests::platform().missingDatabase,
+          "Mend them.",      "Import it.", "Free it.",
+          "Mend the rules.", "Rename it."};
 }
 std::vector<KeychainIdentity> SystemKeychainIdentityQuery::copyIdentities() const {
   static const tests::FakeServices query(tests::fakeSystem());
@@ -294,7 +296,7 @@ TEST_F(ChromeRuleCheck, ListsWhatHolds) {
   EXPECT_EQ(run("check"), run("check " + idOf("a")));
   EXPECT_EQ(run("check"),
             "ok  Browser at /opt/chrome\n"
-            "ok  certificates\n"
+            "ok  certificate database /folder\n"
             "ok  certificate " +
                 idOf("a") +
                 " \"Ana\"\n"
