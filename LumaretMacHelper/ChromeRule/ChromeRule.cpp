@@ -42,13 +42,13 @@ bool hasOwnRule(const Sources& sources) {
 /// Which rules are stored and not in force.
 Rules obstacles(const Sources& sources) {
   const auto own = ownSource(sources);
-  if (hasOwnRule(sources) && own->name != sources.back().name) {
+  if (hasOwnRule(sources) && sources.back().rank > 0) {
     return {sources.back().name + " overrides " + own->name + "."};
   }
   if (own != sources.end() && own + 1 == sources.end() && own != sources.begin() &&
       rulesForSites(own->rules) != rulesForSites((own - 1)->rules)) {
     return {own->name + " overrides " + (own - 1)->name +
-            ", and its copy of the rules for sites is out of date. Clear the rule and activate it "
+            ", and its copy of the rules for sites is out of date. Remove it as root, and activate "
             "again."};
   }
   return {};
@@ -191,10 +191,8 @@ std::optional<Report> run(const Rules& words) {
   if (words == Rules{"check"}) {
     return check("");
   }
-  if (words.size() == 2 && words[0] == "check" && !words[1].empty() && words[1][0] != '-') {
-    return check(words[1]);
-  }
-  return std::nullopt;
+  const bool isNamed = words.size() == 2 && !words[1].empty() && words[1][0] != '-';
+  return isNamed && words[0] == "check" ? std::optional(check(words[1])) : std::nullopt;
 }
 
 }  // namespace

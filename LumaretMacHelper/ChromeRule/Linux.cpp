@@ -98,7 +98,9 @@ PlatformTexts platformTexts() {
           .missingDatabase = isMissing ? "Make it: mkdir -p '" + folder +
                                              "' && certutil -N --empty-password" + option
                                        : "",
-          .unreadableDatabase = "If it is this user's own, make a new one.",
+          .unreadableDatabase =
+              "Close the programs that use it, and let this user read it. If it is damaged, "
+              "restore it.",
           .missingCertificate = "Import it: pk12util -i FILE" + option,
           .guardedKey = "If the database has a password, take it away: certutil -W" + option,
           .unreadableRules = "Correct it, or let every user read it.",
