@@ -1,11 +1,12 @@
 # SPDX-License-Identifier: Apache-2.0
 """Times both commands beside NSS's own program and Chrome's own call, over the same databases.
 
-    python3 -m Benchmarks.measure [--record] HELPER LIST-AS-CHROME
+    LUMARET_MACOS_HELPER=PATH python3 -m Benchmarks.measure [--record] LIST-AS-CHROME
 
 With `--record`, it also rewrites the figures and the plots in the sources.
 """
 
+import contextlib
 import json
 import os
 import platform
@@ -20,10 +21,15 @@ from pathlib import Path
 from Benchmarks import databases, plot, results
 from Tests.Support.Python import private_machine
 from Tests.Support.Python.private_machine import CHROMIUM, PrivateMachine
+from Tests.Support.Python.project import HELPER
+from Tests.Support.Python.system_bus import SystemBus
+from Tests.Support.Python.users import as_user
 
 TOOLS = ("hyperfine", "certutil", "unshare", "/usr/bin/time")
+USER = 2001
 RUNS = ("--warmup=2", "--min-runs=5")
 FEW_RUNS = ("--runs=2",)
+MOST_FOR_SCRIPT = 300  # Its time grows with the square of the identities.
 
 
 def complaints(recording: bool, programs: list[Path]) -> list[str]:
@@ -49,8 +55,8 @@ def output(*command: str | Path, **settings) -> str:
 class Measurement:
     """Measures over one database at a time, on a private machine with a stand-in for the browser."""
 
-    def __init__(self, machine: PrivateMachine, helper: Path, list_as_chrome: Path):
-        self.machine, self.helper, self.list_as_chrome = machine, helper, list_as_chrome
+    def __init__(self, machine: PrivateMachine, list_as_chrome: Path):
+        self.machine, self.list_as_chrome = machine, list_as_chrome
         machine.install_stand_in(CHROMIUM)
         CHROMIUM.policies.mkdir(parents=True)
 
@@ -58,29 +64,43 @@ class Measurement:
         database = databases.database(count)
         self.environment = self.machine.environment | {"HOME": str(databases.home(count))}
         commands = {
-            "list": [self.helper, "list"],
+            "list": [HELPER, "list"],
+            "script": [Path(__file__).parent / "list-by-script", database],
             "certutil": ["certutil", "-L", "-d", f"sql:{database}"],
             "chrome": [self.list_as_chrome, database],
         }
+        if count > MOST_FOR_SCRIPT:
+            del commands["script"]
         printed, runs = {}, {}
         for name, command in commands.items():
             started = time.monotonic()
             printed[name] = self.run(*command)
             runs[name] = FEW_RUNS if time.monotonic() - started > 5 else RUNS
         identities = json.loads(printed["list"])
-        found = [len(identities), printed["certutil"].count("u,u,u"), int(printed["chrome"].split()[0])]
-        if found != [count] * 3:
+        found = {len(identities), printed["certutil"].count("u,u,u"), int(printed["chrome"].split()[0])}
+        if "script" in printed:
+            found.add(printed["script"].count("notAfter="))
+        if found != {count}:
             raise SystemExit(f"{database} should hold {count} identities: {found}. Remove its folder.")
         times = {name: self.milliseconds(command, *runs[name]) for name, command in commands.items()}
-        times["activate"] = None
         if identities:
-            chosen = identities[count // 2]["id"]
+            activate = [HELPER, "activate", "--fingerprint", identities[count // 2]["id"]]
             # The rule is removed before each run, so that each run stores it.
-            times["activate"] = self.milliseconds(
-                [self.helper, "activate", "--fingerprint", chosen], *RUNS, f"--prepare=rm -rf {CHROMIUM.policies}"
-            )
+            options = (*RUNS, f"--prepare=rm -rf {CHROMIUM.policies}")
+            times["activate"] = self.milliseconds(activate, *options)
+            with self.home_of_user(count):
+                times["service"] = self.milliseconds([*as_user(USER), *activate], *options)
         peaks = {name: self.peak_megabytes(commands[name]) for name, _ in results.PEAKS}
         return {"identities": count, "milliseconds": times, "peak_megabytes": peaks}
+
+    @contextlib.contextmanager
+    def home_of_user(self, count: int):
+        before, home = self.environment, self.machine.folder / f"home-{count}"
+        shutil.copytree(databases.home(count), home)
+        self.run("chown", "--recursive", f"{USER}:{USER}", home)
+        self.environment = before | {"HOME": str(home)}
+        yield
+        self.environment = before
 
     def run(self, *command: str | Path) -> str:
         return output(*command, env=self.environment)
@@ -119,7 +139,7 @@ def surroundings(list_as_chrome: Path, load: float) -> dict:
 def main(arguments: list[str]) -> None:
     recording = arguments[:1] == ["--record"]
     programs = [Path(argument).absolute() for argument in arguments[recording:]]
-    if len(programs) != 2:
+    if len(programs) != 1:
         raise SystemExit(__doc__)
     if found := complaints(recording, programs):
         raise SystemExit("\n".join(found))
@@ -133,6 +153,8 @@ def main(arguments: list[str]) -> None:
 
     machine = PrivateMachine()
     try:
+        bus = SystemBus(machine, {"ana": USER})
+        bus.permit("ana")
         measurement = Measurement(machine, *programs)
         measured = []
         headings = [heading.replace("`", "") for heading in results.headings()]
@@ -144,7 +166,8 @@ def main(arguments: list[str]) -> None:
                 sep="  ",
                 flush=True,
             )
-        found = surroundings(programs[1], load) | {"measured": measured}
+        found = surroundings(programs[0], load) | {"measured": measured}
+        bus.close()
     finally:
         machine.close()
     if recording:

@@ -28,24 +28,42 @@ class Theme:
 THEMES = (
     Theme(
         *("light", "#ffffff", "#1f2328", "#d1d9e0"),
-        {"list": "#0072b2", "activate": "#009e73", "certutil": "#d55e00", "chrome": "#8b4a75"},
+        {
+            "list": "#0072b2",
+            "activate": "#009e73",
+            "service": "#00665e",
+            "script": "#9a6700",
+            "certutil": "#d55e00",
+            "chrome": "#8b4a75",
+        },
     ),
     Theme(
         *("dark", "#0d1117", "#f0f6fc", "#3d444d"),
-        {"list": "#56b4e9", "activate": "#00c08d", "certutil": "#e69f00", "chrome": "#e5a3c8"},
+        {
+            "list": "#56b4e9",
+            "activate": "#00c08d",
+            "service": "#7fd6cc",
+            "script": "#d4b106",
+            "certutil": "#e69f00",
+            "chrome": "#e5a3c8",
+        },
     ),
 )
 
 # The shape of the points, which tells the lines apart without colours.
-POINTS = {"list": 7, "activate": 5, "certutil": 9, "chrome": 13}
+POINTS = {"list": 7, "activate": 5, "service": 4, "script": 6, "certutil": 9, "chrome": 13}
 # How many lines of text a name is above the end of its line, so that no two names touch.
-HEIGHTS = {"list": -0.6, "activate": 0.6, "certutil": -0.2, "chrome": 0.2}
+HEIGHTS = {"list": -0.6, "activate": 0.2, "service": 0.8, "script": 0.2, "certutil": -0.2, "chrome": 0.2}
 
 
 def script(measured: list[dict], theme: Theme) -> str:
     lines, names, data = [], [], []
     for key, heading, _ in results.TIMES:
-        points = [(each["identities"], each["milliseconds"][key]["median"]) for each in measured if each["identities"]]
+        points = [
+            (each["identities"], each["milliseconds"][key]["median"])
+            for each in measured
+            if each["identities"] and key in each["milliseconds"]
+        ]
         data.append(f"${key} << END\n" + "".join(f"{x} {y}\n" for x, y in points) + "END\n")
         style = f"linecolor '{theme.colours[key]}' linewidth 2 pointtype {POINTS[key]} pointsize 0.6"
         lines.append(f"${key} with linespoints {style} notitle")
@@ -54,7 +72,7 @@ def script(measured: list[dict], theme: Theme) -> str:
         place = f"at {x},{y} left offset 1.2,{HEIGHTS[key]}"
         names.append(f"set label '{name}' {place} textcolor '{theme.colours[key]}'\n")
     counts = sorted(each["identities"] for each in measured if each["identities"])
-    highest = max(times["median"] for each in measured for times in each["milliseconds"].values() if times)
+    highest = max(times["median"] for each in measured for times in each["milliseconds"].values())
     tics = ", ".join(f"'{count:,}' {count}" for count in counts)
     return f"""\
 set terminal svg size 720,430 font 'sans-serif,14' background '{theme.background}' name 'benchmark'

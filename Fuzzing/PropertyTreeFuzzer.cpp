@@ -146,7 +146,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
   // A field that is already in the map stays, whatever the tree contains.
   std::map<std::string, std::string> fields = {{"2.5.4.3", "first"}};
-  CertificateValueParser::collectDistinguishedNameFields(values.subjectName, fields);
+  CertificateValueParser::collectDistinguishedNameFields(values.subjectName.get(), fields);
   REQUIRE(fields.at("2.5.4.3") == "first");
   return 0;
 }

@@ -5,13 +5,16 @@ import ctypes
 import json
 import os
 import re
+import shutil
+import signal
 import sys
+import time
 from contextlib import ExitStack, contextmanager
 from pathlib import Path
 
 from Tests.Support.Python import chromium, private_machine
 from Tests.Support.Python.certificates import Authority, Database, Identity
-from Tests.Support.Python.private_machine import PrivateMachine, await_until
+from Tests.Support.Python.private_machine import CHROMIUM, PrivateMachine, await_until, other_processes
 from Tests.Support.Python.tls_server import TlsServer
 
 AUTHORITY = {"CN": "Demo Authority", "O": "Lumaret Demo"}
@@ -98,17 +101,31 @@ def show_visit(server: TlsServer, host: str, identity: Identity) -> None:
         raise RuntimeError(f"the activated certificate is another one, {identity.fingerprint}")
 
 
-def save_screenshot(machine: PrivateMachine, server: TlsServer, host: str, identity: Identity, file: Path) -> None:
-    server.await_visit("/drawn/", host)
-    title = f"Certificate shown: {identity.name['CN']} - Chromium"
+def save_screenshot(machine: PrivateMachine, title: str, file: Path) -> None:
     window = await_until(
-        lambda: re.search(rb"Window id: (\w+)", machine.run("xwininfo", "-name", title).stdout),
+        lambda: re.search(rb"Window id: (\w+)", machine.run("xwininfo", "-name", f"{title} - Chromium").stdout),
         f"a window with the title {title}",
     )
-    taken = machine.run("import", "-window", window[1], "+dither", "-colors", "64", "-strip", f"png8:{file}")
-    if taken.status != 0:
-        raise RuntimeError(f"import could not take a picture: {taken.stderr.decode(errors='replace').strip()}")
-    print(f"Screenshot: {file}")
+    save_picture(machine, "import", "-window", window[1], file=file)
+
+
+def save_picture(machine: PrivateMachine, *command, file: Path) -> None:
+    made = machine.run(*command, "+dither", "-colors", "64", "-strip", f"png8:{file}")
+    if made.status != 0:
+        raise RuntimeError(f"{command[0]} could not make a picture: {made.stderr.decode(errors='replace').strip()}")
+    print(f"Picture: {file}")
+
+
+def show_question(machine: PrivateMachine, server: TlsServer, host: str, file: Path) -> None:
+    """Visits the host without a rule, and then forgets the visit."""
+    machine.run("sh", "-c", '"$@" &', "sh", CHROMIUM.executable, server.url("/", host))
+    time.sleep(5)  # Nothing tells when the browser asks.
+    save_screenshot(machine, "Untitled", file)
+    profile = machine.profile(CHROMIUM)
+    browser = int(os.readlink(profile / "SingletonLock").rpartition("-")[2])
+    os.kill(browser, signal.SIGKILL)
+    await_until(lambda: browser not in other_processes(), "the browser to end")
+    shutil.rmtree(profile)
 
 
 def demonstrate(executable: Path, pictures: Path, at_end: ExitStack) -> None:
@@ -123,7 +140,7 @@ def demonstrate(executable: Path, pictures: Path, at_end: ExitStack) -> None:
     with step("Making a certificate authority and two client identities in Chromium's certificate database"):
         authority = Authority(machine.folder / "authority", AUTHORITY, HOSTS)
         identities = [authority.issue(name) for name in IDENTITIES]
-        database = Database(machine.home / ".pki/nssdb")
+        database = Database(machine.home / ".local/share/pki/nssdb")
         database.add(*identities)
         database.trust(authority)
 
@@ -136,6 +153,10 @@ def demonstrate(executable: Path, pictures: Path, at_end: ExitStack) -> None:
         listing = run_helper(machine, executable, "list")
         print("\nThe same, laid out:\n" + json.dumps(json.loads(listing), indent=2, ensure_ascii=False))
 
+    question = pictures / "question.png"
+    with step("Visiting the server without a rule: Chromium asks"):
+        show_question(machine, server, HOSTS[0], question)
+
     for number, (identity, host) in enumerate(zip(identities, HOSTS), start=1):
         if number > 1:
             with step("Waiting until Chromium has finished starting"):
@@ -147,7 +168,12 @@ def demonstrate(executable: Path, pictures: Path, at_end: ExitStack) -> None:
                 machine, executable, "activate", "--fingerprint", identity.fingerprint, "--url", server.url("/", host)
             )
             show_visit(server, host, identity)
-            save_screenshot(machine, server, host, identity, pictures / f"{name.split()[0].lower()}.png")
+            server.await_visit("/drawn/", host)
+            picture = pictures / f"{name.split()[0].lower()}.png"
+            save_screenshot(machine, f"Certificate shown: {name}", picture)
+            if number == 1:
+                both = (question, picture, "-bordercolor", "white", "-border", "6", "+append")
+                save_picture(machine, "convert", *both, file=pictures / "before-and-after.png")
 
 
 def main() -> None:

@@ -17,8 +17,8 @@
 
 #include "LumaretMacHelper/ChromeLauncher.hpp"
 #include "LumaretMacHelper/PlatformServices.hpp"
+#include "Tests/Support/Cpp/Contracts.hpp"
 #include "Tests/Support/Cpp/TemporaryFolder.hpp"
-#include "Tests/Support/Cpp/ThrownError.hpp"
 
 namespace lumaret::tests::conformance {
 
@@ -39,19 +39,13 @@ class LaunchingConformance : public testing::Test {
     return path;
   }
 
-  [[nodiscard]] std::string log() const { return readFile(folder_ / "log"); }
+  std::string log() const { return readFile(folder_ / "log"); }
 
   void awaitLog(const std::string& expected) const {
     for (int attempt = 0; attempt < 1000 && log() != expected; ++attempt) {
       std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
     EXPECT_EQ(log(), expected);
-  }
-
-  /// Runs the commands and waits for their end.
-  std::optional<ChromeProcessError> failure(const std::string& commands) {
-    return thrownBy<ChromeProcessError>(
-        [&] { environment_.run(script(commands), {}, /*waitUntilExit=*/true); });
   }
 
   Desktop desktop_;
@@ -84,15 +78,17 @@ TYPED_TEST_P(LaunchingConformance, FindsExecutableFiles) {
 }
 
 TYPED_TEST_P(LaunchingConformance, ReportsFailures) {
-  EXPECT_EQ(this->failure("sleep 0.2; echo done >$folder/log"), std::nullopt);
+  this->environment_.run(this->script("sleep 0.2; echo done >$folder/log"), {}, true);
   EXPECT_EQ(this->log(), "done\n");
   for (const auto& [commands, status] :
        {std::pair("exit 3", 3), {"exit 255", 255}, {"kill -KILL $$", SIGKILL}}) {
-    EXPECT_EQ(this->failure(commands), ChromeProcessError::unsuccessfulExit(status)) << commands;
+    const auto error = thrownBy<ChromeProcessError>(
+        [&] { this->environment_.run(this->script(commands), {}, true); });
+    EXPECT_EQ(error, ChromeProcessError::unsuccessfulExit(status)) << commands;
   }
   for (const bool waitUntilExit : {true, false}) {
-    EXPECT_TRUE(thrownBy<std::system_error>(
-        [&] { this->environment_.run(this->folder_ / "missing", {}, waitUntilExit); }));
+    EXPECT_THROW(this->environment_.run(this->folder_ / "missing", {}, waitUntilExit),
+                 std::system_error);
   }
 }
 

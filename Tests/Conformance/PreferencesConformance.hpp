@@ -10,7 +10,7 @@
 
 #include "LumaretMacHelper/ChromeCertificatePolicyService.hpp"
 #include "LumaretMacHelper/PlatformServices.hpp"
-#include "Tests/Support/Cpp/ThrownError.hpp"
+#include "Tests/Support/Cpp/Contracts.hpp"
 
 namespace lumaret::tests::conformance {
 
@@ -46,7 +46,7 @@ TYPED_TEST_P(PreferencesConformance, RejectsWhatIsNotAListOfStrings) {
   for (const json& value : {json("a single text"), json(7), json(true), json::object(),
                             json::array({"text", 7}), json::array({json::array({"text"})})}) {
     this->store_.store(value);
-    EXPECT_TRUE(thrownBy<ChromePreferencesError>([this] { (void)this->read(); })) << value;
+    EXPECT_THROW((void)this->read(), ChromePreferencesError) << value;
     EXPECT_EQ(this->store_.stored(), value);
   }
 }

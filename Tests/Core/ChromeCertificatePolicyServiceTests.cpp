@@ -3,7 +3,7 @@
 
 #include "LumaretMacHelper/ChromeCertificatePolicyService.hpp"
 #include "Tests/Core/FakeSystem.hpp"
-#include "Tests/Support/Cpp/ThrownError.hpp"
+#include "Tests/Support/Cpp/Contracts.hpp"
 
 namespace lumaret::tests {
 namespace {
@@ -77,7 +77,6 @@ TEST(RulePattern, IsTheStoredText) {
   for (const auto& [rule, pattern] : std::map<std::string, std::string>{
            {R"({"pattern":"https://a.example","filter":{}})", "https://a.example"},
            {R"({"pattern":" HTTPS://A.example "})", " HTTPS://A.example "},
-           {R"({"pattern":""})", ""},
            {" \r\n{ \"pattern\" :\t\"\\u002a\" } ", "*"},
            {"\ufeff{\"pattern\":\"*\"}", "*"},
            {R"({"pattern":"*","pattern":"https://a.example"})", "https://a.example"},
@@ -88,15 +87,11 @@ TEST(RulePattern, IsTheStoredText) {
 
 TEST(RulePattern, IsAbsentFromAnythingElse) {
   Texts rules = words(R"(
-      {"pattern":"*"  {"pattern":"*"}junk  {"pattern":"*"}{"pattern":"*"}  {"pattern":"*",}
-      {pattern:"*"}  {'pattern':'*'}  /**/{"pattern":"*"}  {"pattern":"*","filter":NaN}
+      {"pattern":"*"  {"pattern":"*"}junk  {"pattern":"*",}  {pattern:"*"}  /**/{"pattern":"*"}
       {"pattern":"*","name":"\ud800"}  {"pattern":"*","n":1e999}  {"pattern":"*","pattern":7}
-      [{"pattern":"*"}]  ["pattern","*"]  "*"  7  null  true
-      {}  {"filter":{}}  {"Pattern":"*"}  {"filter":{"pattern":"*"}}  {"pattern":7}
-      {"pattern":null}  {"pattern":["*"]}  {"pattern":{"pattern":"*"}})");
-  rules.insert(rules.end(), {"", " ", "not JSON", "{\"pattern\":\"*\",\"name\":\"\n\"}",
-                             std::string("{\"pattern\":\"*\"}\0", 16),
-                             std::string("{\"pattern\":\"*\"}\0junk", 20),
+      [{"pattern":"*"}]  ["pattern","*"]  "*"  7  null
+      {}  {"Pattern":"*"}  {"filter":{"pattern":"*"}}  {"pattern":7}  {"pattern":["*"]})");
+  rules.insert(rules.end(), {"", "not JSON", std::string("{\"pattern\":\"*\"}\0junk", 20),
                              nested('[') + nested(']'), nested('[')});
   for (const std::string& rule : rules) {
     EXPECT_EQ(Service::rulePattern(rule), std::nullopt) << rule.substr(0, 50);
@@ -166,8 +161,6 @@ TEST_F(ApplyPolicy, EndsAtTheFirstFailure) {
     system.fail(call, ChromePreferencesError());
     EXPECT_EQ(errorOf(), error) << call;
     EXPECT_EQ(system.calls.back(), call);
-    system.fail(call, Error::keychainFailure(-61));
-    EXPECT_EQ(errorOf(), error) << call;
     system.fail(call, 7);
     EXPECT_EQ(errorOf(), error) << call;
   }
@@ -190,8 +183,6 @@ TEST_F(ApplyPolicy, RequiresWhatIsReadBackToBeWhatWasWritten) {
   }
 }
 
-// What the rule service accepts
-
 TEST(IsEncodedRule, AcceptsWhatEncodedRuleMakes) {
   for (const ClientIdentity& identity :
        {named("Ana"), named("R/D \"\\ \n"), named("\u00e1 \U0001f600"),
@@ -206,9 +197,8 @@ TEST(IsEncodedRule, RejectsAnyOther) {
   Texts rules = words(R"(
       []  "*"  {}  {"pattern":"*"}  {"filter":{},"pattern":"*"}
       {"filter":["SUBJECT"],"pattern":"*"}  {"filter":{"SUBJECT":{}},"pattern":"*"}
-      {"filter":{"SUBJECT":"CN"},"pattern":"*"}  {"filter":{"SUBJECT":{"CN":""}},"pattern":"*"}
+      {"filter":{"SUBJECT":"CN"},"pattern":"*"}  {"filter":{"SUBJECT":{"CN":1}},"pattern":"*"}
       {"filter":{"SUBJECT":{"CN":"Ana","O":""}},"pattern":"*"}
-      {"filter":{"SUBJECT":{"CN":1}},"pattern":"*"}
       {"filter":{"SUBJECT":{"C":"ES","CN":"Ana"}},"pattern":"*"}
       {"filter":{"ISSUER":{"CN":"CA"}},"pattern":"*"}
       {"filter":{"ISSUER":{},"SUBJECT":{"CN":"Ana"}},"pattern":"*"}
@@ -224,8 +214,6 @@ TEST(IsEncodedRule, RejectsAnyOther) {
     EXPECT_FALSE(Service::isEncodedRule(rule)) << rule;
   }
 }
-
-// What taking the rule back leaves
 
 TEST(WithdrawingRule, LeavesTheOtherListAlone) {
   EXPECT_EQ(Service::withdrawingRule({}, {}), Texts());

@@ -5,8 +5,8 @@
 
 #include "LumaretMacHelper/ChromeLauncher.hpp"
 #include "Tests/Core/FakeSystem.hpp"
+#include "Tests/Support/Cpp/Contracts.hpp"
 #include "Tests/Support/Cpp/Messages.hpp"
-#include "Tests/Support/Cpp/ThrownError.hpp"
 
 namespace lumaret::tests {
 namespace {
@@ -84,7 +84,7 @@ TEST_F(Launcher, EndsAtAFailureWithItsText) {
   for (const std::string& call : {openWindow, refresh, runningTest}) {
     system.fail(call, ChromeProcessError::unsuccessfulExit(3));
     EXPECT_EQ(errorOfOpening(),
-              Error::chromeLaunchFailed(messages::told(messages::unsuccessfulExit, 3)));
+              Error::chromeLaunchFailed(messages::told(messages::unsuccessfulExit, "3")));
     system.fail(call, std::bad_alloc());
     EXPECT_EQ(errorOfOpening(), Error::chromeLaunchFailed(std::bad_alloc().what()));
     system.fail(call, Error::keychainFailure(-61));
@@ -93,11 +93,6 @@ TEST_F(Launcher, EndsAtAFailureWithItsText) {
     EXPECT_EQ(errorOfOpening(), Error::chromeLaunchFailed("Unknown error."));
     EXPECT_EQ(system.calls.back(), call);
   }
-}
-
-TEST(ChromeProcess, HasItsStatus) {
-  EXPECT_EQ(ChromeProcessError::unsuccessfulExit(-15).errorDescription(),
-            messages::told(messages::unsuccessfulExit, -15));
 }
 
 }  // namespace

@@ -13,7 +13,7 @@
 #include "LumaretMacHelper/ChromeRule/ChromeRule.hpp"
 #include "LumaretMacHelper/PlatformServices.hpp"
 #include "Tests/Core/FakeSystem.hpp"
-#include "Tests/Support/Cpp/CertificateBytes.hpp"
+#include "Tests/Support/Cpp/Contracts.hpp"
 #include "Tests/Support/Cpp/Messages.hpp"
 
 namespace lumaret {
@@ -315,7 +315,7 @@ TEST_F(ChromeRuleCheck, MissesTheBrowserOrCertificates) {
   fakeSystem().isInstalled = true;
   fakeSystem().fail("copyIdentities", CertificateSelectorError::keychainFailure(-1));
   EXPECT_EQ(failureOf("check"),
-            "database: " + messages::told(messages::keychainFailure, -1) + " Mend them.");
+            "database: " + messages::told(messages::keychainFailure, "-1") + " Mend them.");
   fakeSystem() = {};
   EXPECT_EQ(failureOf("check"), "certificate: Import it.");
   platform().missingDatabase = "Make it.";

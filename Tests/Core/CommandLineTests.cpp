@@ -5,12 +5,10 @@
 #include <exception>
 #include <stdexcept>
 
-#include "LumaretMacHelper/Contracts.hpp"
 #include "LumaretMacHelper/LumaretMacHelper.hpp"
 #include "Tests/Core/FakeSystem.hpp"
-#include "Tests/Support/Cpp/CertificateBytes.hpp"
+#include "Tests/Support/Cpp/Contracts.hpp"
 #include "Tests/Support/Cpp/Messages.hpp"
-#include "Tests/Support/Cpp/ThrownError.hpp"
 
 namespace lumaret::tests {
 namespace {
@@ -56,8 +54,7 @@ TEST_F(CommandLine, RejectsOtherCommands) {
         Texts{"activate", "5d2a"}, Texts{"activate", "--Fingerprint", "5d2a"},
         Texts{"activate", "--url", "https://a.example", "--fingerprint"},
         Texts{"activate", "--fingerprint", "", "--fingerprint", "5d2a"}}) {
-    EXPECT_TRUE(thrownBy<CommandError>([&] { LumaretMacHelper::run(arguments); }))
-        << listed(arguments);
+    EXPECT_THROW(LumaretMacHelper::run(arguments), CommandError) << listed(arguments);
     EXPECT_THAT(fakeSystem().calls, IsEmpty());
   }
 }
@@ -124,7 +121,7 @@ TEST_F(CommandLine, WritesDatesToTheSecondWithLeadingZeros) {
 
 TEST_F(CommandLine, PrintsNothingWithTextThatIsNotUTF8) {
   add("a", "An\xff");
-  EXPECT_TRUE(thrownBy<std::exception>([] { LumaretMacHelper::run({"list"}); }));
+  EXPECT_THROW(LumaretMacHelper::run({"list"}), std::exception);
   EXPECT_EQ(fakeSystem().calls.back(), "copyCertificate a");
 }
 
@@ -200,20 +197,6 @@ TEST_F(Activate, EndsAtTheFirstFailure) {
     EXPECT_TRUE(errorOf(idOf("bea"))) << call;
     EXPECT_EQ(fakeSystem().calls.back(), call);
     fakeSystem() = before;
-  }
-}
-
-TEST(OptionValue, FollowsTheFirstOccurrence) {
-  const auto url = [](const Texts& arguments) {
-    return LumaretMacHelper::value("--url", arguments);
-  };
-  EXPECT_EQ(url({"word", "--url", "a", "--url", "b"}), "a");
-  EXPECT_EQ(url({"--url", "--url", "a"}), "--url");
-  EXPECT_EQ(url({"--url", ""}), "");
-  for (const Texts& arguments :
-       {Texts{}, Texts{"--url"}, Texts{"a", "--url"},
-        Texts{"--URL", "a", "-url", "b", "--url=c", "d", "--url ", "e", "--ur", "f"}}) {
-    EXPECT_EQ(url(arguments), std::nullopt) << listed(arguments);
   }
 }
 

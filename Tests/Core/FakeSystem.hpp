@@ -15,7 +15,7 @@
 #include "LumaretMacHelper/ChromeCertificatePolicyService.hpp"
 #include "LumaretMacHelper/ChromeLauncher.hpp"
 #include "LumaretMacHelper/KeychainIdentityLoader.hpp"
-#include "Tests/Support/Cpp/CertificateBytes.hpp"
+#include "Tests/Support/Cpp/Contracts.hpp"
 
 namespace lumaret::tests {
 
@@ -35,8 +35,6 @@ inline std::string listed(const Texts& texts) {
   }
   return list + "]";
 }
-
-// Certificate values
 
 inline OptionalCertificateProperty present(CertificateProperty property) {
   return std::make_shared<const CertificateProperty>(std::move(property));

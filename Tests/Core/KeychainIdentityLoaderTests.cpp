@@ -7,17 +7,16 @@
 
 #include "LumaretMacHelper/KeychainIdentityLoader.hpp"
 #include "Tests/Core/FakeSystem.hpp"
-#include "Tests/Support/Cpp/CertificateBytes.hpp"
-#include "Tests/Support/Cpp/Principals.hpp"
-#include "Tests/Support/Cpp/ThrownError.hpp"
+#include "Tests/Support/Cpp/Contracts.hpp"
 
 namespace lumaret::tests {
 namespace {
 
 using namespace std::chrono_literals;
 using std::chrono::sys_days;
+using testing::Contains;
 using testing::ElementsAre;
-using testing::IsEmpty;
+using testing::Not;
 using Array = CertificatePropertyArray;
 using Fields = std::map<std::string, std::string>;
 using Parser = CertificateValueParser;
@@ -50,7 +49,7 @@ TEST(Parser, RequiresNoNames) {
   for (const auto& value :
        {OptionalCertificateProperty(), present(text("CN=Ana")), present({7.0}), otherAttributes}) {
     EXPECT_EQ(parsed({{value, value, notAfter({start2030})}}),
-              (ParsedCertificateValues{noFields, noFields, start2030}));
+              (ParsedCertificateValues{{}, {}, start2030}));
   }
 }
 
@@ -80,9 +79,7 @@ TEST(ParserDate, CountsSecondsFrom2001) {
       {252423993599.0, sys_days(9999y / 12 / 31) + 23h + 59min + 59s},  // Never expires.
       {limit, std::nullopt},
       {-limit, std::nullopt},
-      {0x1p63, std::nullopt},
       {Limits::infinity(), std::nullopt},
-      {-Limits::infinity(), std::nullopt},
       {Limits::quiet_NaN(), std::nullopt}};
   for (const auto& [number, date] : dates) {
     EXPECT_EQ(Parser::date(present({number})), date) << number;
@@ -132,9 +129,6 @@ TEST(ParserName, RequiresALabelWithAValue) {
         entry(present({2.5}), present(text("A"))), entry(present(text(commonName)), nullptr)}) {
     EXPECT_EQ(collected(value), Fields());
   }
-  Fields fields = anaAlone;
-  Parser::collectDistinguishedNameFields(nullptr, fields);
-  EXPECT_EQ(fields, anaAlone);
 }
 
 TEST(ParserName, IsWalkedInOrderAtAnyDepth) {
@@ -153,10 +147,6 @@ TEST(ParserName, IsWalkedInOrderAtAnyDepth) {
 }
 
 constexpr Date now = std::chrono::sys_days(2026y / 6 / 1);
-
-// Certificates whose fingerprints begin with 0a and b1.
-const std::string certificate0a = "certificate 180";
-const std::string certificateB1 = "certificate 125";
 
 class Loader : public testing::Test {
  protected:
@@ -180,16 +170,7 @@ class Loader : public testing::Test {
                                 }};
 };
 
-TEST(Fingerprint, IsSHA256InLowerCaseHexadecimal) {
-  EXPECT_EQ(fingerprint(bytes("abc")),
-            "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
-  EXPECT_EQ(idOf("certificate 47647"),
-            "0aff062ae3b3be3248ac18877d23308993d30898c9f9dc6fd2e3df6e5d980d8a");
-}
-
-TEST_F(Loader, ReturnsNothingFromAnEmptyKeychainAndNotFromAFailedQuery) {
-  EXPECT_THAT(loadIds(), IsEmpty());
-  system.calls.clear();
+TEST_F(Loader, ReportsAFailedQuery) {
   const auto cancelled = CertificateSelectorError::keychainFailure(-128);
   system.fail("copyIdentities", cancelled);
   EXPECT_EQ(selectorErrorOf([&] { (void)loadIds(); }), cancelled);
@@ -208,13 +189,8 @@ TEST_F(Loader, DropsUnusableIdentities) {
                        {"expired", valuesNaming("Ana", now)},
                        {"A", valid}};
   EXPECT_THAT(loadIds(), ElementsAre(idOf("A")));
-  EXPECT_THAT(
-      system.calls,
-      ElementsAre("copyIdentities", "now", "hasPrivateKey keyless", "hasPrivateKey bare",
-                  "copyCertificate bare", "hasPrivateKey unreadable", "copyCertificate unreadable",
-                  "hasPrivateKey no expiry", "copyCertificate no expiry", "hasPrivateKey ",
-                  "copyCertificate ", "hasPrivateKey expired", "copyCertificate expired",
-                  "hasPrivateKey A", "copyCertificate A"));
+  EXPECT_THAT(system.calls, Contains("now").Times(1));
+  EXPECT_THAT(system.calls, Not(Contains("copyCertificate keyless")));
 }
 
 TEST_F(Loader, DropsExpiredAtReferenceInstant) {
@@ -237,10 +213,9 @@ TEST_F(Loader, KeepsTheLastOfAFingerprint) {
   add("A", "Earlier");
   add("A", "Later", now + 2h);
   add("A", "Expired", now);
-  EXPECT_THAT(
-      loader.loadIdentities(),
-      ElementsAre(ClientIdentity{
-          idOf("A"), {"Later", std::nullopt, std::nullopt, std::nullopt}, noFields, now + 2h}));
+  EXPECT_THAT(loader.loadIdentities(),
+              ElementsAre(ClientIdentity{
+                  idOf("A"), {"Later", std::nullopt, std::nullopt, std::nullopt}, {}, now + 2h}));
 }
 
 TEST_F(Loader, SortsUnnamedByThatName) {
@@ -255,24 +230,18 @@ TEST_F(Loader, SortsUnnamedByThatName) {
 }
 
 TEST_F(Loader, SortsEqualNamesByFingerprintWhateverTheirCase) {
-  for (const auto& [nameB1, name0a] :
+  for (const auto& [nameB, nameA] :
        {std::pair("Ana", "Ana"), {"", ""}, {"ANA", "ana"}, {"ana", "ANA"}}) {
     system.identities.clear();
-    add(certificateB1, nameB1);
-    add(certificate0a, name0a);
-    EXPECT_THAT(loadIds(), ElementsAre(idOf(certificate0a), idOf(certificateB1)));
+    add("B", nameB);
+    add("A", nameA);
+    EXPECT_THAT(loadIds(), ElementsAre(idOf("A"), idOf("B")));  // 559aead0… and df7e70e5…
   }
-}
-
-TEST_F(Loader, SortsByNameWhateverTheOrderOfTheKeychain) {
-  Texts names = {"Bea", "Dora", "ana", "carla"};
-  do {
-    system.identities.clear();
-    for (const std::string& name : names) {
-      add(name, name);
-    }
-    EXPECT_THAT(loadIds(), ElementsAre(idOf("ana"), idOf("Bea"), idOf("carla"), idOf("Dora")));
-  } while (std::next_permutation(names.begin(), names.end()));
+  for (int more = 0; more < 40; ++more) {  // So many that a sort is not stable by chance.
+    add(std::to_string(more), "Ana");
+  }
+  const Texts ids = loadIds();
+  EXPECT_TRUE(std::ranges::is_sorted(ids));
 }
 
 }  // namespace

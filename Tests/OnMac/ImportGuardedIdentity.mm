@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "LumaretMacHelper/macOS/CoreFoundationValues.hpp"
-#include "Tests/OnMac/TestKeychain.hpp"
+#include "Tests/OnMac/Require.hpp"
 #include "Tests/Support/Cpp/FreshIdentity.hpp"
 
 // Access lists have been deprecated since macOS 10.10, and nothing has replaced them.

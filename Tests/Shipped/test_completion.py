@@ -11,8 +11,8 @@ from pathlib import Path
 import pexpect
 
 from Tests.Support.Python import private_machine
-from Tests.Support.Python.compact_json import compact_json
 from Tests.Support.Python.packaging_test_case import PackagingTestCase
+from Tests.Support.Python.policy_files import compact_json
 from Tests.Support.Python.project import SOURCES
 
 setUpModule = private_machine.enter
@@ -56,29 +56,20 @@ def shown(name: str | None) -> str:
 class ProgramTests(unittest.TestCase):
     """The program that the completions of all shells run, also with names longer than certificate tools allow."""
 
-    def read(self, awk: str, *names: str | None) -> str:
+    def assert_shown(self, *names: str | None):
         principals = ({"commonName": name, "locality": name, "organization": name} for name in names)
         listing = [
             {"expiresAt": "2099-12-31T23:59:59Z", "id": f"{number:064x}", "issuer": principal, "subject": principal}
             for number, principal in enumerate(principals)
         ]
-        return subprocess.run(
-            [*awk.split(), "-f", COMPLETIONS / "identities.awk"],
-            input=compact_json(listing) + "\n",
-            env={"LC_ALL": "C", "PATH": os.environ["PATH"]},
-            stdout=subprocess.PIPE,
-            text=True,
-            encoding="utf-8",
-            timeout=30,
-            check=True,
-        ).stdout
-
-    def assert_shown(self, *names: str | None):
+        settings = {"input": compact_json(listing) + "\n", "env": {"LC_ALL": "C", "PATH": os.environ["PATH"]}}
+        lines = "".join(f"{number:064x}\t{shown(name)}\n" for number, name in enumerate(names))
         for awk in ("mawk", "gawk", "gawk --posix", "busybox awk", "original-awk", "awk"):
             if shutil.which(awk.split()[0]):
                 with self.subTest(awk):
-                    lines = "".join(f"{number:064x}\t{shown(name)}\n" for number, name in enumerate(names))
-                    self.assertEqual(self.read(awk, *names), lines)
+                    command = (*awk.split(), "-f", COMPLETIONS / "identities.awk")
+                    found = subprocess.run(command, stdout=subprocess.PIPE, encoding="utf-8", timeout=30, **settings)
+                    self.assertEqual((found.returncode, found.stdout), (0, lines))
 
     def test_shows_hostile_and_missing_names(self):
         entry = '"},{"expiresAt":"9999-12-31T00:00:00Z","id":"' + "1" * 64 + '","subject":{"commonName":"x"}'

@@ -7,9 +7,8 @@ from pathlib import Path
 
 from Tests.Support.Python import private_machine
 from Tests.Support.Python.debian_package import DebianPackageTestCase, DebianRootTestCase
-from Tests.Support.Python.outcome import ACTIVATED
 from Tests.Support.Python.policy_files import OWN_FILE
-from Tests.Support.Python.private_machine import contents
+from Tests.Support.Python.private_machine import ACTIVATED, contents
 from Tests.Support.Python.project import HELPER, RULE_SERVICE, VERSION
 from Tests.Support.Python.system_bus import PERMIT, start_bus
 from Tests.Support.Python.users import AS_NOBODY, NOBODY, needs_real_root

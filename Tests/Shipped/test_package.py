@@ -6,8 +6,8 @@ import stat
 from pathlib import Path
 
 from Tests.Support.Python import private_machine
-from Tests.Support.Python.outcome import printed
 from Tests.Support.Python.packaging_test_case import PackagingTestCase, kept_manifest
+from Tests.Support.Python.private_machine import printed
 from Tests.Support.Python.project import BUILD, MADE, SOURCES, VERSION
 
 setUpModule = private_machine.enter

@@ -6,8 +6,8 @@ import signal
 import time
 
 from Tests.Support.Python import chromium, private_machine
-from Tests.Support.Python.browser_test_case import BrowserTestCase
-from Tests.Support.Python.policy_files import OWN_FILE, policies
+from Tests.Support.Python.chromium import BrowserTestCase
+from Tests.Support.Python.policy_files import OWN_FILE, policies, rule
 from Tests.Support.Python.private_machine import CHROMIUM, await_until, other_processes
 
 setUpModule = private_machine.enter
@@ -37,6 +37,8 @@ class RunningBrowserTests(BrowserTestCase):
         self.assertIn(early, (ANA["CN"], BEN["CN"]))
         self.assertEqual(later, BEN["CN"])
         self.assertEqual(self.visit(self.ben, "/again"), ANA["CN"])
+        self.start("--incognito", self.server.url("/incognito"))
+        self.assertEqual(self.server.await_visit("/incognito").common_name, BEN["CN"])
 
     def test_opens_window_without_display(self):
         """As over ssh while the browser runs on the desktop."""
@@ -52,13 +54,21 @@ class RunningBrowserTests(BrowserTestCase):
         os.kill(browser, signal.SIGKILL)
         await_until(lambda: browser not in other_processes(), "the browser to end")
         (CHROMIUM.policies / OWN_FILE).unlink()
-        self.start(self.server.url("/asked"))
-        time.sleep(5)  # With a rule, the page is there after one.
-        self.assertNotIn("/asked", self.server.visited_paths())
+        self.assert_asks("/asked")
+
+    def test_may_be_made_to_ask_where_several_match(self):
+        several = policies(rule({"O": "Example Org"}, None), PromptOnMultipleMatchingCertificates=True)
+        self.machine.write_policies("several.json", several)
+        self.assert_asks("/asked")
+
+    def assert_asks(self, path: str) -> None:
+        self.start(self.server.url(path))
+        time.sleep(5)  # If it does not ask, the page is there after one.
+        self.assertNotIn(path, self.server.visited_paths())
 
         def is_answered():
             self.machine.run("xdotool", "search", "--onlyvisible", "--class", "chromium", "key", "Return")
-            return "/asked" in self.server.visited_paths()
+            return path in self.server.visited_paths()
 
         await_until(is_answered, "the page, once the question is answered")
 

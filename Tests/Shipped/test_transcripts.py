@@ -14,16 +14,18 @@ import pexpect
 
 from Tests.Support.Python import private_machine
 from Tests.Support.Python.certificates import Database, Identity, Token, bundle_of
+from Tests.Support.Python.markdown import code_blocks
 from Tests.Support.Python.packaging_test_case import PackagingTestCase
 from Tests.Support.Python.policy_files import OWN_FILE, policies, rule
 from Tests.Support.Python.private_machine import CHROMIUM, GOOGLE_CHROME
-from Tests.Support.Python.project import SOURCES
-from Tests.Support.Python.system_bus import SERVICES, SystemBus
+from Tests.Support.Python.project import CHROME_RULE, SOURCES
+from Tests.Support.Python.system_bus import SystemBus
 from Tests.Support.Python.users import as_user, needs_real_root
 
 setUpModule = private_machine.enter
 
 ANA = 1234
+FIND_DATABASE = code_blocks((SOURCES / "docs/import-and-undo.md").read_text(), "sh")[0]
 BEN = policies(rule({"CN": "Ben"}, None))
 
 
@@ -47,10 +49,12 @@ def with_transcripts_of(document: Path):
 
 
 class TranscriptTestCase(PackagingTestCase):
+    database_folder = ".local/share/pki/nssdb"
     typed: str | None = None  # the answer to pk12util
 
     def setUp(self):
         super().setUp()
+        shutil.copy(CHROME_RULE, self.machine.folder / "bin")
         self.home = self.root_s_home = self.machine.home = Path("/home/ana")
         self.machine.mount_empty(self.home.parent)
         self.home.mkdir()
@@ -62,7 +66,6 @@ class TranscriptTestCase(PackagingTestCase):
         (self.machine.folder / "launches").touch()
         (self.machine.folder / "launches").chmod(0o666)
         (self.machine.folder / "tmp").chmod(0o1777)
-        self.machine.environment["db"] = str(self.home / ".pki/nssdb")
         self.make_authority()
 
     def check(self, set_up: tuple, transcript: str) -> None:
@@ -70,6 +73,8 @@ class TranscriptTestCase(PackagingTestCase):
             function(self)
         for place in {self.home, *self.home.rglob("*")} - self.root_s_files:
             os.chown(place, ANA, ANA, follow_symlinks=False)
+        self.machine.environment["db"] = self.output("$", f'{FIND_DATABASE}\nprintf %s "$db"')
+        transcript = re.sub("[0-9a-f]{64}", self.machine.environment["id"], transcript)
         commands = re.findall(r"^([$#]) (.*)\n", transcript, re.M)
         self.assertEqual("".join(f"{each[0]} {each[1]}\n{self.output(*each)}" for each in commands), transcript)
 
@@ -84,10 +89,13 @@ class TranscriptTestCase(PackagingTestCase):
         return self.machine.run(*user, "bash", "-c", command, stderr=subprocess.STDOUT, **settings).stdout.decode()
 
     def make_ana(self, **settings) -> Identity:
-        """An identity of ana in her database, whose fingerprint is $id."""
+        """An identity of ana in her database, whose fingerprint is $id, and any other one in the document."""
         (identity,) = self.make_identities({"CN": "Ana Example"}, **settings)
         self.machine.environment["id"] = identity.fingerprint
         return identity
+
+    def store_rule(self) -> None:
+        self.machine.write_policies(OWN_FILE, policies(rule({"CN": "Ana Example"}, self.authority.name)))
 
     def issue(self) -> Identity:
         """An identity of ana that is in no database, whose fingerprint is $id."""
@@ -101,30 +109,27 @@ class TranscriptTestCase(PackagingTestCase):
 
 
 @needs_real_root
+@with_transcripts_of(SOURCES / "README.md")
+class ReadmeTests(TranscriptTestCase):
+    def change_clear(self):
+        self.store_rule()
+
+
+@needs_real_root
+@with_transcripts_of(SOURCES / "docs/inicio-rapido.md")
+class QuickStartTests(TranscriptTestCase):
+    def change_clear(self):
+        self.store_rule()
+
+
+@needs_real_root
 @with_transcripts_of(SOURCES / "docs/import-and-undo.md")
 class ImportAndUndoTests(TranscriptTestCase):
-    def set_up_find(self):
-        self.make_identities()
-
-    def set_up_create(self):
-        pass
-
     def set_up_import(self):
-        self.make_identities()
         self.leave_file(self.issue(), password="secret")
         self.typed = "secret"
 
-    def set_up_import_script(self):
-        self.make_identities()
-        self.leave_file(self.issue(), password="secret")
-        (self.home / "password").write_text("secret\n")
-
-    def set_up_import_open(self):
-        self.make_identities()
-        self.leave_file(self.issue())
-
     def set_up_import_two_files(self):
-        self.make_identities()
         identity = self.issue()
         shutil.copy(identity.certificate, self.home / "ana.crt")
         shutil.copy(identity.key, self.home / "ana.key")
@@ -136,37 +141,21 @@ class ImportAndUndoTests(TranscriptTestCase):
     def set_up_remove_certificate(self):
         self.make_ana(nickname="ana")
 
+    def test_finds_database_that_hides_the_other(self):
+        self.make_ana()
+        Database(self.home / ".pki/nssdb")
+        self.check((), "$ lumaret-macos-helper list\n[]\n")
+        self.check((), f'$ echo "$db"\n{self.home}/.pki/nssdb\n')
+
 
 @needs_real_root
 @with_transcripts_of(SOURCES / "docs/troubleshooting.md")
 class TroubleshootingTests(TranscriptTestCase):
-    def set_up_two_match(self):
-        self.make_ana(nickname="ana", expires="20981231235959Z")
-        renewed = self.issue()
-        self.database.add(renewed, nickname="ana")
-        self.leave_file(renewed, nickname="ana")
+    def change_show(self):
+        self.store_rule()
 
-    def set_up_other_browser(self):
-        self.machine.install_stand_in(GOOGLE_CHROME)
-        self.make_ana()
-
-    def set_up_no_database(self):
-        self.leave_file(self.issue())
-
-    def set_up_no_key(self):
-        self.make_identities()
-        identity = self.issue()
-        self.database.add_certificate(identity.certificate, "ana")
-        self.leave_file(identity)
-
-    def set_up_expired(self):
-        self.make_ana(nickname="ana", expires="19700102000000Z")
-
-    def change_another_user(self):
-        self.root_s_home = self.machine.folder / "root"
-
-    def set_up_snap(self):
-        Database(self.home / "snap/chromium/current/.pki/nssdb").add(self.issue())
+    def change_prompt(self):
+        CHROMIUM.policies.mkdir(parents=True)
 
     def change_database_of_another(self):
         self.root_s_files.update(self.database.folder.iterdir())
@@ -180,69 +169,12 @@ class TroubleshootingTests(TranscriptTestCase):
         self.leave_file(self.make_ana())
         (self.database.folder / "cert9.db").write_bytes(b"not a database" * 1000)
 
-    def set_up_fingerprint(self):
-        shutil.copy(self.make_ana().certificate, self.home / "ana.crt")
-
-    def add_to_a_card(self, identity: Identity):
-        token = Token(self.home)
-        self.database.name_module(token.MODULE)
-        token.add(identity, self.database)
-        self.machine.environment |= token.environment
-
-    def set_up_card(self):
-        self.make_identities()
-        self.add_to_a_card(self.issue())
-
     def set_up_password(self):
         self.make_ana(password="secret")
 
     def set_up_keep_in_database(self):
-        self.add_to_a_card(self.make_ana(nickname="ana"))
-
-    set_up_keep_on_card = set_up_keep_in_database
-
-    def change_nobody_typed(self):
-        self.bus.ask()
-        with open("/etc/group", "a") as groups:
-            groups.write("lumaret-rule:x:890:ana\n")
-        shutil.copy(SOURCES / "docs/examples/50-lumaret-macos-helper.rules", self.home)
-
-    def change_no_service(self):
-        (SERVICES / "com.lumaret.MacHelper1.service").unlink()
-
-    def change_no_bus(self):
-        self.bus.close()
-        Path("/run/dbus/system_bus_socket").unlink()
-
-    def change_closed_folder(self):
-        CHROMIUM.policies.mkdir(parents=True)
-        CHROMIUM.policies.parent.chmod(0o750)
-
-    def change_unreadable_policy(self):
-        self.machine.write_policies("05-home.json", "{}")
-        self.machine.write_policies("10-company.json", BEN).chmod(0o640)
-
-    def change_malformed_policy(self):
-        self.machine.write_policies("05-home.json", "{}")
-        self.machine.write_policies("10-company.json", BEN.replace("]}", "],}").replace("Ben", "José"))
-        self.machine.write_policies("20-company.json", BEN + BEN)
-
-    def change_other_type(self):
-        objects = '{"AutoSelectCertificateForUrls": [{"pattern": "*", "filter": {}}]}'
-        self.machine.write_policies("10-company.json", objects)
-
-    def change_other_file(self):
-        self.machine.write_policies("zzz-company.json", BEN)
-
-    def change_no_browser(self):
-        self.machine.hide(CHROMIUM)
-
-    def change_browser_refuses(self):
-        self.machine.replace(CHROMIUM, "#!/bin/sh\necho 'Failed to create a socket directory.' >&2\nexit 21\n")
-        self.machine.mark_running(CHROMIUM)
-
-    def change_no_window_root(self):
-        self.machine.unmount(CHROMIUM.executable)
-        Path("/etc/chromium.d/none").touch()  # Debian's start script requires one.
-
-    change_no_window_ssh = change_no_window_root
+        token = Token(self.home)
+        identity = self.make_ana(nickname="ana")
+        self.database.name_module(token.MODULE)
+        token.add(identity, self.database)
+        self.machine.environment |= token.environment

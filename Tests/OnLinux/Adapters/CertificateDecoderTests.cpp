@@ -5,6 +5,7 @@
 #include <chrono>
 #include <span>
 #include <string_view>
+#include <tuple>
 
 #include "LumaretMacHelper/KeychainIdentityLoader.hpp"
 #include "LumaretMacHelper/Linux/CertificateDecoder.hpp"
@@ -43,12 +44,7 @@ class CertificateDecoder : public ::testing::Test {
 };
 
 TEST_F(CertificateDecoder, ReadsEveryTypeOfTextAsUTF8) {
-  struct Text {
-    char type;
-    std::string_view bytes;
-    std::optional<std::string> expected;
-  };
-  const Text texts[] = {
+  const std::tuple<char, std::string_view, std::optional<std::string>> texts[] = {
       {'\x0c', " \"a\\b\" 1"sv, " \"a\\b\" 1"},              // UTF8String
       {'\x0c', "null\0 in"sv, "null\0 in"s},                 //
       {'\x0c', "bad \xff\xfe 1"sv, std::nullopt},            //
@@ -97,7 +93,7 @@ TEST_F(CertificateDecoder, ReadsWellFormedTimes) {
       {"20991399999999Z", std::nullopt},
       {"not a time at a", std::nullopt}};
   for (const auto& [time, expected] : times) {
-    const auto values = parsed(patched("20991231235959Z", time));
+    const auto values = parsed(patched(FreshIdentity::expiry, time));
     EXPECT_EQ(values ? std::optional(values->expiresAt) : std::nullopt, expected) << time;
   }
 }

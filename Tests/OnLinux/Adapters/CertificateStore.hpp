@@ -7,7 +7,6 @@
 #include <string>
 
 #include "Tests/Support/Cpp/FreshIdentity.hpp"
-#include "Tests/Support/Cpp/TemporaryFolder.hpp"
 
 namespace lumaret::tests {
 

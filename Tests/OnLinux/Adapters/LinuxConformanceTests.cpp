@@ -5,22 +5,20 @@
 #include <nlohmann/json.hpp>
 
 #include "LumaretMacHelper/Linux/ChromeInstallation.hpp"
-#include "Tests/Conformance/ConformanceIdentity.hpp"
 #include "Tests/Conformance/OrderConformance.hpp"
 #include "Tests/Conformance/Suites.hpp"
 #include "Tests/OnLinux/Adapters/CertificateStore.hpp"
-#include "Tests/OnLinux/Adapters/PrivateMounts.hpp"
-#include "Tests/OnLinux/Adapters/TemporaryHome.hpp"
+#include "Tests/OnLinux/Adapters/PrivateMachine.hpp"
 
 namespace lumaret::tests::conformance {
 namespace {
 
 class Keychain {
  public:
-  Bytes addIdentity(const Certificate& certificate) { return add(certificate, ""); }
-  Bytes addIdentityOfToken(const Certificate& certificate) { return add(certificate, "secret"); }
-  void addCertificateWithoutKey(const Certificate& certificate) {
-    store("").addCertificate(makeIdentity(material_, certificate, KeyType::ec));
+  Bytes addIdentity(const Name& name) { return add(name, ""); }
+  Bytes addIdentityOfToken(const Name& name) { return add(name, "secret"); }
+  void addCertificateWithoutKey(const Name& name) {
+    store("").addCertificate(makeIdentity(material_, name, KeyType::ec));
   }
 
   KeychainStatus damage() {
@@ -35,8 +33,8 @@ class Keychain {
     return store_ ? *store_ : store_.emplace(folder_, password);
   }
 
-  Bytes add(const Certificate& certificate, const std::string& password) {
-    const FreshIdentity identity = makeIdentity(material_, certificate, KeyType::ec);
+  Bytes add(const Name& name, const std::string& password) {
+    const FreshIdentity identity = makeIdentity(material_, name, KeyType::ec);
     store(password).addIdentity(identity);
     return identity.der;
   }
@@ -59,15 +57,13 @@ class PreferenceStore {
   }
 
   [[nodiscard]] std::optional<nlohmann::json> stored() const {
-    std::optional<nlohmann::json> value;
+    auto policies = nlohmann::json::object();
     if (std::filesystem::exists(folder)) {
       for (const auto& [file, text] : contents(folder)) {  // Sorted by name.
-        if (auto policies = nlohmann::json::parse(text); policies.contains(key)) {
-          value = policies[key];
-        }
+        policies.update(nlohmann::json::parse(text));
       }
     }
-    return value;
+    return policies.contains(key) ? std::optional(policies[key]) : std::nullopt;
   }
 
   void refuseWrites() { mounts_.makeReadOnly(); }

@@ -5,9 +5,8 @@ import tempfile
 
 from Tests.Support.Python import messages, private_machine
 from Tests.Support.Python.helper_test_case import HelperTestCase
-from Tests.Support.Python.outcome import ACTIVATED, failed
 from Tests.Support.Python.policy_files import OWN_FILE, rule
-from Tests.Support.Python.private_machine import CHROMIUM, GOOGLE_CHROME, contents
+from Tests.Support.Python.private_machine import ACTIVATED, CHROMIUM, GOOGLE_CHROME, contents, failed
 
 setUpModule = private_machine.enter
 

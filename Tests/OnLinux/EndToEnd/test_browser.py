@@ -5,7 +5,7 @@ import json
 import time
 
 from Tests.Support.Python import chromium, private_machine
-from Tests.Support.Python.browser_test_case import BrowserTestCase
+from Tests.Support.Python.chromium import BrowserTestCase
 from Tests.Support.Python.policy_files import policies
 from Tests.Support.Python.private_machine import CHROMIUM
 from Tests.Support.Python.project import CHROME_RULE

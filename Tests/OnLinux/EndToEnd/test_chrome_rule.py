@@ -3,7 +3,6 @@
 
 import json
 import shutil
-import unittest
 
 try:
     import jsonschema
@@ -11,9 +10,8 @@ except ImportError:
     jsonschema = None
 
 from Tests.Support.Python import messages, private_machine
-from Tests.Support.Python.outcome import Outcome, failed
 from Tests.Support.Python.policy_files import ELSEWHERE, OLD_CATCH_ALL, OWN_PATH, POLICY, policies, rule
-from Tests.Support.Python.private_machine import CHROMIUM
+from Tests.Support.Python.private_machine import CHROMIUM, Outcome, failed
 from Tests.Support.Python.project import CHROME_RULE, SOURCES
 from Tests.Support.Python.rule_service_test_case import ANA, BEN, RuleServiceTestCase
 from Tests.Support.Python.users import needs_real_root
@@ -79,7 +77,7 @@ class ClearTests(ChromeRuleTestCase):
         self.forget_launches()
 
     def test_clears_for_root_and_for_a_permitted_user(self):
-        for user in ((), self.become(ANA)):
+        for user in ((), self.become_ordinary_user(user=ANA)):
             self.user = user
             self.write_own_file(policies(ELSEWHERE, OLD_CATCH_ALL, ShowHomeButton=True))
             self.assertEqual(self.run_rule("clear"), Outcome(0, b"Chromium asks again.\n", b""))
@@ -93,7 +91,7 @@ class ClearTests(ChromeRuleTestCase):
         self.assertEqual(self.machine.launches(), REFRESH)
 
     def test_asks_for_permission(self):
-        self.user = self.become(BEN)
+        self.user = self.become_ordinary_user(user=BEN)
         with self.unchanged():
             self.assertEqual(self.run_rule("clear"), failed(messages.POLICY_WRITE_FAILED))
         self.assertEqual(self.machine.launches(), [])
@@ -106,7 +104,7 @@ class ClearTests(ChromeRuleTestCase):
 
     def test_needs_no_permission_where_nothing_is_to_be_cleared(self):
         OWN_PATH.unlink()
-        self.user = self.become(BEN)
+        self.user = self.become_ordinary_user(user=BEN)
         self.assertEqual(self.run_rule("clear"), Outcome(0, b"There is no rule to clear.\n" + ASKS, b""))
         self.assertNotIn("refused", self.bus.log())
 
@@ -130,7 +128,7 @@ class CheckTests(ChromeRuleTestCase):
 
     def test_holds_before_activation_and_changes_nothing(self):
         identity = self.make_identity()
-        self.user = self.become(ANA)
+        self.user = self.become_ordinary_user(user=ANA)
         self.assert_unchanged_by(self.machine.home, lambda: self.assertEqual(self.failures(), {}))
         self.assertFalse(CHROMIUM.policies.exists())
         self.assertEqual(self.machine.launches(), [])
@@ -160,7 +158,7 @@ class CheckTests(ChromeRuleTestCase):
 
     def test_tells_permission(self):
         self.make_identity()
-        self.user = self.become(BEN)
+        self.user = self.become_ordinary_user(user=BEN)
         self.assertEqual(list(self.failures()), ["permission"])
         self.bus.ask()
         private_machine.await_until(lambda: not self.failures(), "polkit to ask")
@@ -173,7 +171,3 @@ class CheckTests(ChromeRuleTestCase):
         self.machine.hide(CHROMIUM)
         del self.machine.environment["DISPLAY"]
         self.assertEqual(self.failures().keys(), {"browser", "display"})
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -5,8 +5,7 @@ import os
 
 from Tests.Support.Python import messages, private_machine
 from Tests.Support.Python.helper_test_case import HelperTestCase
-from Tests.Support.Python.outcome import ACTIVATED, Outcome, failed, printed
-from Tests.Support.Python.private_machine import CHROMIUM, contents
+from Tests.Support.Python.private_machine import ACTIVATED, CHROMIUM, Outcome, contents, failed, printed
 from Tests.Support.Python.project import BUILD
 
 setUpModule = private_machine.enter

@@ -13,8 +13,7 @@ from pathlib import Path
 
 from Tests.Support.Python import messages, private_machine
 from Tests.Support.Python.helper_test_case import HelperTestCase
-from Tests.Support.Python.outcome import failed, printed
-from Tests.Support.Python.private_machine import CHROMIUM, contents
+from Tests.Support.Python.private_machine import CHROMIUM, contents, failed, printed
 
 setUpModule = private_machine.enter
 

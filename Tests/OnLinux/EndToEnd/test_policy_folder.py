@@ -8,9 +8,8 @@ from pathlib import Path
 
 from Tests.Support.Python import messages, private_machine
 from Tests.Support.Python.helper_test_case import HelperTestCase
-from Tests.Support.Python.outcome import ACTIVATED, failed
 from Tests.Support.Python.policy_files import ELSEWHERE, OLD_CATCH_ALL, OWN_FILE, OWN_PATH, POLICY, policies
-from Tests.Support.Python.private_machine import CHROMIUM, contents
+from Tests.Support.Python.private_machine import ACTIVATED, CHROMIUM, contents, failed
 
 setUpModule = private_machine.enter
 

@@ -12,10 +12,9 @@ import time
 from pathlib import Path
 
 from Tests.Support.Python import messages, private_machine
-from Tests.Support.Python.fault_test_case import FaultTestCase
-from Tests.Support.Python.outcome import ACTIVATED, failed, printed
+from Tests.Support.Python.helper_test_case import FaultTestCase
 from Tests.Support.Python.policy_files import effective_rules
-from Tests.Support.Python.private_machine import contents
+from Tests.Support.Python.private_machine import ACTIVATED, contents, failed, printed
 from Tests.Support.Python.users import NOBODY, needs_real_root
 
 setUpModule = private_machine.enter

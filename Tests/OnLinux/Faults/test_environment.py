@@ -9,10 +9,9 @@ import subprocess
 from pathlib import Path
 
 from Tests.Support.Python import private_machine
-from Tests.Support.Python.fault_test_case import FaultTestCase
-from Tests.Support.Python.outcome import ACTIVATED, printed
+from Tests.Support.Python.helper_test_case import FaultTestCase
 from Tests.Support.Python.policy_files import effective_rules, policies
-from Tests.Support.Python.private_machine import CHROMIUM
+from Tests.Support.Python.private_machine import ACTIVATED, CHROMIUM, printed
 from Tests.Support.Python.project import HELPER, is_sanitized
 
 setUpModule = private_machine.enter

@@ -8,11 +8,10 @@ import subprocess
 import time
 
 from Tests.Support.Python import messages, private_machine
-from Tests.Support.Python.compact_json import compact_json
-from Tests.Support.Python.fault_test_case import FaultTestCase
-from Tests.Support.Python.outcome import ACTIVATED, failed
-from Tests.Support.Python.policy_files import ELSEWHERE, OLD_CATCH_ALL, OWN_FILE, OWN_PATH, effective_rules, policies
-from Tests.Support.Python.private_machine import CHROMIUM, await_until, contents
+from Tests.Support.Python.helper_test_case import FaultTestCase
+from Tests.Support.Python.policy_files import ELSEWHERE, OLD_CATCH_ALL, OWN_FILE, OWN_PATH
+from Tests.Support.Python.policy_files import compact_json, effective_rules, policies
+from Tests.Support.Python.private_machine import ACTIVATED, CHROMIUM, await_until, contents, failed
 from Tests.Support.Python.project import HELPER, is_sanitized
 from Tests.Support.Python.users import needs_real_root
 

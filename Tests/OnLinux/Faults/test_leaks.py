@@ -3,8 +3,8 @@
 
 
 from Tests.Support.Python import private_machine
-from Tests.Support.Python.fault_test_case import FaultTestCase
-from Tests.Support.Python.outcome import ACTIVATED, printed
+from Tests.Support.Python.helper_test_case import FaultTestCase
+from Tests.Support.Python.private_machine import ACTIVATED, printed
 from Tests.Support.Python.project import BUILD
 
 setUpModule = private_machine.enter

@@ -9,10 +9,9 @@ from collections import Counter
 from concurrent.futures import ThreadPoolExecutor
 
 from Tests.Support.Python import messages, private_machine
-from Tests.Support.Python.fault_test_case import FaultTestCase
-from Tests.Support.Python.outcome import ACTIVATED, failed
+from Tests.Support.Python.helper_test_case import FaultTestCase
 from Tests.Support.Python.policy_files import ELSEWHERE, OLD_CATCH_ALL, OWN_PATH, POLICY, effective_rules, policies
-from Tests.Support.Python.private_machine import CHROMIUM
+from Tests.Support.Python.private_machine import ACTIVATED, CHROMIUM, failed
 from Tests.Support.Python.users import needs_real_root
 
 setUpModule = private_machine.enter

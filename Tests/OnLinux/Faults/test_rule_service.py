@@ -7,12 +7,12 @@ import signal
 import stat
 
 from Tests.Support.Python import messages, private_machine
-from Tests.Support.Python.bus_client import DONE, POLKIT, Client, polkit_says_yes
-from Tests.Support.Python.outcome import ACTIVATED, failed
 from Tests.Support.Python.policy_files import ELSEWHERE, OLD_CATCH_ALL, OWN_PATH
 from Tests.Support.Python.policy_files import effective_rules, policies, rule
-from Tests.Support.Python.private_machine import CHROMIUM, GOOGLE_CHROME, await_until, other_processes
-from Tests.Support.Python.rule_service_test_case import ANA, BEN, OWN, RuleServiceTestCase
+from Tests.Support.Python.private_machine import ACTIVATED, CHROMIUM, GOOGLE_CHROME, await_until
+from Tests.Support.Python.private_machine import failed, other_processes
+from Tests.Support.Python.rule_service_test_case import ANA, BEN, DONE, OWN, POLKIT
+from Tests.Support.Python.rule_service_test_case import Client, RuleServiceTestCase, polkit_says_yes
 from Tests.Support.Python.system_bus import NAME, POLKIT as POLKIT_FILES
 from Tests.Support.Python.users import needs_real_root
 
@@ -32,7 +32,7 @@ class RuleServiceTests(RuleServiceTestCase):
         identity = self.make_identity()
         before = policies(ELSEWHERE, OLD_CATCH_ALL, rule({"CN": "ä"}, None, "https://any.test"), ShowHomeButton=True)
         stored = []
-        for user in ((), self.become(ANA)):
+        for user in ((), self.become_ordinary_user(user=ANA)):
             self.write_own_file(before)
             os.chown(OWN_PATH, ANA, ANA)
             self.assertEqual(self.machine.run(*user, *self.activate_command(identity)), ACTIVATED)
@@ -47,7 +47,7 @@ class RuleServiceTests(RuleServiceTestCase):
         self.machine.install_stand_in(GOOGLE_CHROME)
         GOOGLE_CHROME.executable.chmod(0o750)
         identity = self.make_identity()
-        user = self.become(ANA)
+        user = self.become_ordinary_user(user=ANA)
         self.assertEqual(self.machine.run(*user, *self.activate_command(identity)), ACTIVATED)
         self.assertEqual(self.stored_rules(CHROMIUM), [self.rule_for(identity)])
         self.assertFalse(GOOGLE_CHROME.policies.exists())
@@ -200,7 +200,7 @@ class RuleServicePermissionTests(RuleServiceTestCase):
 
     def test_activate_fails_without_permission_and_without_bus(self):
         identity = self.make_identity()
-        command = (*self.become(BEN), *self.activate_command(identity))
+        command = (*self.become_ordinary_user(user=BEN), *self.activate_command(identity))
         self.write_own_file(policies(ELSEWHERE))
         os.chown(OWN_PATH, BEN, BEN)
         with self.unchanged():

@@ -13,11 +13,9 @@ import time
 from pathlib import Path
 
 from Tests.Support.Python import messages, private_machine
-from Tests.Support.Python.bus_client import DONE
-from Tests.Support.Python.outcome import ACTIVATED, failed
 from Tests.Support.Python.policy_files import OWN_PATH, rule
-from Tests.Support.Python.private_machine import GOOGLE_CHROME, await_until
-from Tests.Support.Python.rule_service_test_case import ANA, BEN, OWN, RuleServiceTestCase
+from Tests.Support.Python.private_machine import ACTIVATED, GOOGLE_CHROME, await_until, failed
+from Tests.Support.Python.rule_service_test_case import ANA, BEN, DONE, OWN, RuleServiceTestCase
 from Tests.Support.Python.system_bus import CALL, LOCK
 from Tests.Support.Python.users import as_user, needs_real_root
 
@@ -144,7 +142,7 @@ class RuleServiceLockTests(RuleServiceTestCase):
         self.identity = self.make_identity()
 
     def test_only_root_may_open_the_lock(self):
-        for user in ((), self.become(ANA)):
+        for user in ((), self.become_ordinary_user(user=ANA)):
             self.assertEqual(self.machine.run(*user, *self.activate_command(self.identity)), ACTIVATED)
             self.assertEqual(stat.filemode(LOCK.stat().st_mode), "drwx------")
             done = self.machine.run(*as_user(ANA), "flock", "--nonblock", LOCK, "true")
@@ -171,7 +169,7 @@ class RuleServiceLockTests(RuleServiceTestCase):
 
     def test_root_and_user_wait_for_the_lock(self):
         """Both wait while somebody holds the lock, or shares it. Then both store."""
-        for user, operation in (((), fcntl.LOCK_EX), (self.become(ANA), fcntl.LOCK_SH)):
+        for user, operation in (((), fcntl.LOCK_EX), (self.become_ordinary_user(user=ANA), fcntl.LOCK_SH)):
             with self.holding_the_lock(operation):
                 command = [*user, *self.activate_command(self.identity)]
                 waiting = subprocess.Popen(command, env=self.machine.environment, stdout=subprocess.DEVNULL)

@@ -12,10 +12,9 @@ from collections import Counter
 from typing import NamedTuple
 
 from Tests.Support.Python import private_machine
-from Tests.Support.Python.fault_test_case import DOCUMENTED_FAILURES, FaultTestCase
-from Tests.Support.Python.outcome import ACTIVATED, Outcome
+from Tests.Support.Python.helper_test_case import DOCUMENTED_FAILURES, FaultTestCase
 from Tests.Support.Python.policy_files import ELSEWHERE, OLD_CATCH_ALL, OWN_FILE, OWN_PATH, effective_rules, policies
-from Tests.Support.Python.private_machine import CHROMIUM, contents
+from Tests.Support.Python.private_machine import ACTIVATED, CHROMIUM, Outcome, contents
 from Tests.Support.Python.project import is_sanitized
 from Tests.Support.Python.system_bus import CALL, LOCK
 from Tests.Support.Python.users import AS_NOBODY, IS_REAL_ROOT, NOBODY, access_list, needs_real_root

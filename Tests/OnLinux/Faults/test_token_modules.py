@@ -7,8 +7,8 @@ from pathlib import Path
 
 from Tests.Support.Python import messages, private_machine
 from Tests.Support.Python.certificates import Database
-from Tests.Support.Python.fault_test_case import FaultTestCase
-from Tests.Support.Python.outcome import failed, printed
+from Tests.Support.Python.helper_test_case import FaultTestCase
+from Tests.Support.Python.private_machine import failed, printed
 from Tests.Support.Python.project import BUILD, is_sanitized
 
 setUpModule = private_machine.enter

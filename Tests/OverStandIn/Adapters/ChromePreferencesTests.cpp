@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "LumaretMacHelper/PlatformServices.hpp"
-#include "Tests/OverStandIn/Adapters/OverStandIn.hpp"
+#include "Tests/OverStandIn/SampleMac.hpp"
 
 namespace lumaret::tests {
 namespace {

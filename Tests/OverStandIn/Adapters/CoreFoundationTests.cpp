@@ -4,45 +4,21 @@
 
 #include <stdexcept>
 #include <string>
-#include <utility>
 
 #include "LumaretMacHelper/PlatformFunctions.hpp"
 #include "LumaretMacHelper/macOS/CoreFoundationValues.hpp"
-#include "Tests/OverStandIn/Adapters/OverStandIn.hpp"
 #include "Tests/OverStandIn/AppleFrameworks/Objects.hpp"
+#include "Tests/OverStandIn/SampleMac.hpp"
 
 namespace lumaret::tests {
 namespace {
 
-using TextReference = CoreFoundationReference<CFStringRef>;
-
 class CoreFoundationReferenceTest : public OverStandIn {};
-
-TEST_F(CoreFoundationReferenceTest, EachOwnerKeepsTheObject) {
-  auto original = coreFoundationText("text");
-  TextReference retained = TextReference::retain(original.get());
-  TextReference copy = original;
-  TextReference moved = std::move(original);
-  EXPECT_FALSE(original);  // NOLINT(bugprone-use-after-move): A moved-from reference is null.
-  moved = TextReference();
-  copy = *&copy;
-  EXPECT_EQ(utf8Text(copy.get()), "text");
-  copy = TextReference();
-  EXPECT_EQ(utf8Text(retained.get()), "text");
-}
 
 TEST_F(CoreFoundationReferenceTest, ReceivingReleasesWhatWasHeld) {
   auto text = coreFoundationText("first");
   *text.receive() = standin::createText(u"second");
   EXPECT_EQ(utf8Text(text.get()), "second");
-}
-
-TEST_F(CoreFoundationReferenceTest, ArrayOwnsItsElements) {
-  auto text = coreFoundationText("text");
-  const auto array = coreFoundationArray<CFStringRef>({text});
-  text = TextReference();
-  EXPECT_EQ(utf8Text(objectAs<CFStringRef>(elements(array.get()).at(0), CFStringGetTypeID())),
-            "text");
 }
 
 class CoreFoundationText : public OverStandIn {};

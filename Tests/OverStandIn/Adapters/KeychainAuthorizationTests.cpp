@@ -9,11 +9,8 @@
 #include <vector>
 
 #include "LumaretMacHelper/macOS/SystemChromeKeychainAuthorizationBackend.hpp"
-#include "Tests/OverStandIn/Adapters/OverStandIn.hpp"
-#include "Tests/OverStandIn/SampleIdentities.hpp"
-#include "Tests/Support/Cpp/CertificateBytes.hpp"
-#include "Tests/Support/Cpp/Principals.hpp"
-#include "Tests/Support/Cpp/ThrownError.hpp"
+#include "Tests/OverStandIn/SampleMac.hpp"
+#include "Tests/Support/Cpp/Contracts.hpp"
 
 namespace lumaret::tests {
 namespace {
@@ -45,7 +42,7 @@ class KeychainAuthorization : public OverStandIn {
   static json& stored() { return machine()["identities"][0]["accessList"]; }
 
   static void authorize() {
-    KeychainChromePrivateKeyAuthorizer().authorize({idOf("ana"), noFields, noFields, {}});
+    KeychainChromePrivateKeyAuthorizer().authorize({idOf("ana"), {}, {}, {}});
   }
 
   /// Makes every kind of call.
@@ -210,11 +207,6 @@ TEST_F(KeychainAuthorization, EntryThatCannotBeReadIsAFailure) {
   EXPECT_EQ(selectorErrorOf(authorize),
             CertificateSelectorError::keychainAuthorizationFailed(-25240));
   EXPECT_EQ(stored(), json({signingEntry({}), custom}));
-}
-
-TEST_F(KeychainAuthorization, ChromeMustBeThere) {
-  machine()["applications"].clear();
-  EXPECT_EQ(failure(), BackendError::status(100002));
 }
 
 // The entries have canonical paths, too.

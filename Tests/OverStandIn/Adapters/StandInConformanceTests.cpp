@@ -6,20 +6,17 @@
 
 #include "Tests/Conformance/OrderConformance.hpp"
 #include "Tests/Conformance/Suites.hpp"
-#include "Tests/OverStandIn/Adapters/OverStandIn.hpp"
-#include "Tests/OverStandIn/SampleIdentities.hpp"
+#include "Tests/OverStandIn/SampleMac.hpp"
 
 namespace lumaret::tests::conformance {
 namespace {
 
 class Keychain : public FreshMac {
  public:
-  Bytes addIdentity(const Certificate& certificate) {
-    return add(certificate, json::array({openEntry}));
-  }
-  Bytes addIdentityOfToken(const Certificate& certificate) { return add(certificate, nullptr); }
+  Bytes addIdentity(const Name& name) { return add(name, json::array({openEntry})); }
+  Bytes addIdentityOfToken(const Name& name) { return add(name, nullptr); }
   /// Does nothing, because the Keychain does not return such a certificate as an identity.
-  void addCertificateWithoutKey(const Certificate&) {}
+  void addCertificateWithoutKey(const Name&) {}
 
   KeychainStatus damage() {
     constexpr KeychainStatus status = -25294;  // errSecNoSuchKeychain
@@ -30,24 +27,24 @@ class Keychain : public FreshMac {
   [[nodiscard]] json contents() const { return machine()["identities"]; }
 
  private:
-  static Bytes add(const Certificate& certificate, json accessList) {
+  static Bytes add(const Name& name, json accessList) {
     static const json identifiers = {{"CN", "2.5.4.3"},
                                      {"L", "2.5.4.7"},
                                      {"O", "2.5.4.10"},
                                      {"OU", "2.5.4.11"},
                                      {"C", "2.5.4.6"}};
-    json name = json::array();
-    for (const auto& [shortName, value] : certificate.name) {
-      name.push_back(property(identifiers.at(shortName), value));
+    json attributes = json::array();
+    for (const auto& [shortName, value] : name) {
+      attributes.push_back(property(identifiers.at(shortName), value));
     }
     const std::chrono::duration<double> sinceReferenceDate =
-        certificate.expiresAt - std::chrono::sys_days(std::chrono::year(2001) / 1 / 1);
+        expiresAt - std::chrono::sys_days(std::chrono::year(2001) / 1 / 1);
     json& identities = machine()["identities"];
     const std::string bytes = "certificate " + std::to_string(identities.size());
     identities.push_back(identity(bytes, std::move(accessList)));
     json& values = identities.back()["values"];
-    values = certificateValues(name, sinceReferenceDate.count());
-    values["kSecOIDX509V1IssuerName"] = property("Issuer Name", name);
+    values = certificateValues(attributes, sinceReferenceDate.count());
+    values["kSecOIDX509V1IssuerName"] = property("Issuer Name", attributes);
     return {bytes.begin(), bytes.end()};
   }
 };

@@ -24,7 +24,9 @@ class Call {
   /// null.
   template <typename Reference, typename Own>
   Reference result(Own own) const {
-    return fails() ? nullptr : as<Reference>(answersWithObject() ? answered() : changed(own()));
+    return fails() ? nullptr
+                   : as<Reference>(answer_.contains("object") ? create(answer_["object"])
+                                                              : changed(own()));
   }
 
   /// For a function that returns a status and stores an owned object at `place`. After a failure,
@@ -51,8 +53,6 @@ class Call {
   [[nodiscard]] OSStatus status() const { return answer_.value("status", 0); }
 
  private:
-  [[nodiscard]] bool answersWithObject() const { return answer_.contains("object"); }
-  [[nodiscard]] CFTypeRef answered() const { return create(answer_["object"]); }
   /// Takes ownership of the Mac's own answer.
   [[nodiscard]] CFTypeRef changed(CFTypeRef own) const;
 

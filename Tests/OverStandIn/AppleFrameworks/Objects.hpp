@@ -44,16 +44,15 @@ struct Object {
   std::shared_ptr<EditedAccessList> list = nullptr;
 };
 
-// CoreFoundationStandIn/Contents.cpp defines these for a stand-in that includes Core Foundation,
-// and OverCoreFoundation/RuntimeObjects.cpp for Apple's own library. Objects are made with one
-// reference, which the caller owns.
+// CoreFoundationStandIn/CoreFoundation.cpp defines these for a stand-in that includes Core
+// Foundation, and OverCoreFoundation/RuntimeObjects.cpp for Apple's own library. Objects are made
+// with one reference, which the caller owns.
 CFTypeRef create(Object object);
 /// The content of a live object. Refuses every other, and one of another type.
 Object& content(CFTypeRef object, Object::Type type, const char* function = __builtin_FUNCTION());
 CFTypeID typeIdentifier(Object::Type type);
 /// An object that is never released nor counted, like the constants of the frameworks.
 CFStringRef constantText(const char* name);
-void forgetEveryObject();
 
 // Values.cpp defines these for both.
 /// Null for null.

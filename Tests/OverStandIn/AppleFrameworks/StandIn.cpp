@@ -47,10 +47,7 @@ State& state() {
 
 json& machine() { return state().machine; }
 
-void startOver() {
-  state() = State();
-  forgetEveryObject();
-}
+void startOver() { state() = State(); }
 
 void save() {
   if (file() != nullptr) {

@@ -49,7 +49,7 @@ using nlohmann::json;
 /// surrogate in the form of UTF-8.
 json& machine();
 
-/// Replaces the Mac with an empty one, without objects of the old one.
+/// Replaces the Mac with an empty one.
 void startOver();
 
 /// Stores the Mac in its file, if it has one.

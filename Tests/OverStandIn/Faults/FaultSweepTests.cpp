@@ -15,14 +15,13 @@
 #include <vector>
 
 #include "LumaretMacHelper/LumaretMacHelper.hpp"
-#include "Tests/OverStandIn/SampleIdentities.hpp"
-#include "Tests/Support/Cpp/CertificateBytes.hpp"
+#include "Tests/OverStandIn/SampleMac.hpp"
+#include "Tests/Support/Cpp/Contracts.hpp"
 #include "Tests/Support/Cpp/Messages.hpp"
 
 namespace lumaret::tests {
 namespace {
 
-using standin::machine;
 using standin::object;
 using standin::status;
 

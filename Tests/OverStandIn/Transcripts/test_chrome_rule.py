@@ -3,12 +3,11 @@
 
 import copy
 import json
-import unittest
 
 from Tests.Support.Python import mac, messages
 from Tests.Support.Python.mac import CHROME, DOMAIN, EXECUTABLE, HELPER, KEY, MacTestCase
 from Tests.Support.Python.mac import fingerprint, identity, property_of, rule, signing
-from Tests.Support.Python.outcome import Outcome, failed
+from Tests.Support.Python.private_machine import Outcome, failed
 
 PROGRAM = HELPER.replace("lumaret-macos-helper", "lumaret-chrome-rule")
 ELSEWHERE = '{"filter":{},"pattern":"https://a.example"}'
@@ -32,10 +31,7 @@ class ChromeRuleTestCase(MacTestCase):
         self.mac["identities"] = [self.ana, identity("Ben", ANY_APPLICATION)]
 
     def run_rule(self, *arguments: str) -> Outcome:
-        self._file.write_text(json.dumps(self.mac))
-        outcome = self._machine.run(PROGRAM, *arguments)
-        self.mac = json.loads(self._file.read_text())
-        return outcome
+        return self.helper(*arguments, program=PROGRAM)
 
     def result(self, *arguments: str) -> dict:
         return json.loads(self.run_rule(*arguments, "--json").stdout)
@@ -91,7 +87,7 @@ class ClearTests(ChromeRuleTestCase):
         self.mac["preferences"][DOMAIN]["Other"] = 7
         self.assertEqual(self.run_rule("clear"), Outcome(0, b"Google Chrome asks again.\n", b""))
         self.assertEqual(self.mac["preferences"], {DOMAIN: {KEY: [ELSEWHERE], "Other": 7}})
-        self.assertEqual(self.launches(1), ["--refresh-platform-policy"])
+        self.assertEqual(self.launches(), ["--refresh-platform-policy"])
 
     def test_removes_an_empty_list(self):
         self.store_rules([rule("Ana")])
@@ -142,7 +138,3 @@ class CheckTests(ChromeRuleTestCase):
         self.assertEqual(list(self.check()[0]), ["browser", "override"])
         self.mac["answers"] = {"SecItemCopyMatching": [{"status": -25294}]}
         self.assertEqual(list(self.check()[0]), ["browser", "database", "override"])
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -1,10 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <cstdint>
 #include <string>
 #include <string_view>
-#include <utility>
 
 /// For all tests: Tests/Support/Python/messages.py reads this file, too. "<status>" stands for a
 /// number, and "<text>" for a string.
@@ -49,9 +47,6 @@ inline constexpr const char* unsupportedScheme = "Only HTTP and HTTPS destinatio
 inline std::string told(std::string message, std::string_view text) {
   const std::size_t begin = message.find('<');
   return message.replace(begin, message.find('>') + 1 - begin, text);
-}
-inline std::string told(std::string message, std::int32_t status) {
-  return told(std::move(message), std::to_string(status));
 }
 
 }  // namespace lumaret::tests::messages

@@ -72,13 +72,6 @@ class Authority:
         usage = x509.ExtendedKeyUsage([ExtendedKeyUsageOID.SERVER_AUTH])
         return self._sign({"CN": "Test server"}, FAR_AHEAD, usage, self._server_names)
 
-    def issue_with_malformed_expiry(self, name: Name) -> Identity:
-        """This breaks the signature, which is not verified when a certificate is only stored."""
-        identity = self.issue(name)
-        der = identity.der.replace(FAR_AHEAD.encode(), FAR_AHEAD.replace("1231", "1399").encode())
-        identity.certificate.write_text(ssl.DER_cert_to_PEM_cert(der))
-        return identity
-
     def _sign(self, name: Name, expires: str, *extensions: x509.ExtensionType) -> Identity:
         """The first certificate is the authority's own."""
         key = ec.generate_private_key(ec.SECP256R1())
@@ -156,11 +149,10 @@ class Token:
         tokens.mkdir()
         settings.write_text(f"directories.tokendir = {tokens}\n")
         self.environment = {"SOFTHSM2_CONF": str(settings)}
-        self._run("softhsm2-util --init-token --free --label token --so-pin 12345678 --pin 1234")
-
-    def _run(self, *command) -> None:
-        _run(*command, environment=self.environment)
+        _run(
+            "softhsm2-util --init-token --free --label token --so-pin 12345678 --pin 1234", environment=self.environment
+        )
 
     def add(self, identity: Identity, database: Database) -> None:
         place = ("-d", f"sql:{database.folder}", "-h", "token")
-        self._run("pk12util -K 1234", "-i", bundle_of(identity), *place, "-W", "")
+        _run("pk12util -K 1234", "-i", bundle_of(identity), *place, "-W", "", environment=self.environment)

@@ -1,9 +1,12 @@
 # SPDX-License-Identifier: Apache-2.0
-"""The real Chromium on a private machine: its settings and a display for it."""
+"""Shared by the tests of the real Chromium: its settings, a display, and a server that requires a certificate."""
 
 import os
 
+from Tests.Support.Python.certificates import Identity, Name
+from Tests.Support.Python.helper_test_case import HelperTestCase
 from Tests.Support.Python.private_machine import CHROMIUM, PrivateMachine, await_until
+from Tests.Support.Python.tls_server import TlsServer
 
 SETTINGS = (
     *("--disable-gpu", "--disable-quic", "--disable-background-networking", "--disable-component-update"),
@@ -41,3 +44,22 @@ def start_display(machine: PrivateMachine) -> None:
     machine.environment["DISPLAY"] = ":7"
     machine.run("sh", "-c", 'Xvfb "$@" &', "sh", ":7", "-screen", "0", "1280x800x24", *no_files)
     await_until(lambda: machine.run("xwininfo", "-root").status == 0, "the virtual display")
+
+
+class BrowserTestCase(HelperTestCase):
+    def setUp(self):
+        super().setUp()
+        configure(self.machine)
+        start_display(self.machine)
+        self.server = TlsServer(self.make_authority())
+        self.addCleanup(self.server.close)
+
+    def make_identities(self, *names: Name, **settings) -> list[Identity]:
+        identities = super().make_identities(*names, **settings)
+        self.database.trust(self.authority)
+        return identities
+
+    def assert_activates(self, identity: Identity, *arguments: str) -> None:
+        """Standard output holds only the result. The browser shares standard error."""
+        outcome = self.activate(identity, *arguments)
+        self.assertEqual(outcome[:2], (0, b'{"ok":true}\n'), outcome.stderr)

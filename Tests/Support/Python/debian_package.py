@@ -13,9 +13,8 @@ import sys
 from pathlib import Path
 from stat import filemode
 
-from Tests.Support.Python.outcome import Outcome
 from Tests.Support.Python.packaging_test_case import PackagingTestCase
-from Tests.Support.Python.private_machine import contents
+from Tests.Support.Python.private_machine import Outcome, contents
 from Tests.Support.Python.project import SOURCES
 from Tests.Support.Python.users import accounts
 

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Shared by the tests of the executable: a private machine for each test, and checks of whole transcripts."""
+"""Shared by the tests of the executable: a private machine for each test, and what they expect there."""
 
 import json
 import os
@@ -7,20 +7,22 @@ import shutil
 import unittest
 from pathlib import Path
 
+from Tests.Support.Python import messages
 from Tests.Support.Python.certificates import Authority, Database, Identity, Name
-from Tests.Support.Python.compact_json import compact_json
-from Tests.Support.Python.outcome import Outcome
-from Tests.Support.Python.policy_files import OWN_FILE, POLICY, rule
-from Tests.Support.Python.private_machine import CHROMIUM, Browser, PrivateMachine, contents
+from Tests.Support.Python.policy_files import OWN_FILE, POLICY, compact_json, rule
+from Tests.Support.Python.private_machine import CHROMIUM, Browser, Outcome, PrivateMachine, contents, failed
 from Tests.Support.Python.project import HELPER
+from Tests.Support.Python.system_bus import SystemBus
 from Tests.Support.Python.users import AS_NOBODY, NOBODY, as_user
 
+DOCUMENTED_FAILURES = (failed(messages.POLICY_WRITE_FAILED), failed(messages.POLICY_VERIFICATION_FAILED))
 FIELDS = {"commonName": "CN", "locality": "L", "organization": "O", "organizationalUnit": "OU"}
 
 
 class HelperTestCase(unittest.TestCase):
     maxDiff = None
     server_names: tuple[str, ...] = ("localhost",)
+    database_folder = ".pki/nssdb"
 
     def setUp(self):
         self.machine = PrivateMachine()
@@ -64,7 +66,7 @@ class HelperTestCase(unittest.TestCase):
         if not hasattr(self, "authority"):
             self.make_authority()
         identities = [self.authority.issue(name, **settings) for name in names]
-        self.database = Database(self.machine.home / ".pki/nssdb", password)
+        self.database = Database(self.machine.home / self.database_folder, password)
         self.database.add(*identities, nickname=nickname)
         return identities
 
@@ -107,3 +109,31 @@ class HelperTestCase(unittest.TestCase):
         before = contents(folder)
         action()
         self.assertEqual(contents(folder), before)
+
+
+class FaultTestCase(HelperTestCase):
+    """Runs of the executable with a stand-in for Chromium."""
+
+    def setUp(self):
+        super().setUp()
+        self.machine.install_stand_in(CHROMIUM)
+        # The leak sanitizer fails in a traced process.
+        self.machine.environment["ASAN_OPTIONS"] = "detect_leaks=0"
+
+    def activate_command(self, identity: Identity) -> tuple:
+        """The command line of `activate`, with a copy of the executable that every user may run."""
+        return (self.readable_helper(), "activate", "--fingerprint", identity.fingerprint)
+
+    def write_own_file(self, text: str) -> bytes:
+        return self.machine.write_policies(OWN_FILE, text).read_bytes()
+
+    def start_system_bus(self, *permitted: str, users: dict[str, int] | None = None) -> SystemBus:
+        """A system bus with the rule service. polkit permits these users to change the rule."""
+        bus = SystemBus(self.machine, users)
+        self.addCleanup(bus.close)
+        bus.permit(*permitted)
+        return bus
+
+    def forget_launches(self) -> None:
+        """To be called once the programs that record their launches have ended."""
+        (self.machine.folder / "launches").write_bytes(b"")

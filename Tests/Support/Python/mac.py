@@ -9,8 +9,7 @@ import unittest
 from pathlib import Path
 
 from Tests.Support.Python import private_machine
-from Tests.Support.Python.outcome import Outcome
-from Tests.Support.Python.private_machine import PrivateMachine
+from Tests.Support.Python.private_machine import Outcome, PrivateMachine
 from Tests.Support.Python.project import executable
 
 HELPER = executable("development/Tests/OverStandIn/Transcripts/lumaret-macos-helper-over-stand-in")
@@ -87,23 +86,17 @@ class MacTestCase(unittest.TestCase):
         self._file = machine.folder / "mac.json"
         self._launches = machine.folder / "launches"
         machine.environment["LUMARET_STAND_IN_MACHINE"] = str(self._file)
-        self.mac = {
-            "identities": [],
-            "applications": {},
-            "preferences": {},
-            "runningApplications": [],
-            "answers": {},
-        }
+        self.mac = {"identities": [], "preferences": {}}
 
     def install_chrome(self) -> None:
         EXECUTABLE.parent.mkdir(parents=True)
         self._machine.write_program(EXECUTABLE, f"#!/bin/sh\necho \"$@\" >> '{self._launches}'\n")
         self.mac["applications"] = {CHROME: CHROME}
 
-    def helper(self, *arguments: str | bytes) -> Outcome:
+    def helper(self, *arguments: str | bytes, program: str = HELPER) -> Outcome:
         """Runs the executable. Afterwards `mac` has its changes."""
         self._file.write_text(json.dumps(self.mac))
-        outcome = self._machine.run(HELPER, *arguments)
+        outcome = self._machine.run(program, *arguments)
         self.mac = json.loads(self._file.read_text())
         return outcome
 
@@ -111,8 +104,8 @@ class MacTestCase(unittest.TestCase):
         """Activates the Mac's first identity."""
         return self.helper("activate", "--fingerprint", fingerprint(self.mac["identities"][0]), *arguments)
 
-    def launches(self, count: int) -> list[str]:
-        """The arguments of each start of Chrome, once all have ended. There should be `count`."""
+    def launches(self) -> list[str]:
+        """The arguments of each start of Chrome, once all have ended."""
         self._machine.await_quiet()
         return self._launches.read_text().splitlines() if self._launches.exists() else []
 

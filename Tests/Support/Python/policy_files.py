@@ -4,12 +4,16 @@
 import json
 
 from Tests.Support.Python.certificates import Name
-from Tests.Support.Python.compact_json import compact_json
 from Tests.Support.Python.private_machine import CHROMIUM
 
 POLICY = "AutoSelectCertificateForUrls"
 OWN_FILE = "zz-lumaret-macos-helper.json"
 OWN_PATH = CHROMIUM.policies / OWN_FILE
+
+
+def compact_json(value) -> str:
+    """In exactly the form that the tool writes."""
+    return json.dumps(value, ensure_ascii=False, sort_keys=True, separators=(",", ":"))
 
 
 def rule(subject: Name, issuer: Name | None, pattern: str = "*") -> str:

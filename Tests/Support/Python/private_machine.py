@@ -20,7 +20,6 @@ import time
 from pathlib import Path
 from typing import NamedTuple
 
-from Tests.Support.Python.outcome import Outcome
 from Tests.Support.Python.users import accounts
 
 ENTERED = "LUMARET_PRIVATE_MACHINE"
@@ -96,6 +95,25 @@ def contents(folder: Path) -> dict[str, tuple]:
     return found
 
 
+class Outcome(NamedTuple):
+    """The exit status of a program and all of its output."""
+
+    status: int
+    stdout: bytes
+    stderr: bytes
+
+
+def printed(text: str) -> Outcome:
+    return Outcome(0, text.encode() + b"\n", b"")
+
+
+def failed(message: str) -> Outcome:
+    return Outcome(1, b"", message.encode() + b"\n")
+
+
+ACTIVATED = printed('{"ok":true}')
+
+
 class PrivateMachine:
     """A fresh state of the private machine. `close` ends its processes and undoes its mounts."""
 
@@ -166,11 +184,6 @@ class PrivateMachine:
         """Runs mount(8) with these arguments, the last of which is the path. Undone when the machine is closed."""
         subprocess.run(["mount", *arguments], check=True)
         self._mounts.append(Path(arguments[-1]))
-
-    def unmount(self, place: Path) -> None:
-        """Undoes one of the mounts above."""
-        subprocess.run(["umount", place], check=True)
-        self._mounts.remove(place)
 
     # Browsers
 

@@ -56,8 +56,6 @@ CFStringRef constantText(const char* name) {
 
 std::size_t liveObjects() { return 0; }
 
-void forgetEveryObject() {}
-
 }  // namespace standin
 
 // The linker replaces calls of CFLocaleCopyCurrent with the second of these. The first is the

@@ -1,10 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Tests/OverStandIn/AppleFrameworks/CoreFoundationStandIn/Contents.hpp"
+#include <CoreFoundation/CoreFoundation.h>
+#include <unicode/unorm2.h>
+#include <unicode/ustring.h>
 
 #include <algorithm>
 #include <cstring>
 #include <memory>
 #include <unordered_map>
+#include <utility>
+#include <variant>
+
+#include "Tests/OverStandIn/AppleFrameworks/Call.hpp"
 
 using namespace standin;
 
@@ -15,6 +21,23 @@ struct CFDictionaryKeyCallBacks {};
 struct CFDictionaryValueCallBacks {};
 
 namespace {
+
+struct True {};
+/// A string in the form of Core Foundation: UTF-16, which may be malformed.
+using Text = std::u16string;
+struct Date {
+  double seconds;
+};
+using Bytes = std::vector<std::uint8_t>;
+/// Owned by the array.
+using Elements = std::vector<CFTypeRef>;
+/// Owned by the dictionary.
+using Members = std::vector<std::pair<CFTypeRef, CFTypeRef>>;
+struct Locale {
+  std::string name;
+};
+
+using Content = std::variant<True, Text, double, Date, Bytes, Elements, Members, Locale, Object>;
 
 struct Counted {
   Content content;
@@ -36,20 +59,53 @@ Counted& live(CFTypeRef reference, const char* function) {
   return *found->second;
 }
 
-}  // namespace
-
-namespace standin {
-
-CFTypeRef make(Content content, bool isConstant) {
+CFTypeRef make(Content content, bool isConstant = false) {
   auto object = std::make_unique<Counted>(Counted{std::move(content), isConstant});
   const CFTypeRef reference = object.get();
   objects().emplace(reference, std::move(object));
   return reference;
 }
 
-Content& contentOf(CFTypeRef object, const char* function) {
-  return live(object, function).content;
+/// Refuses an object of another type.
+template <typename Type>
+Type& contentAs(CFTypeRef object, const char* function = __builtin_FUNCTION()) {
+  auto* const typed = std::get_if<Type>(&live(object, function).content);
+  require(typed != nullptr, "an object of the right type", function);
+  return *typed;
 }
+
+template <typename Type>
+CFTypeID typeIdentifier() {
+  return Content(Type()).index();
+}
+
+/// Replaces the text with the string that `convert` makes of it. Folding and composing make no
+/// character more than three times as long.
+template <typename Convert>
+void change(Text& text, Convert convert) {
+  UErrorCode status = U_ZERO_ERROR;
+  Text result(text.size() * 3, u'\0');
+  const int32_t length = convert(text.data(), static_cast<int32_t>(text.size()), result.data(),
+                                 static_cast<int32_t>(result.size()), &status);
+  result.resize(static_cast<std::size_t>(length));
+  text = result;
+}
+
+/// Like Apple's library, reads a stray byte 0xA9 as U+FFFD.
+std::optional<Text> leniently(std::string_view bytes) {
+  if (const auto text = fromUTF8(bytes)) {
+    return text;
+  }
+  std::string replaced;
+  for (const char byte : bytes) {
+    replaced += byte == '\xa9' ? "\xef\xbf\xbd" : std::string(1, byte);
+  }
+  return fromUTF8(replaced);
+}
+
+}  // namespace
+
+namespace standin {
 
 CFTypeRef create(Object object) { return make(std::move(object)); }
 
@@ -73,10 +129,6 @@ std::size_t liveObjects() {
   }));
 }
 
-void forgetEveryObject() {
-  std::erase_if(objects(), [](const auto& object) { return !object.second->isConstant; });
-}
-
 }  // namespace standin
 
 extern "C" {
@@ -90,7 +142,7 @@ const CFStringRef kCFPreferencesAnyHost = constantText("kCFPreferencesAnyHost");
 const CFStringRef kCFPreferencesCurrentUser = constantText("kCFPreferencesCurrentUser");
 
 CFTypeID CFGetTypeID(CFTypeRef object) {
-  const Content& content = contentOf(object);
+  const Content& content = live(object, __func__).content;
   const auto* const security = std::get_if<Object>(&content);
   return security != nullptr ? typeIdentifier(security->type) : content.index();
 }
@@ -117,8 +169,8 @@ void CFRelease(CFTypeRef object) {
 }
 
 Boolean CFEqual(CFTypeRef left, CFTypeRef right) {
-  const auto* const leftText = std::get_if<Text>(&contentOf(left));
-  const auto* const rightText = std::get_if<Text>(&contentOf(right));
+  const auto* const leftText = std::get_if<Text>(&live(left, __func__).content);
+  const auto* const rightText = std::get_if<Text>(&live(right, __func__).content);
   return leftText != nullptr && rightText != nullptr ? *leftText == *rightText : left == right;
 }
 
@@ -195,4 +247,82 @@ CFIndex CFDataGetLength(CFDataRef data) {
 }
 
 const UInt8* CFDataGetBytePtr(CFDataRef data) { return contentAs<Bytes>(data).data(); }
+
+CFTypeID CFStringGetTypeID() { return typeIdentifier<Text>(); }
+
+// Like Apple's library, drops one leading U+FEFF.
+CFStringRef CFStringCreateWithBytes(CFAllocatorRef, const UInt8* bytes, CFIndex count,
+                                    CFStringEncoding encoding, Boolean) {
+  require(encoding == kCFStringEncodingUTF8, "UTF-8");
+  auto text = leniently({reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(count)});
+  if (text && text->starts_with(u'\ufeff')) {
+    text->erase(0, 1);
+  }
+  return text ? as<CFStringRef>(make(*text)) : nullptr;
+}
+
+CFStringRef CFStringCreateWithCharacters(CFAllocatorRef, const UniChar* characters, CFIndex count) {
+  return as<CFStringRef>(make(Text(characters, characters + count)));
+}
+
+CFIndex CFStringGetLength(CFStringRef text) {
+  return static_cast<CFIndex>(contentAs<Text>(text).size());
+}
+
+// Converts all or, here, nothing. A caller without a buffer only gets a size that suffices: here it
+// is the largest possible size of the string, and all characters count as converted.
+CFIndex CFStringGetBytes(CFStringRef text, CFRange range, CFStringEncoding encoding, UInt8 lossByte,
+                         Boolean, UInt8* buffer, CFIndex maxBufLen, CFIndex* usedBufLen) {
+  const Text& whole = contentAs<Text>(text);
+  require(encoding == kCFStringEncodingUTF8 && lossByte == 0, "UTF-8 without a replacement");
+  require(range.location == 0 && static_cast<std::size_t>(range.length) == whole.size(),
+          "the text");
+  if (buffer == nullptr) {
+    *usedBufLen = range.length * 3;
+    return range.length;
+  }
+  int32_t size = 0;
+  UErrorCode status = U_ZERO_ERROR;
+  u_strToUTF8(reinterpret_cast<char*>(buffer), static_cast<int32_t>(maxBufLen), &size, whole.data(),
+              static_cast<int32_t>(whole.size()), &status);
+  *usedBufLen = U_SUCCESS(status) != 0 ? size : 0;
+  return U_SUCCESS(status) != 0 ? range.length : 0;
+}
+
+CFComparisonResult CFStringCompareWithOptionsAndLocale(CFStringRef left, CFStringRef right,
+                                                       CFRange range, CFStringCompareFlags options,
+                                                       CFLocaleRef) {
+  require(options == kCFCompareLocalized, "a comparison by locale");
+  const int order =
+      contentAs<Text>(left)
+          .substr(static_cast<std::size_t>(range.location), static_cast<std::size_t>(range.length))
+          .compare(contentAs<Text>(right));
+  return order < 0 ? kCFCompareLessThan : order > 0 ? kCFCompareGreaterThan : kCFCompareEqualTo;
+}
+
+CFMutableStringRef CFStringCreateMutableCopy(CFAllocatorRef, CFIndex maxLength, CFStringRef text) {
+  require(maxLength == 0, "no limit of the length");
+  return as<CFMutableStringRef>(make(contentAs<Text>(text)));
+}
+
+void CFStringNormalize(CFMutableStringRef text, CFStringNormalizationForm form) {
+  require(form == kCFStringNormalizationFormC, "form C");
+  change(contentAs<Text>(text), [](auto source, auto size, auto target, auto room, auto* status) {
+    return unorm2_normalize(unorm2_getNFCInstance(status), source, size, target, room, status);
+  });
+}
+
+void CFStringFold(CFMutableStringRef text, CFStringCompareFlags flags, CFLocaleRef locale) {
+  require(flags == kCFCompareCaseInsensitive, "folding of case");
+  const bool isTurkish = locale != nullptr && contentAs<Locale>(locale).name == "tr";
+  const uint32_t options = isTurkish ? U_FOLD_CASE_EXCLUDE_SPECIAL_I : U_FOLD_CASE_DEFAULT;
+  change(contentAs<Text>(text), [=](auto source, auto size, auto target, auto room, auto* status) {
+    return u_strFoldCase(target, room, source, size, options, status);
+  });
+}
+
+CFLocaleRef CFLocaleCopyCurrent() {
+  const Call call("");
+  return call.result<CFLocaleRef>([] { return make(Locale{machine()["locale"]}); });
+}
 }

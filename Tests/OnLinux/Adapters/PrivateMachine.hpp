@@ -5,14 +5,28 @@
 #include <sys/mount.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <string>
 #include <vector>
 
 #include "LumaretMacHelper/POSIX/SystemCalls.hpp"
+#include "Tests/Support/Cpp/TemporaryFolder.hpp"
 
 namespace lumaret::tests {
+
+/// A private home folder, without the variables that lead elsewhere.
+class TemporaryHome : public TemporaryFolder {
+ public:
+  TemporaryHome() {
+    ::setenv("HOME", path().c_str(), 1);
+    for (const char* name : {"XDG_DATA_HOME", "XDG_CONFIG_HOME", "CHROME_CONFIG_HOME",
+                             "CHROME_USER_DATA_DIR", "LANG", "LC_ALL", "LC_COLLATE"}) {
+      ::unsetenv(name);
+    }
+  }
+};
 
 /// Mounts empty folders over those of browsers and their policies, over that of locks, and over
 /// the others, for this process only.
