@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
 #include <chrono>
 #include <functional>
 #include <nlohmann/json.hpp>
@@ -147,6 +148,7 @@ TEST_F(ChromeRule, RejectsOtherCommands) {
     EXPECT_THAT(fakeSystem().calls, ElementsAre("prepareStandardStreams", StartsWith("error ")));
   }
   EXPECT_EQ(runChromeRule(0, nullptr), 2);
+  EXPECT_EQ(runChromeRule(3, std::array{"tool", "check", ""}.data()), 2);
   EXPECT_EQ(run("check --json " + idOf("a")), run("check " + idOf("a") + " --json"));
 }
 

@@ -10,7 +10,7 @@ except ImportError:
     jsonschema = None
 
 from Tests.Support.Python import messages, private_machine
-from Tests.Support.Python.policy_files import ELSEWHERE, OLD_CATCH_ALL, OWN_PATH, POLICY, policies, rule
+from Tests.Support.Python.policy_files import ELSEWHERE, OLD_CATCH_ALL, OWN_PATH, POLICY, policies
 from Tests.Support.Python.private_machine import CHROMIUM, Outcome, failed
 from Tests.Support.Python.project import CHROME_RULE, SOURCES
 from Tests.Support.Python.rule_service_test_case import ANA, BEN, RuleServiceTestCase
