@@ -156,9 +156,9 @@ Sources withdrawn(const Sources& before) {
       return after;
     }
   } catch (const std::exception&) {
-    throw error;
+    throw CertificateSelectorError(error);
   }
-  throw error;
+  throw CertificateSelectorError(error);
 }
 
 Report clear() {
