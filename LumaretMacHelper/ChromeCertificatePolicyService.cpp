@@ -16,11 +16,11 @@ using nlohmann::json;
 constexpr const char* catchAllPattern = "*";
 
 /// The principal from which encodedRule would make this member of the filter.
-CertificatePrincipal principalIn(const json& rule, const std::string& name) {
+CertificatePrincipal principalIn(const json& filter, const std::string& name) {
   const auto field = [&](const char* key) -> std::optional<std::string> {
-    const json::json_pointer place("/filter/" + name + "/" + key);
-    return rule.contains(place) && rule[place].is_string()
-               ? std::optional(rule[place].get<std::string>())
+    const json::json_pointer place("/" + name + "/" + key);
+    return filter.contains(place) && filter[place].is_string()
+               ? std::optional(filter[place].get<std::string>())
                : std::nullopt;
   };
   return {field("CN"), field("O"), field("OU"), field("L")};
@@ -120,12 +120,17 @@ bool ChromeCertificatePolicyService::isForEverySite(const std::string& rule) {
   return rulePattern(rule) == catchAllPattern;
 }
 
-bool ChromeCertificatePolicyService::isEncodedRule(const std::string& rule) {
+std::optional<ClientIdentity> ChromeCertificatePolicyService::filterOf(const std::string& rule) {
   const json parsed = json::parse(rule, nullptr, /*allow_exceptions=*/false);
-  return succeeds([&] {
-    return encodedRule(
-               {"", principalIn(parsed, "SUBJECT"), principalIn(parsed, "ISSUER"), Date()}) == rule;
-  });
+  const auto filter = parsed.find("filter");  // end() in anything but an object.
+  return filter != parsed.end() && filter->is_object()
+             ? std::optional(ClientIdentity{"", principalIn(*filter, "SUBJECT"),
+                                            principalIn(*filter, "ISSUER"), Date()})
+             : std::nullopt;
+}
+
+bool ChromeCertificatePolicyService::isEncodedRule(const std::string& rule) {
+  return succeeds([&] { return encodedRule(filterOf(rule).value()) == rule; });
 }
 
 }  // namespace lumaret

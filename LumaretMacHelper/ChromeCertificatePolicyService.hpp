@@ -4,6 +4,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "LumaretMacHelper/Contracts.hpp"
@@ -16,7 +17,8 @@ inline constexpr const char* rulesPolicy = "AutoSelectCertificateForUrls";
 /// The stored value is not a list of strings. `lumaret-macos-helper` never prints this error.
 class ChromePreferencesError : public DescribedError {
  public:
-  ChromePreferencesError() : DescribedError("invalidStoredValue") {}
+  explicit ChromePreferencesError(std::string description = "invalidStoredValue")
+      : DescribedError(std::move(description)) {}
 };
 
 /// Chrome's list of auto-select rules, each a JSON text. It is read and written as a whole.
@@ -63,6 +65,10 @@ class ChromeCertificatePolicyService final : public ChromePolicyApplying {
                                                   const std::vector<std::string>& others);
 
   static bool isForEverySite(const std::string& rule);
+
+  /// An identity with the fields that the rule asks for, and nothing else; nothing if Chrome
+  /// ignores the rule.
+  static std::optional<ClientIdentity> filterOf(const std::string& rule);
 
   /// Whether encodedRule returns this text, byte for byte, for some identity.
   static bool isEncodedRule(const std::string& rule);

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cmath>
 #include <compare>
+#include <iterator>
 #include <utility>
 
 namespace lumaret {
@@ -24,6 +25,26 @@ bool isRecognised(const std::string& label) {
 template <typename Type>
 const Type* valueAs(const OptionalCertificateProperty& property) {
   return property ? std::get_if<Type>(&property->value) : nullptr;
+}
+
+/// Every recognised attribute that is not empty, at any depth, by object identifier; those with the
+/// same one are in their order.
+void collect(const CertificateProperty* value, std::multimap<std::string, std::string>& found) {
+  if (value == nullptr) {
+    return;
+  }
+  if (const auto* elements = std::get_if<CertificatePropertyArray>(&value->value)) {
+    for (const CertificateProperty& element : *elements) {
+      collect(&element, found);
+    }
+  } else if (const auto* entry = std::get_if<CertificatePropertyDictionary>(&value->value)) {
+    const auto* label = valueAs<std::string>(entry->label);
+    const auto* text = valueAs<std::string>(entry->value);
+    if (label != nullptr && text != nullptr && !text->empty() && isRecognised(*label)) {
+      found.emplace(*label, *text);
+    }
+    collect(entry->value.get(), found);
+  }
 }
 
 }  // namespace
@@ -74,21 +95,25 @@ CertificatePrincipal CertificateValueParser::principal(const OptionalCertificate
 
 void CertificateValueParser::collectDistinguishedNameFields(
     const CertificateProperty* value, std::map<std::string, std::string>& fields) {
-  if (value == nullptr) {
-    return;
-  }
-  if (const auto* elements = std::get_if<CertificatePropertyArray>(&value->value)) {
-    for (const CertificateProperty& element : *elements) {
-      collectDistinguishedNameFields(&element, fields);
-    }
-  } else if (const auto* entry = std::get_if<CertificatePropertyDictionary>(&value->value)) {
-    const auto* label = valueAs<std::string>(entry->label);
-    const auto* text = valueAs<std::string>(entry->value);
-    if (label != nullptr && text != nullptr && !text->empty() && isRecognised(*label)) {
-      fields.try_emplace(*label, *text);
-    }
-    collectDistinguishedNameFields(entry->value.get(), fields);
-  }
+  std::multimap<std::string, std::string> found;
+  collect(value, found);
+  fields.merge(found);
+}
+
+bool CertificateValueParser::isSelected(const OptionalCertificateProperty& name,
+                                        const CertificatePrincipal& filter) {
+  std::multimap<std::string, std::string> found;
+  collect(name.get(), found);
+  return std::ranges::all_of(attributes, [&](const auto& entry) {
+    const auto& [attribute, field] = entry;
+    const auto& wanted = filter.*field;
+    const bool isFirstMeant =
+        field == &CertificatePrincipal::commonName || field == &CertificatePrincipal::locality;
+    const auto [first, last] = found.equal_range(attribute);
+    return !wanted || wanted->empty() ||
+           std::any_of(first, isFirstMeant && first != last ? std::next(first) : last,
+                       [&](const auto& each) { return each.second == *wanted; });
+  });
 }
 
 Date currentDate() { return std::chrono::floor<Date::duration>(std::chrono::system_clock::now()); }

@@ -87,6 +87,11 @@ class CertificateValueParser {
 
   static CertificatePrincipal principal(const OptionalCertificateProperty& value);
 
+  /// Whether Chrome's filter with these fields selects a certificate with this name: of several
+  /// organizations, or units of one, any may be meant, and of other attributes only the first.
+  static bool isSelected(const OptionalCertificateProperty& name,
+                         const CertificatePrincipal& filter);
+
   /// Adds the recognised attributes that the value contains at any depth, by object identifier. The
   /// first value that is not empty wins; a field that is already in the map stays.
   static void collectDistinguishedNameFields(const CertificateProperty* value,

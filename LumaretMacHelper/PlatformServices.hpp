@@ -35,6 +35,20 @@ class CurrentUserChromePreferences final : public ChromePreferencesStoring {
   mutable std::shared_ptr<void> turn_;
 };
 
+/// A file or a preference that has a value for the rules.
+struct RuleSource {
+  std::string name;
+  /// 0 if it is the one that `activate` writes, and positive if it overrides that one.
+  int rank;
+  std::vector<std::string> rules;
+};
+/// In ascending order: only the last one is in force. If that is uncertain, throws a std::exception
+/// that names what is at fault.
+std::vector<RuleSource> ruleSources();
+
+/// Takes the rules for every site out of what `activate` writes. Throws a std::exception.
+void withdrawRule();
+
 class SystemChromeLaunchEnvironment final : public ChromeLaunchEnvironment {
  public:
   [[nodiscard]] bool isExecutableFile(const std::filesystem::path& path) const override;

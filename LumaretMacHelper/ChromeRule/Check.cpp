@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <exception>
 #include <iterator>
+#include <memory>
 
 #include "LumaretMacHelper/ChromeCertificatePolicyService.hpp"
 #include "LumaretMacHelper/ChromeLauncher.hpp"
@@ -26,35 +27,11 @@ Finding tried(const char* check, const std::string& condition, const std::string
   }
 }
 
-/// Whether there is an identity with this fingerprint, valid or not.
-bool isThere(const std::string& wanted) {
-  const auto identities = SystemKeychainIdentityQuery().copyIdentities();
-  return std::ranges::any_of(identities, [&](const KeychainIdentity& identity) {
-    const auto certificate = identity.hasPrivateKey() ? identity.copyCertificate() : std::nullopt;
-    return certificate && fingerprint(certificate->data) == wanted;
-  });
-}
-
-Finding findingOn(const std::vector<ClientIdentity>& identities, const std::string& wanted,
-                  const PlatformTexts& texts) {
-  if (identities.size() > 1) {
-    return {"certificate",
-            std::to_string(identities.size()) +
-                " valid certificates (to check one, name its fingerprint)",
-            ""};
-  }
-  return identities.empty()
-             ? Finding{"certificate", "a valid certificate with its key",
-                       isThere(wanted)
-                           ? std::string("It has expired or cannot be read. ") + getAnother
-                           : texts.missingCertificate}
-             : Finding{"certificate", "certificate " + shown(identities.front()), ""};
-}
-
 Findings findingsOn(const ClientIdentity& identity, const PlatformTexts& texts) {
   std::string rule;
   bool isAsked = false;
-  Findings findings = {tried("name", "names that a rule can match", getAnother,
+  Findings findings = {{"certificate", "certificate " + shown(identity), ""},
+                       tried("name", "names that a rule can match", getAnother,
                              [&] { rule = ChromeCertificatePolicyService::encodedRule(identity); }),
                        tried("key", "a key that Chrome may use", texts.guardedKey,
                              [&] { isAsked = rehearseAuthorization(identity); })};
@@ -78,15 +55,24 @@ Findings findingsOn(const ClientIdentity& identity, const PlatformTexts& texts) 
   return findings;
 }
 
-Findings findingsOnRules(const PlatformTexts& texts) {
-  std::vector<RuleSource> sources;
-  Findings findings = {tried("rules", "readable rules of " + texts.browser, texts.unreadableRules,
-                             [&] { sources = ruleSources(); })};
-  findings.push_back({"override", "nothing that overrides the rule of activate",
-                      sources.empty() || sources.back().rank <= 0
-                          ? ""
-                          : sources.back().name + " does. " + texts.overridingRules});
-  return findings;
+/// Among all identities, expired ones too.
+Findings findingsOn(std::vector<ClientIdentity> identities, const std::string& wanted,
+                    const PlatformTexts& texts) {
+  std::erase_if(identities, [&](const auto& each) { return !wanted.empty() && each.id != wanted; });
+  const bool isThere = !identities.empty();
+  std::erase_if(identities,
+                [now = currentDate()](const auto& each) { return each.expiresAt <= now; });
+  if (identities.size() == 1) {
+    return findingsOn(identities.front(), texts);
+  }
+  if (identities.empty()) {
+    return {{"certificate", "a valid certificate with its key",
+             isThere ? std::string("It has expired. ") + getAnother : texts.missingCertificate}};
+  }
+  return {{"certificate",
+           std::to_string(identities.size()) +
+               " valid certificates (to check one, name its fingerprint)",
+           ""}};
 }
 
 }  // namespace
@@ -100,37 +86,41 @@ Report check(const std::string& wanted) {
                             : "Install it, or on Linux Chromium. Those of Snap and Flatpak are "
                               "elsewhere."}};
   const auto add = [&](Findings more) { std::ranges::move(more, std::back_inserter(findings)); };
+
   std::vector<ClientIdentity> identities;
-  add({tried("database", texts.certificates, texts.unreadableCertificates, [&] {
-    identities = KeychainIdentityLoader().loadIdentities();
-    if (!wanted.empty()) {
-      std::erase_if(identities, [&](const auto& identity) { return identity.id != wanted; });
-    }
+  const std::string place =
+      texts.database.empty() ? "Keychain" : "certificate database " + texts.database;
+  add({tried("database", place, texts.unreadableDatabase, [&] {
+    const auto query = std::make_shared<SystemKeychainIdentityQuery>();
+    identities = KeychainIdentityLoader(query, [] { return Date::min(); }).loadIdentities();
   })});
-  const bool isRead = findings.back().cure.empty();
-  findings.back().cure = isRead ? texts.missingDatabase : findings.back().cure;
-  if (isRead) {
-    add({findingOn(identities, wanted, texts)});
+  if (findings.back().cure.empty()) {
+    findings.back().cure = texts.missingDatabase;
+    add(findingsOn(identities, wanted, texts));
   }
-  if (identities.size() == 1) {
-    add(findingsOn(identities.front(), texts));
-  }
-  add(findingsOnRules(texts));
+
+  std::vector<RuleSource> sources;
+  add({tried("rules", "readable rules of " + texts.browser, texts.unreadableRules,
+             [&] { sources = ruleSources(); })});
+  add({{"override", "nothing that overrides the rule of activate",
+        sources.empty() || sources.back().rank <= 0
+            ? ""
+            : sources.back().name + " does. " + texts.overridingRules}});
   add(platformFindings());
 
-  Report report{"", nlohmann::json::array()};
+  bool isGood = true;
+  std::string text;
+  auto list = nlohmann::json::array();
   for (const auto& [check, condition, cure] : findings) {
     const bool holds = cure.empty();
-    report.isGood = report.isGood && holds;
-    report.text += (holds ? "ok  " + condition : "NO  " + condition + "\n    " + cure) + "\n";
-    report.json.push_back({{"check", check},
-                           {"holds", holds},
-                           {"text", condition},
-                           {"cure", holds ? nlohmann::json() : nlohmann::json(cure)}});
+    isGood = isGood && holds;
+    text += (holds ? "ok  " + condition : "NO  " + condition + "\n    " + cure) + "\n";
+    list.push_back({{"check", check},
+                    {"holds", holds},
+                    {"text", condition},
+                    {"cure", holds ? nlohmann::json() : nlohmann::json(cure)}});
   }
-  report.json = {
-      {"ok", report.isGood}, {"database", texts.database}, {"findings", std::move(report.json)}};
-  return report;
+  return {text, {{"ok", isGood}, {"database", texts.database}, {"findings", list}}};
 }
 
 }  // namespace lumaret

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <functional>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
@@ -17,15 +18,11 @@ int runChromeRule(int argumentCount, const char* const* processArguments);
 struct Report {
   std::string text;  // whole lines, for people
   nlohmann::json json;
-  bool isGood = true;
 };
 
 /// What `activate` needs, and what Chrome needs to present the identity with this fingerprint or,
 /// if it is empty, the only one.
 Report check(const std::string& fingerprint);
-
-/// The fields that a rule asks for, in "subject" and "issuer". Null if Chrome ignores the rule.
-nlohmann::json filterOf(const std::string& rule);
 
 /// The user's identities that Chrome, by any of these rules, presents to a server that takes them.
 std::vector<ClientIdentity> identitiesSelectedBy(const std::vector<std::string>& rules);
@@ -35,22 +32,8 @@ std::string shown(const ClientIdentity& identity);
 
 // What a platform defines for this program, beside what it defines for the core.
 
-/// A file or a preference that has a value for the rules.
-struct RuleSource {
-  std::string name;
-  /// 0 if it is the one that `activate` writes, and positive if it overrides that one.
-  int rank;
-  std::vector<std::string> rules;
-};
-/// In ascending order: only the last one is in force. If that is uncertain, throws a std::exception
-/// that names what is at fault.
-std::vector<RuleSource> ruleSources();
-
-/// Takes the rules for every site out of what `activate` writes. Throws a std::exception.
-void withdrawRule();
-
-/// Whether Chrome offers the certificate, given in DER, to servers.
-bool isOffered(const Bytes& certificate);
+/// Tells whether Chrome offers a certificate, given in DER, to servers.
+std::function<bool(const Bytes&)> offerTest();
 
 /// Does what `activate` does so that Chrome may sign, without changing anything. Returns whether
 /// something would have to be changed. Throws what `activate` would throw.
@@ -66,12 +49,11 @@ struct Finding {
 std::vector<Finding> platformFindings();
 
 struct PlatformTexts {
-  std::string browser;       // "Google Chrome" or "Chromium"
-  std::string database;      // the folder of the certificate database; empty without one
-  std::string certificates;  // where they are
+  std::string browser;   // "Google Chrome" or "Chromium"
+  std::string database;  // the folder of the certificate database; empty without one
   // What to do about each. That about the database is empty unless it is missing.
   std::string missingDatabase;
-  std::string unreadableCertificates;
+  std::string unreadableDatabase;
   std::string missingCertificate;
   std::string guardedKey;
   std::string unreadableRules;

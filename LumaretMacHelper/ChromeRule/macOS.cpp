@@ -6,7 +6,6 @@
 #include "LumaretMacHelper/ChromeRule/ChromeRule.hpp"
 #include "LumaretMacHelper/PlatformServices.hpp"
 #include "LumaretMacHelper/macOS/CoreFoundationValues.hpp"
-#include "LumaretMacHelper/macOS/MandatoryRules.hpp"
 #include "LumaretMacHelper/macOS/SystemChromeKeychainAuthorizationBackend.hpp"
 
 namespace lumaret {
@@ -54,37 +53,14 @@ bool isForClients(SecCertificateRef certificate) {
 
 }  // namespace
 
-std::vector<RuleSource> ruleSources() {
-  const std::string name = std::string(chromeIdentifier) + " " + rulesPolicy;
-  std::vector<RuleSource> sources;
-  try {
-    if (auto rules = CurrentUserChromePreferences().readRules(); !rules.empty()) {
-      sources.push_back({name, 0, std::move(rules)});
-    }
-    if (auto rules = mandatoryRules()) {
-      sources.push_back({"the mandatory " + name, 1, *std::move(rules)});
-    }
-  } catch (const ChromePreferencesError&) {
-    throw std::runtime_error(name + " is not a list of strings.");
-  }
-  return sources;
-}
-
-void withdrawRule() {
-  CurrentUserChromePreferences preferences;
-  preferences.writeRules(
-      ChromeCertificatePolicyService::withdrawingRule(preferences.readRules(), {}));
-  if (!preferences.synchronize()) {
-    throw std::runtime_error(rulesPolicy);
-  }
-}
-
-bool isOffered(const Bytes& certificate) {
-  const auto data = CoreFoundationReference<CFDataRef>::adopt(::CFDataCreate(
-      kCFAllocatorDefault, certificate.data(), static_cast<CFIndex>(certificate.size())));
-  const auto decoded = CoreFoundationReference<SecCertificateRef>::adopt(
-      ::SecCertificateCreateWithData(kCFAllocatorDefault, data.get()));
-  return decoded && isForClients(decoded.get());
+std::function<bool(const Bytes&)> offerTest() {
+  return [](const Bytes& certificate) {
+    const auto data = CoreFoundationReference<CFDataRef>::adopt(::CFDataCreate(
+        kCFAllocatorDefault, certificate.data(), static_cast<CFIndex>(certificate.size())));
+    const auto decoded = CoreFoundationReference<SecCertificateRef>::adopt(
+        ::SecCertificateCreateWithData(kCFAllocatorDefault, data.get()));
+    return decoded && isForClients(decoded.get());
+  };
 }
 
 bool rehearseAuthorization(const ClientIdentity& identity) {
@@ -98,9 +74,8 @@ std::vector<Finding> platformFindings() { return {}; }
 PlatformTexts platformTexts() {
   return {.browser = "Google Chrome",
           .database = "",
-          .certificates = "Keychain",
           .missingDatabase = "",
-          .unreadableCertificates = "Unlock it.",
+          .unreadableDatabase = "Unlock it.",
           .missingCertificate = "Open its file, and add it with its key to the login keychain.",
           .guardedKey = "Have it in the login keychain, once.",
           .unreadableRules = std::string("defaults delete ") + chromeIdentifier + " " + rulesPolicy,

@@ -9,7 +9,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <nlohmann/json.hpp>
-#include <stdexcept>
 #include <system_error>
 #include <utility>
 
@@ -21,6 +20,8 @@ namespace lumaret {
 namespace {
 
 using nlohmann::json;
+using Rules = std::vector<std::string>;
+using RulesByFile = ManagedPolicyFolder::RulesByFile;
 
 /// In levels. Chrome reads no policy from an object that nests deeper (measured with Chromium 156).
 constexpr std::size_t maximumDepth = 199;
@@ -53,29 +54,38 @@ json policiesIn(const std::filesystem::path& file) {
     return policies;
   }
   if (file.filename() == ManagedPolicyFolder::ownFileName || mayHaveRules(text)) {
-    throw ChromePreferencesError();
+    throw ChromePreferencesError(file.string() + " is not a JSON object.");
   }
   return json::object();
 }
 
-std::vector<std::string> rulesOf(const json& value) {
-  try {
-    return value.get<std::vector<std::string>>();
-  } catch (const json::exception&) {
-    throw ChromePreferencesError();
-  }
-}
-
-/// Even a file that another overrules is checked: it comes into force if the other is removed.
-std::vector<std::string> rulesIn(const std::vector<std::filesystem::path>& files) {
-  json effective = json::array();
+/// Even a file that another overrules must be readable: it comes into force if the other is
+/// removed. Only its rules may be anything.
+RulesByFile rulesByFile(const std::vector<std::filesystem::path>& files) {
+  std::vector<std::pair<std::filesystem::path, json>> values;
   for (const auto& file : files) {
     json policies = policiesIn(file);
     if (const auto rules = policies.find(rulesPolicy); rules != policies.end()) {
-      effective = std::move(*rules);
+      values.emplace_back(file, std::move(*rules));
     }
   }
-  return rulesOf(effective);
+  RulesByFile found;
+  for (const auto& [file, value] : values) {
+    found.emplace_back(file, Rules());
+    try {
+      found.back().second = value.get<Rules>();
+    } catch (const json::exception&) {
+      if (found.size() == values.size()) {
+        throw ChromePreferencesError(file.string() + " does not list its rules.");
+      }
+    }
+  }
+  return found;
+}
+
+Rules rulesIn(const std::vector<std::filesystem::path>& files) {
+  RulesByFile found = rulesByFile(files);
+  return found.empty() ? Rules() : std::move(found.back().second);
 }
 
 void replace(const std::filesystem::path& file, const json& policies) {
@@ -134,34 +144,10 @@ FileDescriptor ManagedPolicyFolder::takeTurn() {
   return folder;
 }
 
-std::vector<std::string> ManagedPolicyFolder::readRules() const {
-  return rulesIn(regularFiles(folder_));
-}
+Rules ManagedPolicyFolder::readRules() const { return rulesIn(regularFiles(folder_)); }
 
-std::vector<std::pair<std::filesystem::path, std::vector<std::string>>>
-ManagedPolicyFolder::rulesByFile() const {
-  std::vector<std::pair<std::filesystem::path, std::vector<std::string>>> found;
-  std::string fault;  // of the last one
-  for (const auto& file : regularFiles(folder_)) {
-    json policies;
-    try {
-      policies = policiesIn(file);
-      if (policies.contains(rulesPolicy)) {
-        found.emplace_back(file, std::vector<std::string>());
-        found.back().second = rulesOf(policies[rulesPolicy]);
-        fault.clear();
-      }
-    } catch (const ChromePreferencesError&) {
-      if (policies.is_null()) {
-        throw std::runtime_error(file.string() + " is not a JSON object.");
-      }
-      fault = file.string() + " does not list its rules.";
-    }
-  }
-  if (!fault.empty()) {
-    throw std::runtime_error(fault);
-  }
-  return found;
+RulesByFile ManagedPolicyFolder::readRulesByFile() const {
+  return rulesByFile(regularFiles(folder_));
 }
 
 void ManagedPolicyFolder::writeRules(const std::vector<std::string>& rules) const {
@@ -172,18 +158,17 @@ void ManagedPolicyFolder::writeRules(const std::vector<std::string>& rules) cons
 
 bool ManagedPolicyFolder::withdrawRule() const {
   json policies = policiesIn(ownFile());
-  const auto own = policies.find(rulesPolicy);
-  if (own == policies.end()) {
+  if (!policies.contains(rulesPolicy)) {
     return false;
   }
   std::vector<std::filesystem::path> others = regularFiles(folder_);
   std::erase(others, ownFile());
-  const std::vector<std::string> rules =
-      ChromeCertificatePolicyService::withdrawingRule(rulesOf(*own), rulesIn(others));
+  const Rules rules =
+      ChromeCertificatePolicyService::withdrawingRule(rulesIn({ownFile()}), rulesIn(others));
   if (!rules.empty()) {
-    *own = rules;
+    policies[rulesPolicy] = rules;
   } else {
-    policies.erase(own);
+    policies.erase(rulesPolicy);
   }
   if (!policies.empty()) {
     replace(ownFile(), policies);

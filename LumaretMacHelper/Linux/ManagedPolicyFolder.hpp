@@ -17,6 +17,7 @@ namespace lumaret {
 class ManagedPolicyFolder {
  public:
   static constexpr const char* ownFileName = "zz-lumaret-macos-helper.json";
+  using RulesByFile = std::vector<std::pair<std::filesystem::path, std::vector<std::string>>>;
 
   /// The folder need not exist.
   explicit ManagedPolicyFolder(std::filesystem::path folder);
@@ -31,14 +32,13 @@ class ManagedPolicyFolder {
   /// The rules in force; empty if no file has a value. Throws ChromePreferencesError if they are
   /// uncertain: the value in force is not a list of strings, the tool's own file is not a JSON
   /// object, or another file is not one and Chrome, which accepts more, may still find rules in it.
-  /// Throws std::system_error if a file cannot be read, or must not be: see readPolicyFile.
+  /// Throws std::system_error if a file cannot be read, or must not be: see readPolicyFile. Both
+  /// name the file at fault.
   [[nodiscard]] std::vector<std::string> readRules() const;
 
   /// The files with a value for the rules, and that value, in the order in which a later one wins.
-  /// One that is overruled and not a list of strings counts as empty. Throws a std::exception that
-  /// names the file at fault where readRules throws.
-  [[nodiscard]] std::vector<std::pair<std::filesystem::path, std::vector<std::string>>>
-  rulesByFile() const;
+  /// One that is overruled and not a list of strings counts as empty. Throws like readRules.
+  [[nodiscard]] RulesByFile readRulesByFile() const;
 
   /// Writes the rules to the tool's own file and keeps the other policies in it: see
   /// replacePolicyFile. Throws ChromePreferencesError or std::system_error, also if some user's

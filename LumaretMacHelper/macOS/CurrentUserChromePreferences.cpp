@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <CoreFoundation/CoreFoundation.h>
 
+#include <stdexcept>
+
 #include "LumaretMacHelper/PlatformServices.hpp"
 #include "LumaretMacHelper/macOS/CoreFoundationValues.hpp"
-#include "LumaretMacHelper/macOS/MandatoryRules.hpp"
 
 namespace lumaret {
 namespace {
@@ -12,10 +13,16 @@ CoreFoundationReference<CFStringRef> key() { return coreFoundationText(rulesPoli
 
 CoreFoundationReference<CFStringRef> application() { return coreFoundationText(chromeIdentifier); }
 
+std::string preferenceName() { return std::string(chromeIdentifier) + " " + rulesPolicy; }
+
+ChromePreferencesError notAList() {
+  return ChromePreferencesError(preferenceName() + " is not a list of strings.");
+}
+
 std::vector<std::string> rulesIn(CFPropertyListRef value) {
   const auto* array = objectAs<CFArrayRef>(value, ::CFArrayGetTypeID());
   if (array == nullptr) {
-    throw ChromePreferencesError();
+    throw notAList();
   }
   std::vector<std::string> rules;
   for (const CFTypeRef element : elements(array)) {
@@ -23,7 +30,7 @@ std::vector<std::string> rulesIn(CFPropertyListRef value) {
     auto rule = text != nullptr ? utf8Text(text) : std::nullopt;
     // A string without a UTF-8 form could not be written back unchanged.
     if (!rule) {
-      throw ChromePreferencesError();
+      throw notAList();
     }
     rules.push_back(*std::move(rule));
   }
@@ -58,13 +65,27 @@ bool CurrentUserChromePreferences::synchronize() {
                                     kCFPreferencesAnyHost) != 0;
 }
 
-std::optional<std::vector<std::string>> mandatoryRules() {
-  if (::CFPreferencesAppValueIsForced(key().get(), application().get()) == 0) {
-    return std::nullopt;
+std::vector<RuleSource> ruleSources() {
+  std::vector<RuleSource> sources;
+  if (auto rules = CurrentUserChromePreferences().readRules(); !rules.empty()) {
+    sources.push_back({preferenceName(), 0, std::move(rules)});
   }
-  const auto value = CoreFoundationReference<CFPropertyListRef>::adopt(
-      ::CFPreferencesCopyAppValue(key().get(), application().get()));
-  return rulesIn(value.get());
+  // Chrome then ignores the current user's.
+  if (::CFPreferencesAppValueIsForced(key().get(), application().get()) != 0) {
+    const auto value = CoreFoundationReference<CFPropertyListRef>::adopt(
+        ::CFPreferencesCopyAppValue(key().get(), application().get()));
+    sources.push_back({"the mandatory " + preferenceName(), 1, rulesIn(value.get())});
+  }
+  return sources;
+}
+
+void withdrawRule() {
+  CurrentUserChromePreferences preferences;
+  preferences.writeRules(
+      ChromeCertificatePolicyService::withdrawingRule(preferences.readRules(), {}));
+  if (!preferences.synchronize()) {
+    throw std::runtime_error(preferenceName());
+  }
 }
 
 }  // namespace lumaret

@@ -23,7 +23,7 @@ class RulesByFile : public testing::Test {
   void put(const std::string& name, const std::string& rules) const {
     writeFile(folder_ / name, R"({"AutoSelectCertificateForUrls":)" + rules + "}");
   }
-  [[nodiscard]] auto found() const { return ManagedPolicyFolder(folder_.path()).rulesByFile(); }
+  [[nodiscard]] auto found() const { return ManagedPolicyFolder(folder_.path()).readRulesByFile(); }
   [[nodiscard]] std::string fault() const {
     try {
       return found().empty() ? "no files" : "";
@@ -82,7 +82,7 @@ class Offer : public testing::Test {
           file + ".crt");
     shell(openssl + "x509 -outform der -in " + file + ".crt -out " + file + ".der");
     const std::string der = readFile(file + ".der");
-    return isOffered({der.begin(), der.end()});
+    return offerTest()({der.begin(), der.end()});
   }
 
   TemporaryFolder folder_;
@@ -107,7 +107,7 @@ TEST_F(Offer, NeedsTheRightUsage) {
 
 TEST_F(Offer, NeedsAStartedValidity) { EXPECT_FALSE(isOfferedWith("", "20900101000000Z")); }
 
-TEST_F(Offer, NeedsACertificate) { EXPECT_FALSE(isOffered({1, 2, 3})); }
+TEST_F(Offer, NeedsACertificate) { EXPECT_FALSE(offerTest()({1, 2, 3})); }
 
 }  // namespace
 }  // namespace lumaret::tests

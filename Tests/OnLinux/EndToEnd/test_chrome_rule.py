@@ -10,7 +10,7 @@ except ImportError:
     jsonschema = None
 
 from Tests.Support.Python import messages, private_machine
-from Tests.Support.Python.policy_files import ELSEWHERE, OLD_CATCH_ALL, OWN_PATH, POLICY, policies, rule
+from Tests.Support.Python.policy_files import ELSEWHERE, OLD_CATCH_ALL, OWN_PATH, POLICY, policies
 from Tests.Support.Python.private_machine import CHROMIUM, Outcome, failed
 from Tests.Support.Python.project import CHROME_RULE, SOURCES
 from Tests.Support.Python.rule_service_test_case import ANA, BEN, RuleServiceTestCase
@@ -43,10 +43,6 @@ class ChromeRuleTestCase(RuleServiceTestCase):
 
 
 class ShowTests(ChromeRuleTestCase):
-    def test_follows_no_rule(self):
-        self.assertEqual(self.run_rule("show"), Outcome(0, ASKS, b""))
-        self.assertEqual(self.result("show"), {"browser": "Chromium", "rules": [], "identities": [], "obstacles": []})
-
     def test_follows_the_activated_certificate(self):
         ana, _ = self.make_identities({"CN": "Ana Example", "O": "Org"}, {"CN": "Ben"})
         self.activate(ana)
@@ -61,13 +57,6 @@ class ShowTests(ChromeRuleTestCase):
         )
         self.assertEqual(self.result("show")["identities"], [ana.fingerprint])
 
-    def test_tells_several_or_none(self):
-        twins = self.make_identities({"CN": "Ana"}, {"CN": "Ana"}, {"CN": "Ben"})[:2]
-        self.write_own_file(policies(rule({"CN": "Ana"}, None)))
-        self.assertCountEqual(self.result("show")["identities"], [twin.fingerprint for twin in twins])
-        self.write_own_file(policies(OLD_CATCH_ALL))
-        self.assertEqual(self.result("show")["identities"], [])
-
     def test_tells_the_file_and_what_is_in_the_way(self):
         company = self.machine.write_policies("10-company.json", policies(ELSEWHERE, OLD_CATCH_ALL))
         self.activate(self.make_identity())
@@ -78,11 +67,6 @@ class ShowTests(ChromeRuleTestCase):
         shown = self.result("show")
         self.assertEqual(shown["obstacles"], [f"{later} overrides {OWN_PATH}."])
         self.assertEqual(shown["rules"], [{"subject": {"CN": "Somebody"}, "issuer": {}, "source": str(later)}])
-
-    def test_names_a_file_that_cannot_be_read(self):
-        file = self.machine.write_policies("10-company.json", policies())
-        file.chmod(0o600)
-        self.assertEqual(self.run_rule("show"), failed(f"{file}: Permission denied"))
 
 
 class ClearTests(ChromeRuleTestCase):
@@ -129,13 +113,6 @@ class ClearTests(ChromeRuleTestCase):
         self.machine.hide(CHROMIUM)
         self.assertEqual(self.run_rule("clear").stdout, b"Google Chrome asks again.\n")
 
-    def test_reports_a_failed_refresh(self):
-        self.machine.mark_running(CHROMIUM)
-        self.machine.install_stand_in(CHROMIUM, refresh_status=3)
-        message = messages.launch_failed(messages.told(messages.UNSUCCESSFUL_EXIT, 3))
-        self.assertEqual(self.run_rule("clear"), failed(message))
-        self.assertFalse(OWN_PATH.exists())
-
 
 class CheckTests(ChromeRuleTestCase):
     def setUp(self):
@@ -171,23 +148,13 @@ class CheckTests(ChromeRuleTestCase):
         (self.database.folder / "cert9.db").write_bytes(b"damaged" * 1000)
         self.assertEqual(list(self.failures()), ["database"])
 
-    def test_tells_a_certificate_that_chrome_does_not_present(self):
-        (expired,) = self.make_identities({"CN": "Ana"}, expires="20010101000000Z")
-        self.assertIn("It has expired", self.failures(expired.fingerprint)["certificate"])
-        self.database.add(self.authority.issue_for_server())
-        self.assertEqual(list(self.failures()), ["usage"])
-
     def test_tells_rules_in_the_way(self):
         self.make_identity()
         later = self.machine.write_policies("zzz.json", policies(ELSEWHERE))
-        self.assertIn(f"{later} does. Rename it", self.failures()["override"])
-        later.write_text("{AutoSelectCertificateForUrls")
-        self.assertEqual(
-            self.failures(), {"rules": f"{later} is not a JSON object. Correct it, or let every user read it."}
-        )
-        later.unlink()
         CHROMIUM.policies.chmod(0o700)
-        self.assertEqual(list(self.failures()), ["folder"])
+        self.assertEqual(self.failures().keys(), {"override", "folder"})
+        later.write_text("{AutoSelectCertificateForUrls")
+        self.assertIn(f"{later} is not a JSON object. Correct it", self.failures()["rules"])
 
     def test_tells_permission(self):
         self.make_identity()

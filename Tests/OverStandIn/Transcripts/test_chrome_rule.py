@@ -95,15 +95,6 @@ class ClearTests(ChromeRuleTestCase):
         self.assertEqual(self.mac["preferences"], {DOMAIN: {}})
         self.assertIn(b"There is no rule to clear.", self.run_rule("clear").stdout)
 
-    def test_tells_a_mandatory_rule(self):
-        self.force(rule("Ana"))
-        before = copy.deepcopy(self.mac)
-        self.assertEqual(
-            self.run_rule("clear").stdout.decode(),
-            "There is no rule to clear.\n" + SHOWN % f"the mandatory {PREFERENCE}",
-        )
-        self.assertEqual(self.mac, before)
-
     def test_reports_failures(self):
         for function, message in (
             ("CFPreferencesSynchronize", messages.POLICY_WRITE_FAILED),
