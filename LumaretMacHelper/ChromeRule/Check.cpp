@@ -114,7 +114,8 @@ Report check(const std::string& wanted) {
   for (const auto& [check, condition, cure] : findings) {
     const bool holds = cure.empty();
     isGood = isGood && holds;
-    text += (holds ? "ok  " + condition : "NO  " + condition + "\n    " + cure) + "\n";
+    text.append(holds ? "ok  " : "NO  ").append(condition).append("\n");
+    text.append(holds ? "" : "    " + cure + "\n");
     list.push_back({{"check", check},
                     {"holds", holds},
                     {"text", condition},

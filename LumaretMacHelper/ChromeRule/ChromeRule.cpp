@@ -104,9 +104,10 @@ Report rulesForEverySite(const Sources& sources, const std::string& browser) {
     const auto subject = filter.subject.chromeFilterFields();
     const auto issuer = filter.issuer.chromeFilterFields();
     const std::string& source = sources.back().name;
-    report.text += browser +
-                   " follows this rule for every site:\n  subject: " + described(subject) +
-                   "\n  issuer: " + described(issuer) + "\n  stored in: " + source + "\n";
+    report.text.append(browser).append(" follows this rule for every site:\n");
+    report.text.append("  subject: ").append(described(subject)).append("\n");
+    report.text.append("  issuer: ").append(described(issuer)).append("\n");
+    report.text.append("  stored in: ").append(source).append("\n");
     report.json.push_back({{"subject", subject}, {"issuer", issuer}, {"source", source}});
   }
   if (report.json.empty()) {

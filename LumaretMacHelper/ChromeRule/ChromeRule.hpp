@@ -22,7 +22,7 @@ struct Report {
 
 /// What `activate` needs, and what Chrome needs to present the identity with this fingerprint or,
 /// if it is empty, the only one.
-Report check(const std::string& fingerprint);
+Report check(const std::string& wanted);
 
 /// The user's identities that Chrome, by any of these rules, presents to a server that takes them.
 std::vector<ClientIdentity> identitiesSelectedBy(const std::vector<std::string>& rules);

@@ -249,12 +249,9 @@ OSStatus SecTrustedApplicationCreateFromPath(const char* path,
                                              SecTrustedApplicationRef* application) {
   const Call call(path);
   const json& canonicalPaths = machine()["applications"];
-  return call.leave(
-      application,
-      [&] {
-        return create(Object{Type::application, canonicalPaths.at(path)});
-      },
-      canonicalPaths.contains(path) ? errSecSuccess : noSuchApplication);
+  const auto make = [&] { return create(Object{Type::application, canonicalPaths.at(path)}); };
+  const OSStatus status = canonicalPaths.contains(path) ? errSecSuccess : noSuchApplication;
+  return call.leave(application, make, status);
 }
 
 // The path and a zero byte.
