@@ -107,8 +107,8 @@ class AdministratorsTests(DebianRootTestCase):
     def test_nothing_of_version_0_1_0_remains(self):
         lock, kept = self.root / "run/lumaret-macos-helper", self.policy.parent / "10-company.json"
         grant = self.root / "etc/sudoers.d" / f"zz-lumaret-macos-helper-{ANNA}"
-        for folder in (lock, self.policy.parent, self.root / "etc/opt/chrome/policies"):
-            folder.mkdir(parents=True)
+        for folder in (lock, grant.parent, self.policy.parent, self.root / "etc/opt/chrome/policies"):
+            folder.mkdir(parents=True, exist_ok=True)
         for file in (kept, self.policy, grant):
             file.touch()
             os.chown(file, ANNA, ANNA)

@@ -3,13 +3,14 @@
 
 import copy
 import json
+from pathlib import Path
 
 from Tests.Support.Python import mac, messages
 from Tests.Support.Python.mac import CHROME, DOMAIN, EXECUTABLE, HELPER, KEY, MacTestCase
 from Tests.Support.Python.mac import fingerprint, identity, property_of, rule, signing
 from Tests.Support.Python.private_machine import Outcome, failed
 
-PROGRAM = HELPER.replace("lumaret-macos-helper", "lumaret-chrome-rule")
+PROGRAM = str(Path(HELPER).with_name("lumaret-chrome-rule-over-stand-in"))
 ELSEWHERE = '{"filter":{},"pattern":"https://a.example"}'
 PREFERENCE = f"{DOMAIN} {KEY}"
 SHOWN = (

@@ -60,5 +60,5 @@ class PackagingTestCase(HelperTestCase):
     def assert_succeeds(self, *command, **settings) -> str:
         """Runs the command in the private machine. Returns its standard output."""
         outcome = self.machine.run(*command, **settings)
-        self.assertEqual(outcome.status, 0, outcome.stderr.decode(errors="replace"))
+        self.assertEqual(outcome.status, 0, (outcome.stdout + outcome.stderr).decode(errors="replace"))
         return outcome.stdout.decode()

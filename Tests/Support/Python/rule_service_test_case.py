@@ -149,8 +149,7 @@ class Dialog:
     def confirm(self, question: Message) -> None:
         """The person gives an administrator's password. polkit refuses it if nobody asks any more."""
         cookie, administrators = question.body[4:6]
-        response = (0, cookie, administrators[0])
-        self._client.call(AUTHORITY, "AuthenticationAgentResponse2", "us(sa{sv})", *response)
+        self._client.call(AUTHORITY, "AuthenticationAgentResponse", "s(sa{sv})", cookie, administrators[0])
         self._client.reply(new_method_return(question))
 
 
