@@ -82,8 +82,9 @@ TYPED_TEST_P(LaunchingConformance, ReportsFailures) {
   EXPECT_EQ(this->log(), "done\n");
   for (const auto& [commands, status] :
        {std::pair("exit 3", 3), {"exit 255", 255}, {"kill -KILL $$", SIGKILL}}) {
-    const auto error = thrownBy<ChromeProcessError>(
-        [&] { this->environment_.run(this->script(commands), {}, true); });
+    const auto path = this->script(commands);
+    const auto error =
+        thrownBy<ChromeProcessError>([&] { this->environment_.run(path, {}, true); });
     EXPECT_EQ(error, ChromeProcessError::unsuccessfulExit(status)) << commands;
   }
   for (const bool waitUntilExit : {true, false}) {
