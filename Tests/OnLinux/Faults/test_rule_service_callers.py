@@ -134,6 +134,8 @@ class RuleServiceBoundTests(RuleServiceTestCase):
         client.close()
         for question in questions:
             self.dialog.await_withdrawal(question)
+        # polkit may notice that the caller has left before the service does.
+        await_until(lambda: self.bus.log().count(": left before") == len(questions), "the service to notice")
 
     def test_bounds_questions_of_one_user(self):
         caller, same, other = self.client(3000), self.client(3000), self.client(3001)
